@@ -1,0 +1,33 @@
+// The list of localizable messages: a function low down appends the reason, and the one that decides what to
+// do either posts, which shows all of them in order, or resets. Not locked: appending and posting belong to
+// the thread that does the work. Memory exhaustion and refused formats stop the process.
+#pragma once
+
+#include "lib/misc/msgFmt.h"
+
+// A localizable text is MSGID("some.identifier") "format text".
+#define MSG_MAGIC "@&!*@*@"
+#define MSGID(id) MSG_MAGIC "(" id ")"
+
+enum MsgSeverity : int { MSG_INFO = 0, MSG_INFO_POPUP = 1, MSG_WARNING = 2, MSG_ERROR = 3 };
+
+struct MsgList {
+    MsgList *next;
+    char *id;
+    char *format;
+    MsgFmtArg *args;
+    int numArgs;
+};
+
+using MsgPostCallback = void (*)(int severity, const char *id, const char *text);
+using MsgListPostCallback = void (*)(int severity, MsgList *list);
+
+// The formats are not checked by the compiler: a localizable text carries its identifier in front.
+void Msg_AppendFormatted(const char *message, ...);
+MsgList *Msg_VCreateMsgList(const char *message, va_list args);
+void Msg_Post(int severity, const char *message, ...);
+void Msg_Reset(bool logIt);
+const char *MsgLookupText(const char *message, bool noTranslation, char **idOut);
+// Null restores the default: the terminal post, and no list post.
+void Msg_SetPostCallbacks(MsgPostCallback post, MsgListPostCallback listPost);
+void Msg_SetNoWait(bool noWait);

@@ -1,0 +1,18 @@
+// Mutual exclusion between processes on a file, by a bakery of member files in the directory "<path>.lck".
+// A call blocks its thread while it waits. Two threads of one process exclude each other like two processes.
+#pragma once
+
+#include <cstdint>
+
+struct FileLockToken;  // opaque; owned by the lock, given back through FileLock_Unlock
+
+constexpr uint32_t FILE_LOCK_TRYLOCK_WAIT = 0;
+constexpr uint32_t FILE_LOCK_INFINITE_WAIT = 0xFFFFFFFFu;
+
+// readOnly false asks for an exclusive lock, true for a shared one. Waits for at most `msecMaxWaitTime`
+// milliseconds. Null without the lock: *err is then 0 when the wait ran out and otherwise an errno value.
+// *err is 0 with a token.
+FileLockToken *FileLock_Lock(const char *path, bool readOnly, uint32_t msecMaxWaitTime, int *err);
+
+// 0 or an errno value. The token is gone in either case.
+int FileLock_Unlock(const char *path, FileLockToken *token);

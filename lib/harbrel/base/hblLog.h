@@ -1,0 +1,29 @@
+// The library's log: lines of the form "<function> - <message>" by a level mask, without time stamp and
+// without flush.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "lib/harbrel/harbrel.h"
+
+constexpr const char *HBL_DEFAULT_LOG_FILE = "/var/log/harbrel";
+constexpr uint32_t HBL_DEFAULT_LOG_MASK = LOG_ERR | LOG_WRN | LOG_OK;  // 25
+constexpr uint32_t HBL_MAX_LOG_MASK = 127;
+
+// Writes nothing if `level` has no bit in the mask or no stream is open. `functionName` null: no prefix.
+void HBLLog(uint32_t level, const char *functionName, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+// The state behind it, one for the process and not locked.
+bool HBLLogOpen(const char *path);  // "ab+"; replaces (and closes) the open stream only on success
+void HBLLogClose();                 // closes the stream and marks it absent
+FILE *HBLLogStream();               // null while absent
+void HBLLogSetMask(uint32_t mask);
+uint32_t HBLLogMask();
+bool HBLLogEnabled(uint32_t level);  // whether a line of this level would be written
+
+// "%s" never gets a null: the text, or the word "null".
+inline const char *TextOrNull(const char *text) {
+    return text != nullptr ? text : "null";
+}

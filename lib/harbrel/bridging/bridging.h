@@ -1,0 +1,18 @@
+// Which adapter goes to which vnet: its mapping, and without one the default bridge vnet.
+// No lock of its own; exported functions that change anything hold the database lock around the writes.
+#pragma once
+
+#include <cstdint>
+
+#include "lib/harbrel/harbrel.h"
+
+constexpr int32_t HBL_DEFAULT_BRIDGE_UNREAD = -100;
+constexpr const char *HBL_DEFAULT_BRIDGE_KEY = "HBL_DEFAULT_BRIDGE_VNET";
+
+bool HBLGetDefaultBridgeVnet(int32_t *vnet);  // vnet may be null; false when the stored value is invalid
+bool HBLSetDefaultBridgeVnet(int32_t vnet);
+bool HBLGetHostAdapterBridge(const char *adapter, int32_t *vnet);  // the effective vnet
+bool HBLSetBridgeMapping(const char *adapter, int32_t vnet);
+bool HBLSetBridgeMappingForMultipleAdapters(int32_t vnet, const HBL_HostAdapter *list);
+// The adapters effectively on the vnet, as a chain that the caller frees. count may be null.
+bool HBLGetVnetBridge(int32_t vnet, uint32_t *count, HBL_HostAdapter **list);

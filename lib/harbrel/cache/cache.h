@@ -1,0 +1,125 @@
+// The networking database in memory: hash tables that hold the replayed state of the file, reads that never
+// touch the file, and changes that go to the table first and are then appended to the open file.
+//
+// Functions with the prefix HBLNetCfg use the default cache when the cache pointer is null. Functions with
+// the prefix NetCfgHash (records.h) need a real cache and touch tables only. No locks: one thread changes,
+// and whoever changes holds the database lock (database/database.h).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+#include "lib/harbrel/base/services.h"
+#include "lib/harbrel/harbrel.h"
+#include "lib/misc/hashTable.h"
+
+struct FileLockToken;
+
+constexpr uint32_t NETCFG_HASH_BUCKETS = 512;
+constexpr size_t NETCFG_MAX_ADAPTER_NAME = 128;  // with its terminator
+constexpr size_t NETCFG_MAX_DESCRIPTION = 128;   // with its terminator
+
+struct NetworkConfigDictionaryEntry {
+    uint32_t vnet;    // zero except during import
+    char *vnetField;  // points into key; null except during import
+    char *key;
+    char *value;
+};
+
+struct BridgeMappingEntry {
+    int32_t vnet;  // HBL_VNET_NONE: bridged to no network
+    char *adapter;
+};
+
+struct DHCPMACToIPEntry {
+    uint32_t vnet;
+    char *mac;  // canonical form
+    char *ip;
+};
+
+struct NATPortFwdEntry {
+    uint32_t vnet;
+    uint8_t isTcp;
+    uint16_t hostPort;
+    char *vmIP;
+    uint16_t vmPort;
+    char *description;  // may be null
+};
+
+// The arrays are snapshots for enumeration, built on demand and dropped on change.
+struct NATVnetPortFwdConfig {
+    HashTable *tcpHash;
+    NATPortFwdEntry **tcpArray;
+    size_t tcpCount;
+    HashTable *udpHash;
+    NATPortFwdEntry **udpArray;
+    size_t udpCount;
+};
+
+struct DHCPMACToIPConfig {
+    HashTable *hash;
+    DHCPMACToIPEntry **array;
+    size_t count;
+};
+
+struct HBLNetworkConfigurationDB {
+    FileLockToken *lockToken;  // null while this cache holds no lock
+    FILE *stream;              // all journal lines go here
+    char *path;
+    uint8_t isBackup;
+    uint32_t majorVersion;  // of the file as read
+    uint32_t minorVersion;
+    HashTable *dictHash;
+    HashTable *bridgeHash;
+    BridgeMappingEntry **bridgeArray;
+    size_t bridgeCount;
+    NATVnetPortFwdConfig *natConfig[HBL_NUM_VNETS];
+    DHCPMACToIPConfig *dhcpConfig[HBL_NUM_VNETS];
+};
+
+// The default cache's slot; the cache is null while nothing is loaded.
+HBLNetworkConfigurationDB **HBLNetCfgDefaultSlot();
+
+// Reads. Texts that a read hands out by pointer belong to the cache and stay valid until that answer changes.
+bool HBLNetCfgGetAnswerString(HBLNetworkConfigurationDB *db, const char *key, const char **value);
+bool HBLNetCfgGetAnswerInt32(HBLNetworkConfigurationDB *db, const char *key, int32_t *value);
+bool HBLNetCfgGetAnswerBool(HBLNetworkConfigurationDB *db, const char *key, bool *value);
+bool HBLNetCfgLookupVnetForHostAdapter(HBLNetworkConfigurationDB *db, const char *adapter, int32_t *vnet);
+// The mappings of one vnet, or with `exclude` those of all others, as a chain that the caller frees with
+// HBLFreeHostAdapList (base/hostAdapterChain.h).
+bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t vnet, uint32_t *count,
+                                        HBL_HostAdapter **list, bool exclude);
+bool HBLNetCfgLookupDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, const char *mac, char *ip,
+                                size_t ipSize);
+bool HBLNetCfgEnumDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, uint32_t *index, char *mac,
+                              size_t macSize, char *ip, size_t ipSize);
+// *descriptionSize: in the buffer's size, out the length with its terminator; 0 when the forward has none.
+bool HBLNetCfgLookupNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool isTcp, uint16_t hostPort,
+                               char *vmIP, size_t vmIPSize, uint16_t *vmPort, char *description,
+                               size_t *descriptionSize);
+bool HBLNetCfgEnumNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool isTcp, uint32_t *index,
+                             uint16_t *hostPort, char *vmIP, size_t vmIPSize, uint16_t *vmPort,
+                             char *description, size_t *descriptionSize);
+
+// Changes, all journalled. Callers outside this folder pass isRollback false.
+bool NetCfgAddAnswerStringInt(HBLNetworkConfigurationDB *db, const char *key, const char *value,
+                              bool isRollback);
+bool HBLNetCfgAddAnswerString(HBLNetworkConfigurationDB *db, const char *key, const char *value);
+bool HBLNetCfgAddAnswerInt32(HBLNetworkConfigurationDB *db, const char *key, int32_t value);
+bool HBLNetCfgSetAnswerBool(HBLNetworkConfigurationDB *db, const char *key, bool value);
+bool HBLNetCfgRemoveAnswer(HBLNetworkConfigurationDB *db, const char *key);
+bool HBLNetCfgAddHostAdapterMapping(HBLNetworkConfigurationDB *db, const char *adapter, int32_t vnet,
+                                    bool isRollback);
+bool HBLNetCfgRemoveHostAdapterMapping(HBLNetworkConfigurationDB *db, const char *adapter);
+bool HBLNetCfgAddDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, const char *mac, const char *ip,
+                             bool isRollback);
+bool HBLNetCfgRemoveDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, const char *mac);
+bool HBLNetCfgAddNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool isTcp, uint16_t hostPort,
+                            const char *vmIP, uint16_t vmPort, const char *description, bool isRollback);
+bool HBLNetCfgRemoveNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool isTcp, uint16_t hostPort);
+
+// Bulk removal; the records leave the cache even when a removal line cannot be written.
+bool HBLNetCfgRemoveAllDHCPMACToIPMapping(HBLNetworkConfigurationDB *db, uint32_t vnet, bool writeRecords);
+bool HBLNetCfgRemoveAllNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool doTcp, bool doUdp,
+                                  bool writeRecords);

@@ -1,0 +1,33 @@
+// Bringing a cache into being from a file, the database lock, and writing a cache out as a fresh file.
+#pragma once
+
+#include "lib/harbrel/cache/cache.h"
+
+constexpr const char *HBL_NETWORKING_DB = "/etc/orvane/networking";
+constexpr const char *HBL_NETWORKING_DB_TEMPLATE = "/etc/orvane/.networking.XXXXXX";
+constexpr const char *HBL_HOST_CONFIG_PATH = "/etc/orvane/config";
+constexpr uint32_t HBL_DB_LOCK_WAIT_MSEC = 2500;
+
+// With a null `out` the result becomes the default cache.
+bool HBLNetCfgLoad(const char *path, HBLNetworkConfigurationDB **out, bool isBackup);
+// `slot` null means the default cache's. Always true; the slot is cleared.
+bool HBLNetCfgUnload(HBLNetworkConfigurationDB **slot, bool rewrite);
+bool HBLNetCfgLockConfig(HBLNetworkConfigurationDB *db);
+bool HBLNetCfgUnlockConfig(HBLNetworkConfigurationDB *db);
+bool HBLNetCfgCreateDB(const char *path, bool isBackup);
+bool NetCfgWriteDatabaseFile(HBLNetworkConfigurationDB *db, const char *path, bool isBackup);
+
+// The database lock of an exported function, held for the object's life. A failed attempt logs `failureLine`
+// under `function`.
+class ConfigLock {
+  public:
+    explicit ConfigLock(const char *function,
+                        const char *failureLine = "Failed to obtain lock on vnet config");
+    ~ConfigLock();
+    ConfigLock(const ConfigLock &) = delete;
+    ConfigLock &operator=(const ConfigLock &) = delete;
+    bool Held() const { return held_; }
+
+  private:
+    bool held_;
+};

@@ -1,0 +1,32 @@
+// What a network owns on disk, addressed by vnet number and file type; arbitrary paths go through
+// HBL_FILE_CUSTOM. No state, no lock. Paths are at most 255 bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+enum HBLFileType : uint32_t {
+    HBL_FILE_VNET_DIR = 0,
+    HBL_FILE_DHCP_DIR = 1,
+    HBL_FILE_NAT_DIR = 2,
+    HBL_FILE_CUSTOM = 3,
+    HBL_FILE_DHCP_CONF = 4,
+    HBL_FILE_DHCP_CONF_BACKUP = 5,
+    HBL_FILE_DHCP_LEASES = 6,
+    HBL_FILE_DHCP_LEASES_BACKUP = 7,
+    HBL_FILE_NAT_CONF = 8,
+    HBL_FILE_NAT_CONF_BACKUP = 9,
+    HBL_FILE_HOST_CONFIG = 10,
+    HBL_FILE_DEVICE = 11,
+};
+
+constexpr size_t HBL_PATH_SIZE = 256;      // every path buffer
+constexpr uint32_t HBL_CUSTOM_VNET = ~0u;  // the vnet that goes with HBL_FILE_CUSTOM
+
+bool HBLGetFileName(uint32_t vnet, uint32_t fileType, char *buffer, size_t bufferLength);
+bool HBLFileExists(uint32_t vnet, uint32_t fileType, const char *customPath);
+bool HBLCreateFile(uint32_t vnet, uint32_t fileType,
+                   const char *customPath);  // what exists already is success
+bool HBLCopyFile(const char *sourcePath, const char *destinationPath);
+bool HBLRemoveFile(uint32_t vnet, uint32_t fileType,
+                   const char *customPath);  // what is gone already is success

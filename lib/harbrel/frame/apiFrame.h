@@ -1,0 +1,40 @@
+// What every exported function wears: entering line, loaded test, argument line, argument test, exiting line.
+#pragma once
+
+#include <cstdint>
+
+// The constructor writes the entering line and makes the loaded test; the destructor writes the exiting line,
+// unless the library was not loaded. A function reads:
+//
+//     ApiFrame frame(__func__);
+//     if (!frame.Loaded()) return false;
+//     HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s", ...);
+class ApiFrame {
+  public:
+    enum class Ending { WithExitingLine, WithoutExitingLine };
+
+    explicit ApiFrame(const char *function, Ending ending = Ending::WithExitingLine,
+                      int line = __builtin_LINE());
+    ~ApiFrame();
+    ApiFrame(const ApiFrame &) = delete;
+    ApiFrame &operator=(const ApiFrame &) = delete;
+
+    bool Loaded() const { return loaded_; }
+
+  private:
+    const char *function_;
+    int line_;
+    bool loaded_;
+    bool exitingLine_;
+};
+
+// The two trace lines on their own, for the few functions whose frame differs.
+void ApiLogEntering(const char *function, int line = __builtin_LINE());
+void ApiLogExiting(const char *function, int line = __builtin_LINE());
+
+// The number of a network named by a caller. A null name logs "Invalid argument - vnet:
+// %p"; a name that yields no number below 256 logs "Invalid vnet name: %s". Both under `function`, both
+// false.
+bool ApiVnetArgument(const char *function, const char *vnet, uint32_t *number);
+// The second half alone, for functions whose null test has other words.
+bool ApiVnetNumber(const char *function, const char *vnet, uint32_t *number);

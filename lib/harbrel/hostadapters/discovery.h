@@ -1,0 +1,19 @@
+// Which Ethernet adapters the host has at this moment, asked over rtnetlink.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "lib/harbrel/base/hostAdapterChain.h"
+
+// A chain in the kernel's order. On false nothing is handed out.
+bool HBLCreateHostAdapList(uint32_t *count, HBL_HostAdapter **head);
+
+// The parser behind it, a pure function over the bytes of one datagram but for the driver query: walks link
+// messages meant for `processId`, sequence 1. A malformed message ends the walk; what was found until then
+// counts.
+void HBLParseLinkDump(const void *datagram, size_t length, uint32_t processId, uint32_t *count,
+                      HBL_HostAdapter **head);
+
+// Whether the name belongs to a virtual adapter of this system ("zelan...", any case).
+bool HBLIsOwnAdapterName(const char *name);

@@ -1,0 +1,50 @@
+// The per-vnet answers of the database: keys, accessors, and whether an option is configured.
+// No locks: writers run under the database lock that the exported function holds.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+constexpr const char *VNET_FIELD_SUBNET = "HOSTONLY_SUBNET";
+constexpr const char *VNET_FIELD_NETMASK = "HOSTONLY_NETMASK";
+constexpr const char *VNET_FIELD_ADAPTER = "VIRTUAL_ADAPTER";
+constexpr const char *VNET_FIELD_ADAPTER_ADDR = "VIRTUAL_ADAPTER_ADDR";
+constexpr const char *VNET_FIELD_ADAPTER_NAME = "VIRTUAL_ADAPTER_NAME";
+constexpr const char *VNET_FIELD_DHCP = "DHCP";
+constexpr const char *VNET_FIELD_NAT = "NAT";
+constexpr size_t HBL_ADAPTER_NAME_SIZE = 16;  // a buffer for an interface name
+
+enum HBLOption : uint32_t {
+    HBL_OPTION_NONE = 0,
+    HBL_OPTION_BRIDGE = 1,
+    HBL_OPTION_DHCP = 2,
+    HBL_OPTION_NAT = 3,
+    HBL_OPTION_VIRTUAL_ADAPTER = 4,
+    HBL_OPTION_SUBNET = 5,
+};
+
+const char *HBLGetVnetCfg(uint32_t vnet, const char *field);  // belongs to the cache; null when absent
+// *size: in the buffer's size, out the length with its terminator (also when it does not fit).
+bool HBLGetVnetCfgCpy(uint32_t vnet, const char *field, char *out, size_t *size);
+bool HBLSetVnetCfg(uint32_t vnet, const char *field, const char *value);
+bool HBLRemoveVnetCfg(uint32_t vnet, const char *field);
+bool HBLGetVnetCfgBool(uint32_t vnet, const char *field);
+bool HBLSetVnetCfgBool(uint32_t vnet, const char *field, bool value);
+
+bool HBLVnetUsesDHCP(uint32_t vnet);
+bool HBLVnetUsesNAT(uint32_t vnet);
+bool HBLGetVnetSubnetAddr(uint32_t vnet, char *out, size_t size);
+bool HBLGetVnetSubnetMask(uint32_t vnet, char *out, size_t size);
+bool HBLSetVnetSubnetAddr(uint32_t vnet, const char *value);
+bool HBLSetVnetSubnetMask(uint32_t vnet, const char *value);
+bool HBLSetVnetVirtAdapterAddr(uint32_t vnet, const char *value);
+bool HBLSetVnetVirtAdapterName(uint32_t vnet, const char *value);
+bool HBLRemoveVnetSubnetMask(uint32_t vnet);
+bool HBLRemoveVnetVirtAdapterAddr(uint32_t vnet);
+bool HBLGetVnetVirtAdapterName(uint32_t vnet, char *out, size_t size);
+bool HBLGetVnetVirtAdapterAddr(uint32_t vnet, char *out, size_t size, bool computeDefault);
+bool HBLVnetIsOptionConfigured(uint32_t vnet, uint32_t option);
+uint32_t HBLServiceToVnetOption(uint32_t service);
+bool HBLSetVnetUseAdapter(uint32_t vnet, bool useAdapter, bool cleanup);
+// Whether the address lies in the subnet configured on the vnet.
+bool HBLIPBelongsToSubnet(uint32_t vnet, const char *address);
