@@ -1,0 +1,201 @@
+#include <linux/ethtool.h>
+#include <linux/if.h>
+#include <linux/if_arp.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "lib/err/errText.h"
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/hostadapters/discovery.h"
+#include "lib/misc/owners.h"
+#include "lib/string/str.h"
+
+namespace {
+
+// The parser works for this function, and its lines carry that name.
+constexpr char FUNCTION[] = "HBLCreateHostAdapList";
+constexpr uint32_t REQUEST_SEQUENCE = 1;
+constexpr uint32_t ADAPTER_RUNNING = 1;
+constexpr uint32_t ADAPTER_NOT_RUNNING = 2;
+
+// What is left of a datagram or a message. Nothing in it is aligned for sure, so headers are copied out.
+struct Bytes {
+    const char *data;
+    size_t size;
+
+    template <typename Header>
+    bool ReadHeader(Header *header) const {
+        if (size < sizeof *header) {
+            return false;
+        }
+        memcpy(header, data, sizeof *header);
+        return true;
+    }
+    Bytes From(size_t offset) const {
+        const size_t skipped = std::min(offset, size);
+        return {data + skipped, size - skipped};
+    }
+    Bytes First(size_t length) const { return {data, length}; }
+};
+
+struct ChainTail {
+    HBL_HostAdapter *head = nullptr;
+    HBL_HostAdapter *last = nullptr;
+    uint32_t count = 0;
+
+    void Append(HBL_HostAdapter *record) {
+        if (last != nullptr) {
+            last->next = record;
+        } else {
+            head = record;
+        }
+        last = record;
+        count++;
+    }
+};
+
+void CopyDriverName(const ethtool_drvinfo &info, HBL_HostAdapter *adapter) {
+    static_assert(sizeof info.driver < sizeof adapter->driverName);
+    memcpy(adapter->driverName, info.driver, strnlen(info.driver, sizeof info.driver));
+    HBLLog(LOG_INFO2, FUNCTION, "Obtained driver name: %s for adapter: %s", adapter->driverName,
+           adapter->displayName);
+}
+
+// A driver that does not answer leaves the name empty.
+void QueryDriverName(HBL_HostAdapter *adapter) {
+    ethtool_drvinfo info{};
+    static_assert(sizeof info == 196);
+    info.cmd = ETHTOOL_GDRVINFO;
+    ifreq request{};
+    Str_Strcpy(request.ifr_name, adapter->displayName, sizeof request.ifr_name);
+    request.ifr_data = reinterpret_cast<char *>(&info);
+    const FileDescriptor querySocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!querySocket) {
+        HBLLog(LOG_ERR, FUNCTION, "Error opening socket for querying driver name for adapter: %s, error: %s",
+               adapter->displayName, Err_ErrnoText(errno));
+        return;
+    }
+    if (ioctl(querySocket.get(), SIOCETHTOOL, &request) == -1) {
+        HBLLog(LOG_ERR, FUNCTION,
+               "Ioctl on socket for querying driver name for adapter: %s failed, error: %s",
+               adapter->displayName, Err_ErrnoText(errno));
+        return;
+    }
+    CopyDriverName(info, adapter);
+}
+
+// The last interface name among the attributes; empty when there is none.
+std::string FindAdapterName(Bytes attributes) {
+    std::string name;
+    rtattr attribute;
+    while (attributes.ReadHeader(&attribute) && attribute.rta_len >= sizeof attribute &&
+           attribute.rta_len <= attributes.size) {
+        if (attribute.rta_type == IFLA_IFNAME) {
+            const char *const text = attributes.data + sizeof attribute;
+            name.assign(text, strnlen(text, attribute.rta_len - sizeof attribute));
+            HBLLog(LOG_INFO2, FUNCTION, "Found name of adapter: %s", name.c_str());
+        } else {
+            HBLLog(LOG_INFO2, FUNCTION, "Ignoring Attribute: %u", static_cast<unsigned>(attribute.rta_type));
+        }
+        attributes = attributes.From(RTA_ALIGN(static_cast<size_t>(attribute.rta_len)));
+    }
+    return name;
+}
+
+// Null when the adapter has to be skipped.
+HBL_HostAdapter *MakeRecord(const std::string &name, bool running) {
+    MallocBlock<HBL_HostAdapter> record(static_cast<HBL_HostAdapter *>(calloc(1, sizeof(HBL_HostAdapter))));
+    if (record == nullptr) {
+        HBLLog(LOG_ERR, FUNCTION, "Memory allocation error");
+        return nullptr;
+    }
+    record->version = 1;
+    record->status = running ? ADAPTER_RUNNING : ADAPTER_NOT_RUNNING;
+    if (name.size() >= IFNAMSIZ) {
+        HBLLog(LOG_ERR, FUNCTION, "Interface name %s is longer than allowed %u characters", name.c_str(),
+               static_cast<unsigned>(IFNAMSIZ));
+        return nullptr;
+    }
+    Str_Strcpy(record->displayName, name.c_str(), sizeof record->displayName);
+    QueryDriverName(record.get());
+    Str_Strcpy(record->deviceName, name.c_str(), sizeof record->deviceName);
+    return record.release();
+}
+
+void ParseLinkMessage(const ifinfomsg &link, Bytes attributes, ChainTail *chain) {
+    const bool running = (link.ifi_flags & IFF_RUNNING) != 0;
+    HBLLog(LOG_INFO2, FUNCTION,
+           "Adapter: ifi_family: %u, ifi_type: %u, ifi_index: %u, ifi_flags: %s, ifi_change: %x",
+           static_cast<unsigned>(link.ifi_family), static_cast<unsigned>(link.ifi_type),
+           static_cast<unsigned>(link.ifi_index), running ? "running" : "not running", link.ifi_change);
+    if (link.ifi_type != ARPHRD_ETHER) {
+        HBLLog(LOG_INFO2, FUNCTION, "Skipping non-ethernet interface: ifi_type: %u",
+               static_cast<unsigned>(link.ifi_type));
+        return;
+    }
+    const std::string name = FindAdapterName(attributes);
+    if (name.empty()) {
+        HBLLog(LOG_ERR, FUNCTION, "Skipping adapter without name");
+        return;
+    }
+    if (HBL_HostAdapter *const record = MakeRecord(name, running)) {
+        chain->Append(record);
+    }
+}
+
+bool IsForThisRequest(const nlmsghdr &header, uint32_t processId) {
+    if (header.nlmsg_pid == processId || header.nlmsg_seq == REQUEST_SEQUENCE) {
+        return true;
+    }
+    HBLLog(LOG_INFO2, FUNCTION,
+           "PID or Seq does not match: Req-pid = %u, Resp-pid = %u, Req-seq = %u, Resp-seq = %u", processId,
+           header.nlmsg_pid, REQUEST_SEQUENCE, header.nlmsg_seq);
+    return false;
+}
+
+// False when the walk ends at this message.
+bool ParseMessage(const nlmsghdr &header, Bytes body, uint32_t processId, ChainTail *chain) {
+    if (!IsForThisRequest(header, processId)) {
+        return true;
+    }
+    if (header.nlmsg_type == NLMSG_ERROR) {
+        return false;
+    }
+    if (header.nlmsg_type == NLMSG_DONE) {
+        HBLLog(LOG_INFO, FUNCTION, "Processed all adapters");
+        return false;
+    }
+    ifinfomsg link;
+    if (!body.ReadHeader(&link)) {
+        return false;
+    }
+    ParseLinkMessage(link, body.From(sizeof link), chain);
+    return true;
+}
+
+}  // namespace
+
+void HBLParseLinkDump(const void *datagram, size_t length, uint32_t processId, uint32_t *count,
+                      HBL_HostAdapter **head) {
+    Bytes left{static_cast<const char *>(datagram), length};
+    ChainTail chain;
+    nlmsghdr header;
+    while (left.ReadHeader(&header) && header.nlmsg_len >= sizeof header && header.nlmsg_len <= left.size) {
+        const Bytes body = left.First(header.nlmsg_len).From(sizeof header);
+        if (!ParseMessage(header, body, processId, &chain)) {
+            break;
+        }
+        left = left.From(NLMSG_ALIGN(static_cast<size_t>(header.nlmsg_len)));
+    }
+    *count = chain.count;
+    *head = chain.head;
+}
