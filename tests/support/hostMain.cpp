@@ -1,0 +1,43 @@
+// Entry of the test programs that change the host: unless they are on a private host already they start
+// themselves again on one, so that they are safe to run by hand and each case that ctest runs is alone.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+int RunOnPrivateHost(int argc, char **argv) {
+    static char program[4096];
+    if (readlink("/proc/self/exe", program, sizeof program - 1) < 0) {
+        perror("/proc/self/exe");
+        return EXIT_FAILURE;
+    }
+    static char launcher[] = HARBREL_BIN_DIR "/private-host";
+    static char keep[] = "--keep";
+    static char folder[] = HARBREL_BIN_DIR;
+    static char endOfOptions[] = "--";
+    std::vector<char *> command = {launcher, keep, folder, endOfOptions, program};
+    command.insert(command.end(), argv + 1, argv + argc);
+    command.push_back(nullptr);
+    execv(launcher, command.data());
+    perror(launcher);
+    return EXIT_FAILURE;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    bool onlyListed = std::any_of(argv + 1, argv + argc,
+                                  [](std::string_view text) { return text == "--gtest_list_tests"; });
+    if (!onlyListed && getenv("HARBREL_PRIVATE_HOST") == nullptr) {
+        return RunOnPrivateHost(argc, argv);
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,41 @@
+// Machines beside the private host: network namespaces that stand for guests and for computers outside, seen
+// and made through ip(8), so that kernel state is judged by a program that is not the one under test.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tests/support/command.h"
+
+// A network namespace that lives as long as this object.
+class Machine {
+  public:
+    explicit Machine(const std::string &name);
+    Machine(const Machine &) = delete;
+    Machine &operator=(const Machine &) = delete;
+    ~Machine();
+
+    const std::string &name() const { return name_; }
+
+    // Runs a line of shell inside.
+    CommandResult Run(const std::string &line, std::chrono::milliseconds deadline = COMMAND_DEADLINE) const;
+    // The words that start a program inside, for BackgroundCommand.
+    std::vector<std::string> Inside(const std::vector<std::string> &arguments) const;
+
+    // Joins this machine to the host by a cable: hostName on the host, machineName inside with the address
+    // (as in "192.168.8.5/24", or none when empty). Both ends are up.
+    void ConnectToHost(const std::string &hostName, const std::string &machineName,
+                       const std::string &address = "");
+    // The same with the host's end plugged into a bridge, which is how a guest joins a network.
+    void ConnectToBridge(const std::string &bridge, const std::string &machineName,
+                         const std::string &address = "");
+
+  private:
+    std::string name_;
+};
+
+// Runs a line of shell that must succeed.
+void Must(const std::string &line);
+
+// Whether the host has an interface of that name, as ip(8) sees it.
+bool HasLink(const std::string &name);
