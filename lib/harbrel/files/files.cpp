@@ -1,0 +1,217 @@
+#include "lib/harbrel/files/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "lib/err/errText.h"
+#include "lib/file/posix.h"
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/files/fileDB.h"
+#include "lib/harbrel/files/fileTypes.h"
+#include "lib/misc/owners.h"
+#include "lib/string/str.h"
+
+namespace {
+
+constexpr mode_t DIRECTORY_MODE = 0755;
+constexpr mode_t FILE_MODE = 0665;
+constexpr mode_t DEVICE_MODE = 0600;
+constexpr unsigned ZELAN_MAJOR = 119;
+
+// Clears the process's file-creation mask for the object's life, so that modes come out exact.
+class ClearedUmask {
+  public:
+    ClearedUmask() : former_(umask(0)) {}
+    ~ClearedUmask() { umask(former_); }
+    ClearedUmask(const ClearedUmask &) = delete;
+    ClearedUmask &operator=(const ClearedUmask &) = delete;
+
+  private:
+    mode_t former_;
+};
+
+bool TakeCustomPath(const char *function, const char *customPath, char path[HBL_PATH_SIZE]) {
+    if (customPath == nullptr) {
+        HBLLog(LOG_ERR, function, "Invalid arguments");
+        return false;
+    }
+    const size_t length = strlen(customPath);
+    if (length >= HBL_PATH_SIZE) {
+        HBLLog(LOG_ERR, function, "Custom file name %s is longer than allowed %zu characters", customPath,
+               HBL_PATH_SIZE);
+        return false;
+    }
+    memcpy(path, customPath, length + 1);
+    return true;
+}
+
+// The path that vnet, type and custom path stand for; failures are logged under `function`.
+bool FormPath(const char *function, uint32_t vnet, uint32_t fileType, const char *customPath,
+              char path[HBL_PATH_SIZE]) {
+    if (fileType == HBL_FILE_CUSTOM) {
+        return TakeCustomPath(function, customPath, path);
+    }
+    if (!HBLGetFileName(vnet, fileType, path, HBL_PATH_SIZE)) {
+        HBLLog(LOG_ERR, function, "Cannot construct file name");
+        return false;
+    }
+    return true;
+}
+
+// The row of a type that can be tested, made and removed; null, without a message, for any other number.
+const HBLFileTypeRow *FindUsableType(uint32_t fileType) {
+    const HBLFileTypeRow *const row = HBLFindFileType(fileType);
+    return row != nullptr && row->kind != HBLFileKind::NameOnly ? row : nullptr;
+}
+
+bool MakeDirectory(const char *function, const char *path) {
+    if (Posix_Mkdir(path, DIRECTORY_MODE) == 0) {
+        HBLLog(LOG_INFO2, function, "Directory: %s created", path);
+        return true;
+    }
+    if (errno == EEXIST) {
+        HBLLog(LOG_WRN, function, "Directory: %s already exists", path);
+        return true;
+    }
+    HBLLog(LOG_ERR, function, "Cannot create Directory: %s because of: %s", path, Err_ErrnoText(errno));
+    return false;
+}
+
+bool MakeDevice(const char *function, const char *path, uint32_t vnet) {
+    if (Posix_Mknod(path, S_IFCHR | DEVICE_MODE, makedev(ZELAN_MAJOR, vnet)) == 0 || errno == EEXIST) {
+        return true;
+    }
+    HBLLog(LOG_ERR, function, "Creating zelan device failed, error: %s", Err_ErrnoText(errno));
+    return false;
+}
+
+bool MakeRegularFile(const char *function, const char *path) {
+    const FileDescriptor file(Posix_Open(path, O_CREAT | O_CLOEXEC, FILE_MODE));
+    if (!file) {
+        HBLLog(LOG_ERR, function, "Cannot create File: %s because of: %s", path, Err_ErrnoText(errno));
+        return false;
+    }
+    HBLLog(LOG_INFO2, function, "File: %s created", path);
+    return true;
+}
+
+bool Make(const char *function, HBLFileKind kind, const char *path, uint32_t vnet) {
+    const ClearedUmask exactModes;
+    switch (kind) {
+        case HBLFileKind::Directory:
+            return MakeDirectory(function, path);
+        case HBLFileKind::Device:
+            return MakeDevice(function, path, vnet);
+        default:
+            return MakeRegularFile(function, path);
+    }
+}
+
+enum class Recorded { Yes, Refused, NoMemory };
+
+Recorded RecordRegularFile(const char *path) {
+    struct stat status;
+    if (Posix_Stat(path, &status) != 0) {
+        return HBLFileDBAddFile(path, nullptr) ? Recorded::Yes : Recorded::Refused;
+    }
+    const MallocString time(Str_Asprintf(nullptr, "%ld", static_cast<long>(status.st_mtime)));
+    if (time == nullptr) {
+        return Recorded::NoMemory;
+    }
+    return HBLFileDBAddFile(path, time.get()) ? Recorded::Yes : Recorded::Refused;
+}
+
+bool Record(const char *function, HBLFileKind kind, const char *path) {
+    Recorded result = Recorded::Yes;
+    if (kind == HBLFileKind::Directory) {
+        result = HBLFileDBAddDirectory(path) ? Recorded::Yes : Recorded::Refused;
+    } else if (kind == HBLFileKind::Device) {
+        result = HBLFileDBAddFile(path, nullptr) ? Recorded::Yes : Recorded::Refused;
+    } else {
+        result = RecordRegularFile(path);
+    }
+    if (result == Recorded::NoMemory) {
+        HBLLog(LOG_ERR, function, "Failed to allocate memory for mtime, error: %s", Err_ErrnoText(errno));
+    } else if (result == Recorded::Refused) {
+        HBLLog(LOG_ERR, function, "Error adding configuration record for creation of file: %s", path);
+    }
+    return result == Recorded::Yes;
+}
+
+// True when the path is gone afterwards, also when it was gone before.
+bool Delete(const char *function, const char *path, bool isDirectory) {
+    const char *const noun = isDirectory ? "Directory" : "File";
+    if ((isDirectory ? Posix_Rmdir(path) : Posix_Unlink(path)) == 0) {
+        HBLLog(LOG_INFO2, function, "%s: %s deleted", noun, path);
+        return true;
+    }
+    if (errno == ENOENT) {
+        HBLLog(isDirectory ? LOG_WRN : LOG_ERR, function, "%s %s does not exist", noun, path);
+        return true;
+    }
+    HBLLog(LOG_ERR, function, "Cannot delete %s: %s because of: %s", noun, path, Err_ErrnoText(errno));
+    return false;
+}
+
+}  // namespace
+
+bool HBLFileExists(uint32_t vnet, uint32_t fileType, const char *customPath) {
+    const HBLFileTypeRow *const row = FindUsableType(fileType);
+    char path[HBL_PATH_SIZE];
+    if (row == nullptr || !FormPath(__func__, vnet, fileType, customPath, path)) {
+        return false;
+    }
+    struct stat status;
+    if (Posix_Stat(path, &status) != 0) {
+        HBLLog(LOG_ERR, __func__, "Cannot check for file or directory: %s , error: %s", path,
+               Err_ErrnoText(errno));
+        return false;
+    }
+    HBLLog(LOG_INFO2, __func__, "File/Directory/Device: %s exists", path);
+    if (!HBLFileKindMatches(row->kind, status.st_mode)) {
+        HBLLog(LOG_ERR, __func__,
+               "File/Directory/device of type: %u and name: %s is found but is not of valid type", fileType,
+               path);
+        return false;
+    }
+    return true;
+}
+
+bool HBLCreateFile(uint32_t vnet, uint32_t fileType, const char *customPath) {
+    const HBLFileTypeRow *const row = FindUsableType(fileType);
+    if (row == nullptr) {
+        return false;
+    }
+    if (fileType != HBL_FILE_CUSTOM && customPath != nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid arguments");
+        return false;
+    }
+    char path[HBL_PATH_SIZE];
+    if (!FormPath(__func__, vnet, fileType, customPath, path)) {
+        return false;
+    }
+    if (!Make(__func__, row->kind, path, vnet) || !Record(__func__, row->kind, path)) {
+        Posix_Unlink(path);
+        Posix_Rmdir(path);
+        return false;
+    }
+    return true;
+}
+
+bool HBLRemoveFile(uint32_t vnet, uint32_t fileType, const char *customPath) {
+    const HBLFileTypeRow *const row = FindUsableType(fileType);
+    char path[HBL_PATH_SIZE];
+    if (row == nullptr || !FormPath(__func__, vnet, fileType, customPath, path)) {
+        return false;
+    }
+    const bool isDirectory = row->kind == HBLFileKind::Directory;
+    if (!Delete(__func__, path, isDirectory)) {
+        return false;
+    }
+    return isDirectory ? HBLFileDBRemoveDirectory(path) : HBLFileDBRemoveFile(path);
+}
