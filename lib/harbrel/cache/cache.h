@@ -47,20 +47,29 @@ struct NATPortFwdEntry {
     char *description;  // may be null
 };
 
-// The arrays are snapshots for enumeration, built on demand and dropped on change.
+// The arrays are snapshots of the tables' entries for enumeration, built on demand and dropped on change.
 struct NATVnetPortFwdConfig {
     HashTable *tcpHash;
-    NATPortFwdEntry **tcpArray;
+    void **tcpArray;  // of NATPortFwdEntry
     size_t tcpCount;
     HashTable *udpHash;
-    NATPortFwdEntry **udpArray;
+    void **udpArray;
     size_t udpCount;
 };
 
 struct DHCPMACToIPConfig {
     HashTable *hash;
-    DHCPMACToIPEntry **array;
+    void **array;  // of DHCPMACToIPEntry
     size_t count;
+};
+
+// The file behind the stream as this cache last saw it. The cache's own journal lines move `size` on, so
+// anything else that differs from a fresh look at the path is another process's doing.
+struct NetCfgFileIdentity {
+    uint64_t device;
+    uint64_t inode;
+    uint64_t size;           // bytes
+    uint8_t endsInsideLine;  // the last line has no line end yet; the next journal line supplies it
 };
 
 struct HBLNetworkConfigurationDB {
@@ -72,14 +81,22 @@ struct HBLNetworkConfigurationDB {
     uint32_t minorVersion;
     HashTable *dictHash;
     HashTable *bridgeHash;
-    BridgeMappingEntry **bridgeArray;
+    void **bridgeArray;  // of BridgeMappingEntry
     size_t bridgeCount;
     NATVnetPortFwdConfig *natConfig[HBL_NUM_VNETS];
     DHCPMACToIPConfig *dhcpConfig[HBL_NUM_VNETS];
+    NetCfgFileIdentity fileIdentity;
 };
 
 // The default cache's slot; the cache is null while nothing is loaded.
 HBLNetworkConfigurationDB **HBLNetCfgDefaultSlot();
+
+// Takes the file behind the stream as the journal, once its contents are in the cache: its identity is noted,
+// and from now on lines go to its end even if another process has appended to it. False, with errno, when the
+// file cannot be looked at.
+bool NetCfgTrackFile(HBLNetworkConfigurationDB *db);
+// Whether `path` still names the tracked file, with the size that it had after our last line.
+bool NetCfgFileIsAsLastSeen(const HBLNetworkConfigurationDB *db);
 
 // Reads. Texts that a read hands out by pointer belong to the cache and stay valid until that answer changes.
 bool HBLNetCfgGetAnswerString(HBLNetworkConfigurationDB *db, const char *key, const char **value);

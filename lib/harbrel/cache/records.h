@@ -53,7 +53,9 @@ bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor, uint
 struct NetCfgRecordFormatCtx {
     uint32_t recordType;
     FILE *stream;
+    HBLNetworkConfigurationDB *journal = nullptr;  // set when `stream` is this cache's journal
 };
+
 // Formats one entry as a record of the context's type and writes it. The shape of a hash table walk callback;
 // `key` is not used. 0 for success, anything else stops a walk.
 int NetCfgWriteRecordToConfig(const void *key, void *record, void *context);

@@ -1,0 +1,7 @@
+// Which cache a function with the prefix HBLNetCfg works on.
+#pragma once
+
+#include "lib/harbrel/cache/cache.h"
+
+// `db`, or the default cache when it is null. Null, with a line under `function`, when there is neither.
+HBLNetworkConfigurationDB *NetCfgResolveCache(HBLNetworkConfigurationDB *db, const char *function);
