@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include <cstdarg>
+#include <atomic>
 #include <cstdio>
 
 namespace {
@@ -13,6 +13,8 @@ struct LogState {
     int fd = -1;
     bool quiet = true;
     bool enabled = false;
+    std::atomic<LogHook> logHook = nullptr;
+    std::atomic<LogHook> warningHook = nullptr;
 };
 
 LogState logState;
@@ -28,6 +30,12 @@ void WriteAll(int fd, const char *text, size_t length) {
     }
 }
 
+void WriteToLogFile(const char *line, size_t length) {
+    if (logState.enabled) {
+        WriteAll(logState.fd, line, length);
+    }
+}
+
 size_t FormatLine(char (&line)[LOG_LINE_SIZE], const char *format, va_list args) {
     const int length = vsnprintf(line, sizeof line, format, args);
     if (length < 0) {
@@ -37,30 +45,46 @@ size_t FormatLine(char (&line)[LOG_LINE_SIZE], const char *format, va_list args)
     return wanted < sizeof line ? wanted : sizeof line - 1;
 }
 
-}  // namespace
-
-void Log(const char *format, ...) {
+void LogLine(const char *format, va_list args) {
     if (!logState.enabled) {
         return;
     }
     char line[LOG_LINE_SIZE];
-    va_list args;
-    va_start(args, format);
     const size_t length = FormatLine(line, format, args);
-    va_end(args);
-    WriteAll(logState.fd, line, length);
+    WriteToLogFile(line, length);
 }
 
-void Warning(const char *format, ...) {
+void WarningLine(const char *format, va_list args) {
     char line[LOG_LINE_SIZE];
-    va_list args;
-    va_start(args, format);
     const size_t length = FormatLine(line, format, args);
-    va_end(args);
-    if (logState.enabled) {
-        WriteAll(logState.fd, line, length);
-    }
+    WriteToLogFile(line, length);
     if (!logState.quiet) {
         WriteAll(STDERR_FILENO, line, length);
     }
+}
+
+}  // namespace
+
+void Log(const char *format, ...) {
+    const LogHook hook = logState.logHook.load(std::memory_order_acquire);
+    va_list args;
+    va_start(args, format);
+    (hook != nullptr ? hook : LogLine)(format, args);
+    va_end(args);
+}
+
+void Warning(const char *format, ...) {
+    const LogHook hook = logState.warningHook.load(std::memory_order_acquire);
+    va_list args;
+    va_start(args, format);
+    (hook != nullptr ? hook : WarningLine)(format, args);
+    va_end(args);
+}
+
+void Log_SetLogHook(LogHook hook) {
+    logState.logHook.store(hook, std::memory_order_release);
+}
+
+void Log_SetWarningHook(LogHook hook) {
+    logState.warningHook.store(hook, std::memory_order_release);
 }
