@@ -1,0 +1,26 @@
+// The rule for early AMD family 15 processors, whose locked read-modify-write operations do not keep later
+// loads behind them: there an lfence follows each of them. Heeded by every atomic operation of the
+// foundation.
+#pragma once
+
+#include <atomic>
+
+// Set when the fence is needed. Meaningful once atomicFenceInitialized says that the test has run; clear
+// before.
+extern std::atomic<bool> AtomicUseFence;
+extern std::atomic<bool> atomicFenceInitialized;
+
+// Runs the test if it has not run yet. Safe from any thread.
+void AtomicFence_Init();
+
+// What the test concludes from the vendor text and register EAX of CPUID leaf 1.
+bool AtomicFence_NeededBy(const char *vendor, unsigned signature);
+
+// Belongs behind each locked read-modify-write.
+inline void AtomicFence_AfterReadModifyWrite() {
+#if defined(__x86_64__) || defined(__i386__)
+    if (AtomicUseFence.load(std::memory_order_relaxed)) {
+        __builtin_ia32_lfence();
+    }
+#endif
+}

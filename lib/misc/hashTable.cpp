@@ -1,0 +1,366 @@
+#include "lib/misc/hashTable.h"
+
+#include <strings.h>
+#include <atomic>
+#include <bit>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+
+#include "lib/fatal/memory.h"
+#include "lib/fatal/panic.h"
+#include "lib/misc/atomicFence.h"
+
+namespace {
+
+// The unreduced hash stands beside the key, so that a walk along a chain compares keys only where they are
+// all but certain to be equal.
+struct Entry {
+    Entry *next;
+    const void *key;
+    void *value;
+    uint32_t hash;
+};
+
+constexpr uint32_t INTEGER_HASH_FACTOR = 48271;
+
+}  // namespace
+
+struct HashTable {
+    uint32_t numEntries;
+    uint32_t numBits;
+    uint32_t keyType;
+    bool atomic;
+    bool copyKey;
+    HashTableFreeEntryFn freeEntryFn;
+    Entry **buckets;
+    uint64_t numElements;
+};
+
+namespace {
+
+// Readers of an atomic table walk it while others insert: the head of a chain and the values are shared, the
+// rest of an entry is fixed before the entry is published.
+Entry *LoadHead(const HashTable *table, uint32_t bucket) {
+    return std::atomic_ref(table->buckets[bucket]).load(std::memory_order_acquire);
+}
+
+void *LoadValue(Entry *entry) {
+    return std::atomic_ref(entry->value).load(std::memory_order_acquire);
+}
+
+uint32_t HashString(const char *key) {
+    uint32_t hash = 0;
+    for (; *key != '\0'; key++) {
+        hash = std::rotl(hash ^ static_cast<unsigned char>(*key), 5);
+    }
+    return hash;
+}
+
+uint32_t HashStringIgnoringCase(const char *key) {
+    uint32_t hash = 0;
+    for (; *key != '\0'; key++) {
+        hash = std::rotl(hash ^ static_cast<uint32_t>(tolower(static_cast<unsigned char>(*key))), 5);
+    }
+    return hash;
+}
+
+uint32_t HashInteger(const void *key) {
+    const uint64_t number = reinterpret_cast<uintptr_t>(key);
+    return (static_cast<uint32_t>(number >> 32) ^ static_cast<uint32_t>(number)) * INTEGER_HASH_FACTOR;
+}
+
+uint32_t HashKey(const HashTable *table, const void *key) {
+    switch (table->keyType) {
+        case HASH_STRING_KEY:
+            return HashString(static_cast<const char *>(key));
+        case HASH_ISTRING_KEY:
+            return HashStringIgnoringCase(static_cast<const char *>(key));
+        case HASH_INT_KEY:
+            return HashInteger(key);
+        default:
+            PanicNotReached();
+    }
+}
+
+bool KeysEqual(const HashTable *table, const void *key, const void *other) {
+    switch (table->keyType) {
+        case HASH_STRING_KEY:
+            return strcmp(static_cast<const char *>(key), static_cast<const char *>(other)) == 0;
+        case HASH_ISTRING_KEY:
+            return strcasecmp(static_cast<const char *>(key), static_cast<const char *>(other)) == 0;
+        case HASH_INT_KEY:
+            return key == other;
+        default:
+            PanicNotReached();
+    }
+}
+
+// A table with one bucket has no bits to fold by.
+uint32_t ReduceToBucket(const HashTable *table, uint32_t hash) {
+    if (table->numBits == 0) {
+        return 0;
+    }
+    const uint32_t mask = (1u << table->numBits) - 1;
+    while (hash > mask) {
+        hash = (hash >> table->numBits) ^ (hash & mask);
+    }
+    return hash;
+}
+
+Entry *FindInChain(const HashTable *table, Entry *entry, const void *key, uint32_t hash) {
+    while (entry != nullptr && (entry->hash != hash || !KeysEqual(table, entry->key, key))) {
+        entry = entry->next;
+    }
+    return entry;
+}
+
+Entry *Find(const HashTable *table, const void *key) {
+    if (table->numEntries == 0) {
+        return nullptr;
+    }
+    const uint32_t hash = HashKey(table, key);
+    return FindInChain(table, LoadHead(table, ReduceToBucket(table, hash)), key, hash);
+}
+
+bool OwnsKeys(const HashTable *table) {
+    return table->copyKey && table->keyType != HASH_INT_KEY;
+}
+
+Entry *NewEntry(const HashTable *table, const void *key, void *value, uint32_t hash) {
+    Entry *entry = static_cast<Entry *>(Mem_Alloc(sizeof(Entry)));
+    entry->key = OwnsKeys(table) ? Mem_Strdup(static_cast<const char *>(key)) : key;
+    entry->value = value;
+    entry->hash = hash;
+    return entry;
+}
+
+void FreeKey(const HashTable *table, const Entry *entry) {
+    if (OwnsKeys(table)) {
+        free(const_cast<void *>(entry->key));
+    }
+}
+
+void FreeEntry(const HashTable *table, Entry *entry) {
+    FreeKey(table, entry);
+    if (table->freeEntryFn != nullptr) {
+        table->freeEntryFn(entry->value);
+    }
+    free(entry);
+}
+
+bool PublishHead(HashTable *table, uint32_t bucket, Entry *expected, Entry *entry) {
+    std::atomic_ref head(table->buckets[bucket]);
+    if (!table->atomic) {
+        head.store(entry, std::memory_order_relaxed);
+        return true;
+    }
+    const bool won =
+        head.compare_exchange_strong(expected, entry, std::memory_order_release, std::memory_order_relaxed);
+    AtomicFence_AfterReadModifyWrite();
+    return won;
+}
+
+void CountNewElement(HashTable *table) {
+    std::atomic_ref count(table->numElements);
+    if (table->atomic) {
+        count.fetch_add(1, std::memory_order_relaxed);
+        AtomicFence_AfterReadModifyWrite();
+    } else {
+        count.store(count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
+}
+
+// The entry that holds the key already, or null when a new entry was added.
+Entry *FindOrAdd(HashTable *table, const void *key, void *value) {
+    if (table->numEntries == 0) {
+        PanicInconsistent();
+    }
+    const uint32_t hash = HashKey(table, key);
+    const uint32_t bucket = ReduceToBucket(table, hash);
+    Entry *added = nullptr;
+    for (;;) {
+        Entry *head = LoadHead(table, bucket);
+        Entry *present = FindInChain(table, head, key, hash);
+        if (present != nullptr) {
+            if (added != nullptr) {  // lost the race; the value stays the caller's
+                FreeKey(table, added);
+                free(added);
+            }
+            return present;
+        }
+        if (added == nullptr) {
+            added = NewEntry(table, key, value, hash);
+        }
+        added->next = head;
+        if (PublishHead(table, bucket, head, added)) {
+            CountNewElement(table);
+            return nullptr;
+        }
+    }
+}
+
+void *ExchangeValue(const HashTable *table, Entry *entry, void *value) {
+    std::atomic_ref shared(entry->value);
+    if (!table->atomic) {
+        void *old = shared.load(std::memory_order_relaxed);
+        shared.store(value, std::memory_order_relaxed);
+        return old;
+    }
+    void *old = shared.exchange(value, std::memory_order_acq_rel);
+    AtomicFence_AfterReadModifyWrite();
+    return old;
+}
+
+}  // namespace
+
+HashTable *HashTable_Alloc(uint32_t numEntries, uint32_t flags, HashTableFreeEntryFn freeEntryFn) {
+    if ((numEntries & (numEntries - 1)) != 0) {
+        Panic("%s only takes powers of 2 \n", __func__);
+    }
+    AtomicFence_Init();
+    HashTable *table = static_cast<HashTable *>(Mem_Alloc(sizeof(HashTable)));
+    *table = HashTable{
+        .numEntries = numEntries,
+        .numBits = numEntries != 0 ? static_cast<uint32_t>(std::countr_zero(numEntries)) : 0,
+        .keyType = flags & HASH_KEYTYPE_MASK,
+        .atomic = (flags & HASH_FLAG_ATOMIC) != 0,
+        .copyKey = (flags & HASH_FLAG_COPYKEY) != 0,
+        .freeEntryFn = freeEntryFn,
+        .buckets = static_cast<Entry **>(Mem_Calloc(numEntries, sizeof(Entry *))),
+        .numElements = 0,
+    };
+    return table;
+}
+
+HashTable *HashTable_AllocOnce(HashTable **var, uint32_t numEntries, uint32_t flags,
+                               HashTableFreeEntryFn freeEntryFn) {
+    std::atomic_ref published(*var);
+    HashTable *table = published.load(std::memory_order_acquire);
+    if (table != nullptr) {
+        return table;
+    }
+    HashTable *created = HashTable_Alloc(numEntries, flags, freeEntryFn);
+    const bool won = published.compare_exchange_strong(table, created, std::memory_order_acq_rel,
+                                                       std::memory_order_acquire);
+    AtomicFence_AfterReadModifyWrite();
+    if (won) {
+        return created;
+    }
+    HashTable_Free(created);
+    return table;
+}
+
+void HashTable_Free(HashTable *table) {
+    HashTable_Clear(table);
+    free(table->buckets);
+    free(table);
+}
+
+void HashTable_Clear(HashTable *table) {
+    table->numElements = 0;
+    for (uint32_t bucket = 0; bucket < table->numEntries; bucket++) {
+        while (table->buckets[bucket] != nullptr) {
+            Entry *entry = table->buckets[bucket];
+            table->buckets[bucket] = entry->next;
+            FreeEntry(table, entry);
+        }
+    }
+}
+
+bool HashTable_Insert(HashTable *table, const void *key, void *value) {
+    return FindOrAdd(table, key, value) == nullptr;
+}
+
+void *HashTable_LookupOrInsert(HashTable *table, const void *key, void *value) {
+    Entry *present = FindOrAdd(table, key, value);
+    return present != nullptr ? LoadValue(present) : value;
+}
+
+bool HashTable_ReplaceOrInsert(HashTable *table, const void *key, void *value) {
+    Entry *present = FindOrAdd(table, key, value);
+    if (present == nullptr) {
+        return false;
+    }
+    void *old = ExchangeValue(table, present, value);
+    if (table->freeEntryFn != nullptr) {
+        table->freeEntryFn(old);
+    }
+    return true;
+}
+
+bool HashTable_ReplaceIfEqual(HashTable *table, const void *key, void *oldValue, void *newValue) {
+    Entry *present = Find(table, key);
+    if (present == nullptr) {
+        return false;
+    }
+    const bool swapped = std::atomic_ref(present->value)
+                             .compare_exchange_strong(oldValue, newValue, std::memory_order_acq_rel,
+                                                      std::memory_order_acquire);
+    AtomicFence_AfterReadModifyWrite();
+    return swapped;
+}
+
+bool HashTable_Lookup(const HashTable *table, const void *key, void **value) {
+    Entry *present = Find(table, key);
+    if (present == nullptr) {
+        return false;
+    }
+    if (value != nullptr) {
+        *value = LoadValue(present);
+    }
+    return true;
+}
+
+bool HashTable_Delete(HashTable *table, const void *key) {
+    Entry *doomed = Find(table, key);
+    if (doomed == nullptr) {
+        return false;
+    }
+    Entry **link = &table->buckets[ReduceToBucket(table, doomed->hash)];
+    while (*link != doomed) {
+        link = &(*link)->next;
+    }
+    *link = doomed->next;
+    table->numElements--;
+    FreeEntry(table, doomed);
+    return true;
+}
+
+size_t HashTable_GetNumElements(const HashTable *table) {
+    return __atomic_load_n(&table->numElements, __ATOMIC_RELAXED);
+}
+
+// The array keeps to the count that it was made for, whatever is inserted meanwhile.
+void HashTable_ToArray(const HashTable *table, void ***array, size_t *size) {
+    const size_t capacity = HashTable_GetNumElements(table);
+    *array = nullptr;
+    *size = 0;
+    if (capacity == 0) {
+        return;
+    }
+    void **values = static_cast<void **>(Mem_Alloc(capacity * sizeof(void *)));
+    size_t count = 0;
+    for (uint32_t bucket = 0; bucket < table->numEntries; bucket++) {
+        for (Entry *entry = LoadHead(table, bucket); entry != nullptr && count < capacity;
+             entry = entry->next) {
+            values[count++] = LoadValue(entry);
+        }
+    }
+    *array = values;
+    *size = count;
+}
+
+int HashTable_ForEach(const HashTable *table, HashTableForEachCallback callback, void *clientData) {
+    for (uint32_t bucket = 0; bucket < table->numEntries; bucket++) {
+        Entry *next = nullptr;
+        for (Entry *entry = LoadHead(table, bucket); entry != nullptr; entry = next) {
+            next = entry->next;  // the callback may delete the entry
+            const int result = callback(entry->key, LoadValue(entry), clientData);
+            if (result != 0) {
+                return result;
+            }
+        }
+    }
+    return 0;
+}

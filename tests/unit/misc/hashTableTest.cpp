@@ -1,0 +1,235 @@
+#include "lib/misc/hashTable.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lib/misc/atomicFence.h"
+#include "lib/misc/owners.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+struct TableFreer {
+    void operator()(HashTable *table) const { HashTable_Free(table); }
+};
+using Table = std::unique_ptr<HashTable, TableFreer>;
+
+Table MakeTable(uint32_t numEntries, uint32_t flags, HashTableFreeEntryFn freeEntryFn = nullptr) {
+    return Table(HashTable_Alloc(numEntries, flags, freeEntryFn));
+}
+
+void *Value(uintptr_t number) {
+    return reinterpret_cast<void *>(number);
+}
+
+std::vector<uintptr_t> Walk(const HashTable *table) {
+    void **array = nullptr;
+    size_t size = 0;
+    HashTable_ToArray(table, &array, &size);
+    MallocBlock<void *> owner(array);
+    std::vector<uintptr_t> values;
+    for (size_t i = 0; i < size; i++) {
+        values.push_back(reinterpret_cast<uintptr_t>(array[i]));
+    }
+    return values;
+}
+
+std::vector<uintptr_t> freedValues;
+
+void RecordFreed(void *value) {
+    freedValues.push_back(reinterpret_cast<uintptr_t>(value));
+}
+
+}  // namespace
+
+// The bucket numbers behind these orders were worked out apart from the code under test.
+TEST(HashTable, WalksStringKeysByBucketAndNewestFirst) {
+    Table table = MakeTable(8, HASH_STRING_KEY);
+    const char *const keys[] = {"alpha", "beta", "gamma", "delta", "epsilon", "zeta", "\xC3\xA9"};
+    for (uintptr_t i = 0; i < std::size(keys); i++) {
+        ASSERT_TRUE(HashTable_Insert(table.get(), keys[i], Value(i + 1)));
+    }
+    // Buckets: 3 holds beta and e-acute, 5 alpha, 6 delta and zeta, 7 gamma and epsilon.
+    EXPECT_THAT(Walk(table.get()), ElementsAre(7, 2, 1, 6, 4, 5, 3));
+}
+
+TEST(HashTable, WalksCaseIgnoringKeysByTheirLowerCase) {
+    Table table = MakeTable(8, HASH_ISTRING_KEY);
+    const char *const keys[] = {"ALPHA", "Beta", "gamma", "DELTA", "Epsilon", "zETA"};
+    for (uintptr_t i = 0; i < std::size(keys); i++) {
+        ASSERT_TRUE(HashTable_Insert(table.get(), keys[i], Value(i + 1)));
+    }
+    EXPECT_THAT(Walk(table.get()), ElementsAre(2, 1, 6, 4, 5, 3));
+}
+
+TEST(HashTable, WalksIntegerKeysByBucketAndNewestFirst) {
+    Table table = MakeTable(4, HASH_INT_KEY);
+    for (uintptr_t key = 1; key <= 7; key++) {
+        ASSERT_TRUE(HashTable_Insert(table.get(), HashTable_IntKey(key), Value(key)));
+    }
+    EXPECT_THAT(Walk(table.get()), ElementsAre(5, 4, 2, 1, 7, 6, 3));
+}
+
+TEST(HashTable, OneBucketTakesEveryKey) {
+    Table table = MakeTable(1, HASH_STRING_KEY);
+    HashTable_Insert(table.get(), "one", Value(1));
+    HashTable_Insert(table.get(), "two", Value(2));
+    EXPECT_THAT(Walk(table.get()), ElementsAre(2, 1));
+}
+
+TEST(HashTable, EmptyTableGivesNullArray) {
+    Table table = MakeTable(0, HASH_STRING_KEY);
+    void *unset = nullptr;
+    void **array = &unset;
+    size_t size = 9;
+    HashTable_ToArray(table.get(), &array, &size);
+    EXPECT_EQ(array, nullptr);
+    EXPECT_EQ(size, 0u);
+    EXPECT_FALSE(HashTable_Lookup(table.get(), "absent", nullptr));
+}
+
+TEST(HashTable, FindsKeysInTheTablesOwnSenseOfEquality) {
+    const struct {
+        uint32_t flags;
+        const char *sought;
+        bool found;
+    } cases[] = {{HASH_STRING_KEY, "eth0", true},
+                 {HASH_STRING_KEY, "ETH0", false},
+                 {HASH_ISTRING_KEY, "ETH0", true},
+                 {HASH_ISTRING_KEY, "eth", false}};
+    for (const auto &c : cases) {
+        Table table = MakeTable(16, c.flags);
+        HashTable_Insert(table.get(), "eth0", Value(5));
+        void *value = nullptr;
+        EXPECT_EQ(HashTable_Lookup(table.get(), c.sought, &value), c.found) << c.sought;
+        EXPECT_EQ(value, c.found ? Value(5) : nullptr) << c.sought;
+        EXPECT_EQ(HashTable_Insert(table.get(), c.sought, Value(6)), !c.found) << c.sought;
+    }
+}
+
+TEST(HashTable, LetsGoOfExactlyTheValuesThatLeave) {
+    freedValues.clear();
+    Table table = MakeTable(4, HASH_INT_KEY, RecordFreed);
+    HashTable_Insert(table.get(), HashTable_IntKey(1), Value(10));
+    EXPECT_FALSE(HashTable_Insert(table.get(), HashTable_IntKey(1), Value(11)));
+    EXPECT_EQ(HashTable_LookupOrInsert(table.get(), HashTable_IntKey(1), Value(12)), Value(10));
+    EXPECT_EQ(HashTable_LookupOrInsert(table.get(), HashTable_IntKey(2), Value(20)), Value(20));
+    EXPECT_TRUE(freedValues.empty());
+
+    EXPECT_TRUE(HashTable_ReplaceOrInsert(table.get(), HashTable_IntKey(1), Value(13)));
+    EXPECT_FALSE(HashTable_ReplaceOrInsert(table.get(), HashTable_IntKey(3), Value(30)));
+    EXPECT_THAT(freedValues, ElementsAre(10));
+
+    EXPECT_TRUE(HashTable_Delete(table.get(), HashTable_IntKey(2)));
+    EXPECT_FALSE(HashTable_Delete(table.get(), HashTable_IntKey(2)));
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 2u);
+    HashTable_Clear(table.get());
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 0u);
+    EXPECT_THAT(freedValues, testing::UnorderedElementsAre(10, 20, 13, 30));
+}
+
+TEST(HashTable, ReplaceIfEqualSwapsOnlyTheExpectedValue) {
+    Table table = MakeTable(16, HASH_STRING_KEY | HASH_FLAG_ATOMIC);
+    HashTable_Insert(table.get(), "k", Value(1));
+    EXPECT_FALSE(HashTable_ReplaceIfEqual(table.get(), "k", Value(2), Value(3)));
+    EXPECT_FALSE(HashTable_ReplaceIfEqual(table.get(), "absent", Value(1), Value(3)));
+    EXPECT_TRUE(HashTable_ReplaceIfEqual(table.get(), "k", Value(1), Value(3)));
+    EXPECT_THAT(Walk(table.get()), ElementsAre(3));
+}
+
+TEST(HashTable, CopiedKeysOutliveTheCallers) {
+    Table table = MakeTable(16, HASH_STRING_KEY | HASH_FLAG_COPYKEY);
+    std::string key = "transient";
+    HashTable_Insert(table.get(), key.c_str(), Value(1));
+    key = "overwrite";
+    EXPECT_TRUE(HashTable_Lookup(table.get(), "transient", nullptr));
+    EXPECT_TRUE(HashTable_Delete(table.get(), "transient"));
+}
+
+TEST(HashTable, ForEachStopsAtTheFirstNonzeroResultAndAllowsDeletion) {
+    Table table = MakeTable(4, HASH_INT_KEY);
+    for (uintptr_t key = 1; key <= 7; key++) {
+        HashTable_Insert(table.get(), HashTable_IntKey(key), Value(key));
+    }
+    auto deleteUntilSeven = [](const void *key, void *value, void *clientData) {
+        HashTable_Delete(static_cast<HashTable *>(clientData), key);
+        return value == Value(7) ? 42 : 0;
+    };
+    EXPECT_EQ(HashTable_ForEach(table.get(), deleteUntilSeven, table.get()), 42);
+    EXPECT_THAT(Walk(table.get()), ElementsAre(6, 3));
+}
+
+TEST(HashTable, ConcurrentInsertsAddEachKeyOnce) {
+    constexpr uintptr_t KEYS = 400;
+    constexpr int THREADS = 4;
+    Table table = MakeTable(8, HASH_INT_KEY | HASH_FLAG_ATOMIC);
+    std::vector<size_t> added(THREADS);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; t++) {
+        threads.emplace_back([&, t] {
+            for (uintptr_t key = 1; key <= KEYS; key++) {
+                added[t] += HashTable_Insert(table.get(), HashTable_IntKey(key), Value(key));
+                void *value = nullptr;
+                EXPECT_TRUE(HashTable_Lookup(table.get(), HashTable_IntKey(key), &value));
+                EXPECT_EQ(value, Value(key));
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(added[0] + added[1] + added[2] + added[3], KEYS);
+    EXPECT_EQ(Walk(table.get()).size(), KEYS);
+}
+
+TEST(HashTable, AllocOnceGivesEveryThreadTheSameTable) {
+    HashTable *published = nullptr;
+    HashTable *seen[4] = {};
+    std::vector<std::thread> threads;
+    for (HashTable *&mine : seen) {
+        threads.emplace_back(
+            [&published, &mine] { mine = HashTable_AllocOnce(&published, 64, HASH_STRING_KEY, nullptr); });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    Table owner(published);
+    EXPECT_THAT(seen, testing::Each(published));
+}
+
+TEST(HashTableDeathTest, StopsWhenTheSizeIsNoPowerOfTwo) {
+    // The message goes to standard output; death tests read standard error.
+    EXPECT_EXIT(
+        {
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            HashTable_Alloc(3, HASH_STRING_KEY, nullptr);
+        },
+        testing::ExitedWithCode(1), "Panic:\nHashTable_Alloc only takes powers of 2 \n");
+}
+
+TEST(AtomicFence, IsNeededOnEarlyModelsOfOneFamilyOnly) {
+    const struct {
+        const char *vendor;
+        unsigned signature;
+        bool needed;
+    } cases[] = {
+        {"AuthenticAMD", 0x00000F4A, true},   // family 15, model 4
+        {"AuthenticAMD", 0x00030FF2, true},   // model 0x3F, the last affected one
+        {"AuthenticAMD", 0x00040F02, false},  // model 0x40
+        {"AuthenticAMD", 0x00100F42, false},  // family 16
+        {"AuthenticAMD", 0x000006A0, false},  // family 6
+        {"AuthenticAMD", 0x00900600, false},  // extended family counts only behind family 15
+        {"GenuineIntel", 0x00000F4A, false},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(AtomicFence_NeededBy(c.vendor, c.signature), c.needed) << c.vendor << " " << c.signature;
+    }
+    MakeTable(2, HASH_INT_KEY);
+    EXPECT_TRUE(atomicFenceInitialized.load());
+}
