@@ -1,0 +1,77 @@
+// Asking orvane-ping whether anything answers on a subnet. Runs on many threads at once: reads the cache, and
+// keeps everything else on its own stack.
+#include <cstring>
+
+#include "lib/file/posix.h"
+#include "lib/harbrel/addresses/addresses.h"
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cache.h"
+#include "lib/harbrel/networks/subnets.h"
+#include "lib/string/str.h"
+
+namespace {
+
+constexpr unsigned MAX_BINDIR_SIZE = 256;
+constexpr size_t COMMAND_SIZE = 2096;
+
+// The exit statuses of orvane-ping that mean something here; anything else counts as a subnet in use.
+enum PingStatus : int {
+    PING_NO_ANSWER = 1,
+    PING_UNREACHABLE = 2,  // no way leads to the subnet, so nobody can have it
+};
+
+struct PingCommand {
+    const char *binDir;
+    uint32_t timeout;
+    uint32_t interval;
+};
+
+bool FindBinDir(const char *function, const char **binDir) {
+    if (!HBLNetCfgGetAnswerString(nullptr, "BINDIR", binDir)) {
+        HBLLog(LOG_WRN, function, "Unable to find BINDIR in host config database.");
+        *binDir = "/usr/bin";
+    }
+    if (strlen(*binDir) >= MAX_BINDIR_SIZE) {
+        HBLLog(LOG_ERR, function, "Value of BINDIR is bigger than allowed %u chracters", MAX_BINDIR_SIZE);
+        return false;
+    }
+    return true;
+}
+
+// The exit status of one command; `options` ends in a blank unless it is empty.
+int RunPing(const PingCommand &ping, const char *options, uint32_t address) {
+    char addressText[HBL_IP_STR_SIZE];
+    char command[COMMAND_SIZE];
+    HBLIPInt2Str(address, addressText);
+    Str_Sprintf(command, sizeof command, "%s/orvane-ping -q %s%s -t %u -i %u", ping.binDir, options,
+                addressText, ping.timeout, ping.interval);
+    return (Posix_System(command) >> 8) & 0xff;
+}
+
+bool LogUnusual(const char *function, int status) {
+    HBLLog(LOG_ERR, function, "Return value of orvane-ping: %d", status);
+    return false;
+}
+
+}  // namespace
+
+bool HBLPingAndCheckSubnet(const char *subnet, bool broadcast, uint32_t timeout, uint32_t interval) {
+    HBLLog(LOG_INFO2, __func__, "Ping arguments, subnet: %s, broadcast: %s, timeout: %u interval: %u", subnet,
+           broadcast ? "true" : "false", timeout, interval);
+    PingCommand ping = {.binDir = nullptr, .timeout = timeout, .interval = interval};
+    uint32_t address = 0;
+    if (!FindBinDir(__func__, &ping.binDir) || !HBLIPStr2Int(subnet, &address)) {
+        return false;
+    }
+    if (broadcast) {
+        const int status = RunPing(ping, "-b ", address);
+        if (status == PING_UNREACHABLE) {
+            return true;
+        }
+        if (status != PING_NO_ANSWER) {
+            return LogUnusual(__func__, status);
+        }
+    }
+    const int status = RunPing(ping, "", address + 1);
+    return status == PING_NO_ANSWER || status == PING_UNREACHABLE || LogUnusual(__func__, status);
+}

@@ -1,0 +1,42 @@
+#include "lib/harbrel/services/programs.h"
+
+#include "lib/harbrel/base/services.h"
+#include "lib/harbrel/cache/cache.h"
+
+namespace {
+
+constexpr ServiceProgram PROGRAMS[] = {
+    {HBL_SVC_BRIDGE, "zelan-bridge", "BRIDGE_PROGRAM", PidFileForm::WithNumber},
+    {HBL_SVC_NETIFUP, "zelan-netifup", "NETIFUP_PROGRAM", PidFileForm::WithName},
+    {HBL_SVC_DHCP, "zelan-dhcpd", "DHCP_PROGRAM", PidFileForm::WithName},
+    {HBL_SVC_NAT, "zelan-natd", "NAT_PROGRAM", PidFileForm::WithNumber},
+    {HBL_SVC_NETDETECT, "zelan-detect", "NETDETECT_PROGRAM", PidFileForm::ForTheHost},
+};
+
+}  // namespace
+
+std::span<const ServiceProgram> HBLServicePrograms() {
+    return PROGRAMS;
+}
+
+const ServiceProgram *HBLFindServiceProgram(uint32_t service) {
+    for (const ServiceProgram &row : PROGRAMS) {
+        if (row.service == service) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+const char *HBLAnswerOr(const char *key, const char *fallback) {
+    const char *value = nullptr;
+    return HBLNetCfgGetAnswerString(nullptr, key, &value) ? value : fallback;
+}
+
+const char *HBLRunDir() {
+    return HBLAnswerOr("RUNDIR", "/var/run");
+}
+
+const char *HBLConfigDir() {
+    return HBLAnswerOr("CONFIGDIR", "/etc/orvane");
+}

@@ -1,0 +1,27 @@
+// The five daemon programs: what each is called, and where the database says its things lie.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+// How a PID file's name tells the network apart.
+enum class PidFileForm : uint8_t {
+    WithNumber,  // <program>-8.pid
+    WithName,    // <program>-zelan8.pid
+    ForTheHost,  // <program>.pid
+};
+
+struct ServiceProgram {
+    uint32_t service;       // HBLServiceId
+    const char *program;    // the file in BINDIR that is executed, and the PID file's base name by default
+    const char *answerKey;  // the answer that changes the PID file's base name, and nothing else
+    PidFileForm pidFile;
+};
+
+std::span<const ServiceProgram> HBLServicePrograms();
+const ServiceProgram *HBLFindServiceProgram(uint32_t service);  // null for any other id
+
+// The answer's value, or the fallback. The text belongs to the cache.
+const char *HBLAnswerOr(const char *key, const char *fallback);
+const char *HBLRunDir();     // RUNDIR
+const char *HBLConfigDir();  // CONFIGDIR
