@@ -10,10 +10,6 @@
 
 namespace {
 
-const void *Pointer(const void *pointer) {
-    return pointer;
-}
-
 bool AssignUnderLock(const char *function, const char *vnet, uint32_t number) {
     const ConfigLock lock(function);
     if (!lock.Held()) {
@@ -38,8 +34,8 @@ bool HBL_GetUnusedSubnet(char *subnet, uint32_t subnetLen, char *mask, uint32_t 
     if (!frame.Loaded()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - s: %p, sl: %u, m: %p, ml: %u", Pointer(subnet), subnetLen,
-           Pointer(mask), maskLen);
+    HBLLog(LOG_ARGS, __func__, "Arguments - s: %p, sl: %u, m: %p, ml: %u", static_cast<const void *>(subnet),
+           subnetLen, static_cast<const void *>(mask), maskLen);
     if (subnet == nullptr || mask == nullptr || subnetLen < HBL_IP_STR_SIZE || maskLen < HBL_IP_STR_SIZE) {
         HBLLog(LOG_ERR, __func__, "Invalid arguments");
         return false;
@@ -58,11 +54,12 @@ bool HBL_CheckSubnetAvailability(const char *vnet, bool broadcast, uint32_t time
     if (!frame.Loaded()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, b: %u, t: %u, i: %u, a: %p", Pointer(vnet),
-           TextOrNull(vnet), broadcast, timeout, interval, Pointer(available));
+    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, b: %u, t: %u, i: %u, a: %p",
+           static_cast<const void *>(vnet), TextOrNull(vnet), broadcast, timeout, interval,
+           static_cast<const void *>(available));
     if (vnet == nullptr || available == nullptr) {
-        HBLLog(LOG_ERR, __func__, "Invalid argument - vnet: %p, available: %p", Pointer(vnet),
-               Pointer(available));
+        HBLLog(LOG_ERR, __func__, "Invalid argument - vnet: %p, available: %p",
+               static_cast<const void *>(vnet), static_cast<const void *>(available));
         return false;
     }
     uint32_t number = 0;
@@ -84,8 +81,8 @@ bool HBL_AssignSubnetAddressToVnet(const char *vnet, bool overwriteExisting) {
     if (!frame.Loaded()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, oE: %u", Pointer(vnet), TextOrNull(vnet),
-           overwriteExisting);
+    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, oE: %u", static_cast<const void *>(vnet),
+           TextOrNull(vnet), overwriteExisting);
     uint32_t number = 0;
     if (!ApiVnetArgument(__func__, vnet, &number)) {
         return false;
