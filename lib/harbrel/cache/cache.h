@@ -86,6 +86,9 @@ struct HBLNetworkConfigurationDB {
     NATVnetPortFwdConfig *natConfig[HBL_NUM_VNETS];
     DHCPMACToIPConfig *dhcpConfig[HBL_NUM_VNETS];
     NetCfgFileIdentity fileIdentity;
+    // Former contents, replaced when another process had changed the file; kept for texts handed out by
+    // reads, and freed with the cache.
+    HBLNetworkConfigurationDB *retired;
 };
 
 // The default cache's slot; the cache is null while nothing is loaded.

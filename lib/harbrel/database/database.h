@@ -4,7 +4,7 @@
 #include "lib/harbrel/cache/cache.h"
 
 constexpr const char *HBL_NETWORKING_DB = "/etc/orvane/networking";
-constexpr const char *HBL_NETWORKING_DB_TEMPLATE = "/etc/orvane/.networking.XXXXXX";
+constexpr char HBL_NETWORKING_DB_TEMPLATE[] = "/etc/orvane/.networking.XXXXXX";
 constexpr const char *HBL_HOST_CONFIG_PATH = "/etc/orvane/config";
 constexpr uint32_t HBL_DB_LOCK_WAIT_MSEC = 2500;
 

@@ -1,0 +1,84 @@
+#include <cerrno>
+
+#include "lib/err/errText.h"
+#include "lib/file/fileLock.h"
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/defaultCache.h"
+#include "lib/harbrel/database/database.h"
+#include "lib/harbrel/database/reading.h"
+
+namespace {
+
+// Stands in a cache whose lock could not be given back: the token itself is freed by then, but the cache
+// counts as locked.
+FileLockToken *LostToken() {
+    static char place;
+    return reinterpret_cast<FileLockToken *>(&place);
+}
+
+}  // namespace
+
+int NetCfgReleaseLock(HBLNetworkConfigurationDB *db) {
+    if (db->lockToken == LostToken()) {
+        return EINVAL;
+    }
+    const int error = FileLock_Unlock(db->path, db->lockToken);
+    db->lockToken = error == 0 ? nullptr : LostToken();
+    return error;
+}
+
+bool HBLNetCfgLockConfig(HBLNetworkConfigurationDB *db) {
+    HBLNetworkConfigurationDB *const cache = NetCfgResolveCache(db, __func__);
+    if (cache == nullptr) {
+        return false;
+    }
+    if (cache->lockToken != nullptr) {
+        HBLLog(LOG_INFO, __func__, "Database file is already locked");
+        return false;
+    }
+    int error = 0;
+    cache->lockToken = FileLock_Lock(cache->path, false, HBL_DB_LOCK_WAIT_MSEC, &error);
+    if (cache->lockToken == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Failed to lock config file, file: %s, error: %s", cache->path,
+               error != 0 ? Err_ErrnoText(error) : "timed out");
+        return false;
+    }
+    HBLLog(LOG_INFO2, __func__, "Database file locking success");
+    // What another process has changed is seen now, because the change to come builds on it.
+    if (NetCfgCatchUp(cache, __func__) == NetCfgReadResult::Failed) {
+        HBLNetCfgUnlockConfig(cache);
+        return false;
+    }
+    return true;
+}
+
+bool HBLNetCfgUnlockConfig(HBLNetworkConfigurationDB *db) {
+    HBLNetworkConfigurationDB *const cache = NetCfgResolveCache(db, __func__);
+    if (cache == nullptr) {
+        return false;
+    }
+    if (cache->lockToken == nullptr) {
+        HBLLog(LOG_INFO2, __func__, "Config file is not currently locked");
+        return true;
+    }
+    const int error = NetCfgReleaseLock(cache);
+    if (error != 0) {
+        HBLLog(LOG_ERR, __func__, "Failed to unlock database file: %s, error: %s", cache->path,
+               Err_ErrnoText(error));
+        return false;
+    }
+    HBLLog(LOG_INFO2, __func__, "Config file unlocking success");
+    return true;
+}
+
+ConfigLock::ConfigLock(const char *function, const char *failureLine) : held_(HBLNetCfgLockConfig(nullptr)) {
+    if (!held_) {
+        HBLLog(LOG_ERR, function, "%s", failureLine);
+    }
+}
+
+ConfigLock::~ConfigLock() {
+    if (held_) {
+        HBLNetCfgUnlockConfig(nullptr);
+    }
+}

@@ -1,0 +1,35 @@
+// The reading of a database file into a cache, shared by the load, by the look at what another process has
+// written, and by import. Private to this folder.
+#pragma once
+
+#include "lib/harbrel/cache/cache.h"
+
+enum class NetCfgReadResult {
+    Done,
+    NoDatabase,  // what stands at the path is empty or carries no version line that this program supports
+    Failed,      // the file could not be opened, looked at or read to its end
+};
+
+// A zeroed cache for `path`. Null, with a line under `function`, when memory ran out.
+HBLNetworkConfigurationDB *NetCfgNewCache(const char *path, bool isBackup, const char *function);
+
+// Opens the stream of a fresh cache and replays the whole file into its tables. The stream of a live database
+// is unbuffered, stands at the end of the file and is tracked; that of a backup is read-only. Failures are
+// logged under `function`; the caller unloads the cache then.
+NetCfgReadResult NetCfgReadFile(HBLNetworkConfigurationDB *db, const char *function);
+
+// Puts the host's `bindir` into the cache as the answer BINDIR, which lives in memory only. A file that
+// cannot be read and a missing value are warnings; false means that the answer could not be stored.
+bool NetCfgReadHostConfig(HBLNetworkConfigurationDB *db, const char *function);
+
+// What follows "<key>=" in a version line, or null when the line is none of that key.
+const char *NetCfgVersionText(const char *line, const char *key);
+
+// Brings a cache up to its file if another process has appended to that or replaced it since this cache last
+// saw it. What the cache held before stays allocated until the unload, so that texts handed out stay good. A
+// file that is gone leaves the cache as it is. The caller holds the database lock, or accepts that a change
+// half written by another process is seen half until the next call.
+NetCfgReadResult NetCfgCatchUp(HBLNetworkConfigurationDB *db, const char *function);
+
+// Gives the database lock back. 0, or an errno value; the cache then stays marked as locked.
+int NetCfgReleaseLock(HBLNetworkConfigurationDB *db);
