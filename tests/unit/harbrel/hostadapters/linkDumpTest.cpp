@@ -1,0 +1,171 @@
+// The parser of the kernel's link dump, over datagrams made byte by byte.
+#include <gtest/gtest.h>
+#include <linux/if_arp.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "lib/harbrel/hostadapters/discovery.h"
+#include "tests/support/logCapture.h"
+
+namespace {
+
+constexpr uint32_t PROCESS_ID = 4711;
+constexpr uint32_t FOREIGN = 99;
+
+std::string Padded(std::string bytes) {
+    bytes.resize((bytes.size() + 3) / 4 * 4);
+    return bytes;
+}
+
+template <typename Header>
+std::string BytesOf(const Header &header) {
+    return std::string(reinterpret_cast<const char *>(&header), sizeof header);
+}
+
+std::string Attribute(uint16_t type, const std::string &payload) {
+    const rtattr header{static_cast<uint16_t>(sizeof(rtattr) + payload.size()), type};
+    return Padded(BytesOf(header) + payload);
+}
+
+// With its terminator, as the kernel sends it.
+std::string Name(const std::string &name) {
+    return Attribute(IFLA_IFNAME, name + std::string(1, '\0'));
+}
+
+std::string Message(const std::string &body, uint16_t type = RTM_NEWLINK, uint32_t pid = PROCESS_ID,
+                    uint32_t sequence = 1) {
+    const nlmsghdr header{static_cast<uint32_t>(sizeof(nlmsghdr) + body.size()), type, 0, sequence, pid};
+    return Padded(BytesOf(header) + body);
+}
+
+std::string LinkBody(const std::string &attributes, uint16_t hardware = ARPHRD_ETHER,
+                     unsigned flags = IFF_UP | IFF_RUNNING) {
+    ifinfomsg link{};
+    link.ifi_type = hardware;
+    link.ifi_index = 2;
+    link.ifi_flags = flags;
+    return BytesOf(link) + attributes;
+}
+
+std::string Link(const std::string &name) {
+    return Message(LinkBody(Name(name)));
+}
+
+// A message whose header claims another length than it has.
+std::string WithLength(std::string message, uint32_t length) {
+    memcpy(message.data(), &length, sizeof length);
+    return message;
+}
+
+// The adapters found, as "eth0:1 eth1:2" with the status behind each name.
+std::string Parse(const std::string &datagram) {
+    // A buffer of its own, one byte off, so that a sanitizer sees a read behind the end or an aligned one.
+    std::vector<char> bytes(datagram.size() + 1);
+    memcpy(bytes.data() + 1, datagram.data(), datagram.size());
+    HostAdapterChain chain;
+    HBLParseLinkDump(bytes.data() + 1, datagram.size(), PROCESS_ID, &chain.count, &chain.head);
+    std::string found;
+    uint32_t walked = 0;
+    for (const HBL_HostAdapter *adapter = chain.head; adapter != nullptr; adapter = adapter->next) {
+        EXPECT_EQ(1u, adapter->version);
+        EXPECT_STREQ(adapter->displayName, adapter->deviceName);
+        EXPECT_STREQ("", adapter->driverName);
+        found.append(found.empty() ? "" : " ").append(adapter->deviceName);
+        found.append(":").append(std::to_string(adapter->status));
+        walked++;
+    }
+    EXPECT_EQ(walked, chain.count);
+    return found;
+}
+
+TEST(LinkDump, ListsEthernetAdaptersInTheKernelsOrder) {
+    const std::string loopback = Message(LinkBody(Name("lo"), ARPHRD_LOOPBACK));
+    const std::string down = Message(LinkBody(Name("hbltest1"), ARPHRD_ETHER, IFF_UP));
+    const std::string done = Message(std::string(4, '\0'), NLMSG_DONE);
+    EXPECT_EQ("hbltest0:1 hbltest1:2 ZELAN8:1",
+              Parse(loopback + Link("hbltest0") + down + Link("ZELAN8") + done + Link("hbltest2")));
+    EXPECT_EQ("", Parse(loopback));
+    EXPECT_EQ("", Parse(""));
+}
+
+TEST(LinkDump, EndsAtErrorAndAtMalformedMessageWithWhatWasFound) {
+    const struct {
+        const char *what;
+        std::string second;
+    } cases[] = {
+        {"error", Message(std::string(20, '\0'), NLMSG_ERROR)},
+        {"length below a header", WithLength(Link("hbltest1"), 15)},
+        {"length of zero", WithLength(Link("hbltest1"), 0)},
+        {"length above what is left", WithLength(Link("hbltest1"), 4096)},
+        {"header cut", Link("hbltest1").substr(0, 12)},
+        {"message cut", Link("hbltest1").substr(0, 36)},
+        {"no room for a link", Message(std::string(8, '\0'))},
+    };
+    for (const auto &row : cases) {
+        const std::string third =
+            row.second.size() % 4 == 0 && row.second.size() > 36 ? Link("hbltest2") : "";
+        EXPECT_EQ("hbltest0:1", Parse(Link("hbltest0") + row.second + third)) << row.what;
+        EXPECT_EQ("", Parse(row.second)) << row.what;
+    }
+}
+
+TEST(LinkDump, SkipsMessageOnlyWhenBothPidAndSequenceAreForeign) {
+    const std::string body = LinkBody(Name("hbltest0"));
+    LogCapture log(LOG_INFO2);
+    EXPECT_EQ("hbltest0:1", Parse(Message(body, RTM_NEWLINK, FOREIGN, 1)));
+    EXPECT_EQ("hbltest0:1", Parse(Message(body, RTM_NEWLINK, PROCESS_ID, FOREIGN)));
+    log.Take();
+    EXPECT_EQ("hbltest1:1", Parse(Message(body, NLMSG_DONE, FOREIGN, FOREIGN) + Link("hbltest1")));
+    EXPECT_EQ(0u, log.Take().find("HBLCreateHostAdapList - PID or Seq does not match: Req-pid = 4711, "
+                                  "Resp-pid = 99, Req-seq = 1, Resp-seq = 99\n"));
+}
+
+TEST(LinkDump, TakesTheLastNameAndStopsAtABrokenAttribute) {
+    const std::string zeroLength(4, '\0');
+    std::string tooLong = Name("hbltest1");
+    tooLong[0] = 120;
+    const struct {
+        const char *what;
+        std::string attributes;
+        const char *found;
+    } cases[] = {
+        {"other attributes around",
+         Attribute(IFLA_MTU, "abcd") + Name("hbltest0") + Attribute(IFLA_QDISC, "x"), "hbltest0:1"},
+        {"two names", Name("hbltest0") + Name("hbltest1"), "hbltest1:1"},
+        {"no terminator", Attribute(IFLA_IFNAME, "hbltest0"), "hbltest0:1"},
+        {"attribute of length zero before", zeroLength + Name("hbltest0"), ""},
+        {"attribute of length zero behind", Name("hbltest0") + zeroLength, "hbltest0:1"},
+        {"attribute longer than the message", Name("hbltest0") + tooLong, "hbltest0:1"},
+        {"name without text", Attribute(IFLA_IFNAME, ""), ""},
+        {"no attribute", "", ""},
+    };
+    LogCapture log;
+    for (const auto &row : cases) {
+        EXPECT_EQ(row.found, Parse(Message(LinkBody(row.attributes)))) << row.what;
+        const bool skipped = log.Take() == "HBLCreateHostAdapList - Skipping adapter without name\n";
+        EXPECT_EQ(*row.found == '\0', skipped) << row.what;
+    }
+}
+
+TEST(LinkDump, DropsNameOf16CharactersAndKeepsTheOthers) {
+    LogCapture log;
+    EXPECT_EQ("hbltest0:1 hbl456789012345:1",
+              Parse(Link("hbltest0") + Link("hbl4567890123456") + Link("hbl456789012345")));
+    EXPECT_NE(std::string::npos, log.Take().find("HBLCreateHostAdapList - Interface name hbl4567890123456 is "
+                                                 "longer than allowed 16 characters\n"));
+}
+
+TEST(LinkDump, AdapterWithoutDriverAnswerIsListedAndLogged) {
+    LogCapture log;
+    EXPECT_EQ("hbltest0:1", Parse(Link("hbltest0")));
+    EXPECT_EQ(
+        "HBLCreateHostAdapList - Ioctl on socket for querying driver name for adapter: hbltest0 failed, "
+        "error: No such device\n",
+        log.Take());
+}
+
+}  // namespace
