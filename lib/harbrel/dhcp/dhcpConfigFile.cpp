@@ -1,0 +1,359 @@
+#include "lib/harbrel/dhcp/dhcpConfigFile.h"
+
+#include <strings.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "lib/err/errText.h"
+#include "lib/file/posix.h"
+#include "lib/harbrel/base/functionTrace.h"
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/dhcp/dhcpConfigBlock.h"
+#include "lib/harbrel/dhcp/dhcpConfigText.h"
+#include "lib/harbrel/files/files.h"
+#include "lib/harbrel/networks/settings.h"
+#include "lib/misc/digest.h"
+#include "lib/misc/owners.h"
+
+namespace {
+
+constexpr const char *GENERATOR = "HBLDHCPWriteDHCPCfg";
+constexpr size_t LINE_SIZE = 256;
+constexpr size_t COPY_PIECE = 256;
+constexpr size_t HASH_TEXT_SIZE = 256;
+constexpr size_t COMPARED_HASH_DIGITS = 8;
+
+// What of the existing file goes into the new one.
+struct KeptText {
+    bool isNewFile = false;
+    long headEnd = 0;    // the head is the bytes before it; 0: none
+    long tailStart = 0;  // the tail is the bytes from it on, if there is one
+    bool hasTail = false;
+};
+
+bool GetPath(uint32_t vnet, uint32_t fileType, const char *failure, char (&path)[HBL_PATH_SIZE]) {
+    if (!HBLGetFileName(vnet, fileType, path, sizeof path)) {
+        HBLLog(LOG_ERR, GENERATOR, "%s", failure);
+        return false;
+    }
+    return true;
+}
+
+bool CreateNewFile(uint32_t vnet, const char *confPath) {
+    HBLLog(LOG_INFO, GENERATOR, "DHCP Config %s does not exist yet, Creating new", confPath);
+    const struct {
+        uint32_t fileType;
+        const char *failure;
+    } steps[] = {
+        {HBL_FILE_VNET_DIR, "Cannot create zelan Directory"},
+        {HBL_FILE_DHCP_DIR, "Cannot create DHCP Directory"},
+        {HBL_FILE_DHCP_CONF, "Cannot create DHCP config file"},
+    };
+    for (const auto &step : steps) {
+        if (!HBLCreateFile(vnet, step.fileType, nullptr)) {
+            HBLLog(LOG_ERR, GENERATOR, "%s", step.failure);
+            return false;
+        }
+    }
+    return true;
+}
+
+// Whether the block is as the library left it.
+bool BlockIsIntact(uint32_t vnet, FILE *stream, long start, long end) {
+    const MallocString hash(HBLCalculateHashStrForBlock(stream, start, end));
+    if (hash == nullptr) {
+        HBLLog(LOG_ERR, GENERATOR,
+               "Hash for DHCP config could not be calculated, creating a new config file and backing up "
+               "existing "
+               "file");
+        return false;
+    }
+    const char *stored = HBLGetVnetCfg(vnet, VNET_FIELD_DHCP_CFG_HASH);
+    if (stored == nullptr) {
+        HBLLog(LOG_ERR, GENERATOR,
+               "DHCP config hash not found in vnet config, creating a new config file and backing up "
+               "existing file");
+        return false;
+    }
+    if (strncasecmp(stored, hash.get(), COMPARED_HASH_DIGITS) != 0) {
+        HBLLog(LOG_WRN, GENERATOR,
+               "DHCP config modified by user, creating a new config file and backing up existing file");
+        return false;
+    }
+    HBLLog(LOG_INFO, GENERATOR, "DHCP config block is not modified");
+    return true;
+}
+
+long StreamLength(FILE *stream) {
+    struct stat status;
+    return fstat(fileno(stream), &status) == 0 ? static_cast<long>(status.st_size) : 0;
+}
+
+KeptText DecideWhatToKeep(uint32_t vnet, FILE *stream) {
+    KeptText kept;
+    long start;
+    long end;
+    HBLLog(LOG_ERR, GENERATOR, "Trying to locate the zelan dhcp config block");
+    HBLLocateZelanDHCPBlock(stream, &start, &end);
+    if (start < 0 || end < 0) {
+        HBLLog(LOG_ERR, GENERATOR,
+               "Could not locate zelan DHCP config block, creating a new config file and backing up existing "
+               "file");
+        return kept;
+    }
+    HBLLog(LOG_INFO2, GENERATOR, "Located positions: Start: %li, End: %li, Size: %li", start, end,
+           end - start);
+    if (BlockIsIntact(vnet, stream, start, end)) {
+        kept.headEnd = start;
+        kept.tailStart = end;
+        kept.hasTail = StreamLength(stream) > end;
+    }
+    return kept;
+}
+
+bool BackUp(uint32_t vnet, const char *confPath, char (&backupPath)[HBL_PATH_SIZE]) {
+    if (!GetPath(vnet, HBL_FILE_DHCP_CONF_BACKUP, "Cannot get the DHCP config backup file name",
+                 backupPath)) {
+        return false;
+    }
+    HBLLog(LOG_WRN, GENERATOR, "Backing up DHCP config into \"%s\" before modification", backupPath);
+    if (!HBLCopyFile(confPath, backupPath)) {
+        HBLLog(LOG_ERR, GENERATOR, "Failed to backup DHCP file. Aborting");
+        return false;
+    }
+    return true;
+}
+
+bool WriteHead(uint32_t vnet, const KeptText &kept, const char *backupPath, FILE *stream) {
+    if (kept.headEnd == 0) {
+        if (fprintf(stream, DHCP_FILE_HEADER, vnet) < 0) {
+            HBLLog(LOG_ERR, GENERATOR, "fprintf: failed while writing DHCP File Header, error: %s",
+                   Err_LastErrnoText());
+            return false;
+        }
+        return true;
+    }
+    HBLLog(LOG_INFO2, GENERATOR, "Copying from backup file, pos:%d-%li", 0, kept.headEnd);
+    if (!HBLCopyFileData(0, kept.headEnd, backupPath, stream)) {
+        HBLLog(LOG_ERR, GENERATOR, "Copying data failed");
+        return false;
+    }
+    HBLLog(LOG_INFO2, GENERATOR, "Copying is done");
+    return true;
+}
+
+bool StoreHash(uint32_t vnet, FILE *stream, long start) {
+    const MallocString hash(HBLCalculateHashStrForBlock(stream, start, ftell(stream)));
+    if (hash == nullptr) {
+        HBLLog(LOG_ERR, GENERATOR, "Hash for DHCP config block could not be calculated");
+        return false;
+    }
+    if (!HBLSetVnetCfg(vnet, VNET_FIELD_DHCP_CFG_HASH, hash.get())) {
+        HBLLog(LOG_ERR, GENERATOR, "Could not set DHCP config hash in vnet config");
+        return false;
+    }
+    HBLLog(LOG_INFO, GENERATOR, "Hash of DHCP config block set in vnet config");
+    return true;
+}
+
+bool WriteTail(const KeptText &kept, const char *backupPath, FILE *stream) {
+    if (!kept.hasTail) {
+        return true;
+    }
+    HBLLog(LOG_INFO2, GENERATOR, "Copying from backup file, pos:%li-%d", kept.tailStart, 0);
+    if (!HBLCopyFileData(kept.tailStart, 0, backupPath, stream)) {
+        HBLLog(LOG_ERR, GENERATOR, "Failure in writing DHCP configuration  information into the config file");
+        return false;
+    }
+    HBLLog(LOG_INFO2, GENERATOR, "Copying is done");
+    return true;
+}
+
+bool CreateLeases(uint32_t vnet) {
+    if (!HBLCreateFile(vnet, HBL_FILE_DHCP_LEASES, nullptr)) {
+        HBLLog(LOG_ERR, GENERATOR, "Cannot create DHCP leases file");
+        return false;
+    }
+    return true;
+}
+
+bool WriteContents(uint32_t vnet, const KeptText &kept, const char *backupPath, FILE *stream) {
+    long start = 0;
+    return WriteHead(vnet, kept, backupPath, stream) && HBLDHCPWriteBlock(GENERATOR, stream, vnet, &start) &&
+           StoreHash(vnet, stream, start) && WriteTail(kept, backupPath, stream) && CreateLeases(vnet);
+}
+
+bool WriteFile(uint32_t vnet, const KeptText &kept, const char *confPath, const char *backupPath) {
+    FileStream stream(Posix_Fopen(confPath, "w+"));
+    if (stream == nullptr) {
+        HBLLog(LOG_ERR, GENERATOR, "Cannot create DHCP Config File, %s, because of  error: %s", confPath,
+               Err_LastErrnoText());
+        return false;
+    }
+    HBLLog(LOG_INFO, GENERATOR, "Writing configuration information into: %s", confPath);
+    const bool written = WriteContents(vnet, kept, backupPath, stream.get());
+    // What is still buffered reaches the disk only here, and a full one shows only here.
+    if (fclose(stream.release()) != 0 && written) {
+        HBLLog(LOG_ERR, GENERATOR, "fclose: failed while writing DHCP config file, error: %s",
+               Err_LastErrnoText());
+        return false;
+    }
+    return written;
+}
+
+char *HashText(const uint8_t (&digest)[SHA1_DIGEST_BYTES]) {
+    char *text = static_cast<char *>(calloc(HASH_TEXT_SIZE, 1));
+    if (text == nullptr) {
+        HBLLog(LOG_ERR, "HBLCalculateHashStrForBlock", "Error in memory allocation for buffer for hash");
+        return nullptr;
+    }
+    for (size_t i = 0; i < SHA1_DIGEST_BYTES; i++) {
+        if (snprintf(text + 2 * i, HASH_TEXT_SIZE - 2 * i, "%02X", digest[i]) != 2) {
+            HBLLog(LOG_ERR, "HBLCalculateHashStrForBlock", "Converting hash to string failed");
+            free(text);
+            return nullptr;
+        }
+    }
+    return text;
+}
+
+// Hashes the stretch, with the stream's position wherever it may end up.
+char *HashStretch(const char *function, FILE *stream, long posStart, long posEnd) {
+    if (fseek(stream, posStart, SEEK_SET) != 0) {
+        HBLLog(LOG_ERR, function, "ftell failed");
+        return nullptr;
+    }
+    if (posEnd <= posStart) {
+        HBLLog(LOG_ERR, function, "posEnd:%li must be greater than posStart:%li", posEnd, posStart);
+        return nullptr;
+    }
+    const size_t size = static_cast<size_t>(posEnd - posStart);
+    const MallocBlock<void> bytes(malloc(size));
+    if (bytes == nullptr) {
+        HBLLog(LOG_ERR, function, "Error in allocation memory for Readonly DHCP data");
+        return nullptr;
+    }
+    if (fread(bytes.get(), size, 1, stream) != 1) {
+        HBLLog(LOG_ERR, function, "fread: failed while reading, error: %s", Err_LastErrnoText());
+        return nullptr;
+    }
+    uint8_t digest[SHA1_DIGEST_BYTES];
+    Sha1 sha1;
+    sha1.Update(bytes.get(), size);
+    sha1.Final(digest);
+    return HashText(digest);
+}
+
+}  // namespace
+
+bool HBLDHCPWriteDHCPCfg(uint32_t vnet) {
+    char confPath[HBL_PATH_SIZE];
+    char backupPath[HBL_PATH_SIZE] = "";
+    if (!GetPath(vnet, HBL_FILE_DHCP_CONF, "Cannot get the DHCP config file name", confPath)) {
+        return false;
+    }
+    KeptText kept;
+    FileStream existing(Posix_Fopen(confPath, "r"));
+    if (existing == nullptr) {
+        if (!CreateNewFile(vnet, confPath)) {
+            return false;
+        }
+        kept.isNewFile = true;
+    } else {
+        kept = DecideWhatToKeep(vnet, existing.get());
+        existing.reset();
+        if (!BackUp(vnet, confPath, backupPath)) {
+            return false;
+        }
+    }
+    const bool written = WriteFile(vnet, kept, confPath, backupPath);
+    if (!written && kept.isNewFile) {
+        HBLRemoveFile(vnet, HBL_FILE_DHCP_CONF, nullptr);
+    }
+    return written;
+}
+
+void HBLLocateZelanDHCPBlock(FILE *stream, long *posStart, long *posEnd) {
+    char line[LINE_SIZE];
+    bool atLineStart = true;  // a long line comes in pieces, and only its first one can be a marker
+    *posStart = -1;
+    *posEnd = -1;
+    for (long offset = ftell(stream); fgets(line, sizeof line, stream) != nullptr; offset = ftell(stream)) {
+        if (atLineStart && strcmp(line, DHCP_BLOCK_START) == 0) {
+            *posStart = offset;
+            HBLLog(LOG_INFO2, GENERATOR, "Block Start identified: %li", *posStart);
+        } else if (atLineStart && strcmp(line, DHCP_BLOCK_END) == 0) {
+            *posEnd = ftell(stream);
+            HBLLog(LOG_INFO2, GENERATOR, "Block End identified: %li", *posEnd);
+            return;
+        }
+        atLineStart = strchr(line, '\n') != nullptr;
+    }
+}
+
+char *HBLCalculateHashStrForBlock(FILE *stream, long posStart, long posEnd) {
+    if (stream == nullptr || posStart < 0 || posEnd < 0) {
+        HBLLog(LOG_ERR, __func__, "Invalid argument");
+        return nullptr;
+    }
+    const long remembered = ftell(stream);
+    if (remembered < 0) {
+        HBLLog(LOG_ERR, __func__, "ftell failed");
+        return nullptr;
+    }
+    char *text = HashStretch(__func__, stream, posStart, posEnd);
+    if (text != nullptr) {
+        HBLLog(LOG_INFO2, __func__, "Hash String value: %s", text);
+    }
+    fseek(stream, remembered, SEEK_SET);
+    return text;
+}
+
+bool HBLCopyFileData(long startPos, long endPos, const char *sourcePath, FILE *destStream) {
+    const FileStream source(Posix_Fopen(sourcePath, "r"));
+    if (source == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Cannot open file: %s for reading, error: %s", sourcePath,
+               Err_LastErrnoText());
+        return false;
+    }
+    if (endPos == 0) {
+        endPos = StreamLength(source.get());
+    }
+    if (endPos < startPos) {
+        HBLLog(LOG_ERR, __func__, "endPos: %li cannot be less than startPos: %li", endPos, startPos);
+        return false;
+    }
+    size_t left = static_cast<size_t>(endPos - startPos);
+    HBLLog(LOG_INFO2, __func__, "Positions for data copying, maxRead: %zu, startPos: %li, endPos: %li ", left,
+           startPos, endPos);
+    if (fseek(source.get(), startPos, SEEK_SET) != 0) {
+        HBLLog(LOG_ERR, __func__, "fseek: failed, error: %s", Err_LastErrnoText());
+        return false;
+    }
+    char piece[COPY_PIECE];
+    while (left > 0) {
+        const size_t size = left < sizeof piece ? left : sizeof piece;
+        HBLLog(LOG_INFO2, __func__, "To read: %zu", size);
+        if (fread(piece, size, 1, source.get()) != 1) {
+            if (ferror(source.get()) != 0) {
+                HBLLog(LOG_ERR, __func__, "fread: failure while copying file, error: %s",
+                       Err_LastErrnoText());
+                return false;
+            }
+            HBLLog(LOG_ERR, __func__, "Finished copying");
+            return true;
+        }
+        const size_t written = fwrite(piece, size, 1, destStream);
+        HBLLog(LOG_INFO2, __func__, "Written: %zu", written * size);
+        if (written != 1) {
+            return false;
+        }
+        left -= size;
+    }
+    HBLLog(LOG_INFO2, __func__, "Finished copying data");
+    return true;
+}

@@ -1,0 +1,154 @@
+// Static DHCP mappings of a network, keyed by MAC address in its canonical form.
+#include <cstring>
+
+#include "lib/harbrel/addresses/addresses.h"
+#include "lib/harbrel/base/functionTrace.h"
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cache.h"
+#include "lib/harbrel/database/database.h"
+#include "lib/harbrel/dhcp/staticMappings.h"
+#include "lib/harbrel/frame/apiFrame.h"
+#include "lib/harbrel/harbrel.h"
+
+namespace {
+
+bool StandardizeMac(const char *function, const char *mac, char canonical[HBL_MAC_STR_SIZE]) {
+    if (!HBLMACStandardizeFormat(mac, canonical)) {
+        HBLLog(LOG_ERR, function, "MAC address is not valid: %s", mac);
+        return false;
+    }
+    return true;
+}
+
+uint32_t ValueOrZero(const uint32_t *number) {
+    return number != nullptr ? *number : 0;
+}
+
+uint32_t LengthWithTerminator(const char *text) {
+    return static_cast<uint32_t>(strlen(text) + 1);
+}
+
+}  // namespace
+
+bool HBLDHCPSetIPToMAC(uint32_t vnet, const char *ip, const char *mac) {
+    const FunctionTrace trace(__func__);
+    return ip != nullptr ? HBLNetCfgAddDHCPMACToIP(nullptr, vnet, mac, ip, false)
+                         : HBLNetCfgRemoveDHCPMACToIP(nullptr, vnet, mac);
+}
+
+bool HBLDHCPGetIPToMAC(uint32_t vnet, char *ipBuffer, size_t ipBufferLength, const char *mac) {
+    const FunctionTrace trace(__func__);
+    if (!HBLNetCfgLookupDHCPMACToIP(nullptr, vnet, mac, ipBuffer, ipBufferLength)) {
+        HBLLog(LOG_ERR, __func__, "Failure while getting the value of DHCP IP to MAC in vnet config");
+        return false;
+    }
+    return true;
+}
+
+bool HBL_SetDHCPIPToMAC(const char *vnet, const char *ip, const char *mac) {
+    const ApiFrame frame(__func__);
+    if (!frame.Loaded()) {
+        return false;
+    }
+    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, ip: %s, mac: %s", static_cast<const void *>(vnet),
+           TextOrNull(vnet), TextOrNull(ip), TextOrNull(mac));
+    if (vnet == nullptr || mac == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid argument - vnet: %p, mac: %p", static_cast<const void *>(vnet),
+               static_cast<const void *>(mac));
+        return false;
+    }
+    uint32_t number;
+    if (!ApiVnetNumber(__func__, vnet, &number)) {
+        return false;
+    }
+    if (ip == nullptr) {
+        HBLLog(LOG_INFO2, __func__, "IP address is NULL");
+    } else if (!HBLIPStrIsValid(ip)) {
+        HBLLog(LOG_ERR, __func__, "IP address is not valid: %s", ip);
+        return false;
+    }
+    char canonical[HBL_MAC_STR_SIZE];
+    if (!StandardizeMac(__func__, mac, canonical)) {
+        return false;
+    }
+    const ConfigLock lock(__func__);
+    if (!lock.Held()) {
+        return false;
+    }
+    if (!HBLDHCPSetIPToMAC(number, ip, canonical)) {
+        HBLLog(LOG_ERR, __func__, "Creating/Removing DHCP static mapping failed for vnet: %s", vnet);
+        return false;
+    }
+    HBLLog(LOG_OK, __func__, "Creating/Removing DHCP static mapping succeeded for vnet: %s, ip: %s, mac: %s",
+           vnet, TextOrNull(ip), mac);
+    return true;
+}
+
+bool HBL_GetDHCPIPToMAC(const char *vnet, char *ip, uint32_t *ipLen, const char *mac) {
+    const ApiFrame frame(__func__);
+    if (!frame.Loaded()) {
+        return false;
+    }
+    const uint32_t size = ValueOrZero(ipLen);
+    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, ip: %p, iL: %p,%u, m: %p, %s",
+           static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(ip),
+           static_cast<void *>(ipLen), size, static_cast<const void *>(mac), TextOrNull(mac));
+    if (vnet == nullptr || ip == nullptr || ipLen == nullptr || mac == nullptr || size < HBL_IP_STR_SIZE) {
+        HBLLog(LOG_ERR, __func__, "Invalid argument - zelan: %p, ip: %p, ipLen: %p,%u, mac: %p",
+               static_cast<const void *>(vnet), static_cast<void *>(ip), static_cast<void *>(ipLen), size,
+               static_cast<const void *>(mac));
+        return false;
+    }
+    uint32_t number;
+    char canonical[HBL_MAC_STR_SIZE];
+    if (!ApiVnetNumber(__func__, vnet, &number) || !StandardizeMac(__func__, mac, canonical)) {
+        return false;
+    }
+    if (!HBLDHCPGetIPToMAC(number, ip, size, canonical)) {
+        HBLLog(LOG_ERR, __func__, "Getting DHCP static IP address mapping failedvnet: %s, MAC: %s", vnet,
+               mac);
+        return false;
+    }
+    *ipLen = LengthWithTerminator(ip);
+    HBLLog(LOG_INFO, __func__,
+           "Success in getting DHCP static IP mapping, vnet: %s, MAC: %s, IP: %s, len: %u", vnet, mac, ip,
+           *ipLen);
+    return true;
+}
+
+bool HBL_EnumDHCPIPToMAC(const char *vnet, uint32_t *enumOffset, char *ip, uint32_t *ipLen, char *mac,
+                         uint32_t *macLen) {
+    const ApiFrame frame(__func__);
+    if (!frame.Loaded()) {
+        return false;
+    }
+    const uint32_t ipSize = ValueOrZero(ipLen);
+    const uint32_t macSize = ValueOrZero(macLen);
+    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s eO: %p,%u ip: %p, iL: %p,%u, mac: %p, mL: %p,%u",
+           static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(enumOffset),
+           ValueOrZero(enumOffset), static_cast<void *>(ip), static_cast<void *>(ipLen), ipSize,
+           static_cast<void *>(mac), static_cast<void *>(macLen), macSize);
+    if (vnet == nullptr || enumOffset == nullptr || ip == nullptr || mac == nullptr ||
+        ipSize < HBL_IP_STR_SIZE || macSize < HBL_MAC_STR_SIZE) {
+        HBLLog(LOG_ERR, __func__,
+               "Invalid argument: vnet: %p,%s enumOffset: %p,%u ip: %p, ipLen: %p,%u, mac: %p, macLen: %p,%u",
+               static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(enumOffset),
+               ValueOrZero(enumOffset), static_cast<void *>(ip), static_cast<void *>(ipLen), ipSize,
+               static_cast<void *>(mac), static_cast<void *>(macLen), macSize);
+        return false;
+    }
+    uint32_t number;
+    if (!ApiVnetNumber(__func__, vnet, &number)) {
+        return false;
+    }
+    if (!HBLNetCfgEnumDHCPMACToIP(nullptr, number, enumOffset, mac, macSize, ip, ipSize)) {
+        HBLLog(LOG_ERR, __func__, "No DHCP IP to MAC mappings to enumerate");
+        return false;
+    }
+    *ipLen = LengthWithTerminator(ip);
+    *macLen = LengthWithTerminator(mac);
+    HBLLog(LOG_INFO2, __func__,
+           "DHCP IP to MAC mapping enumerated, vnet: %s, ip: %s, len: %u, mac: %s, len: %u", vnet, ip, *ipLen,
+           mac, *macLen);
+    return true;
+}

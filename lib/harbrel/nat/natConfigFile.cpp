@@ -1,0 +1,216 @@
+#include "lib/harbrel/nat/natConfigFile.h"
+
+#include <cstdio>
+
+#include "lib/err/errText.h"
+#include "lib/file/posix.h"
+#include "lib/harbrel/addresses/addresses.h"
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cache.h"
+#include "lib/harbrel/files/files.h"
+#include "lib/harbrel/nat/natParameters.h"
+#include "lib/misc/owners.h"
+
+namespace {
+
+struct NatValues {
+    char gateway[HBL_IP_STR_SIZE];
+    char mask[HBL_IP_STR_SIZE];
+    char device[HBL_PATH_SIZE];
+    char activeFtp[10];
+    char allowAnyOui[10];
+    char timeout[10];
+};
+
+// Lines that share one message. A text with a value has one %s; without a value it stands as it is.
+struct NatLines {
+    const char *text;
+    const char *(*value)(const NatValues &values);
+    const char *failed;
+};
+
+constexpr NatLines LINES_BEFORE_FORWARDS[] = {
+    {"# Linux NAT configuration file\n", nullptr,
+     "fputs: failed while writing NAT config file header, error: %s"},
+    {"[host]\n", nullptr, "fputs: failed while writing NAT config file host section header, error: %s"},
+    {"# NAT gateway address\n"
+     "ip = %s\n",
+     [](const NatValues &values) { return values.gateway; },
+     "fputs/fprintf: failed while writing NAT config IP gateway, error: %s"},
+    {"netmask = %s\n", [](const NatValues &values) { return values.mask; },
+     "fprintf: failed while writing NAT config netmask, error: %s"},
+    {"# ZeLan device if not specified on command line\n"
+     "device = %s\n",
+     [](const NatValues &values) { return values.device; },
+     "fputs/fprintf: failed while writing NAT config device, error: %s"},
+    {"# Allow PORT/EPRT FTP commands (they need incoming TCP stream ...)\n"
+     "activeFTP = %s\n",
+     [](const NatValues &values) { return values.activeFtp; },
+     "fputs/fprintf: failed while writing NAT config active FTP value, error: %s"},
+    {"# Allows the source to have any OUI.  Turn this one if you change the OUI\n"
+     "# in the MAC address of your virtual machines.\n"
+     "allowAnyOUI = %s\n",
+     [](const NatValues &values) { return values.allowAnyOui; },
+     "fputs/fprintf: failed while writing NAT config active FTP value, error: %s"},
+    {"[udp]\n", nullptr, "fputs: failed while writing NAT config UDP sectionheader, error: %s"},
+    {"# Timeout in seconds, 0 = no timeout, default = 60; real value might\n"
+     "# be up to 100%% longer\n"
+     "timeout = %s\n",
+     [](const NatValues &values) { return values.timeout; },
+     "fputs/fprintf: failed while writing NAT config UDP timeout value, error: %s"},
+};
+
+struct ForwardSection {
+    bool isTcp;
+    const char *header;
+    const char *headerFailed;
+    const char *forwardFailed;
+};
+
+constexpr ForwardSection FORWARD_SECTIONS[] = {
+    {false, "[incomingudp]\n", "fputs: failed while writing NAT config UDP port forward header, error: %s",
+     "fprintf: failed while writing NAT config UDP port forward header, error: %s"},
+    {true, "[incomingtcp]\n", "fputs: failed while writing NAT config TCP port forward header, error: %s",
+     "fprintf: failed while writing NAT config TCP port forward header, error: %s"},
+};
+
+bool LogFailure(const char *function, const char *format) {
+    HBLLog(LOG_ERR, function, format, Err_LastErrnoText());
+    return false;
+}
+
+bool ReadValues(const char *function, uint32_t vnet, NatValues *values) {
+    const struct {
+        uint32_t id;
+        char *buffer;
+        size_t size;
+        const char *failed;
+    } reads[] = {
+        {HBL_NAT_PARAM_GATEWAY_IP, values->gateway, sizeof values->gateway,
+         "Failure in looking up NAT gateway address"},
+        {HBL_NAT_PARAM_GATEWAY_NETMASK, values->mask, sizeof values->mask,
+         "Failure in looking up NAT netmask"},
+        {HBL_NAT_PARAM_DEVICE, values->device, sizeof values->device, "Failure in looking up NAT device"},
+        {HBL_NAT_PARAM_ACTIVE_FTP, values->activeFtp, sizeof values->activeFtp,
+         "Failure in looking up value of Active FTP"},
+        {HBL_NAT_PARAM_ALLOW_ANY_OUI, values->allowAnyOui, sizeof values->allowAnyOui,
+         "Failure in looking up value of allow any oui"},
+        {HBL_NAT_PARAM_UDP_TIMEOUT, values->timeout, sizeof values->timeout,
+         "Failure in looking up value of timeout"},
+    };
+    for (const auto &read : reads) {
+        if (!HBLNATGetParameter(vnet, read.id, true, read.buffer, read.size)) {
+            HBLLog(LOG_ERR, function, "%s", read.failed);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool GetPath(const char *function, uint32_t vnet, uint32_t fileType, const char *failure,
+             char (&path)[HBL_PATH_SIZE]) {
+    if (!HBLGetFileName(vnet, fileType, path, sizeof path)) {
+        HBLLog(LOG_ERR, function, "%s", failure);
+        return false;
+    }
+    return true;
+}
+
+bool BackUp(const char *function, uint32_t vnet) {
+    char confPath[HBL_PATH_SIZE];
+    char backupPath[HBL_PATH_SIZE];
+    if (!GetPath(function, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", confPath) ||
+        !GetPath(function, vnet, HBL_FILE_NAT_CONF_BACKUP, "Cannot get the NAT config backup file name",
+                 backupPath)) {
+        return false;
+    }
+    if (!HBLCopyFile(confPath, backupPath)) {
+        HBLLog(LOG_ERR, function, "Failed to backup NAT file");
+        return false;
+    }
+    return true;
+}
+
+void CreateNewFile(const char *function, uint32_t vnet) {
+    if (!HBLCreateFile(vnet, HBL_FILE_VNET_DIR, nullptr) || !HBLCreateFile(vnet, HBL_FILE_NAT_DIR, nullptr) ||
+        !HBLCreateFile(vnet, HBL_FILE_NAT_CONF, nullptr)) {
+        HBLLog(LOG_ERR, function, "Failed to create zelan directory, or NAT directory or NAT config file");
+    }
+}
+
+bool WriteForwards(const char *function, uint32_t vnet, const ForwardSection &section, FILE *stream) {
+    if (fputs(section.header, stream) < 0) {
+        return LogFailure(function, section.headerFailed);
+    }
+    uint32_t index = 0;
+    uint16_t hostPort;
+    uint16_t vmPort;
+    char vmIP[HBL_IP_STR_SIZE];
+    while (HBLNetCfgEnumNATPortFwd(nullptr, vnet, section.isTcp, &index, &hostPort, vmIP, sizeof vmIP,
+                                   &vmPort, nullptr, nullptr)) {
+        if (fprintf(stream, "%u = %s:%u\n", hostPort, vmIP, vmPort) < 0) {
+            return LogFailure(function, section.forwardFailed);
+        }
+    }
+    if (fputs("\n", stream) < 0) {
+        LogFailure(function, "fputs: failed while writing, error: %s");
+    }
+    return true;
+}
+
+bool WriteLines(const char *function, uint32_t vnet, const NatValues &values, FILE *stream) {
+    for (const NatLines &lines : LINES_BEFORE_FORWARDS) {
+        const int written = lines.value != nullptr ? fprintf(stream, lines.text, lines.value(values))
+                                                   : fputs(lines.text, stream);
+        if (written < 0) {
+            return LogFailure(function, lines.failed);
+        }
+    }
+    for (const ForwardSection &section : FORWARD_SECTIONS) {
+        if (!WriteForwards(function, vnet, section, stream)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool WriteFile(const char *function, uint32_t vnet, const NatValues &values) {
+    char path[HBL_PATH_SIZE];
+    if (!GetPath(function, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", path)) {
+        return false;
+    }
+    FileStream stream(Posix_Fopen(path, "w"));
+    if (stream == nullptr) {
+        return LogFailure(function, "fopen: failed to open NAT config file, error: %s");
+    }
+    const bool written = WriteLines(function, vnet, values, stream.get());
+    // What is still buffered reaches the disk only here, and a full one shows only here.
+    if (fclose(stream.release()) != 0 && written) {
+        return LogFailure(function, "fclose: failed while writing NAT config file, error: %s");
+    }
+    return written;
+}
+
+}  // namespace
+
+bool HBLNATWriteConfigFile(const char *function, uint32_t vnet) {
+    NatValues values;
+    if (!ReadValues(function, vnet, &values)) {
+        return false;
+    }
+    const bool existed = HBLFileExists(vnet, HBL_FILE_NAT_CONF, nullptr);
+    if (existed) {
+        if (!BackUp(function, vnet)) {
+            return false;
+        }
+    } else {
+        CreateNewFile(function, vnet);
+    }
+    const bool written = WriteFile(function, vnet, values);
+    if (!written && !existed) {
+        HBLLog(LOG_ERR, function, "Removing newly created NAT directory and config file");
+        HBLRemoveFile(vnet, HBL_FILE_NAT_CONF, nullptr);
+        HBLRemoveFile(vnet, HBL_FILE_NAT_DIR, nullptr);
+    }
+    return written;
+}

@@ -1,0 +1,8 @@
+// The generator of a network's nat.conf, which belongs to the library as a whole.
+#pragma once
+
+#include <cstdint>
+
+// Writes the file from the database, after the previous one was copied to the backup. The daemon is stopped
+// and the caller holds the database lock. Messages are logged under `function`.
+bool HBLNATWriteConfigFile(const char *function, uint32_t vnet);

@@ -1,0 +1,213 @@
+// The exported functions of port forwards, keyed by protocol and host port.
+#include <cstdlib>
+#include <cstring>
+
+#include "lib/harbrel/addresses/addresses.h"
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cache.h"
+#include "lib/harbrel/database/database.h"
+#include "lib/harbrel/frame/apiFrame.h"
+#include "lib/harbrel/harbrel.h"
+#include "lib/misc/owners.h"
+
+namespace {
+
+uint32_t ValueOrZero(const uint32_t *number) {
+    return number != nullptr ? *number : 0;
+}
+
+// A caller's buffers for one forward, as the reads of the cache take them.
+struct ForwardBuffers {
+    char *vmIP;
+    uint32_t *vmIPLen;
+    char *description;
+    uint32_t *descLen;
+    size_t descriptionSize;
+
+    ForwardBuffers(char *ip, uint32_t *ipLen, char *text, uint32_t *textLen)
+        : vmIP(ip),
+          vmIPLen(ipLen),
+          description(text),
+          descLen(textLen),
+          descriptionSize(ValueOrZero(textLen)) {}
+
+    bool Usable() const {
+        return vmIP != nullptr && vmIPLen != nullptr && *vmIPLen >= HBL_IP_STR_SIZE &&
+               (description == nullptr || descLen != nullptr);
+    }
+    // Hands the lengths of a successful read to the caller.
+    void Publish() const {
+        *vmIPLen = static_cast<uint32_t>(strlen(vmIP) + 1);
+        if (description != nullptr) {
+            *descLen = static_cast<uint32_t>(descriptionSize);
+        }
+    }
+    const char *ShownDescription() const {
+        return description != nullptr && descriptionSize != 0 ? description : TextOrNull(nullptr);
+    }
+};
+
+enum class DescriptionResult { None, Copied, Refused };
+
+DescriptionResult CopyDescription(const char *function, const char *description, uint32_t length,
+                                  MallocString *copy) {
+    if (description == nullptr) {
+        return DescriptionResult::None;
+    }
+    if (length >= NETCFG_MAX_DESCRIPTION) {
+        HBLLog(LOG_ERR, function, "Description is too long, allowed is: %u bytes",
+               static_cast<unsigned>(NETCFG_MAX_DESCRIPTION));
+        return DescriptionResult::Refused;
+    }
+    if (length == 0) {
+        HBLLog(LOG_INFO2, function, "Using a NULL description since, length is 0");
+        return DescriptionResult::None;
+    }
+    copy->reset(strndup(description, length));
+    if (*copy == nullptr) {
+        HBLLog(LOG_ERR, function, "Error in memory allocation for NAT port forward description");
+        return DescriptionResult::Refused;
+    }
+    return DescriptionResult::Copied;
+}
+
+bool StoreForward(uint32_t vnet, bool tcp, uint16_t hostPort, const char *vmIP, uint16_t vmPort,
+                  const char *description) {
+    return vmIP != nullptr
+               ? HBLNetCfgAddNATPortFwd(nullptr, vnet, tcp, hostPort, vmIP, vmPort, description, false)
+               : HBLNetCfgRemoveNATPortFwd(nullptr, vnet, tcp, hostPort);
+}
+
+}  // namespace
+
+bool HBL_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, const char *vmIP, uint16_t vmPort,
+                           const char *description, uint32_t descLen) {
+    const ApiFrame frame(__func__);
+    if (!frame.Loaded()) {
+        return false;
+    }
+    const int shownLength = static_cast<int>(description != nullptr ? descLen : strlen("null"));
+    HBLLog(LOG_ARGS, __func__,
+           "Arguments - v: %p,%s, tcp: %u, hP: %u, vmIP: %p,%s, vmP: %u, d: %p,%.*s, dL: %u",
+           static_cast<const void *>(vnet), TextOrNull(vnet), tcp, hostPort, static_cast<const void *>(vmIP),
+           TextOrNull(vmIP), vmPort, static_cast<const void *>(description), shownLength,
+           TextOrNull(description), descLen);
+    if (vnet == nullptr || hostPort == 0) {
+        HBLLog(LOG_ERR, __func__, "Invalid argument - zelan: %p, hostPort: %u",
+               static_cast<const void *>(vnet), hostPort);
+        return false;
+    }
+    uint32_t number;
+    if (!ApiVnetNumber(__func__, vnet, &number)) {
+        return false;
+    }
+    if (vmIP != nullptr && (!HBLIPStrIsValid(vmIP) || vmPort == 0)) {
+        HBLLog(LOG_ERR, __func__, "Invalid VM IP: %s or port: %u", vmIP, vmPort);
+        return false;
+    }
+    MallocString descriptionCopy;
+    if (CopyDescription(__func__, description, descLen, &descriptionCopy) == DescriptionResult::Refused) {
+        return false;
+    }
+    const ConfigLock lock(__func__);
+    if (!lock.Held()) {
+        return false;
+    }
+    if (!StoreForward(number, tcp, hostPort, vmIP, vmPort, descriptionCopy.get())) {
+        HBLLog(LOG_ERR, __func__, "Setting/ Removing NAT Port Forward failed for vnet: %s, port: %u", vnet,
+               hostPort);
+        return false;
+    }
+    if (vmIP != nullptr) {
+        HBLLog(
+            LOG_OK, __func__,
+            "Setting NAT Port Forward succeeded for vnet: %s, tcp: %u, hostPort: %u, vm IP: %s, vm port: %u, "
+            "description: %s",
+            vnet, tcp, hostPort, vmIP, vmPort, TextOrNull(descriptionCopy.get()));
+    } else {
+        HBLLog(LOG_OK, __func__, "Removing NAT Port Forward succeeded for vnet: %s, tcp: %u, hostPort: %u",
+               vnet, tcp, hostPort);
+    }
+    return true;
+}
+
+bool HBL_GetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, char *vmIP, uint32_t *vmIPLen,
+                           uint16_t *vmPort, char *description, uint32_t *descLen) {
+    const ApiFrame frame(__func__);
+    if (!frame.Loaded()) {
+        return false;
+    }
+    ForwardBuffers buffers(vmIP, vmIPLen, description, descLen);
+    HBLLog(LOG_ARGS, __func__,
+           "Arguments - v: %p,%s, tcp: %u, hP: %u, vIP: %p, vIPL: %p, %u, vP: %p, d: %p, dL: %p,%u",
+           static_cast<const void *>(vnet), TextOrNull(vnet), tcp, hostPort, static_cast<void *>(vmIP),
+           static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
+           static_cast<void *>(description), static_cast<void *>(descLen), ValueOrZero(descLen));
+    if (vnet == nullptr || vmPort == nullptr || !buffers.Usable()) {
+        HBLLog(LOG_ERR, __func__,
+               "Invalid argument - vnet: %p, vmIP: %p, vmIPLen: %p, %u, vmPort: %p, description: %p, "
+               "descLen: %p",
+               static_cast<const void *>(vnet), static_cast<void *>(vmIP), static_cast<void *>(vmIPLen),
+               ValueOrZero(vmIPLen), static_cast<void *>(vmPort), static_cast<void *>(description),
+               static_cast<void *>(descLen));
+        return false;
+    }
+    uint32_t number;
+    if (!ApiVnetNumber(__func__, vnet, &number)) {
+        return false;
+    }
+    if (!HBLNetCfgLookupNATPortFwd(nullptr, number, tcp, hostPort, vmIP, *vmIPLen, vmPort, description,
+                                   &buffers.descriptionSize)) {
+        HBLLog(LOG_ERR, __func__, "Getting NAT Port Forward failed on vnet: %s", vnet);
+        return false;
+    }
+    buffers.Publish();
+    HBLLog(LOG_INFO, __func__,
+           "Retrieved NAT Port forward record for vnet: %s, tcp: %u, hostport: %u, vmIP: %s, vmIPLen: %u, "
+           "vmPort: %u, "
+           "description: %s, description len: %u",
+           vnet, tcp, hostPort, vmIP, *vmIPLen, *vmPort, buffers.ShownDescription(), ValueOrZero(descLen));
+    return true;
+}
+
+bool HBL_EnumNATPortForward(const char *vnet, bool tcp, uint32_t *enumOffset, uint16_t *hostPort, char *vmIP,
+                            uint32_t *vmIPLen, uint16_t *vmPort, char *description, uint32_t *descLen) {
+    const ApiFrame frame(__func__);
+    if (!frame.Loaded()) {
+        return false;
+    }
+    ForwardBuffers buffers(vmIP, vmIPLen, description, descLen);
+    HBLLog(LOG_ARGS, __func__,
+           "Arguments - v: %p,%s, tcp: %u, eO: %p,%u, hP: %p, vIP: %p, vIPL: %p,%u, vP: %p, d: %p, dL: %p,%u",
+           static_cast<const void *>(vnet), TextOrNull(vnet), tcp, static_cast<void *>(enumOffset),
+           ValueOrZero(enumOffset), static_cast<void *>(hostPort), static_cast<void *>(vmIP),
+           static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
+           static_cast<void *>(description), static_cast<void *>(descLen), ValueOrZero(descLen));
+    if (vnet == nullptr || enumOffset == nullptr || vmPort == nullptr || !buffers.Usable()) {
+        HBLLog(LOG_ERR, __func__,
+               "Invalid argument, zelan: %p, enumOffset: %p, vmIP: %p vmIPLen: %p, %u, vmPort: %p, "
+               "description: %p, "
+               "descLen: %p",
+               static_cast<const void *>(vnet), static_cast<void *>(enumOffset), static_cast<void *>(vmIP),
+               static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
+               static_cast<void *>(description), static_cast<void *>(descLen));
+        return false;
+    }
+    uint32_t number;
+    if (!ApiVnetNumber(__func__, vnet, &number)) {
+        return false;
+    }
+    if (!HBLNetCfgEnumNATPortFwd(nullptr, number, tcp, enumOffset, hostPort, vmIP, *vmIPLen, vmPort,
+                                 description, &buffers.descriptionSize)) {
+        HBLLog(LOG_ERR, __func__, "No ports to enumerate for vnet: %s", vnet);
+        return false;
+    }
+    buffers.Publish();
+    HBLLog(
+        LOG_INFO2, __func__,
+        "Successfully enumerated NAT forwarde port, vnet: %s, tcp: %uenumOffset: %u, hostPort: %u, vmIP: %s, "
+        "vmIPLen: %u, vmPort: %u, description: %s, description len: %u",
+        vnet, tcp, *enumOffset, *hostPort, vmIP, *vmIPLen, *vmPort, buffers.ShownDescription(),
+        ValueOrZero(descLen));
+    return true;
+}
