@@ -1,0 +1,170 @@
+// The file lock's rules that need no lock directory.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "lib/file/fileLockInternal.h"
+#include "lib/misc/digest.h"
+
+TEST(FileLockNames, AcceptsALetterFiveDigitsAndTheSuffix) {
+    for (const char *name : {"M00000.lck", "D12345.lck", "E99999.lck", "M00001x.lck"}) {
+        EXPECT_TRUE(FileLockIsValidName(name)) << name;
+    }
+    for (const char *name : {"", "M", "M.lck", "M1234.lck", "foo.lck", "X12345.lck", "m12345.lck", "M12345",
+                             "M12345.lc", "M12345.lck~", "M1234a.lck", "M-1234.lck", "M12345lck"}) {
+        EXPECT_FALSE(FileLockIsValidName(name)) << name;
+    }
+}
+
+TEST(FileLockMember, ReadsEveryFormOfARecord) {
+    const struct {
+        std::string text;
+        bool valid;
+        const char *payload = "";  // "" stands for none
+        const char *checksum = "";
+        uint32_t ticket = 0;
+    } cases[] = {
+        {"id 12 7 X", true, "", "", 7},
+        {"id 12 7 S [", true, "", "", 7},
+        {"id 12 7 X 4711 lc=99", true, "4711", "99", 7},
+        {"id 12 7 X 4711 other=1 lc=99 more=a=b", true, "4711", "99", 7},
+        {"id 12 4294967295 S pc=5", true, "pc=5", "", 4294967295u},
+        {"id 12 7 X p 6=6 7=7 8=8 9=9 a=a b=b c=c d=d e=e f=f g=g", true, "p", "", 7},
+        {"id 12 7 X p 6=6 7=7 8=8 9=9 a=a b=b c=c d=d e=e f=f g=g h=h", false},
+        {"", false},
+        {"id 12 7", false},
+        {"id 12 x X", false},
+        {"id 12 7 x", false},
+        {"id 12 7 XX", false},
+        {"id 12 7 X [ lc", false},
+        {"id 12 7 X [ =99", false},
+        {"id 12 7 X [ lc=", false},
+        {"id 12 7 X [ lc=1 =", false},
+    };
+    for (const auto &c : cases) {
+        std::string text = c.text;
+        FileLockValues member{};
+        ASSERT_EQ(FileLockParseMember(text.data(), &member), c.valid) << c.text;
+        if (c.valid) {
+            EXPECT_STREQ(member.machineID, "id") << c.text;
+            EXPECT_STREQ(member.executionID, "12") << c.text;
+            EXPECT_STREQ(member.payload != nullptr ? member.payload : "", c.payload) << c.text;
+            EXPECT_STREQ(member.locationChecksum != nullptr ? member.locationChecksum : "", c.checksum)
+                << c.text;
+            EXPECT_EQ(member.lamportNumber, c.ticket) << c.text;
+        }
+    }
+}
+
+TEST(FileLockMember, LocationChecksumTakesBytesAsSigned) {
+    const struct {
+        const char *path;
+        const char *checksum;
+    } cases[] = {{"", "5381"}, {"/a", "5861557"}, {"\xC3\xA9", "5857809"}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(FileLockLocationChecksum(c.path), c.checksum) << c.path;
+    }
+}
+
+TEST(FileLockWait, PausesAddUpToTheDescribedTimes) {
+    const struct {
+        unsigned counter;
+        uint32_t total;  // of all pauses up to and with this one
+    } cases[] = {{0, 100}, {20, 2100}, {21, 2300}, {22, 2600}, {39, 23000}, {40, 25000}, {41, 27000}};
+    for (const auto &c : cases) {
+        uint32_t total = 0;
+        for (unsigned counter = 0; counter <= c.counter; counter++) {
+            total += FileLockPauseLength(counter);
+        }
+        EXPECT_EQ(total, c.total) << c.counter;
+    }
+}
+
+TEST(FileLockMachine, OwnIDIsSixteenCharactersFitForAFileName) {
+    const std::string id = FileLockGetMachineID();
+    EXPECT_EQ(id.size(), 16u);
+    EXPECT_EQ(id.find('/'), std::string::npos);
+    EXPECT_EQ(FileLockGetMachineID(), id);
+}
+
+TEST(FileLockMachine, MatchesByTheFormsOfBothIDs) {
+    const std::string own = FileLockGetMachineID();
+    std::string decodable = own;
+    for (char &character : decodable) {
+        character = character == '-' ? '/' : character;
+    }
+    std::vector<uint8_t> raw;
+    ASSERT_TRUE(Base64_Decode(decodable, &raw));
+    raw[0] ^= 0xFF;  // another host name, the same hardware
+    const std::string renamedHost = Base64_Encode(raw.data(), raw.size());
+    raw[11] ^= 0xFF;
+    const std::string otherHardware = Base64_Encode(raw.data(), raw.size());
+    const struct {
+        std::string mine;
+        std::string other;
+        bool match;
+    } cases[] = {
+        {own, own, true},
+        {own, renamedHost, false},
+        {own, "uuid=" + own, false},
+        {"uuid=1-2", "uuid=1-2", true},
+        {"uuid=1-2", "uuid=1-3", false},
+        {"uuid=1-2", own, true},
+        {"uuid=1-2", renamedHost, true},
+        {"uuid=1-2", otherHardware, false},
+        {"uuid=1-2", "no Base64", false},
+        {"uuid=1-2", "AAAA", false},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(FileLockMachineIDMatch(c.mine.c_str(), c.other.c_str()), c.match)
+            << c.mine << " " << c.other;
+    }
+}
+
+TEST(FileLockOwner, CreationTimeIsField22WhateverTheCommandIsCalled) {
+    const char numbers[] = " S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 815 20 21";
+    for (const char *name : {"4 (sh)", "4 (a b)", "4 (a) b) S 1 (c)"}) {
+        EXPECT_EQ(FileLockCreationTimeFromStat((std::string(name) + numbers).c_str()), 815u) << name;
+    }
+    for (const char *broken :
+         {"", "4 sh S 1", "4 (sh) S 1 2", "4 (sh) S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 x"}) {
+        EXPECT_EQ(FileLockCreationTimeFromStat(broken), 0u) << broken;
+    }
+    EXPECT_NE(FileLockProcessCreationTime(getpid()), 0u);
+}
+
+TEST(FileLockOwner, DeadProcessesAndReusedNumbersAreNoOwners) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(0);
+    }
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    const std::string dead = std::to_string(child);
+    const std::string alive = std::to_string(getpid());
+    const unsigned long birth = FileLockProcessCreationTime(getpid());
+    const std::string rightTime = "pc=" + std::to_string(birth);
+    const std::string wrongTime = "pc=" + std::to_string(birth + 1);
+    const std::string bareWrongTime = std::to_string(birth + 1);
+    const struct {
+        const char *executionID;
+        const char *payload;
+        bool valid;
+    } cases[] = {
+        {dead.c_str(), nullptr, false},
+        {dead.c_str(), rightTime.c_str(), false},
+        {alive.c_str(), nullptr, true},
+        {alive.c_str(), rightTime.c_str(), true},
+        {alive.c_str(), wrongTime.c_str(), false},
+        {alive.c_str(), bareWrongTime.c_str(), true},
+        {alive.c_str(), "pc=0", true},
+        {alive.c_str(), "pc=x", true},
+        {"x", nullptr, true},
+        {"1", nullptr, true},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(FileLockValidOwner(c.executionID, c.payload), c.valid)
+            << c.executionID << " " << (c.payload != nullptr ? c.payload : "none");
+    }
+}

@@ -1,0 +1,392 @@
+#include "lib/file/fileLock.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "lib/file/fileLockInternal.h"
+#include "tests/support/command.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+// A directory of its own with the path to be locked in it, which need not exist.
+class FileLock : public testing::Test {
+  protected:
+    void SetUp() override {
+        char folder[] = "/tmp/fileLock.XXXXXX";
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        folder_ = folder;
+        path_ = folder_ + "/database";
+        lockDir_ = path_ + ".lck";
+    }
+    void TearDown() override {
+        fs::permissions(folder_, fs::perms::owner_all);
+        fs::remove_all(folder_);
+    }
+
+    FileLockToken *Lock(bool readOnly, uint32_t limit, int expectedError = 0) {
+        int error = -1;
+        FileLockToken *token = FileLock_Lock(path_.c_str(), readOnly, limit, &error);
+        EXPECT_EQ(error, expectedError);
+        return token;
+    }
+    void Unlock(FileLockToken *token) { EXPECT_EQ(FileLock_Unlock(path_.c_str(), token), 0); }
+
+    void Put(const std::string &name, std::string content, size_t size = FILE_LOCK_MEMBER_SIZE) {
+        fs::create_directory(lockDir_);
+        content.resize(size);
+        std::ofstream(lockDir_ + "/" + name) << content;
+    }
+    std::vector<std::string> Names() const {
+        std::vector<std::string> names;
+        for (const fs::directory_entry &entry : fs::directory_iterator(lockDir_)) {
+            names.push_back(entry.path().filename());
+        }
+        return names;
+    }
+    std::string Record(pid_t pid, unsigned ticket, const std::string &rest) const {
+        return std::string(FileLockGetMachineID()) + " " + std::to_string(pid) + " " +
+               std::to_string(ticket) + " " + rest;
+    }
+
+    std::string folder_;
+    std::string path_;
+    std::string lockDir_;
+};
+
+pid_t DeadPid() {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    return child;
+}
+
+// Runs in a child process; true when it ended with true.
+bool TrueInChild(const std::function<bool()> &body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(body() ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+std::string ReadFile(const std::string &path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+}  // namespace
+
+TEST_F(FileLock, LeavesNothingBehind) {
+    FileLockToken *token = Lock(false, 0);
+    ASSERT_NE(token, nullptr);
+    struct stat status;
+    ASSERT_EQ(stat(lockDir_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0777u);
+    Unlock(token);
+    EXPECT_TRUE(fs::is_empty(folder_));
+}
+
+TEST_F(FileLock, WritesARecordOf512Bytes) {
+    FileLockToken *token = Lock(false, 0);
+    ASSERT_THAT(Names(), ElementsAre(testing::MatchesRegex("M[0-9]{5}\\.lck")));
+    const std::string record = ReadFile(lockDir_ + "/" + Names()[0]);
+    EXPECT_EQ(record.size(), FILE_LOCK_MEMBER_SIZE);
+    const std::string text = record.c_str();
+    EXPECT_EQ(text, Record(getpid(), 1,
+                           "X " + std::to_string(FileLockProcessCreationTime(getpid())) +
+                               " lc=" + FileLockLocationChecksum(lockDir_.c_str())));
+    EXPECT_EQ(record.find_first_not_of('\0', text.size()), std::string::npos);
+    Unlock(token);
+}
+
+TEST_F(FileLock, SharedLocksGoTogetherAndExclusiveOnesAlone) {
+    FileLockToken *first = Lock(true, 0);
+    FileLockToken *second = Lock(true, 0);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(Lock(false, 0), nullptr);
+    Unlock(first);
+    EXPECT_EQ(Lock(false, 0), nullptr);
+    Unlock(second);
+    FileLockToken *exclusive = Lock(false, 0);
+    ASSERT_NE(exclusive, nullptr);
+    EXPECT_EQ(Lock(true, 0), nullptr);
+    EXPECT_EQ(Lock(false, 150), nullptr);
+    EXPECT_EQ(Names().size(), 1u);
+    Unlock(exclusive);
+}
+
+TEST_F(FileLock, SpellingsOfOnePathMeet) {
+    FileLockToken *token = Lock(false, 0);
+    fs::create_directory(folder_ + "/sub");
+    const fs::path former = fs::current_path();
+    fs::current_path(folder_);
+    for (const char *spelling : {"database", "./database", "sub/../database"}) {
+        int error = -1;
+        EXPECT_EQ(FileLock_Lock(spelling, false, 0, &error), nullptr) << spelling;
+        EXPECT_EQ(error, 0) << spelling;
+    }
+    EXPECT_EQ(FileLock_Unlock("sub/..//database", token), 0);
+    fs::current_path(former);
+    EXPECT_FALSE(fs::exists(lockDir_));
+}
+
+TEST_F(FileLock, FailuresOfThePathAreReported) {
+    const struct {
+        std::string path;
+        int error;
+    } cases[] = {
+        {"", EINVAL}, {"missing/x", EINVAL}, {folder_ + "/missing/x", ENOENT}, {"/dev/null/x", ENOTDIR}};
+    for (const auto &c : cases) {
+        int error = -1;
+        EXPECT_EQ(FileLock_Lock(c.path.c_str(), false, 0, &error), nullptr) << c.path;
+        EXPECT_EQ(error, c.error) << c.path;
+    }
+    FileLockToken *token = Lock(false, 0);
+    fs::remove_all(lockDir_);
+    EXPECT_EQ(FileLock_Unlock(path_.c_str(), token), ENOENT);
+}
+
+TEST_F(FileLock, ScanDeletesWhatIsBrokenOrDead) {
+    const std::string moved = Record(getpid(), 5, "X [ lc=1");
+    const struct {
+        const char *name;
+        std::string content;
+        size_t size;
+    } cases[] = {
+        {"foo.lck", "", 0},
+        {"M1234.lck", "", 0},
+        {"M00001.lck~\xC3", "", 0},
+        {"\xC3\xA9", "", 0},
+        {"M00001.lck", Record(getpid(), 5, "X"), 511},
+        {"M00002.lck", Record(getpid(), 5, "X"), 513},
+        {"M00003.lck", "", 0},
+        {"M00004.lck", "", 512},
+        {"M00005.lck", Record(getpid(), 5, "Y"), 512},
+        {"M00006.lck", "id 12 X", 512},
+        {"M00007.lck", "id 12 seven X", 512},
+        {"M00008.lck", Record(getpid(), 5, "X [ lc"), 512},
+        {"M00009.lck", std::string(512, 'x'), 512},
+        {"M00010.lck", Record(DeadPid(), 5, "X"), 512},
+        {"M00011.lck", Record(DeadPid(), 5, "S 1 lc=2"), 512},
+        {"M00012.lck", Record(getpid(), 5, "X pc=1"), 512},
+        {"M00013.lck", moved, 512},
+    };
+    for (const auto &c : cases) {
+        Put(c.name, c.content, c.size);
+        FileLockToken *token = Lock(false, 0);
+        ASSERT_NE(token, nullptr) << c.name;
+        ASSERT_EQ(Names().size(), 1u) << c.name;
+        // Gone before the numbers were compared: the ticket is the first.
+        EXPECT_THAT(ReadFile(lockDir_ + "/" + Names()[0]), StartsWith(Record(getpid(), 1, "X"))) << c.name;
+        Unlock(token);
+    }
+    fs::create_directory(lockDir_);
+    ASSERT_EQ(mkfifo((lockDir_ + "/M00001.lck").c_str(), 0600), 0);
+    Unlock(Lock(false, 0));
+}
+
+TEST_F(FileLock, LivingMembersAreRespected) {
+    const struct {
+        std::string record;
+        bool granted;
+    } cases[] = {
+        {"otherMachine 1 5 X", false},  // nothing can be told about its process
+        {"otherMachine 999999999 5 X [ lc=1", false},
+        {Record(getpid(), 5, "X"), false},
+        {Record(getpid(), 5, "X [ lc=" + FileLockLocationChecksum(lockDir_.c_str())), false},
+        {Record(getppid(), 5, "X [ lc=1"), false},  // only the own process can tell a move
+        {"otherMachine 1 5 S", true},
+    };
+    for (const auto &c : cases) {
+        Put("M00001.lck", c.record);
+        FileLockToken *token = Lock(true, 1);
+        EXPECT_EQ(token != nullptr, c.granted) << c.record;
+        if (token != nullptr) {
+            const std::string own = Names()[0] == "M00001.lck" ? Names()[1] : Names()[0];
+            EXPECT_THAT(ReadFile(lockDir_ + "/" + own), StartsWith(Record(getpid(), 6, "S"))) << c.record;
+            Unlock(token);
+        }
+        EXPECT_THAT(Names(), ElementsAre("M00001.lck")) << c.record;
+    }
+}
+
+TEST_F(FileLock, TicketsThenNamesDecideWhoIsAhead) {
+    FileLockValues own{};
+    own.machineID = own.executionID = "own";
+    own.lockType = FILE_LOCK_EXCLUSIVE;
+    own.memberName = "M50000.lck";
+    own.lamportNumber = 7;
+    FileLockValues member = own;
+    member.machineID = "otherMachine";
+    const struct {
+        uint32_t ticket;
+        const char *name;
+        const char *ownType;
+        const char *type;
+        int result;
+    } cases[] = {
+        {6, "M60000.lck", "X", "X", EAGAIN}, {7, "M49999.lck", "X", "X", EAGAIN},
+        {7, "M50001.lck", "X", "X", 0},      {8, "M40000.lck", "X", "X", 0},
+        {6, "M40000.lck", "S", "X", EAGAIN}, {6, "M40000.lck", "X", "S", EAGAIN},
+        {6, "M40000.lck", "S", "S", 0},
+    };
+    for (const auto &c : cases) {
+        member.lamportNumber = c.ticket;
+        member.memberName = c.name;
+        own.lockType = c.ownType;
+        member.lockType = c.type;
+        EXPECT_EQ(WaitForPossession(lockDir_.c_str(), c.name, &member, &own), c.result)
+            << c.ticket << c.name << c.ownType << c.type;
+    }
+}
+
+TEST_F(FileLock, WaitCountsItsPausesAndRunsOutBehindTheLimit) {
+    Put("M00001.lck", "otherMachine 1 5 X");
+    FileLockValues own{};
+    own.machineID = own.executionID = "own";
+    own.lockType = FILE_LOCK_EXCLUSIVE;
+    own.memberName = "M50000.lck";
+    own.lamportNumber = 6;
+    own.waitTime = 1000;  // slept for members before this one
+    own.msecMaxWaitTime = 1200;
+    EXPECT_EQ(ScanDirectory(lockDir_.c_str(), WaitForPossession, &own, true), EAGAIN);
+    EXPECT_EQ(own.waitTime, 1300u);
+}
+
+TEST_F(FileLock, ObjectsInPlaceOfTheLockDirectory) {
+    std::ofstream(lockDir_) << "old style";
+    EXPECT_EQ(Lock(false, FILE_LOCK_INFINITE_WAIT), nullptr);
+    EXPECT_EQ(ReadFile(lockDir_), "old style");
+    fs::remove(lockDir_);
+
+    ASSERT_EQ(mkfifo(lockDir_.c_str(), 0600), 0);
+    Unlock(Lock(false, 0));
+    fs::create_symlink("nowhere", lockDir_);
+    Unlock(Lock(false, 0));
+    EXPECT_FALSE(fs::is_symlink(lockDir_));
+}
+
+TEST_F(FileLock, ReadOnlyPlaceGrantsSharedLocksWithNothingOnDisk) {
+    fs::permissions(folder_, static_cast<fs::perms>(0555));
+    EXPECT_TRUE(TrueInChild([this] {
+        if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) {
+            return false;
+        }
+        FileLockToken *first = Lock(true, 0);
+        FileLockToken *second = Lock(true, 0);
+        return first != nullptr && second != nullptr && !fs::exists(lockDir_) &&
+               FileLock_Unlock(path_.c_str(), first) == 0 && FileLock_Unlock(path_.c_str(), second) == 0 &&
+               Lock(false, 0, EACCES) == nullptr && !HasFailure();
+    }));
+}
+
+TEST_F(FileLock, StuckDoorwayIsClearedAfterEightSeconds) {
+    fs::create_directories(lockDir_ + "/D00007.lck");
+    Put("E00007.lck", "");
+    Put("M00007.lck", "");
+    FileLockValues own{};
+    own.activeList = {{0, true, "D00007.lck"}, {4000, false, "D00008.lck"}};
+    for (int turn = 1; turn <= 41; turn++) {
+        FileLockAgeActiveList(lockDir_.c_str(), &own);
+        ASSERT_EQ(own.activeList.size(), 1u) << turn;
+        EXPECT_EQ(own.activeList[0].age, 200u * turn);
+        EXPECT_FALSE(own.activeList[0].marked);
+        own.activeList[0].marked = true;  // as the next turn finds it
+    }
+    EXPECT_EQ(Names().size(), 3u);
+    FileLockAgeActiveList(lockDir_.c_str(), &own);
+    EXPECT_THAT(own.activeList, IsEmpty());
+    EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(FileLock, WaiterDoesNotJudgeWhileSomebodyStandsInTheDoorway) {
+    const std::string doorway = lockDir_ + "/D00007.lck";
+    fs::create_directories(doorway);
+    std::atomic<bool> held = false;
+    std::thread waiter([&] {
+        FileLockToken *token = Lock(false, FILE_LOCK_INFINITE_WAIT);
+        held = true;
+        Unlock(token);
+    });
+    EXPECT_TRUE(WaitUntil([this] { return Names().size() == 2 && Names()[0][0] != Names()[1][0]; }));
+    EXPECT_FALSE(held);
+    fs::remove(doorway);
+    waiter.join();
+    EXPECT_TRUE(held);
+    EXPECT_FALSE(fs::exists(lockDir_));
+}
+
+TEST_F(FileLock, WaiterClearsAHolderThatDies) {
+    const pid_t holder = fork();
+    if (holder == 0) {
+        Lock(false, 0);
+        pause();
+        _exit(0);
+    }
+    ASSERT_TRUE(
+        WaitUntil([this] { return fs::exists(lockDir_) && !Names().empty() && Names()[0][0] == 'M'; }));
+    std::thread killer([this, holder] {
+        EXPECT_TRUE(WaitUntil([this] {
+            const std::vector<std::string> names = Names();
+            return names.size() == 2 && names[0][0] == 'M' && names[1][0] == 'M';
+        }));
+        kill(holder, SIGKILL);
+        waitpid(holder, nullptr, 0);
+    });
+    Unlock(Lock(false, FILE_LOCK_INFINITE_WAIT));
+    killer.join();
+    EXPECT_FALSE(fs::exists(lockDir_));
+}
+
+// Each round changes a number in a file in two steps; every lost update shows in the sum.
+TEST_F(FileLock, ProcessesAndThreadsExcludeEachOther) {
+    constexpr int ROUNDS = 4;
+    const std::string counter = folder_ + "/counter";
+    std::ofstream(counter) << 0;
+    const auto rounds = [&] {
+        for (int i = 0; i < ROUNDS; i++) {
+            FileLockToken *token = Lock(false, FILE_LOCK_INFINITE_WAIT);
+            const int value = std::stoi(ReadFile(counter));
+            sched_yield();
+            std::ofstream(counter) << value + 1;
+            Unlock(token);
+        }
+    };
+    const auto twoThreads = [&] {
+        std::thread other(rounds);
+        rounds();
+        other.join();
+        return !HasFailure();
+    };
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(twoThreads() ? 0 : 1);
+    }
+    twoThreads();
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(ReadFile(counter), std::to_string(4 * ROUNDS));
+    EXPECT_FALSE(fs::exists(lockDir_));
+}
