@@ -6,6 +6,7 @@
 
 #include "lib/file/posix.h"
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/defaultCache.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/database/reading.h"
 
@@ -51,4 +52,9 @@ NetCfgReadResult NetCfgCatchUp(HBLNetworkConfigurationDB *db, const char *functi
     }
     Exchange(db, fresh);
     return result;
+}
+
+bool HBLNetCfgFollowFile(HBLNetworkConfigurationDB *db) {
+    HBLNetworkConfigurationDB *const cache = NetCfgResolveCache(db, __func__);
+    return cache != nullptr && NetCfgCatchUp(cache, __func__) != NetCfgReadResult::Failed;
 }

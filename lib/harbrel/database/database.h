@@ -14,6 +14,9 @@ bool HBLNetCfgLoad(const char *path, HBLNetworkConfigurationDB **out, bool isBac
 bool HBLNetCfgUnload(HBLNetworkConfigurationDB **slot, bool rewrite);
 bool HBLNetCfgLockConfig(HBLNetworkConfigurationDB *db);
 bool HBLNetCfgUnlockConfig(HBLNetworkConfigurationDB *db);
+// For a change that takes no lock: brings the cache up to the file if another process has changed that, as
+// HBLNetCfgLockConfig does. False when the file could not be read.
+bool HBLNetCfgFollowFile(HBLNetworkConfigurationDB *db);
 bool HBLNetCfgCreateDB(const char *path, bool isBackup);
 bool NetCfgWriteDatabaseFile(HBLNetworkConfigurationDB *db, const char *path, bool isBackup);
 

@@ -1,0 +1,63 @@
+// The calls on single answers, and the levels of the log.
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/base/libraryState.h"
+#include "lib/harbrel/cache/cache.h"
+#include "lib/harbrel/database/database.h"
+#include "lib/harbrel/database/logSettings.h"
+#include "lib/harbrel/frame/apiFrame.h"
+#include "lib/harbrel/harbrel.h"
+
+namespace {
+
+// The short frame of the answer calls: no entering, argument or exiting line.
+bool AnswerCallIsGood(const char *function, bool argumentsGiven) {
+    if (!HBLIsLoaded()) {
+        HBLLog(LOG_ERR, function, "Harbrel Un-Initialized, Aborting\n");
+        return false;
+    }
+    if (!argumentsGiven) {
+        HBLLog(LOG_ERR, function, "Invalid argument");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool HBL_VnetCfgGetAnswer(const char *key, const char **value) {
+    return AnswerCallIsGood(__func__, key != nullptr && value != nullptr) &&
+           HBLNetCfgGetAnswerString(nullptr, key, value);
+}
+
+bool HBL_VnetCfgAddAnswer(const char *key, const char *value) {
+    return AnswerCallIsGood(__func__, key != nullptr && value != nullptr) && HBLNetCfgFollowFile(nullptr) &&
+           HBLNetCfgAddAnswerString(nullptr, key, value);
+}
+
+bool HBL_VnetCfgRemoveAnswer(const char *key) {
+    return AnswerCallIsGood(__func__, key != nullptr) && HBLNetCfgFollowFile(nullptr) &&
+           HBLNetCfgRemoveAnswer(nullptr, key);
+}
+
+bool HBL_SetDefaultLogLevel(uint32_t level) {
+    const ApiFrame frame(__func__);
+    if (!frame.Loaded()) {
+        return false;
+    }
+    HBLLog(LOG_ARGS, __func__, "Arguments - l: %u", level);
+    if (level > HBL_MAX_LOG_MASK) {
+        HBLLog(LOG_ERR, __func__, "Invalid log level: %x, max log level: %x", level, HBL_MAX_LOG_MASK);
+        return false;
+    }
+    const ConfigLock lock(__func__);
+    return lock.Held() && HBLSetDefaultLogLevel(level);
+}
+
+bool HBL_SetLogLevel(uint32_t mask) {
+    HBLLogSetMask(mask);
+    return true;
+}
+
+uint32_t HBL_GetLogLevel(void) {
+    return HBLLogMask();
+}
