@@ -1,0 +1,229 @@
+// Bridge changes with adapters that the kernel really has and bridge daemons that really run: which mappings
+// are left, and which daemons were restarted in which order and with what.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <string>
+
+#include "lib/harbrel/api/bridgeChanges.h"
+#include "lib/harbrel/base/hostAdapterChain.h"
+#include "lib/harbrel/base/services.h"
+#include "lib/harbrel/bridging/bridging.h"
+#include "lib/harbrel/harbrel.h"
+#include "lib/harbrel/hostadapters/discovery.h"
+#include "lib/harbrel/services/daemons.h"
+#include "tests/support/logCapture.h"
+#include "tests/support/netns.h"
+#include "tests/support/openCache.h"
+
+namespace {
+
+constexpr char BIN_FOLDER[] = "/tmp/bin";
+constexpr char STARTS[] = "/tmp/bin/starts";
+
+// Notes each start as "<vnet> <adapters>". A file refuse-<vnet> makes the next start of that vnet fail.
+constexpr char FAKE_BRIDGE[] = R"(#!/bin/sh
+fd=$2; pidFile=$4; vnet=$6; shift 6
+echo $vnet $(printf '%s\n' "$@" | sort) >> /tmp/bin/starts
+rm "/tmp/bin/refuse-$vnet" 2> /dev/null && exit 1
+setsid sleep 600 > /dev/null 2>&1 &
+echo $! > "$pidFile"
+printf x > "/proc/self/fd/$fd"
+)";
+
+HBL_NetworkID Network(int32_t vnet) {
+    return {1, HBL_NETWORK_TYPE_VNET, vnet, {}};
+}
+
+// Adapters hbl0 to hbl3 on the host; hbl0 and hbl2 are mapped to network 5, hbl1 to network 3.
+class BridgeChanges : public testing::Test {
+  protected:
+    BridgeChanges()
+        : cache_(std::string("answer BINDIR ") + BIN_FOLDER +
+                 "\nadd_bridge_mapping hbl0 5\nadd_bridge_mapping hbl1 3\nadd_bridge_mapping hbl2 5\n") {
+        mkdir(BIN_FOLDER, 0755);
+        const std::string program = std::string(BIN_FOLDER) + "/zelan-bridge";
+        WriteFileText(program, FAKE_BRIDGE);
+        chmod(program.c_str(), 0755);
+        Must("ip link set lo mtu 1000");
+        for (const char *adapter : {"hbl0", "hbl1", "hbl2", "hbl3"}) {
+            AddAdapter(adapter);
+        }
+        EXPECT_TRUE(HBLSetDefaultBridgeVnet(0));
+    }
+    ~BridgeChanges() override {
+        Must("for link in $(ip -o link | grep -io '\\(hbl\\|zelan\\)[0-9]*'); do ip link del $link; done");
+    }
+
+    // The kernel spreads a link dump over several datagrams, of which discovery takes the first. Interfaces
+    // that are too narrow for IPv6 have short messages: the loopback and two adapters fit.
+    void AddAdapter(const std::string &name) {
+        Must("ip link add " + name + " mtu 1000 type veth peer mtu 1000 name " + name + " netns " +
+             others_.name());
+    }
+    void Run(std::initializer_list<uint32_t> vnets) {
+        for (const uint32_t vnet : vnets) {
+            ASSERT_TRUE(HBLServiceStart(vnet, HBL_SVC_BRIDGE));
+        }
+        WriteFileText(STARTS, "");
+    }
+    static bool Runs(uint32_t vnet) {
+        return HBLServiceStatus(vnet, HBL_SVC_BRIDGE) == HBL_SERVICE_STATUS_RUNNING;
+    }
+    static void RefuseNextStart(uint32_t vnet) {
+        WriteFileText(std::string(BIN_FOLDER) + "/refuse-" + std::to_string(vnet), "");
+    }
+    // The effective networks of hbl0 to hbl3.
+    static std::string Vnets() {
+        std::string vnets;
+        for (const char *adapter : {"hbl0", "hbl1", "hbl2", "hbl3"}) {
+            int32_t vnet = 77;
+            EXPECT_TRUE(HBLGetHostAdapterBridge(adapter, &vnet));
+            vnets.append(vnets.empty() ? "" : " ").append(std::to_string(vnet));
+        }
+        return vnets;
+    }
+    static bool Move(const char *name, int32_t destination) {
+        HBL_HostAdapter adapter{};
+        adapter.version = 1;
+        strcpy(adapter.deviceName, name);
+        const HBL_NetworkID network = Network(destination);
+        return HBL_BridgeMoveAdapter(&adapter, nullptr, &network);
+    }
+
+    const Machine others_{"others"};
+    LogCapture log_;  // takes what the daemons print
+    OpenCache cache_;
+};
+
+TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExportedList) {
+    Must("ip link del hbl1 && ip link del hbl2 && ip link del hbl3");
+    AddAdapter("zelan7");
+    Must("ip link set zelan7 name ZELAN7 && ip link set hbl0 name hbl456789012345");
+    ASSERT_TRUE(others_.Run("ip link set hbl0 up").Succeeded());
+    Must("ip link set hbl456789012345 up");
+    ASSERT_TRUE(
+        WaitUntil([] { return RunShell("ip link show hbl456789012345 | grep 'state UP'").Succeeded(); }));
+    ASSERT_TRUE(HBLSetBridgeMapping("hbl456789012345", 5));
+    HostAdapterChain chain;
+    ASSERT_TRUE(HBLCreateHostAdapList(&chain.count, &chain.head));
+    std::string found;
+    for (const HBL_HostAdapter *adapter = chain.head; adapter != nullptr; adapter = adapter->next) {
+        EXPECT_STREQ("veth", adapter->driverName);
+        found.append(adapter->deviceName).append(adapter->status == 1 ? " up, " : " down, ");
+    }
+    EXPECT_EQ("hbl456789012345 up, ZELAN7 down, ", found);
+    HBL_HostAdapterList *list = nullptr;
+    ASSERT_TRUE(HBL_GetHostAdapterList(1, &list));
+    ASSERT_EQ(1u, list->count);
+    EXPECT_STREQ("hbl456789012345", list->first->deviceName);
+    EXPECT_EQ(5, list->first->net.vnet);
+    EXPECT_EQ(nullptr, list->first->next);
+    HBL_FreeHostAdapterList(list);
+}
+
+TEST_F(BridgeChanges, RemovedDefaultPinsItsAdaptersAndItsReturnTakesTheUnmappedOnes) {
+    Must("ip link del hbl0 && ip link del hbl1 && ip link del hbl2");
+    Run({0});
+    const HBL_NetworkID none = Network(HBL_VNET_NONE);
+    EXPECT_TRUE(HBL_SetBridgeDefaultNetwork(&none));
+    EXPECT_EQ("5 3 5 0", Vnets());
+    EXPECT_EQ("0 -ihbl3\n", ReadFileText(STARTS));
+    AddAdapter("hbl4");
+    int32_t vnet = 77;
+    EXPECT_TRUE(HBLGetHostAdapterBridge("hbl4", &vnet));
+    EXPECT_EQ(HBL_VNET_NONE, vnet);
+    WriteFileText(STARTS, "");
+    const HBL_NetworkID zero = Network(0);
+    EXPECT_TRUE(HBL_SetBridgeDefaultNetwork(&zero));
+    EXPECT_EQ("0 -ehbl0 -ehbl1 -ehbl2\n", ReadFileText(STARTS));
+    EXPECT_TRUE(HBLNetCfgLookupVnetForHostAdapter(nullptr, "hbl4", &vnet));
+    EXPECT_EQ(0, vnet);
+}
+
+TEST_F(BridgeChanges, RefusedRestartBringsTheDefaultBack) {
+    Must("ip link del hbl0 && ip link del hbl1 && ip link del hbl2");
+    Run({0});
+    RefuseNextStart(0);
+    const HBL_NetworkID none = Network(HBL_VNET_NONE);
+    EXPECT_FALSE(HBL_SetBridgeDefaultNetwork(&none));
+    int32_t vnet = 77;
+    EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
+    EXPECT_EQ(0, vnet);
+    EXPECT_EQ("0 -ihbl3\n0 -ehbl0 -ehbl1 -ehbl2\n", ReadFileText(STARTS));
+    EXPECT_TRUE(Runs(0));
+    EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)) << "the lock was not given back";
+}
+
+struct MoveCase {
+    const char *what;
+    const char *adapter;
+    int32_t destination;
+    const char *vnets;
+    const char *starts;
+};
+
+TEST_F(BridgeChanges, MoveRestartsDestinationDefaultAndSourceInThisOrder) {
+    const MoveCase cases[] = {
+        {"to a network with another adapter", "hbl0", 3, "3 0 5 0", "3 -ihbl0\n0 -ehbl0 -ehbl2\n5 -ihbl2\n"},
+        {"to the default", "hbl0", 0, "0 0 5 0", "0 -ehbl2\n0 -ehbl2\n"},
+        {"to none", "hbl1", HBL_VNET_NONE, "0 -1 5 0", "0 -ehbl1 -ehbl2\n"},
+        {"from none to an empty network", "hbl1", 9, "0 9 5 0", "0 -ehbl1 -ehbl2\n"},
+        {"to where it is", "hbl1", 9, "0 9 5 0", ""},
+    };
+    Run({0, 3, 5});
+    for (const MoveCase &row : cases) {
+        WriteFileText(STARTS, "");
+        EXPECT_TRUE(Move(row.adapter, row.destination)) << row.what;
+        EXPECT_EQ(row.vnets, Vnets()) << row.what;
+        EXPECT_EQ(row.starts, ReadFileText(STARTS)) << row.what;
+    }
+    // The second move took the last adapter off network 3.
+    EXPECT_FALSE(Runs(3));
+    EXPECT_FALSE(Runs(9));
+}
+
+TEST_F(BridgeChanges, RefusedRestartOfAnyNetworkPutsAdaptersAndServicesBack) {
+    const struct {
+        uint32_t refused;
+        const char *starts;
+    } cases[] = {
+        {3, "3 -ihbl0\n3 -ihbl1\n"},
+        {0, "3 -ihbl0\n0 -ehbl0 -ehbl2\n3 -ihbl1\n0 -ehbl0 -ehbl1 -ehbl2\n"},
+        {5, "3 -ihbl0\n0 -ehbl0 -ehbl2\n5 -ihbl2\n5 -ihbl0 -ihbl2\n3 -ihbl1\n0 -ehbl0 -ehbl1 -ehbl2\n"},
+    };
+    Run({0, 3, 5});
+    for (const auto &row : cases) {
+        WriteFileText(STARTS, "");
+        RefuseNextStart(row.refused);
+        EXPECT_FALSE(Move("hbl0", 3)) << row.refused;
+        EXPECT_EQ("5 3 5 0", Vnets()) << row.refused;
+        EXPECT_EQ(row.starts, ReadFileText(STARTS)) << row.refused;
+        EXPECT_TRUE(Runs(0) && Runs(3) && Runs(5)) << row.refused;
+    }
+    EXPECT_TRUE(Move("hbl0", 3));
+}
+
+TEST_F(BridgeChanges, ServiceThatDidNotRunStaysDown) {
+    Run({3});
+    EXPECT_TRUE(Move("hbl0", 3));
+    EXPECT_EQ("3 -ihbl0\n", ReadFileText(STARTS));
+    EXPECT_FALSE(Runs(0) || Runs(5));
+}
+
+TEST_F(BridgeChanges, RemovedNetworkLeavesItsAdaptersToTheDefault) {
+    Run({0, 5});
+    EXPECT_TRUE(HBLRemoveBridgeMappingsForVnet(5));
+    EXPECT_EQ("0 3 0 0", Vnets());
+    EXPECT_EQ("0 -ehbl1\n", ReadFileText(STARTS));
+    WriteFileText(STARTS, "");
+    EXPECT_TRUE(HBLRemoveBridgeMappingsForVnet(0));
+    EXPECT_EQ("-1 3 -1 -1", Vnets());
+    EXPECT_EQ("", ReadFileText(STARTS));
+    int32_t vnet = 77;
+    EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
+    EXPECT_EQ(HBL_VNET_NONE, vnet);
+}
+
+}  // namespace

@@ -1,0 +1,96 @@
+// What the bridge changes refuse, and what they leave alone.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "lib/harbrel/bridging/bridging.h"
+#include "lib/harbrel/harbrel.h"
+#include "tests/support/logCapture.h"
+#include "tests/support/openCache.h"
+
+namespace {
+
+HBL_NetworkID Network(int32_t vnet) {
+    return {1, HBL_NETWORK_TYPE_VNET, vnet, {}};
+}
+
+HBL_HostAdapter Adapter(const char *name) {
+    HBL_HostAdapter adapter{};
+    adapter.version = 1;
+    strcpy(adapter.deviceName, name);
+    return adapter;
+}
+
+TEST(BridgeChanges, DefaultIsZeroOrNoneAndTheSameValueNeedsNoLock) {
+    const OpenCache cache;
+    ASSERT_TRUE(HBLSetDefaultBridgeVnet(0));
+    const std::string before = ReadFileText(cache.Database());
+    ASSERT_TRUE(HBLNetCfgLockConfig(nullptr));
+    const std::string prefix = "HBL_SetBridgeDefaultNetwork - ";
+    const struct {
+        int32_t vnet;
+        bool accepted;
+        std::string log;
+    } cases[] = {
+        {1, false, prefix + "Invalid vnet number for default bridge: 1\n"},
+        {0, true, ""},
+        {HBL_VNET_NONE, false, prefix + "Failed to obtain lock on vnet config\n"},
+    };
+    LogCapture log;
+    for (const auto &row : cases) {
+        const HBL_NetworkID id = Network(row.vnet);
+        EXPECT_EQ(row.accepted, HBL_SetBridgeDefaultNetwork(&id)) << row.vnet;
+        EXPECT_EQ(row.log, log.Take());
+    }
+    EXPECT_FALSE(HBL_SetBridgeDefaultNetwork(nullptr));
+    EXPECT_EQ(prefix + "Invalid arguments - netId: (nil)\n", log.Take());
+    const HBL_NetworkID bad = Network(256);
+    EXPECT_FALSE(HBL_SetBridgeDefaultNetwork(&bad));
+    EXPECT_EQ(0u, log.Take().find("HBLValidateNetIDStruct - Invalid vnet number: 256\n" + prefix +
+                                  "Invalid arguments - netId: 0x"));
+    EXPECT_EQ(before, ReadFileText(cache.Database()));
+}
+
+TEST(BridgeChanges, MoveChecksAdapterDestinationAndSource) {
+    const OpenCache cache("add_bridge_mapping eth0 3\n");
+    ASSERT_TRUE(HBLSetDefaultBridgeVnet(0));
+    const std::string before = ReadFileText(cache.Database());
+    const HBL_HostAdapter eth0 = Adapter("eth0");
+    HBL_HostAdapter otherVersion = eth0;
+    otherVersion.version = 2;
+    const HBL_NetworkID three = Network(3);
+    const HBL_NetworkID four = Network(4);
+    const HBL_NetworkID bad = Network(-2);
+    const std::string prefix = "HBL_BridgeMoveAdapter - ";
+    const std::string badNetwork = "HBLValidateNetIDStruct - Invalid vnet number: -2\n";
+    const struct {
+        const HBL_HostAdapter *adapter;
+        const HBL_NetworkID *source;
+        const HBL_NetworkID *destination;
+        bool accepted;
+        std::string log;
+    } cases[] = {
+        {nullptr, nullptr, nullptr, false, prefix + "Invalid arguments - adapter: (nil)\n"},
+        {&otherVersion, nullptr, nullptr, false, prefix + "Unsupported adapter version: 2\n"},
+        {&eth0, nullptr, &bad, false, badNetwork + prefix + "Invalid destination network\n"},
+        {&eth0, &bad, &four, false, badNetwork + prefix + "Invalid destination network\n"},
+        {&eth0, &four, &three, false,
+         prefix + "Souce vnet: 4 is not bridged to specified host adapter: eth0\n"},
+        {&eth0, &three, &three, true, ""},
+        {&eth0, nullptr, &three, true, ""},
+    };
+    LogCapture log;
+    for (const auto &row : cases) {
+        EXPECT_EQ(row.accepted, HBL_BridgeMoveAdapter(row.adapter, row.source, row.destination)) << row.log;
+        EXPECT_EQ(row.log, log.Take());
+    }
+    const HBL_HostAdapter unmapped = Adapter("eth1");
+    EXPECT_TRUE(HBL_BridgeMoveAdapter(&unmapped, nullptr, nullptr));
+    EXPECT_EQ(before, ReadFileText(cache.Database()));
+    ASSERT_TRUE(HBLNetCfgLockConfig(nullptr));
+    EXPECT_FALSE(HBL_BridgeMoveAdapter(&eth0, nullptr, &four));
+    EXPECT_EQ(prefix + "Failed to obtain lock on vnet config\n", log.Take());
+}
+
+}  // namespace
