@@ -119,10 +119,14 @@ bool AppendRecords(const HBLNetworkConfigurationDB *db, const char *path) {
     }
     const bool written = WriteAnswers(db, stream) && WriteNATForwards(db, stream) &&
                          WriteDHCPMappings(db, stream) && WriteBridgeMappings(db, stream);
+    int reason = written ? 0 : errno;
     const bool closed = fclose(stream) == 0;
     if (written && !closed) {
-        HBLLog(LOG_ERR, WRITE_DATABASE, "Failed to close database file: %s, error: %s", path,
-               Err_ErrnoText(errno));
+        reason = errno;
+    }
+    if (reason != 0) {
+        HBLLog(LOG_ERR, WRITE_DATABASE, "Failed to finish database file: %s, error: %s", path,
+               Err_ErrnoText(reason));
     }
     return written && closed;
 }

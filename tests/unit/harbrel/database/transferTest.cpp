@@ -1,0 +1,161 @@
+#include "lib/harbrel/database/transfer.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "lib/harbrel/database/database.h"
+#include "lib/misc/owners.h"
+#include "tests/support/command.h"
+#include "tests/support/fileSizeLimit.h"
+#include "tests/support/logCapture.h"
+#include "tests/support/tempFolder.h"
+
+namespace {
+
+class DatabaseTransfer : public testing::Test {
+  protected:
+    ~DatabaseTransfer() override {
+        if (*HBLNetCfgDefaultSlot() != nullptr) {
+            HBLNetCfgUnload(nullptr, false);
+        }
+    }
+    bool Import(const std::string &text) {
+        WriteFileText(backup, text);
+        return HBLNetCfgImportConfig(backup.c_str(), path.c_str());
+    }
+
+    TempFolder folder;
+    std::string path = folder / "networking";
+    std::string backup = folder / "backup";
+};
+
+TEST_F(DatabaseTransfer, ImportFiltersAndUpgrades) {
+    struct Row {
+        const char *behaviour;
+        const char *backup;
+        const char *database;  // behind the version line
+    };
+    static constexpr Row ROWS[] = {
+        {"empty legacy file", "", ""},
+        {"present version", "BACKUP_VERSION=1,0\nanswer VNET_1_DHCP yes\n", "answer VNET_1_DHCP yes\n"},
+        {"later minor version", "BACKUP_VERSION=1,3\nanswer HBL_LOGLEVEL 0x7f\n",
+         "answer HBL_LOGLEVEL 0x7f\n"},
+        {"live database as backup", "VERSION=1,0\nanswer VNET_1_NAT no\n", "answer VNET_1_NAT no\n"},
+        {"host keys and unknown ones go",
+         "BACKUP_VERSION=1,0\nanswer BINDIR /x\nanswer RUNDIR /run\nanswer CONFIGDIR /c\nanswer MY_NOTE n\n"
+         "answer VNET_1_COLOUR red\nanswer vnet_1_dhcp yes\nanswer VNET_300_DHCP yes\nanswer VNET_-1_NAT no\n"
+         "answer VNET_x_NAT no\nanswer VNET_5 yes\nanswer hbl_loglevel 1\n",
+         ""},
+        {"numbers read as numbers", "BACKUP_VERSION=1,0\nanswer VNET_0x1_DHCP yes\nanswer VNET_255_NAT no\n",
+         "answer VNET_0x1_DHCP yes\nanswer VNET_255_NAT no\n"},
+        {"legacy bridging", "answer VNET_0_INTERFACE eth0\nanswer VNET_2_INTERFACE eth1\n",
+         "add_bridge_mapping eth0 0\nadd_bridge_mapping eth1 2\n"},
+        {"legacy address", "answer VNET_1_HOSTONLY_HOSTADDR 192.168.1.1\n",
+         "answer VNET_1_VIRTUAL_ADAPTER yes\nanswer VNET_1_VIRTUAL_ADAPTER_ADDR 192.168.1.1\n"},
+        {"legacy address over present fields",
+         "answer VNET_1_VIRTUAL_ADAPTER no\nanswer VNET_1_VIRTUAL_ADAPTER_ADDR 10.0.0.1\n"
+         "answer VNET_1_HOSTONLY_HOSTADDR 192.168.1.1\n",
+         "answer VNET_1_VIRTUAL_ADAPTER yes\nanswer VNET_1_VIRTUAL_ADAPTER_ADDR 192.168.1.1\n"},
+        {"legacy fields of a present file stay",
+         "BACKUP_VERSION=1,0\nanswer VNET_1_HOSTONLY_HOSTADDR 1.2.3.4\nanswer VNET_2_INTERFACE eth1\n",
+         "answer VNET_1_HOSTONLY_HOSTADDR 1.2.3.4\nanswer VNET_2_INTERFACE eth1\n"},
+        {"other families are not filtered",
+         "add_nat_portfwd 8 tcp 80 10.0.0.2 80 web\nadd_dhcp_mac_to_ip 8 2:0:0:a:b:c 10.0.0.3\n",
+         "add_nat_portfwd 8 tcp 80 10.0.0.2 80 web\nadd_dhcp_mac_to_ip 8 02:00:00:0A:0B:0C 10.0.0.3\n"},
+    };
+    for (const Row &row : ROWS) {
+        EXPECT_TRUE(Import(row.backup)) << row.behaviour;
+        EXPECT_EQ(std::string("VERSION=1,0\n") + row.database, ReadFileText(path)) << row.behaviour;
+    }
+    const std::string longName(128, 'e');
+    EXPECT_TRUE(Import("answer VNET_2_INTERFACE " + longName + "\n"));
+    EXPECT_EQ("VERSION=1,0\n", ReadFileText(path));
+}
+
+TEST_F(DatabaseTransfer, ManyLegacyAddressesUpgradeWithoutLoss) {
+    std::string text;
+    for (int vnet = 0; vnet < 256; vnet++) {
+        const std::string key = "answer VNET_" + std::to_string(vnet) + "_";
+        text += key + "VIRTUAL_ADAPTER no\n" + key + "VIRTUAL_ADAPTER_ADDR 1.1.1.1\n" + key +
+                "HOSTONLY_HOSTADDR 2.2.2.2\n";
+    }
+    ASSERT_TRUE(Import(text));
+    const std::string database = ReadFileText(path);
+    EXPECT_EQ(std::string::npos, database.find("1.1.1.1"));
+    EXPECT_EQ(std::string::npos, database.find("HOSTADDR"));
+    EXPECT_NE(std::string::npos, database.find("answer VNET_255_VIRTUAL_ADAPTER_ADDR 2.2.2.2\n"));
+}
+
+TEST_F(DatabaseTransfer, FormerDatabasesAreKeptUnderFreeNames) {
+    WriteFileText(path, "first");
+    ASSERT_EQ(0, symlink("nowhere", (path + ".bak.1").c_str()));  // stands there, though it leads nowhere
+    EXPECT_TRUE(Import("answer HBL_LOGLEVEL 1\n"));
+    EXPECT_TRUE(Import("answer HBL_LOGLEVEL 2\n"));
+    EXPECT_EQ("first", ReadFileText(path + ".bak.0"));
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 1\n", ReadFileText(path + ".bak.2"));
+    EXPECT_EQ(path + ".bak.3", std::string(MallocString(HBLNetCfgFreeBackupName(path.c_str())).get()));
+}
+
+TEST_F(DatabaseTransfer, LoadedLibraryGoesOnWithTheNewRecords) {
+    WriteFileText(path, "VERSION=1,0\nanswer HBL_LOGLEVEL 1\n");
+    ASSERT_TRUE(HBLNetCfgLoad(path.c_str(), nullptr, false));
+    LogCapture log;
+    ASSERT_TRUE(Import("BACKUP_VERSION=1,0\nanswer HBL_LOGLEVEL 2\n"));
+    EXPECT_EQ(
+        "NetCfgUpdateDatabaseFields - Source and destination database versions are same\n"
+        "HBLNetCfgImportConfig - Reopened database file: " +
+            path + "\n",
+        log.Take());
+    const char *value = nullptr;
+    EXPECT_TRUE(HBLNetCfgGetAnswerString(nullptr, "HBL_LOGLEVEL", &value));
+    EXPECT_STREQ("2", value);
+    EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "VNET_1_DHCP", "yes"));
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 2\nanswer VNET_1_DHCP yes\n", ReadFileText(path));
+}
+
+TEST_F(DatabaseTransfer, FailureLeavesDatabaseAndCacheAsTheyWere) {
+    const std::string former = "VERSION=1,0\nanswer HBL_LOGLEVEL 1\n";
+    WriteFileText(path, former);
+    ASSERT_TRUE(HBLNetCfgLoad(path.c_str(), nullptr, false));
+    EXPECT_FALSE(Import("BACKUP_VERSION=2,0\n"));
+    EXPECT_FALSE(HBLNetCfgImportConfig((folder / "none").c_str(), path.c_str()));
+    WriteFileText(backup, "answer VNET_1_DHCP yes\nanswer VNET_2_DHCP " + std::string(1500, 'y') + "\n");
+    LogCapture log(LOG_ERR | LOG_INFO);
+    {
+        const FileSizeLimit full(1000);  // enough for the lock, not for the new database
+        EXPECT_FALSE(HBLNetCfgImportConfig(backup.c_str(), path.c_str()));
+    }
+    EXPECT_NE(std::string::npos,
+              log.Take().find("HBLNetCfgImportConfig - Restored database file during error handling\n"));
+    EXPECT_EQ(former, ReadFileText(path));
+    EXPECT_FALSE(std::filesystem::exists(path + ".bak.0"));
+    EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "A", "b"));
+    EXPECT_EQ(former + "answer A b\n", ReadFileText(path));
+}
+
+TEST_F(DatabaseTransfer, CheckedVersionIsThatOfALiveDatabase) {
+    struct Row {
+        const char *text;
+        bool good;
+    };
+    static constexpr Row ROWS[] = {
+        {"VERSION=1,0\n", true},    {"VERSION=0,9", true},
+        {"VERSION=2,0\n", false},   {"BACKUP_VERSION=1,0\n", false},
+        {"version=1,0\n", false},   {"", false},
+        {"VERSION\n", false},       {"VERSION=1\n", false},
+        {"VERSION=1,0,0\n", false}, {"VERSION=-1,0\n", false},
+        {"\nVERSION=1,0\n", false}, {"VERSION=1,x\n", false},
+    };
+    for (const Row &row : ROWS) {
+        WriteFileText(path, row.text);
+        EXPECT_EQ(row.good, HBLNetCfgCheckVersion(path.c_str())) << row.text;
+    }
+    EXPECT_FALSE(HBLNetCfgCheckVersion(folder.Path().c_str()));
+    EXPECT_FALSE(HBLNetCfgCheckVersion((folder / "none").c_str()));
+}
+
+}  // namespace
