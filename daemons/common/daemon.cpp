@@ -1,0 +1,178 @@
+#include "daemons/common/daemon.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "daemons/common/complain.h"
+#include "daemons/common/options.h"
+#include "daemons/common/switch.h"
+#include "lib/misc/owners.h"
+
+namespace {
+
+// The library logs the value and takes any as success.
+constexpr uint16_t STATUS_UP = 0;
+
+void CloseRange(unsigned first, unsigned last) {
+    if (first <= last) {
+        close_range(first, last, 0);
+    }
+}
+
+void LeaveStartersSession() {
+    setsid();
+    (void)!chdir("/");
+    int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (nothing >= 0) {
+        dup2(nothing, STDIN_FILENO);
+        close(nothing);
+    }
+}
+
+void RemoveTraces(const CleanUp &cleanUp) {
+    RtSocket socket;
+    if (!socket.Open()) {
+        return;
+    }
+    for (int link : cleanUp.links) {
+        Link_SetGroup(&socket, link, LINK_GROUP_DEAD);
+    }
+    Switch_RemoveDeadLinks(&socket);
+    if (cleanUp.network >= 0) {
+        Switch_RemoveWhenUnused(&socket, cleanUp.network);
+    }
+}
+
+// Holds nothing of the daemon's but the log: neither its switch use nor its TAPs nor the pipe.
+[[noreturn]] void RunWatcher(int process, const CleanUp &cleanUp) {
+    for (int signalNumber : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
+        signal(signalNumber, SIG_IGN);
+    }
+    prctl(PR_SET_NAME, "zelan-watch");
+    CloseRange(STDERR_FILENO + 1, static_cast<unsigned>(process) - 1);
+    CloseRange(static_cast<unsigned>(process) + 1, UINT_MAX);
+    LeaveStartersSession();
+    pollfd end = {process, POLLIN, 0};
+    while (poll(&end, 1, -1) < 0 && errno == EINTR) {
+    }
+    RemoveTraces(cleanUp);
+    _exit(EXIT_SUCCESS);
+}
+
+}  // namespace
+
+bool Daemon_ReadContract(const char *statusText, const char *pidFile, DaemonContract *contract) {
+    if (!Options_Number(statusText, INT_MAX, &contract->statusDescriptor)) {
+        Complain("option -s needs the number of a descriptor, not %s", statusText);
+        return false;
+    }
+    if (fcntl(contract->statusDescriptor, F_GETFD) < 0) {
+        Complain("the status descriptor %d is not open", contract->statusDescriptor);
+        return false;
+    }
+    if (*pidFile == '\0') {
+        Complain("option -d needs the path of the PID file");
+        return false;
+    }
+    contract->pidFile = pidFile;
+    return true;
+}
+
+void Daemon_ShedInherited(const DaemonContract &contract) {
+    // A standard descriptor that is closed would be taken by the next file, which then gets the log lines.
+    while (fcntl(STDERR_FILENO, F_GETFD) < 0 && open("/dev/null", O_RDWR) >= 0) {
+    }
+    auto status = static_cast<unsigned>(contract.statusDescriptor);
+    if (status > STDERR_FILENO) {
+        CloseRange(STDERR_FILENO + 1, status - 1);
+        CloseRange(status + 1, UINT_MAX);
+        fcntl(contract.statusDescriptor, F_SETFD, FD_CLOEXEC);
+    }
+    // The starter may be gone before the report.
+    signal(SIGPIPE, SIG_IGN);
+}
+
+void Daemon_Detach(const DaemonContract &contract, const CleanUp &cleanUp) {
+    pid_t daemon = fork();
+    if (daemon == 0) {
+        close(contract.statusDescriptor);
+        LeaveStartersSession();
+        return;
+    }
+    if (daemon < 0) {
+        Complain("fork: %s", strerror(errno));
+        Daemon_CleanUpAfterFailure(cleanUp);
+        _exit(EXIT_FAILURE);
+    }
+    if (!Daemon_StartWatcher(daemon, cleanUp)) {
+        kill(daemon, SIGKILL);
+        waitpid(daemon, nullptr, 0);
+        Daemon_CleanUpAfterFailure(cleanUp);
+        _exit(EXIT_FAILURE);
+    }
+    if (!Daemon_WritePidFile(contract.pidFile, daemon)) {
+        kill(daemon, SIGKILL);
+        _exit(EXIT_FAILURE);
+    }
+    Daemon_Report(contract);
+    _exit(EXIT_SUCCESS);
+}
+
+bool Daemon_StartWatcher(pid_t daemon, const CleanUp &cleanUp) {
+    FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, daemon, 0)));
+    if (!process) {
+        Complain("pidfd_open: %s", strerror(errno));
+        return false;
+    }
+    pid_t watcher = fork();
+    if (watcher == 0) {
+        RunWatcher(process.get(), cleanUp);
+    }
+    if (watcher < 0) {
+        Complain("fork: %s", strerror(errno));
+    }
+    return watcher > 0;
+}
+
+bool Daemon_WritePidFile(const char *path, pid_t daemon) {
+    std::string temporary = std::string(path) + "." + std::to_string(daemon);
+    FileDescriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+    std::string text = std::to_string(daemon) + "\n";
+    bool written = file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+                   rename(temporary.c_str(), path) == 0;
+    if (!written) {
+        Complain("cannot write the PID file %s: %s", path, strerror(errno));
+        unlink(temporary.c_str());
+    }
+    return written;
+}
+
+void Daemon_Report(const DaemonContract &contract) {
+    if (write(contract.statusDescriptor, &STATUS_UP, sizeof STATUS_UP) != sizeof STATUS_UP) {
+        Complain("nobody takes the status report: %s", strerror(errno));
+    }
+    close(contract.statusDescriptor);
+}
+
+void Daemon_CleanUpAfterFailure(const CleanUp &cleanUp) {
+    if (fork() == 0) {
+        CloseRange(STDERR_FILENO + 1, UINT_MAX);
+        LeaveStartersSession();
+        RemoveTraces(cleanUp);
+        _exit(EXIT_SUCCESS);
+    }
+}

@@ -1,0 +1,200 @@
+#include "daemons/common/link.h"
+
+#include <fcntl.h>
+#include <linux/if_link.h>
+#include <linux/veth.h>
+#include <sys/socket.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+// Queues of a veth end: it defaults to one per processor, each with sysfs entries of its own, of which only
+// the first is ever used.
+constexpr uint32_t VETH_QUEUES = 1;
+
+RtRequest LinkRequest(uint16_t type, uint16_t flags, int index, unsigned linkFlags = 0, unsigned mask = 0) {
+    ifinfomsg header = {};
+    header.ifi_family = AF_UNSPEC;
+    header.ifi_index = index;
+    header.ifi_flags = linkFlags;
+    header.ifi_change = mask;
+    return RtRequest(type, flags, &header, sizeof header);
+}
+
+void ReadKind(const rtattr *linkInfo, std::string *kind) {
+    auto left = static_cast<int>(RTA_PAYLOAD(linkInfo));
+    auto *attribute = static_cast<const rtattr *>(RTA_DATA(linkInfo));
+    for (; RTA_OK(attribute, left); attribute = RTA_NEXT(attribute, left)) {
+        if (attribute->rta_type == IFLA_INFO_KIND) {
+            const char *text = static_cast<const char *>(RTA_DATA(attribute));
+            kind->assign(text, strnlen(text, RTA_PAYLOAD(attribute)));
+        }
+    }
+}
+
+void ReadAttribute(const rtattr *attribute, LinkInfo *link) {
+    const char *data = static_cast<const char *>(RTA_DATA(attribute));
+    switch (attribute->rta_type) {
+        case IFLA_IFNAME:
+            link->name.assign(data, strnlen(data, RTA_PAYLOAD(attribute)));
+            break;
+        case IFLA_ADDRESS:
+            if (RTA_PAYLOAD(attribute) == link->mac.size()) {
+                memcpy(link->mac.data(), data, link->mac.size());
+            }
+            break;
+        case IFLA_MASTER:
+            link->master = static_cast<int>(Rt_Value32(attribute));
+            break;
+        case IFLA_GROUP:
+            link->group = Rt_Value32(attribute);
+            break;
+        case IFLA_MTU:
+            link->mtu = Rt_Value32(attribute);
+            break;
+        case IFLA_LINKINFO:
+            ReadKind(attribute, &link->kind);
+            break;
+        default:
+            break;
+    }
+}
+
+}  // namespace
+
+bool Link_Parse(const nlmsghdr *message, LinkInfo *link) {
+    if (message->nlmsg_type != RTM_NEWLINK && message->nlmsg_type != RTM_DELLINK) {
+        return false;
+    }
+    auto *header = static_cast<const ifinfomsg *>(NLMSG_DATA(message));
+    if (message->nlmsg_len < NLMSG_LENGTH(sizeof *header) || header->ifi_family != AF_UNSPEC) {
+        return false;
+    }
+    *link = LinkInfo();
+    link->index = header->ifi_index;
+    link->type = header->ifi_type;
+    link->flags = header->ifi_flags;
+    Rt_ForEachAttribute(message, sizeof *header,
+                        [link](const rtattr *attribute) { ReadAttribute(attribute, link); });
+    return !link->name.empty();
+}
+
+int Link_Get(RtSocket *socket, int index, LinkInfo *link) {
+    RtRequest request = LinkRequest(RTM_GETLINK, 0, index);
+    return socket->Ask(&request, [link](const nlmsghdr *message) { Link_Parse(message, link); });
+}
+
+int Link_ForEach(RtSocket *socket, int master, const std::function<void(const LinkInfo &)> &visit) {
+    constexpr int ATTEMPTS = 10;
+    std::vector<LinkInfo> links;
+    int error = EAGAIN;
+    for (int attempt = 0; error == EAGAIN && attempt < ATTEMPTS; attempt++) {
+        links.clear();
+        RtRequest request = LinkRequest(RTM_GETLINK, NLM_F_DUMP, 0);
+        if (master != 0) {
+            request.Put32(IFLA_MASTER, static_cast<uint32_t>(master));
+        }
+        error = socket->Ask(&request, [&](const nlmsghdr *message) {
+            LinkInfo link;
+            // A kernel that does not know the filter shows all.
+            if (Link_Parse(message, &link) && (master == 0 || link.master == master)) {
+                links.push_back(link);
+            }
+        });
+    }
+    for (const LinkInfo &link : links) {
+        visit(link);
+    }
+    return error;
+}
+
+int Link_SetFlags(RtSocket *socket, int index, unsigned flags, unsigned mask) {
+    RtRequest request = LinkRequest(RTM_SETLINK, 0, index, flags, mask);
+    return socket->Do(&request);
+}
+
+int Link_SetMaster(RtSocket *socket, int index, int master) {
+    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
+    request.Put32(IFLA_MASTER, static_cast<uint32_t>(master));
+    return socket->Do(&request);
+}
+
+int Link_SetMtu(RtSocket *socket, int index, uint32_t mtu) {
+    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
+    request.Put32(IFLA_MTU, mtu);
+    return socket->Do(&request);
+}
+
+int Link_SetGroup(RtSocket *socket, int index, uint32_t group) {
+    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
+    request.Put32(IFLA_GROUP, group);
+    return socket->Do(&request);
+}
+
+int Link_Delete(RtSocket *socket, int index) {
+    RtRequest request = LinkRequest(RTM_DELLINK, 0, index);
+    return socket->Do(&request);
+}
+
+int Link_DeleteGroup(RtSocket *socket, uint32_t group) {
+    RtRequest request = LinkRequest(RTM_DELLINK, 0, 0);
+    request.Put32(IFLA_GROUP, group);
+    return socket->Do(&request);
+}
+
+int Link_MakeVeth(RtSocket *socket, const VethPlan &plan) {
+    RtRequest request = LinkRequest(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, 0, IFF_UP, IFF_UP);
+    request.PutText(IFLA_IFNAME, plan.name);
+    request.Put32(IFLA_GROUP, LINK_GROUP_LIVE);
+    request.Put32(IFLA_NUM_TX_QUEUES, VETH_QUEUES);
+    request.Put32(IFLA_NUM_RX_QUEUES, VETH_QUEUES);
+    if (plan.master != 0) {
+        request.Put32(IFLA_MASTER, static_cast<uint32_t>(plan.master));
+    }
+    size_t linkInfo = request.Open(IFLA_LINKINFO);
+    request.PutText(IFLA_INFO_KIND, "veth");
+    size_t data = request.Open(IFLA_INFO_DATA);
+    size_t peer = request.Open(VETH_INFO_PEER);
+    ifinfomsg peerHeader = {};
+    request.Append(&peerHeader, sizeof peerHeader);
+    request.PutText(IFLA_IFNAME, plan.peerName);
+    request.Put32(IFLA_GROUP, LINK_GROUP_LIVE);
+    request.Put32(IFLA_NUM_TX_QUEUES, VETH_QUEUES);
+    request.Put32(IFLA_NUM_RX_QUEUES, VETH_QUEUES);
+    if (plan.peerNamespace >= 0) {
+        request.Put32(IFLA_NET_NS_FD, static_cast<uint32_t>(plan.peerNamespace));
+    }
+    request.Close(peer);
+    request.Close(data);
+    request.Close(linkInfo);
+    return socket->Do(&request);
+}
+
+void Link_DisableIpv6(const char *name) {
+    char path[128];
+    snprintf(path, sizeof path, "/proc/sys/net/ipv6/conf/%s/disable_ipv6", name);
+    // Without IPv6 in the kernel there is no such file, and nothing to do.
+    FileDescriptor setting(open(path, O_WRONLY | O_CLOEXEC));
+    if (setting) {
+        (void)!write(setting.get(), "1", 1);
+    }
+}
+
+bool Link_IsValidName(const char *name) {
+    size_t length = strlen(name);
+    if (length == 0 || length >= IFNAMSIZ || strcmp(name, ".") == 0 || strcmp(name, "..") == 0) {
+        return false;
+    }
+    for (const char *letter = name; *letter != '\0'; letter++) {
+        if (*letter == '/' || *letter == ':' || *letter == '%' ||
+            isspace(static_cast<unsigned char>(*letter))) {
+            return false;
+        }
+    }
+    return true;
+}

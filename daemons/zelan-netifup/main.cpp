@@ -1,0 +1,104 @@
+// zelan-netifup -s W -d PIDFILE /dev/zelan<N> ADAPTER
+//
+// Keeps the host's own interface on network N in being: a veth pair whose one end carries the adapter's name
+// and whose other end is a port of the network's switch. The tool gives the adapter its addresses. The pair
+// exists for as long as this daemon lives.
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "daemons/common/complain.h"
+#include "daemons/common/daemon.h"
+#include "daemons/common/options.h"
+#include "daemons/common/switch.h"
+
+namespace {
+
+// The device nodes of the networks: the minor number is the network's.
+constexpr unsigned ZELAN_MAJOR = 119;
+
+struct Arguments {
+    DaemonContract contract;
+    int network = -1;
+    const char *adapter = nullptr;
+};
+
+bool ReadNetwork(const char *node, int *network) {
+    struct stat status = {};
+    if (stat(node, &status) != 0) {
+        Complain("%s: %s", node, strerror(errno));
+        return false;
+    }
+    if (!S_ISCHR(status.st_mode) || major(status.st_rdev) != ZELAN_MAJOR ||
+        minor(status.st_rdev) > SWITCH_MAX_NETWORK) {
+        Complain("%s is no device node of a network", node);
+        return false;
+    }
+    *network = static_cast<int>(minor(status.st_rdev));
+    return true;
+}
+
+bool ReadArguments(char **argv, Arguments *arguments) {
+    const char *status = nullptr;
+    const char *pidFile = nullptr;
+    const OptionRule rules[] = {{"-s", &status, nullptr}, {"-d", &pidFile, nullptr}};
+    std::vector<const char *> operands;
+    if (!Options_Read(argv, rules, &operands)) {
+        return false;
+    }
+    if (operands.size() != 2) {
+        Complain("usage: -s DESCRIPTOR -d PIDFILE /dev/zelan<N> ADAPTER");
+        return false;
+    }
+    arguments->adapter = operands[1];
+    if (!Link_IsValidName(arguments->adapter)) {
+        Complain("\"%s\" cannot name an interface", arguments->adapter);
+        return false;
+    }
+    return Daemon_ReadContract(status, pidFile, &arguments->contract) &&
+           ReadNetwork(operands[0], &arguments->network);
+}
+
+bool MakeInterface(const Arguments &arguments, SwitchUse *use, CleanUp *cleanUp) {
+    char portName[IFNAMSIZ];
+    snprintf(portName, sizeof portName, "zelan-if%d", arguments.network);
+    SwitchLock lock(arguments.network);
+    RtSocket socket;
+    SwitchPort port;
+    if (!lock.held() || !use->Begin(arguments.network) || !socket.Open()) {
+        return false;
+    }
+    cleanUp->network = arguments.network;
+    if (!Switch_MakePort(&socket, arguments.network, portName, arguments.adapter, -1, &port)) {
+        return false;
+    }
+    // Removing one end of the pair removes both.
+    cleanUp->links.push_back(port.portIndex);
+    return true;
+}
+
+}  // namespace
+
+int main(int, char **argv) {
+    Arguments arguments;
+    if (!ReadArguments(argv, &arguments)) {
+        return EXIT_FAILURE;
+    }
+    Daemon_ShedInherited(arguments.contract);
+    SwitchUse use;
+    CleanUp cleanUp;
+    if (!MakeInterface(arguments, &use, &cleanUp)) {
+        Daemon_CleanUpAfterFailure(cleanUp);
+        return EXIT_FAILURE;
+    }
+    Daemon_Detach(arguments.contract, cleanUp);
+    for (;;) {
+        pause();
+    }
+}
