@@ -6,6 +6,8 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_map>
+#include <utility>
 
 #include "lib/fatal/memory.h"
 #include "lib/fatal/panic.h"
@@ -19,10 +21,16 @@ struct Entry {
     Entry *next;
     const void *key;
     void *value;
+    Entry *previous;  // in the chain of a table that is not atomic
     uint32_t hash;
 };
 
 constexpr uint32_t INTEGER_HASH_FACTOR = 48271;
+
+// The buckets never grow, since the order of a walk hangs on them, so the chains of a large table are long.
+// From this many entries per bucket on, keys are looked up in an index by unreduced hash beside the buckets.
+constexpr uint64_t INDEXED_CHAIN_LENGTH = 4;
+using EntryIndex = std::unordered_multimap<uint32_t, Entry *>;
 
 }  // namespace
 
@@ -35,6 +43,7 @@ struct HashTable {
     HashTableFreeEntryFn freeEntryFn;
     Entry **buckets;
     uint64_t numElements;
+    EntryIndex *index;  // null in a small table, and in an atomic one, whose readers take no lock
 };
 
 namespace {
@@ -115,12 +124,66 @@ Entry *FindInChain(const HashTable *table, Entry *entry, const void *key, uint32
     return entry;
 }
 
+Entry *FindInIndex(const HashTable *table, const void *key, uint32_t hash) {
+    const auto [first, last] = table->index->equal_range(hash);
+    for (auto at = first; at != last; ++at) {
+        if (KeysEqual(table, at->second->key, key)) {
+            return at->second;
+        }
+    }
+    return nullptr;
+}
+
+Entry *FindFrom(const HashTable *table, Entry *head, const void *key, uint32_t hash) {
+    return table->index != nullptr ? FindInIndex(table, key, hash) : FindInChain(table, head, key, hash);
+}
+
 Entry *Find(const HashTable *table, const void *key) {
     if (table->numEntries == 0) {
         return nullptr;
     }
     const uint32_t hash = HashKey(table, key);
-    return FindInChain(table, LoadHead(table, ReduceToBucket(table, hash)), key, hash);
+    return FindFrom(table, LoadHead(table, ReduceToBucket(table, hash)), key, hash);
+}
+
+void IndexNewEntry(HashTable *table, Entry *added) {
+    if (table->index != nullptr) {
+        table->index->emplace(added->hash, added);
+        return;
+    }
+    if (table->atomic || table->numElements < INDEXED_CHAIN_LENGTH * table->numEntries) {
+        return;
+    }
+    table->index = new EntryIndex;
+    for (uint32_t bucket = 0; bucket < table->numEntries; bucket++) {
+        for (Entry *entry = table->buckets[bucket]; entry != nullptr; entry = entry->next) {
+            table->index->emplace(entry->hash, entry);
+        }
+    }
+}
+
+void Unlink(HashTable *table, const Entry *doomed) {
+    Entry **link = &table->buckets[ReduceToBucket(table, doomed->hash)];
+    if (doomed->previous != nullptr) {
+        link = &doomed->previous->next;
+    }
+    while (*link != doomed) {  // only an atomic table has to walk
+        link = &(*link)->next;
+    }
+    *link = doomed->next;
+    if (!table->atomic && doomed->next != nullptr) {
+        doomed->next->previous = doomed->previous;
+    }
+}
+
+void TakeFromIndex(HashTable *table, const Entry *doomed) {
+    if (table->index != nullptr) {
+        auto at = table->index->find(doomed->hash);
+        while (at->second != doomed) {
+            ++at;
+        }
+        table->index->erase(at);
+    }
 }
 
 bool OwnsKeys(const HashTable *table) {
@@ -131,6 +194,7 @@ Entry *NewEntry(const HashTable *table, const void *key, void *value, uint32_t h
     Entry *entry = static_cast<Entry *>(Mem_Alloc(sizeof(Entry)));
     entry->key = OwnsKeys(table) ? Mem_Strdup(static_cast<const char *>(key)) : key;
     entry->value = value;
+    entry->previous = nullptr;
     entry->hash = hash;
     return entry;
 }
@@ -181,7 +245,7 @@ Entry *FindOrAdd(HashTable *table, const void *key, void *value) {
     Entry *added = nullptr;
     for (;;) {
         Entry *head = LoadHead(table, bucket);
-        Entry *present = FindInChain(table, head, key, hash);
+        Entry *present = FindFrom(table, head, key, hash);
         if (present != nullptr) {
             if (added != nullptr) {  // lost the race; the value stays the caller's
                 FreeKey(table, added);
@@ -194,7 +258,11 @@ Entry *FindOrAdd(HashTable *table, const void *key, void *value) {
         }
         added->next = head;
         if (PublishHead(table, bucket, head, added)) {
+            if (!table->atomic && head != nullptr) {
+                head->previous = added;
+            }
             CountNewElement(table);
+            IndexNewEntry(table, added);
             return nullptr;
         }
     }
@@ -229,6 +297,7 @@ HashTable *HashTable_Alloc(uint32_t numEntries, uint32_t flags, HashTableFreeEnt
         .freeEntryFn = freeEntryFn,
         .buckets = static_cast<Entry **>(Mem_Calloc(numEntries, sizeof(Entry *))),
         .numElements = 0,
+        .index = nullptr,
     };
     return table;
 }
@@ -259,6 +328,7 @@ void HashTable_Free(HashTable *table) {
 
 void HashTable_Clear(HashTable *table) {
     table->numElements = 0;
+    delete std::exchange(table->index, nullptr);
     for (uint32_t bucket = 0; bucket < table->numEntries; bucket++) {
         while (table->buckets[bucket] != nullptr) {
             Entry *entry = table->buckets[bucket];
@@ -317,11 +387,8 @@ bool HashTable_Delete(HashTable *table, const void *key) {
     if (doomed == nullptr) {
         return false;
     }
-    Entry **link = &table->buckets[ReduceToBucket(table, doomed->hash)];
-    while (*link != doomed) {
-        link = &(*link)->next;
-    }
-    *link = doomed->next;
+    Unlink(table, doomed);
+    TakeFromIndex(table, doomed);
     table->numElements--;
     FreeEntry(table, doomed);
     return true;

@@ -134,6 +134,27 @@ TEST(HashTable, LetsGoOfExactlyTheValuesThatLeave) {
     EXPECT_THAT(freedValues, testing::UnorderedElementsAre(10, 20, 13, 30));
 }
 
+// Enough entries for the index, with every third key removed and one of those added again.
+TEST(HashTable, LongChainsFindTheirKeysAndKeepTheirOrder) {
+    Table table = MakeTable(1, HASH_INT_KEY);
+    std::vector<uintptr_t> newestFirst;
+    for (uintptr_t key = 1; key <= 100; key++) {
+        ASSERT_TRUE(HashTable_Insert(table.get(), HashTable_IntKey(key), Value(key)));
+        EXPECT_FALSE(HashTable_Insert(table.get(), HashTable_IntKey(key), Value(key)));
+        newestFirst.insert(newestFirst.begin(), key);
+    }
+    for (uintptr_t key = 3; key <= 100; key += 3) {
+        EXPECT_TRUE(HashTable_Delete(table.get(), HashTable_IntKey(key)));
+        EXPECT_FALSE(HashTable_Lookup(table.get(), HashTable_IntKey(key), nullptr));
+        std::erase(newestFirst, key);
+    }
+    EXPECT_TRUE(HashTable_Insert(table.get(), HashTable_IntKey(51), Value(51)));
+    newestFirst.insert(newestFirst.begin(), 51);
+    EXPECT_EQ(Walk(table.get()), newestFirst);
+    HashTable_Clear(table.get());
+    EXPECT_FALSE(HashTable_Lookup(table.get(), HashTable_IntKey(1), nullptr));
+}
+
 TEST(HashTable, ReplaceIfEqualSwapsOnlyTheExpectedValue) {
     Table table = MakeTable(16, HASH_STRING_KEY | HASH_FLAG_ATOMIC);
     HashTable_Insert(table.get(), "k", Value(1));
