@@ -1,0 +1,187 @@
+// The database file through the exported calls: rewrite at unload, its failures, other processes, and the
+// calls on the database as a whole.
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "lib/file/fileLock.h"
+#include "tests/host/loadedLibrary.h"
+#include "tests/support/fileSizeLimit.h"
+#include "tests/support/otherProcess.h"
+
+namespace {
+
+using DatabaseOnHost = LibraryTest;
+
+constexpr const char *DATABASE = "/etc/orvane/networking";
+constexpr const char *EXPORT = "/tmp/networking_export";
+
+TEST_F(DatabaseOnHost, RewriteOnAFullDiskKeepsTheJournal) {
+    std::string records = "answer HBL_LOGLEVEL 1\n";
+    for (int number = 0; number < 200; number++) {
+        records += "answer KEY_" + std::to_string(number) + " value\n";
+    }
+    WriteDatabase(records);
+    ASSERT_TRUE(HBL_Load());
+    EXPECT_TRUE(HBL_VnetCfgAddAnswer("B", "2"));
+    Log();
+    {
+        const FileSizeLimit full(1000);
+        HBL_Unload();
+    }
+    EXPECT_EQ("VERSION=1,0\n" + records + "answer B 2\n", Database());
+    EXPECT_EQ("", OtherFiles());
+}
+
+TEST_F(DatabaseOnHost, ReadOnlyFolderLosesNothingAndTheReasonIsLogged) {
+    WriteDatabase("answer HBL_LOGLEVEL 1\nanswer A 1\n");
+    ASSERT_TRUE(HBL_Load());
+    EXPECT_TRUE(HBL_VnetCfgAddAnswer("B", "2"));
+    const std::string journal = Database();
+    ASSERT_EQ(0, mount("/etc/orvane", "/etc/orvane", nullptr, MS_BIND, nullptr));
+    ASSERT_EQ(0, mount(nullptr, "/etc/orvane", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr));
+    EXPECT_FALSE(HBL_SetDefaultLogLevel(3));
+    HBL_Unload();
+    EXPECT_EQ(journal, Database());
+    EXPECT_FALSE(HBL_Load());
+    EXPECT_FALSE(HBL_CreateNetworkingDB(true));
+    const std::string log = Log();
+    EXPECT_EQ(0, umount("/etc/orvane"));
+    for (const char *line :
+         {"HBLNetCfgLockConfig - Failed to lock config file, file: /etc/orvane/networking, error: Read-only",
+          "HBLNetCfgUnload - Failed to create temporary backup file, error: Read-only file system\n",
+          "HBLNetCfgLoad - Failed to lock config database file, error: Read-only file system\n",
+          "HBL_CreateNetworkingDB - Failed to backup existing database file, error: Read-only file"}) {
+        EXPECT_NE(std::string::npos, log.find(line)) << log;
+    }
+    EXPECT_EQ(journal, Database());
+}
+
+TEST_F(DatabaseOnHost, TwoLoadedProcessesLoseNoChange) {
+    WriteDatabase("answer HBL_LOGLEVEL 1\n");
+    OtherProcess other({[] { return HBL_Load(); }, [] { return HBL_VnetCfgAddAnswer("OTHER", "1"); },
+                        [] { return HBL_SetDefaultLogLevel(9); }, [] { return HBL_Unload(), true; }});
+    ASSERT_TRUE(HBL_Load());
+    ASSERT_TRUE(other.Do(0));
+    EXPECT_TRUE(HBL_VnetCfgAddAnswer("MINE", "1"));
+    EXPECT_TRUE(other.Do(1));
+    EXPECT_TRUE(other.Do(3));  // its rewrite puts a new file in the place of the one that is open here
+    EXPECT_TRUE(HBL_VnetCfgAddAnswer("MINE", "2"));
+    EXPECT_EQ("1", Answer("OTHER"));
+    ASSERT_TRUE(other.Do(0));
+    EXPECT_TRUE(other.Do(2));  // not seen here before the unload
+    HBL_Unload();
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x9\nanswer MINE 2\nanswer OTHER 1\n", Database());
+    EXPECT_TRUE(other.Do(1));
+    EXPECT_TRUE(other.Do(3));
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x9\nanswer MINE 2\nanswer OTHER 1\n", Database());
+    EXPECT_EQ("", OtherFiles());
+}
+
+TEST_F(DatabaseOnHost, LockedDatabaseIsNotRewritten) {
+    WriteDatabase("answer HBL_LOGLEVEL 9\nanswer A 1\n");
+    OtherProcess other({[] {
+        int error = 0;
+        return FileLock_Lock(DATABASE, false, FILE_LOCK_INFINITE_WAIT, &error) != nullptr;
+    }});
+    ASSERT_TRUE(HBL_Load());
+    EXPECT_TRUE(HBL_VnetCfgAddAnswer("A", "2"));
+    ASSERT_TRUE(other.Do(0));
+    EXPECT_FALSE(HBL_SetDefaultLogLevel(1));
+    HBL_Unload();
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 9\nanswer A 1\nremove_answer A\nanswer A 2\n", Database());
+    const std::string log = Log();
+    EXPECT_NE(
+        std::string::npos,
+        log.find("HBLNetCfgLockConfig - Failed to lock config file, file: /etc/orvane/networking, error: "
+                 "timed out\nHBL_SetDefaultLogLevel - Failed to obtain lock on vnet config\n"))
+        << log;
+}
+
+TEST_F(DatabaseOnHost, CreationAndDeletionNeedAnUnloadedLibrary) {
+    EXPECT_FALSE(HBL_CheckNetworkingDB());
+    EXPECT_FALSE(HBL_NetworkingDBExists());
+    EXPECT_TRUE(HBL_CreateNetworkingDB(true));
+    EXPECT_EQ("VERSION=1,0\n", Database());
+    EXPECT_EQ("", OtherFiles());
+    EXPECT_TRUE(HBL_NetworkingDBExists());
+    EXPECT_TRUE(HBL_CheckNetworkingDB());
+    EXPECT_FALSE(HBL_CreateNetworkingDB(false));
+    WriteDatabase("answer A 1\n");
+    EXPECT_TRUE(HBL_CreateNetworkingDB(true));
+    EXPECT_EQ("VERSION=1,0\nanswer A 1\n", ReadFileText("/etc/orvane/networking.bak.0"));
+    EXPECT_EQ("VERSION=1,0\n", Database());
+    ASSERT_TRUE(HBL_Load());
+    EXPECT_TRUE(HBL_CheckNetworkingDB());
+    EXPECT_FALSE(HBL_CreateNetworkingDB(true));
+    EXPECT_FALSE(HBL_DeleteNetworkingDB());
+    EXPECT_TRUE(HBL_NetworkingDBExists());
+    HBL_Unload();
+    EXPECT_TRUE(HBL_DeleteNetworkingDB());
+    EXPECT_FALSE(HBL_NetworkingDBExists());
+    EXPECT_TRUE(HBL_DeleteNetworkingDB());
+    EXPECT_EQ("networking.bak.0 ", OtherFiles());
+}
+
+TEST_F(DatabaseOnHost, FailedCreationPutsTheFormerDatabaseBack) {
+    WriteDatabase("answer A 1\n");
+    {
+        const FileSizeLimit full(5);
+        EXPECT_FALSE(HBL_CreateNetworkingDB(true));
+    }
+    EXPECT_EQ("VERSION=1,0\nanswer A 1\n", Database());
+    EXPECT_EQ("", OtherFiles());
+    EXPECT_EQ(nullptr, HBLLogStream());
+}
+
+TEST_F(DatabaseOnHost, ExportAndImportMeetAtTheDefaultFile) {
+    std::filesystem::remove(EXPORT);
+    EXPECT_FALSE(HBL_ExportDatabaseToFile(nullptr));
+    EXPECT_FALSE(HBL_ImportDatabaseFromFile(nullptr));
+    EXPECT_NE(std::string::npos, Log().find("HBL_ImportDatabaseFromFile - Import file does not exist\n"));
+    WriteDatabase("answer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\nanswer MY_NOTE kept\n");
+    ASSERT_TRUE(HBL_Load());
+    EXPECT_TRUE(HBL_ExportDatabaseToFile(nullptr));
+    EXPECT_EQ("BACKUP_VERSION=1,0\nanswer HBL_LOGLEVEL 1\nanswer MY_NOTE kept\nanswer VNET_1_DHCP yes\n",
+              ReadFileText(EXPORT));
+    HBL_Unload();
+    EXPECT_TRUE(HBL_ImportDatabaseFromFile(nullptr));
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\n", Database());
+    EXPECT_EQ("networking.bak.0 ", OtherFiles());
+    EXPECT_EQ(nullptr, HBLLogStream());
+}
+
+TEST_F(DatabaseOnHost, ImportWhileLoadedKeepsTheDaemonsFolder) {
+    WriteDatabase("answer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\n");
+    WriteFileText("/etc/orvane/config", "bindir = \"/usr/bin\"\n");
+    WriteFileText("/tmp/settings", "answer VNET_2_INTERFACE eth1\n");
+    ASSERT_TRUE(HBL_Load());
+    EXPECT_TRUE(HBL_ImportDatabaseFromFile("/tmp/settings"));
+    EXPECT_EQ("/usr/bin", Answer("BINDIR"));
+    EXPECT_EQ("(none)", Answer("VNET_1_DHCP"));
+    EXPECT_TRUE(HBL_SetDefaultLogLevel(2));
+    HBL_Unload();
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x2\nadd_bridge_mapping eth1 2\n", Database());
+}
+
+TEST_F(DatabaseOnHost, ExportOverTheDatabaseItselfHealsAtTheUnload) {
+    WriteDatabase("answer HBL_LOGLEVEL 1\n");
+    ASSERT_TRUE(HBL_Load());
+    EXPECT_TRUE(HBL_ExportDatabaseToFile(DATABASE));
+    EXPECT_TRUE(HBL_VnetCfgAddAnswer("A", "1"));
+    HBL_Unload();
+    EXPECT_EQ("VERSION=1,0\nanswer A 1\nanswer HBL_LOGLEVEL 1\n", Database());
+}
+
+TEST_F(DatabaseOnHost, DeletedDatabaseComesBackAtTheUnload) {
+    WriteDatabase("answer HBL_LOGLEVEL 1\n");
+    ASSERT_TRUE(HBL_Load());
+    std::filesystem::remove(DATABASE);
+    EXPECT_TRUE(HBL_SetDefaultLogLevel(2));
+    HBL_Unload();
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x2\n", Database());
+}
+
+}  // namespace
