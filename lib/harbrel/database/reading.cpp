@@ -76,7 +76,7 @@ NetCfgReadResult ReadVersionLine(HBLNetworkConfigurationDB *db, FILE *reader, un
         *lineNumber = 1;
         return ParseVersionString(version, &db->majorVersion, &db->minorVersion, NETCFG_MAJOR_VERSION)
                    ? NetCfgReadResult::Done
-                   : NetCfgReadResult::NoDatabase;
+                   : NetCfgReadResult::Failed;
     }
     if (!isBackup) {
         HBLLog(LOG_ERR, function, "Database file must have version number, aborting");

@@ -6,8 +6,8 @@
 
 enum class NetCfgReadResult {
     Done,
-    NoDatabase,  // what stands at the path is empty or carries no version line that this program supports
-    Failed,      // the file could not be opened, looked at or read to its end
+    NoDatabase,  // what stands at the path is empty or has no version line of its kind
+    Failed,      // it could not be opened or read to its end, or its version is not supported
 };
 
 // A zeroed cache for `path`. Null, with a line under `function`, when memory ran out.

@@ -143,20 +143,28 @@ bool Record(const char *function, HBLFileKind kind, const char *path) {
     return result == Recorded::Yes;
 }
 
-// True when the path is gone afterwards, also when it was gone before.
-bool Delete(const char *function, const char *path, bool isDirectory) {
-    const char *const noun = isDirectory ? "Directory" : "File";
-    if ((isDirectory ? Posix_Rmdir(path) : Posix_Unlink(path)) == 0) {
-        HBLLog(LOG_INFO2, function, "%s: %s deleted", noun, path);
-        return true;
-    }
-    if (errno == ENOENT) {
-        HBLLog(isDirectory ? LOG_WRN : LOG_ERR, function, "%s %s does not exist", noun, path);
-        return true;
-    }
-    HBLLog(LOG_ERR, function, "Cannot delete %s: %s because of: %s", noun, path, Err_ErrnoText(errno));
-    return false;
-}
+// How a kind of thing is removed, and in which words.
+struct Removal {
+    int (*remove)(const char *path);
+    bool (*record)(const char *path);
+    const char *deleted;  // takes the path
+    const char *missing;  // takes the path
+    uint32_t missingLevel;
+    const char *failed;  // takes the path and the reason
+};
+
+constexpr Removal DIRECTORY_REMOVAL = {Posix_Rmdir,
+                                       HBLFileDBRemoveDirectory,
+                                       "Directory: %s deleted",
+                                       "Directory %s does not exist",
+                                       LOG_WRN,
+                                       "Cannot delete Directory: %s because of: %s"};
+constexpr Removal FILE_REMOVAL = {Posix_Unlink,
+                                  HBLFileDBRemoveFile,
+                                  "File: %s deleted",
+                                  "File %s does not exist",
+                                  LOG_ERR,
+                                  "Cannot delete File: %s because of: %s"};
 
 }  // namespace
 
@@ -209,9 +217,14 @@ bool HBLRemoveFile(uint32_t vnet, uint32_t fileType, const char *customPath) {
     if (row == nullptr || !FormPath(__func__, vnet, fileType, customPath, path)) {
         return false;
     }
-    const bool isDirectory = row->kind == HBLFileKind::Directory;
-    if (!Delete(__func__, path, isDirectory)) {
+    const Removal &removal = row->kind == HBLFileKind::Directory ? DIRECTORY_REMOVAL : FILE_REMOVAL;
+    if (removal.remove(path) == 0) {
+        HBLLog(LOG_INFO2, __func__, removal.deleted, path);
+    } else if (errno == ENOENT) {
+        HBLLog(removal.missingLevel, __func__, removal.missing, path);
+    } else {
+        HBLLog(LOG_ERR, __func__, removal.failed, path, Err_ErrnoText(errno));
         return false;
     }
-    return isDirectory ? HBLFileDBRemoveDirectory(path) : HBLFileDBRemoveFile(path);
+    return removal.record(path);
 }

@@ -88,11 +88,14 @@ TEST_F(TwoProcesses, FileThatIsGoneOrNoDatabaseLeavesTheCacheAsItIs) {
 }
 
 TEST_F(TwoProcesses, ChangeIsRefusedWhileTheFileCannotBeRead) {
-    EXPECT_TRUE(Change(other, "A", "1"));
-    WriteFileText(path, "VERSION=1,0\nanswer K " + std::string(3000, 'v') + "\n");
-    EXPECT_FALSE(HBLNetCfgLockConfig(mine));
-    EXPECT_EQ(nullptr, mine->lockToken);
-    EXPECT_EQ("1", Answer(mine, "OLD"));
+    for (const std::string &text : {"VERSION=1,0\nanswer K " + std::string(3000, 'v') + "\n",
+                                    std::string("VERSION=2,0\nanswer OLD 22\n")}) {
+        WriteFileText(path, text);
+        EXPECT_FALSE(HBLNetCfgLockConfig(mine));
+        EXPECT_EQ(nullptr, mine->lockToken);
+        EXPECT_EQ("1", Answer(mine, "OLD"));
+        EXPECT_EQ(text, ReadFileText(path));
+    }
 }
 
 }  // namespace
