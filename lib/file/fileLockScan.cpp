@@ -198,6 +198,7 @@ int RemoveLockingFile(const char *lockDir, const char *name) {
         return 0;
     }
     const int error = errno;
-    Warning("FILE: %s of '%s' failed: %s\n", __func__, name, Err_ErrnoText(error));
+    const std::string path = std::string(lockDir) + "/" + name;
+    Warning("FILE: %s of '%s' failed: %s\n", __func__, path.c_str(), Err_ErrnoText(error));
     return error;
 }

@@ -320,7 +320,26 @@ TEST_F(FileLock, StuckDoorwayIsClearedAfterEightSeconds) {
     EXPECT_THAT(Names(), IsEmpty());
 }
 
-TEST_F(FileLock, WaiterDoesNotJudgeWhileSomebodyStandsInTheDoorway) {
+// The doorway is old enough to be cleared in the first turn; the members are judged in the next one.
+TEST_F(FileLock, MembersAreJudgedOnlyBehindAnEmptyDoorway) {
+    fs::create_directories(lockDir_ + "/D00007.lck");
+    Put("M00001.lck", "otherMachine 1 5 X");
+    FileLockValues own{};
+    own.machineID = own.executionID = own.locationChecksum = "own";
+    own.lockType = FILE_LOCK_EXCLUSIVE;
+    own.memberName = "M50000.lck";
+    own.activeList = {{8200, false, "D00007.lck"}};
+    const FileLockScanner judgeBehindDoorway = [](const char *lockDir, const char *,
+                                                  const FileLockValues *member, FileLockValues *values) {
+        EXPECT_FALSE(fs::exists(std::string(lockDir) + "/D00007.lck"));
+        values->lamportNumber = member->lamportNumber;
+        return 0;
+    };
+    EXPECT_EQ(ScanDirectory(lockDir_.c_str(), judgeBehindDoorway, &own, true), 0);
+    EXPECT_EQ(own.lamportNumber, 5u);
+}
+
+TEST_F(FileLock, WaiterHoldsBackWhileSomebodyStandsInTheDoorway) {
     const std::string doorway = lockDir_ + "/D00007.lck";
     fs::create_directories(doorway);
     std::atomic<bool> held = false;
