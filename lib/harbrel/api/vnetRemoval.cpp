@@ -1,0 +1,149 @@
+// Exported: taking a network out of the configuration.
+#include "lib/harbrel/api/bridgeChanges.h"
+#include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/base/services.h"
+#include "lib/harbrel/database/database.h"
+#include "lib/harbrel/dhcp/dhcp.h"
+#include "lib/harbrel/files/files.h"
+#include "lib/harbrel/frame/apiFrame.h"
+#include "lib/harbrel/harbrel.h"
+#include "lib/harbrel/nat/nat.h"
+#include "lib/harbrel/networks/settings.h"
+#include "lib/harbrel/networks/subnets.h"
+#include "lib/harbrel/services/daemons.h"
+#include "lib/harbrel/virtualadapter/virtualAdapter.h"
+
+namespace {
+
+// Phase 1: nothing of the network may run.
+struct InspectedService {
+    uint32_t service;
+    const char *name;       // within a sentence
+    const char *startName;  // at the start of one
+};
+
+constexpr InspectedService INSPECTED_SERVICES[] = {
+    {HBL_SVC_BRIDGE, "bridge", "Bridge"},
+    {HBL_SVC_DHCP, "DHCP", "DHCP"},
+    {HBL_SVC_NAT, "NAT", "NAT"},
+    {HBL_SVC_NETIFUP, "NETIFUP", "NETIFUP"},
+};
+
+// False when a status cannot be had, which ends the inspection. *anyRunning: one at least still runs, each of
+// which has got its line.
+bool InspectServices(const char *function, const char *vnet, uint32_t number, bool *anyRunning) {
+    for (const InspectedService &row : INSPECTED_SERVICES) {
+        switch (HBLServiceStatus(number, row.service)) {
+            case HBL_SERVICE_STATUS_ERROR:
+                HBLLog(LOG_ERR, function, "Cannot determine status of %s service on vnet: %s", row.name,
+                       vnet);
+                return false;
+            case HBL_SERVICE_STATUS_RUNNING:
+                HBLLog(LOG_ERR, function,
+                       "%s service is still running on this vnet Cannot delete config information",
+                       row.startName);
+                *anyRunning = true;
+                break;
+            default:
+                HBLLog(LOG_INFO2, function, "%s service is not running on vnet: %s", row.startName, vnet);
+                break;
+        }
+    }
+    return true;
+}
+
+bool InspectAdapter(const char *function, const char *vnet, uint32_t number) {
+    char name[HBL_ADAPTER_NAME_SIZE];
+    if (!HBLGetVnetVirtAdapterName(number, name, sizeof name)) {
+        HBLLog(LOG_ERR, function, "Failed to get the name of the hostonly adapter for vnet: %s", vnet);
+        return false;
+    }
+    switch (HBLAdapterStatus(name)) {
+        case HBL_ADAPTER_STATUS_ERROR:
+            HBLLog(LOG_ERR, function, "Could not determine status of hostonly adapter for vnet: %s", vnet);
+            return false;
+        case HBL_ADAPTER_STATUS_ABSENT:
+            HBLLog(LOG_INFO2, function, "Hostonly Adapter %s is disabled on vnet: %s", name, vnet);
+            return true;
+        default:
+            HBLLog(LOG_ERR, function,
+                   "Hostonly Adapter %s is still enabled on vnet: %s. Cannot delete config information", name,
+                   vnet);
+            return false;
+    }
+}
+
+// Phase 2: each step is tried, whatever became of the ones before. Turning a feature off comes before
+// bringing its file in line, which is what removes the file.
+struct RemovalStep {
+    bool (*run)(uint32_t number);
+    const char *success;  // format of a line that may name the network; null: no line
+    const char *failure;  // the same
+};
+
+constexpr RemovalStep REMOVAL_STEPS[] = {
+    {HBLRemoveBridgeMappingsForVnet, "Removed bridge mappings for vnet: %s",
+     "Falied to remove brige mappings for vnet: %s"},
+    {[](uint32_t number) { return HBLSetVnetUseDHCP(number, false, true); }, "Removed DHCP on vnet: %s",
+     "Removing DHCP failed on vnet: %s, current status unknown"},
+    {HBLDHCPUpdateFromConfig, "Removed DHCP system configuraiton file, for vnet: %s",
+     "Failed to remove DHCP system configuraiton file, for vnet: %s"},
+    {[](uint32_t number) { return HBLSetVnetUseNAT(number, false, true); }, "Removed NAT on vnet: %s",
+     "Removing NAT failed on vnet: %s, current status unknown"},
+    {HBLNATUpdateFromConfig, "Removed NAT system configuration file, for vnet: %s",
+     "Failed to remove NAT system configuraiton file, for vnet: %s"},
+    {[](uint32_t number) { return HBLSetVnetUseAdapter(number, false, true); },
+     "Removed Adapter from vnet: %s", "Failed to delete adapter from configuration"},
+    {HBLRemoveVnetSubnet, "Removed subnet assignment for vnet: %s", "Failed to delete subnet assignment"},
+    {[](uint32_t number) { return HBLRemoveFile(number, HBL_FILE_DEVICE, nullptr); }, nullptr,
+     "Failed to delete zelan device"},
+};
+
+bool RunRemovalSteps(const char *function, const char *vnet, uint32_t number) {
+    bool allDone = true;
+    for (const RemovalStep &step : REMOVAL_STEPS) {
+        if (!step.run(number)) {
+            HBLLog(LOG_ERR, function, step.failure, vnet);
+            allDone = false;
+        } else if (step.success != nullptr) {
+            HBLLog(LOG_INFO, function, step.success, vnet);
+        }
+    }
+    return allDone;
+}
+
+bool RemoveUnderLock(const char *function, const char *vnet, uint32_t number) {
+    const ConfigLock lock(function);
+    if (!lock.Held()) {
+        return false;
+    }
+    if (!RunRemovalSteps(function, vnet, number)) {
+        HBLLog(LOG_ERR, function,
+               "Not able to delete some configration information for one/more of the services for vnet: %s",
+               vnet);
+        return false;
+    }
+    HBLLog(LOG_OK, function, "Vnet: %s is successfully unconfigured", vnet);
+    return true;
+}
+
+}  // namespace
+
+bool HBL_DeleteVnetFromDatabase(const char *vnet) {
+    const ApiFrame frame(__func__);
+    if (!frame.Loaded()) {
+        return false;
+    }
+    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));
+    if (vnet == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid argument - zelan: %p", static_cast<const void *>(vnet));
+        return false;
+    }
+    uint32_t number = 0;
+    if (!ApiVnetNumber(__func__, vnet, &number)) {
+        return false;
+    }
+    bool anyRunning = false;
+    return InspectServices(__func__, vnet, number, &anyRunning) && InspectAdapter(__func__, vnet, number) &&
+           !anyRunning && RemoveUnderLock(__func__, vnet, number);
+}

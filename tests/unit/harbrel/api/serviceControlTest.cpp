@@ -1,0 +1,101 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "lib/harbrel/bridging/bridging.h"
+#include "lib/harbrel/harbrel.h"
+#include "tests/support/command.h"
+#include "tests/support/fakePrograms.h"
+#include "tests/support/logCapture.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+
+class ServiceControl : public testing::Test {
+  protected:
+    FakePrograms cache_;
+};
+
+struct ArgumentCase {
+    const char *vnet;
+    uint32_t type;
+    const char *line;
+};
+
+TEST_F(ServiceControl, RefusesWhatNamesNoService) {
+    static constexpr ArgumentCase CASES[] = {
+        {nullptr, HBL_SERVICE_DHCP, "Invalid argument - vnet: (nil), serviceType: 34818\n"},
+        {nullptr, 34816, "Invalid argument - vnet: (nil), serviceType: 34816\n"},
+        {"zelan8", 34816, ", serviceType: 34816\n"},
+        {"zelan8", 34822, ", serviceType: 34822\n"},
+        {"zelan256", HBL_SERVICE_NAT, "Invalid vnet name: zelan256\n"},
+        {"eth0", HBL_SERVICE_NETDETECT, "Invalid vnet name: eth0\n"},
+    };
+    for (const ArgumentCase &row : CASES) {
+        SCOPED_TRACE(row.line);
+        LogCapture log;
+        EXPECT_EQ(HBL_SERVICE_STATUS_ERROR, HBL_GetServiceStatus(row.vnet, row.type));
+        EXPECT_THAT(log.Take(), EndsWith(row.line));
+        EXPECT_FALSE(HBL_StopService(row.vnet, row.type));
+        EXPECT_THAT(log.Take(), EndsWith(row.line));
+        EXPECT_FALSE(HBL_StartService(row.vnet, row.type));
+        EXPECT_THAT(log.Take(), EndsWith(row.line));
+    }
+}
+
+struct StartCase {
+    const char *field;  // set on top of the rows above; null: nothing
+    uint32_t type;
+    const char *line;
+};
+
+TEST_F(ServiceControl, StartsOnlyWhatMakesSenseOnTheNetwork) {
+    static constexpr StartCase CASES[] = {
+        {nullptr, HBL_SERVICE_BRIDGE, "\"Bridge\" service is not configured for this vnet"},
+        {nullptr, HBL_SERVICE_NETIFUP, "\"Netifup\" service is not configured for this vnet"},
+        {nullptr, HBL_SERVICE_DHCP, "\"DHCP\" service is not configured for this vnet"},
+        {nullptr, HBL_SERVICE_NAT, "\"NAT\" service is not configured for this vnet"},
+        {"VIRTUAL_ADAPTER", HBL_SERVICE_NETIFUP, "Subnet is not assigned, so service \"Netifup\" is invalid"},
+        {"DHCP", HBL_SERVICE_DHCP, "Subnet is not assigned, so service \"DHCP\" is invalid"},
+        {"NAT", HBL_SERVICE_NAT, "Subnet is not assigned, so service \"NAT\" is invalid"},
+        {"HOSTONLY_SUBNET", HBL_SERVICE_NAT, "NAT configuration file needed for the service does not exist"},
+        {nullptr, HBL_SERVICE_DHCP, "DHCP configuration file needed for the service does not exist"},
+    };
+    ASSERT_TRUE(HBLSetDefaultBridgeVnet(0));
+    for (const StartCase &row : CASES) {
+        SCOPED_TRACE(row.line);
+        if (row.field != nullptr) {
+            cache_.Answer((std::string("VNET_8_") + row.field).c_str(), "yes");
+        }
+        LogCapture log;
+        EXPECT_FALSE(HBL_StartService("zelan8", row.type));
+        EXPECT_THAT(log.Take(), EndsWith(std::string("HBL_StartService - ") + row.line + "\n"));
+    }
+}
+
+TEST_F(ServiceControl, RunningDaemonIsReportedLeftAloneAndStopped) {
+    BackgroundCommand daemon({"sleep", "60"});
+    WriteFileText(cache_.Path("run/zelan-detect.pid"), std::to_string(daemon.pid()));
+    LogCapture log(LOG_OK | LOG_INFO | LOG_INFO2);
+    EXPECT_EQ(HBL_SERVICE_STATUS_RUNNING, HBL_GetServiceStatus(nullptr, HBL_SERVICE_NETDETECT));
+    EXPECT_THAT(log.Take(), HasSubstr("\"Netdetect\" service is currently running on vnet: zelan0\n"));
+    EXPECT_TRUE(HBL_StartService("ZELAN7", HBL_SERVICE_NETDETECT));
+    EXPECT_THAT(log.Take(), HasSubstr("\"Netdetect\" Service is already running on the vnet: ZELAN7\n"));
+    EXPECT_TRUE(HBL_StopService(nullptr, HBL_SERVICE_NETDETECT));
+    const std::string lines = log.Take();
+    EXPECT_THAT(lines, HasSubstr("Entering API Function, HBL_StopService:"));
+    EXPECT_THAT(lines, Not(HasSubstr("Exiting API Function")));
+    EXPECT_THAT(lines, HasSubstr("HBL_StopService - Stopped \"Netdetect\" service on vnet: zelan0\n"));
+    EXPECT_EQ(128 + SIGKILL, daemon.Wait());
+    EXPECT_EQ(HBL_SERVICE_STATUS_STOPPED, HBL_GetServiceStatus(nullptr, HBL_SERVICE_NETDETECT));
+}
+
+TEST(ServiceControlUnloaded, FailsWithItsOwnValue) {
+    EXPECT_EQ(0U, HBL_GetServiceStatus("zelan8", HBL_SERVICE_NAT));
+    EXPECT_FALSE(HBL_StopService("zelan8", HBL_SERVICE_NAT));
+    EXPECT_FALSE(HBL_StartService("zelan8", HBL_SERVICE_NAT));
+}
+
+}  // namespace
