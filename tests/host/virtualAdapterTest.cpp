@@ -1,0 +1,235 @@
+// Host-only adapters, device nodes, services and removal on a host of the test's own, with a stand-in for
+// netifup that makes real interfaces. The kernel's state is read with ip(8) and stat(1).
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "lib/harbrel/base/services.h"
+#include "lib/harbrel/bridging/bridging.h"
+#include "lib/harbrel/harbrel.h"
+#include "lib/harbrel/networks/settings.h"
+#include "lib/harbrel/services/daemons.h"
+#include "lib/harbrel/virtualadapter/virtualAdapter.h"
+#include "tests/support/fakePrograms.h"
+#include "tests/support/logCapture.h"
+#include "tests/support/netns.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+
+// -s <fd> -d <pid file> <node> <adapter>. Refuses to come up without the node.
+constexpr char FAKE_NETIFUP[] = R"(
+fd=$2; pidFile=$4; node=$5; adapter=$6
+[ -c "$node" ] || exit 1
+ip link add "$adapter" type veth || exit 1
+setsid sleep 600 > /dev/null 2>&1 &
+echo $! > "$pidFile"
+printf x > "/proc/self/fd/$fd"
+)";
+
+// -s <fd> -d <pid file> ...
+constexpr char FAKE_DAEMON[] = R"(
+setsid sleep 600 > /dev/null 2>&1 &
+echo $! > "$4"
+printf x > "/proc/self/fd/$2"
+)";
+
+// What ip(8) and stat(1) say in one line each.
+std::string AddressOf(const std::string &link) {
+    return RunShell("ip -o -4 addr show dev " + link + " | sed -n 's/.*inet \\(.*\\) scope.*/\\1/p'").output;
+}
+bool IsUp(const std::string &link) {
+    return RunShell("ip -o link show dev " + link + " | grep -q '[<,]UP[,>]'").Succeeded();
+}
+std::string Node(const std::string &path) {
+    return RunShell("stat -c '%F %t,%T %a' " + path + " 2>&1").output;
+}
+
+class HostOnly : public testing::Test {
+  protected:
+    HostOnly() {
+        files_.Program("zelan-netifup", FAKE_NETIFUP);
+        files_.Program("zelan-natd", FAKE_DAEMON);
+        files_.Answer("VNET_8_VIRTUAL_ADAPTER", "yes");
+        files_.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
+        files_.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
+        EXPECT_TRUE(HBLSetDefaultBridgeVnet(0));
+    }
+    static bool NetifupRuns() { return HBLServiceStatus(8, HBL_SVC_NETIFUP) == HBL_SERVICE_STATUS_RUNNING; }
+
+    LogCapture log_;  // takes what the daemons print
+    FakePrograms files_;
+};
+
+TEST_F(HostOnly, BringUpMakesNodeDaemonAndAddresses) {
+    ASSERT_TRUE(HBL_EnableNetworkAdapter("zelan8"));
+    EXPECT_EQ("character special file 77,8 600\n", Node("/dev/zelan8"));
+    EXPECT_TRUE(NetifupRuns());
+    EXPECT_TRUE(IsUp("zelan8"));
+    EXPECT_EQ("192.168.40.1/24 brd 192.168.40.255\n", AddressOf("zelan8"));
+    bool installed = false;
+    bool enabled = false;
+    EXPECT_TRUE(HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled));
+    EXPECT_TRUE(installed && enabled);
+}
+
+TEST_F(HostOnly, BringUpOfWhatIsUpChangesNothing) {
+    Must("ip link add zelan8 type veth && ip link set zelan8 up");
+    EXPECT_TRUE(HBL_EnableNetworkAdapter("zelan8"));
+    EXPECT_FALSE(NetifupRuns());
+    EXPECT_EQ("", AddressOf("zelan8"));
+    EXPECT_NE(0, access("/dev/zelan8", F_OK));
+}
+
+TEST_F(HostOnly, FailedBringUpStopsOnlyADaemonOfItsOwn) {
+    ASSERT_TRUE(HBLRemoveVnetCfg(8, VNET_FIELD_SUBNET));
+    EXPECT_FALSE(HBL_EnableNetworkAdapter("zelan8"));
+    EXPECT_FALSE(NetifupRuns());
+    EXPECT_EQ(0, access("/dev/zelan8", F_OK));
+    Must("ip link del zelan8");
+    ASSERT_TRUE(HBLServiceStart(8, HBL_SVC_NETIFUP));
+    EXPECT_FALSE(HBL_EnableNetworkAdapter("zelan8"));
+    EXPECT_TRUE(NetifupRuns());
+}
+
+TEST_F(HostOnly, TakeDownStopsTheDaemonAlsoBehindADownInterface) {
+    ASSERT_TRUE(HBL_EnableNetworkAdapter("zelan8"));
+    EXPECT_TRUE(HBL_DisableNetworkAdapter("zelan8"));
+    EXPECT_FALSE(IsUp("zelan8"));
+    EXPECT_EQ("192.168.40.1/24 brd 192.168.40.255\n", AddressOf("zelan8"));
+    EXPECT_FALSE(NetifupRuns());
+    EXPECT_EQ(0, access("/dev/zelan8", F_OK));
+
+    Must("ip link del zelan8");
+    ASSERT_TRUE(HBLServiceStart(8, HBL_SVC_NETIFUP));
+    EXPECT_TRUE(HBL_DisableNetworkAdapter("zelan8"));  // down, not absent
+    EXPECT_FALSE(NetifupRuns());
+
+    Must("ip link del zelan8");
+    ASSERT_TRUE(HBLServiceStart(8, HBL_SVC_NETIFUP));
+    Must("ip link del zelan8");
+    EXPECT_TRUE(HBL_DisableNetworkAdapter("zelan8"));  // absent: the daemon is not touched
+    EXPECT_TRUE(NetifupRuns());
+}
+
+TEST_F(HostOnly, UpdateFollowsTheConfiguration) {
+    EXPECT_TRUE(HBL_UpdateAdapterFromConfig("zelan8"));
+    EXPECT_FALSE(NetifupRuns());
+    ASSERT_TRUE(HBL_EnableNetworkAdapter("zelan8"));
+    files_.Answer("VNET_8_VIRTUAL_ADAPTER_ADDR", "192.168.40.7");
+    EXPECT_TRUE(HBL_UpdateAdapterFromConfig("zelan8"));
+    EXPECT_EQ("192.168.40.7/24 brd 192.168.40.255\n", AddressOf("zelan8"));
+    EXPECT_TRUE(IsUp("zelan8"));
+    EXPECT_TRUE(NetifupRuns());
+    files_.Answer("VNET_8_VIRTUAL_ADAPTER", "no");
+    EXPECT_TRUE(HBL_UpdateAdapterFromConfig("zelan8"));
+    EXPECT_FALSE(IsUp("zelan8"));
+    EXPECT_FALSE(NetifupRuns());
+}
+
+TEST_F(HostOnly, OtherInterfaceNameLeavesTheNodesName) {
+    files_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", "fifteen-letters");
+    ASSERT_TRUE(HBL_EnableNetworkAdapter("zelan8"));
+    EXPECT_TRUE(IsUp("fifteen-letters"));
+    EXPECT_EQ("character special file 77,8 600\n", Node("/dev/zelan8"));
+}
+
+TEST_F(HostOnly, IoctlThatTheKernelRefusesEndsTheRow) {
+    struct RefusedCase {
+        const char *field;
+        const char *value;
+        const char *request;
+    };
+    static constexpr RefusedCase CASES[] = {
+        {"HOSTONLY_NETMASK", "255.0.255.0", "SIOCSIFNETMASK"},
+        {"VIRTUAL_ADAPTER_ADDR", "224.0.0.1", "SIOCSIFADDR"},
+    };
+    Must("ip link add zelan8 type veth");
+    for (const RefusedCase &row : CASES) {
+        files_.Answer(std::string("VNET_8_") + row.field, row.value);
+        EXPECT_FALSE(HBLVirtAdapterEnable(8));
+        EXPECT_EQ(std::string("HBLVirtAdapterEnable - ioctl: ") + row.request +
+                      " failed, error: Invalid argument\n",
+                  log_.Take());
+        EXPECT_FALSE(IsUp("zelan8"));
+    }
+}
+
+TEST_F(HostOnly, DeviceNodeIsMadeAndRemovedTwice) {
+    EXPECT_TRUE(HBL_CreateZelanDevice("zelan255"));
+    EXPECT_TRUE(HBL_CreateZelanDevice("ZELAN255"));
+    EXPECT_EQ("character special file 77,ff 600\n", Node("/dev/zelan255"));
+    EXPECT_TRUE(HBL_DeleteZelanDevice("zelan255"));
+    EXPECT_TRUE(HBL_DeleteZelanDevice("zelan255"));
+    EXPECT_NE(0, access("/dev/zelan255", F_OK));
+    EXPECT_FALSE(HBL_CreateZelanDevice("zelan256"));
+    Must("mkdir /dev/zelan9");
+    EXPECT_FALSE(HBL_DeleteZelanDevice("zelan9"));
+    EXPECT_THAT(log_.Take(),
+                EndsWith("HBLCreateDeleteZelanDevice - Failed to delete zelan device for zelet: zelan9\n"));
+}
+
+TEST_F(HostOnly, StartedServiceHasItsNode) {
+    files_.Answer("VNET_8_NAT", "yes");
+    Must("mkdir -p " + files_.Path("conf/zelan8/nat") + " && touch " +
+         files_.Path("conf/zelan8/nat/nat.conf"));
+    EXPECT_TRUE(HBL_StartService("zelan8", HBL_SERVICE_NAT));
+    EXPECT_EQ("character special file 77,8 600\n", Node("/dev/zelan8"));
+    EXPECT_EQ(HBL_SERVICE_STATUS_RUNNING, HBL_GetServiceStatus("zelan8", HBL_SERVICE_NAT));
+    EXPECT_TRUE(HBL_StopService("zelan8", HBL_SERVICE_NAT));
+    EXPECT_EQ(HBL_SERVICE_STATUS_STOPPED, HBL_GetServiceStatus("zelan8", HBL_SERVICE_NAT));
+}
+
+TEST_F(HostOnly, RemovalRefusesWhileAnythingOfTheNetworkIsThere) {
+    ASSERT_TRUE(HBLServiceStart(8, HBL_SVC_NAT));
+    ASSERT_TRUE(HBL_EnableNetworkAdapter("zelan8"));
+    EXPECT_FALSE(HBL_DeleteVnetFromDatabase("zelan8"));
+    const std::string lines = log_.Take();
+    for (const char *line :
+         {"NAT service is still running on this vnet Cannot delete config information\n",
+          "NETIFUP service is still running on this vnet Cannot delete config information\n",
+          "Hostonly Adapter zelan8 is still enabled on vnet: zelan8. Cannot delete config information\n"}) {
+        EXPECT_THAT(lines, HasSubstr(std::string("HBL_DeleteVnetFromDatabase - ") + line));
+    }
+    EXPECT_TRUE(HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
+    // A daemon alone is enough, and so is an interface that is down.
+    Must("ip link del zelan8");
+    EXPECT_TRUE(HBLServiceStop(8, HBL_SVC_NETIFUP));
+    EXPECT_FALSE(HBL_DeleteVnetFromDatabase("zelan8"));
+    EXPECT_TRUE(HBLServiceStop(8, HBL_SVC_NAT));
+    Must("ip link add zelan8 type veth");
+    EXPECT_FALSE(HBL_DeleteVnetFromDatabase("zelan8"));
+    EXPECT_TRUE(HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
+    EXPECT_EQ(0, access("/dev/zelan8", F_OK));
+}
+
+TEST_F(HostOnly, RemovalTakesEverythingAndGoesOnPastAFailure) {
+    for (const char *field : {"NAT", "DHCP"}) {
+        files_.Answer(std::string("VNET_8_") + field, "yes");
+    }
+    ASSERT_TRUE(HBLSetBridgeMapping("eth9", 8));
+    ASSERT_TRUE(HBL_UpdateNATFromConfig("zelan8"));
+    ASSERT_TRUE(HBL_UpdateDHCPFromConfig("zelan8"));
+    Must("mkdir /dev/zelan8");
+    HBLLog(LOG_ERR, nullptr, "from here");
+    EXPECT_FALSE(HBL_DeleteVnetFromDatabase("zelan8"));
+    EXPECT_THAT(log_.Take(),
+                EndsWith("HBL_DeleteVnetFromDatabase - Failed to delete zelan device\n"
+                         "HBL_DeleteVnetFromDatabase - Not able to delete some configration information for "
+                         "one/more of the services for vnet: zelan8\n"));
+    for (const uint32_t option : {HBL_OPTION_BRIDGE, HBL_OPTION_DHCP, HBL_OPTION_NAT,
+                                  HBL_OPTION_VIRTUAL_ADAPTER, HBL_OPTION_SUBNET}) {
+        EXPECT_FALSE(HBLVnetIsOptionConfigured(8, option)) << option;
+    }
+    EXPECT_EQ("", RunCommand({"find", files_.Path("conf"), "-name", "*.conf"}).output);
+    Must("rmdir /dev/zelan8");
+    HBLLogSetMask(LOG_OK);
+    EXPECT_TRUE(HBL_DeleteVnetFromDatabase("zelan8"));
+    EXPECT_EQ("HBL_DeleteVnetFromDatabase - Vnet: zelan8 is successfully unconfigured\n", log_.Take());
+}
+
+}  // namespace
