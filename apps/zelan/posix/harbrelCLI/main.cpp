@@ -1,0 +1,80 @@
+// The administrator's and the installer's entry to the network library: one run-to-completion command per
+// run.
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include "apps/zelan/posix/harbrelCLI/hostPolicy.h"
+#include "apps/zelan/posix/harbrelCLI/options.h"
+#include "apps/zelan/posix/harbrelCLI/postinstall.h"
+#include "apps/zelan/posix/harbrelCLI/report.h"
+#include "apps/zelan/posix/harbrelCLI/session.h"
+#include "apps/zelan/posix/harbrelCLI/sweep.h"
+#include "lib/fatal/memory.h"
+#include "lib/file/posix.h"
+#include "lib/thread/vthread.h"
+#include "lib/unicode/unicode.h"
+
+namespace {
+
+int RunSweep(SweepMode mode) {
+    if (!SetLibraryLoaded(true)) {
+        return EXIT_FAILURE;
+    }
+    if (mode == SWEEP_START) {
+        VThread_Init(VTHREAD_MAIN_ID, "harbrelCLI");
+    }
+    const int result = SweepAllNetworks(mode);
+    SetLibraryLoaded(false);
+    return result;
+}
+
+int RunCommand(Command command, const Options &options) {
+    switch (command) {
+        case COMMAND_POSTINSTALL:
+            return PostInstall(options.oldVersion->c_str());
+        case COMMAND_MIGRATE:
+            return MigrateNetworkSettings(options.settingsPath);
+        case COMMAND_INSTALL_POLICY:
+            return InstallHostPolicy(options.policySubnet ? options.policySubnet->c_str() : nullptr,
+                                     options.policyDhcp != 0);
+        case COMMAND_UNINSTALL_POLICY:
+            return UninstallHostPolicy();
+        case COMMAND_STOP:
+            return RunSweep(SWEEP_STOP);
+        case COMMAND_STATUS:
+            return RunSweep(SWEEP_STATUS);
+        case COMMAND_START:
+        case COMMAND_COUNT:
+            break;
+    }
+    return RunSweep(SWEEP_START);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    Mem_InstallNewHandler();
+    Unicode_Init(argc, &argv, nullptr);
+    const char *debug = Posix_Getenv("ORVANE_DEBUG");
+    SetProgramName(argv[0]);
+    if (debug != nullptr && strcmp(debug, "yes") == 0) {
+        SetVerbose(true);
+    }
+    if (argc == 1) {
+        PrintUsage(false);
+        return EXIT_FAILURE;
+    }
+
+    Options options;
+    const std::optional<int> ended = ReadOptions(argc, argv, &options);
+    if (ended) {
+        return *ended;
+    }
+    const std::optional<Command> command = SingleCommand(options);
+    if (!command) {
+        return EXIT_FAILURE;
+    }
+    signal(SIGINT, SIG_IGN);
+    return RunCommand(*command, options);
+}

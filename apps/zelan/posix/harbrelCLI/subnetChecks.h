@@ -1,0 +1,39 @@
+// Starting networks, each only once its subnet has proved to be still free: one thread per network that needs
+// a check, while the main thread goes on, and a poll that starts each network as its own verdict comes in.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "lib/harbrel/harbrel.h"
+#include "lib/misc/owners.h"
+#include "lib/thread/vthread.h"
+
+// One network that needs work after its check. The thread writes `unavailable`, then publishes `finished`;
+// everything else belongs to the main thread.
+struct SubnetProbeRecord {
+    std::atomic<bool> finished;
+    bool unavailable;
+    bool processed;
+    uint32_t vnet;
+    VThreadID thread;                        // -1 if no check is needed
+    MallocBlock<HBL_VnetFeatures> features;  // as they were before any start; freed on processing
+};
+
+class SubnetChecks {
+  public:
+    // Starts the bridge at once and begins the check that the rest needs. 0, or 1 if something failed.
+    int StartNetwork(const char *name, const HBL_VnetFeatures &features);
+    // Polls until every network begun has its verdict, starting each as it comes in; frees the records.
+    int StartAsVerdictsComeIn();
+
+  private:
+    bool BeginCheck(const char *name, const HBL_VnetFeatures &features);
+
+    std::unique_ptr<SubnetProbeRecord[]> records_;
+    unsigned count_ = 0;
+};
+
+// The body of a subnet thread; takes a SubnetProbeRecord.
+void PingSubnetThread(void *record);
