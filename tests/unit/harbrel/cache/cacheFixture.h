@@ -2,10 +2,8 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -14,28 +12,8 @@
 #include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/cache/records.h"
 #include "lib/misc/owners.h"
+#include "tests/support/fileSizeLimit.h"
 #include "tests/support/logCapture.h"
-
-// No file can grow beyond `size` bytes for the object's life: a full disk, but only for large files.
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(uint64_t size) {
-        getrlimit(RLIMIT_FSIZE, &former_);
-        formerHandler_ = signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit = {size, former_.rlim_max};
-        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &former_);
-        signal(SIGXFSZ, formerHandler_);
-    }
-    FileSizeLimit(const FileSizeLimit &) = delete;
-    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
-
-  private:
-    rlimit former_ = {};
-    sighandler_t formerHandler_ = SIG_DFL;
-};
 
 class CacheTest : public testing::Test {
   protected:
