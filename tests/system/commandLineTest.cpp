@@ -129,7 +129,7 @@ TEST(CommandLineHelp, NamesEveryCommandOnStderr) {
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.errors.find(CLI + " version: 0.1\nUsage: " + CLI + " [--verbose | -v] <option>\n"), 0u);
     EXPECT_NE(result.errors.find("\n  --install-host-policy [<subnet>,<dhcp=0|1>]\n"), std::string::npos);
-    EXPECT_EQ(result.errors.substr(result.errors.size() - 14), "\n  --version\n");
+    EXPECT_EQ(result.errors.substr(result.errors.size() - 13), "\n  --version\n");
 }
 
 TEST(SweepWithoutALibrary, SaysThatItCouldNotInitialize) {
