@@ -1,6 +1,7 @@
 // The administrator's and the installer's entry to the network library: one run-to-completion command per
 // run.
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -55,6 +56,7 @@ int RunCommand(Command command, const Options &options) {
 
 int main(int argc, char **argv) {
     Mem_InstallNewHandler();
+    setvbuf(stdout, nullptr, _IOLBF, 0);  // what goes to both streams keeps its order in one file or pipe
     Unicode_Init(argc, &argv, nullptr);
     const char *debug = Posix_Getenv("ORVANE_DEBUG");
     SetProgramName(argv[0]);
