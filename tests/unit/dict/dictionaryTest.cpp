@@ -205,9 +205,4 @@ TEST_F(DictionaryFile, StoresTheDefaultOfAMissingName) {
     EXPECT_EQ(Get("key1"), "<null>");
 }
 
-TEST(Preference, EveryReadGivesTheDefault) {
-    EXPECT_TRUE(Config_GetBool(true, "msg.%s", "autoAnswer"));
-    EXPECT_FALSE(Config_GetBool(false, "msg.autoAnswer"));
-}
-
 }  // namespace
