@@ -118,7 +118,8 @@ void Daemon_Detach(const DaemonContract &contract, const CleanUp &cleanUp) {
         Daemon_CleanUpAfterFailure(cleanUp);
         _exit(EXIT_FAILURE);
     }
-    if (!Daemon_StartWatcher(daemon, cleanUp)) {
+    bool leavesTraces = cleanUp.network >= 0 || !cleanUp.links.empty();
+    if (leavesTraces && !Daemon_StartWatcher(daemon, cleanUp)) {
         kill(daemon, SIGKILL);
         waitpid(daemon, nullptr, 0);
         Daemon_CleanUpAfterFailure(cleanUp);

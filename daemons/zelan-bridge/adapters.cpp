@@ -86,7 +86,7 @@ void CableSet::Consider(const LinkInfo &link) {
     } else if (wanted) {
         auto added = std::make_unique<Cable>();
         if (added->Connect(&requests_, network_, link)) {
-            Complain("%s is connected to network %d", link.name.c_str(), network_);
+            Tell("%s is connected to network %d", link.name.c_str(), network_);
             onConnect(added.get());
             cables_.push_back(std::move(added));
         }
@@ -98,7 +98,7 @@ void CableSet::Remove(int adapterIndex) {
         return cable->adapterIndex() == adapterIndex;
     });
     if (place != cables_.end()) {
-        Complain("%s is no longer connected to network %d", (*place)->adapterName().c_str(), network_);
+        Tell("%s is no longer connected to network %d", (*place)->adapterName().c_str(), network_);
         cables_.erase(place);
     }
 }

@@ -1,0 +1,73 @@
+// zelan-detect -s W -d PIDFILE
+//
+// Follows the host's links, addresses, routes and name servers and writes one line for each change to
+// standard output, which is the library's log file.
+#include <poll.h>
+
+#include <array>
+#include <cstdlib>
+#include <vector>
+
+#include "daemons/common/complain.h"
+#include "daemons/common/daemon.h"
+#include "daemons/common/options.h"
+#include "daemons/zelan-detect/facts.h"
+#include "daemons/zelan-detect/kernelView.h"
+#include "daemons/zelan-detect/nameServers.h"
+
+namespace {
+
+const FactKey NAME_SERVERS = {"name servers", ""};
+
+bool ReadArguments(char **argv, DaemonContract *contract) {
+    const char *status = nullptr;
+    const char *pidFile = nullptr;
+    const OptionRule rules[] = {{"-s", &status, nullptr}, {"-d", &pidFile, nullptr}};
+    std::vector<const char *> operands;
+    if (!Options_Read(argv, rules, &operands)) {
+        return false;
+    }
+    if (!operands.empty()) {
+        Complain("usage: -s DESCRIPTOR -d PIDFILE");
+        return false;
+    }
+    return Daemon_ReadContract(status, pidFile, contract);
+}
+
+[[noreturn]] void FollowChanges(KernelView *kernel, NameServers *nameServers, Facts *facts) {
+    std::array<pollfd, 2> sources = {
+        {{kernel->announcements(), POLLIN, 0}, {nameServers->notices(), POLLIN, 0}}};
+    for (;;) {
+        if (poll(sources.data(), sources.size(), -1) <= 0) {
+            continue;
+        }
+        if (sources[0].revents != 0) {
+            kernel->Follow(facts);
+        }
+        if (sources[1].revents != 0) {
+            nameServers->TakeNotices();
+            facts->Set(NAME_SERVERS, nameServers->Read());
+        }
+    }
+}
+
+}  // namespace
+
+int main(int, char **argv) {
+    DaemonContract contract;
+    if (!ReadArguments(argv, &contract)) {
+        return EXIT_FAILURE;
+    }
+    Daemon_ShedInherited(contract);
+    KernelView kernel;
+    NameServers nameServers;
+    FactMap first;
+    if (!kernel.Open() || !nameServers.Open() || !kernel.ReadAll(&first)) {
+        return EXIT_FAILURE;
+    }
+    first[NAME_SERVERS] = nameServers.Read();
+    Facts facts;
+    facts.Begin(std::move(first));
+    Daemon_Detach(contract, CleanUp());
+    FollowChanges(&kernel, &nameServers, &facts);
+}

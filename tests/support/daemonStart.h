@@ -1,0 +1,36 @@
+// Starting a daemon the way the library does: as a direct child, with a status pipe, its output in a log
+// file.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+struct DaemonStart {
+    int status = -1;     // of the foreground process
+    std::string report;  // what came through the pipe
+    pid_t pid = 0;       // from the PID file, 0 without one
+    std::string pidFile;
+    std::string logFile;
+
+    bool CameUp() const { return report.size() == 2 && pid > 0; }
+    std::string Log() const;
+};
+
+std::ostream &operator<<(std::ostream &stream, const DaemonStart &start);
+
+// Runs <build>/bin/<program> -s W -d PIDFILE and the other arguments and waits, at most ten seconds, for the
+// end of the foreground process and of the pipe. PID file and log are named after `name`.
+DaemonStart StartDaemon(const std::string &program, const std::string &name,
+                        const std::vector<std::string> &arguments);
+
+// The whole argument vector given, in which "{W}" stands for the pipe's number.
+DaemonStart StartDaemonWith(const std::string &program, const std::string &pidFile,
+                            const std::vector<std::string> &arguments);
+
+// Stops a daemon as the library does: SIGKILL, without waiting for its end.
+void KillDaemon(const DaemonStart &start);
+
+// Starts zelan-netifup for network N with the device node made, and the interface zelan<N>.
+DaemonStart StartNetifup(int network);

@@ -1,0 +1,211 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "lib/misc/owners.h"
+#include "tests/support/command.h"
+#include "tests/support/daemonStart.h"
+#include "tests/support/netns.h"
+
+namespace {
+
+DaemonStart StartBridge(int network, std::vector<std::string> adapters = {}) {
+    adapters.insert(adapters.begin(), {"-n", std::to_string(network)});
+    return StartDaemon("zelan-bridge", "zelan-bridge-" + std::to_string(network), adapters);
+}
+
+// Whether the kernel says that somebody listens on the adapter to all frames.
+bool IsBridged(const std::string &adapter) {
+    return RunShell("ip -d link show " + adapter + " | grep -q 'promiscuity 1'").Succeeded();
+}
+
+int PortCount(const std::string &bridge) {
+    return std::stoi(RunShell("ip -br link show master " + bridge + " | wc -l").output);
+}
+
+long ReceivedPackets(const Machine &machine, const std::string &link) {
+    return std::stol(machine.Run("cat /sys/class/net/" + link + "/statistics/rx_packets").output);
+}
+
+// A machine outside on the other end of the host's adapter, and a guest on the switch.
+struct BridgedPair {
+    Machine outside{"outside"};
+    Machine guest{"guest"};
+
+    BridgedPair() { outside.ConnectToHost("eth1", "o0", "10.9.0.1/24"); }
+    void ConnectGuest(const std::string &bridge) { guest.ConnectToBridge(bridge, "g0", "10.9.0.2/24"); }
+};
+
+TEST(Bridge, GuestAndMachineOutsideReachEachOtherAndTheAdapterStaysTheHosts) {
+    BridgedPair pair;
+    Must("ip address add 10.9.0.3/24 dev eth1");
+    DaemonStart start = StartBridge(0);
+    ASSERT_TRUE(start.CameUp()) << start;
+    pair.ConnectGuest("zelan-sw0");
+    CommandResult ping = pair.guest.Run("ping -c 3 -i 0.2 -W 5 -s 4000 10.9.0.1");
+    EXPECT_TRUE(ping.Succeeded()) << ping;
+    EXPECT_EQ(std::string::npos, ping.output.find("DUP")) << ping;
+    EXPECT_TRUE(pair.outside.Run("ping -c 1 -W 5 10.9.0.2").Succeeded());
+    EXPECT_TRUE(RunShell("ping -c 1 -W 5 10.9.0.1").Succeeded()) << "the host has lost its adapter";
+}
+
+// Segments larger than the link's frames, whose checksums nobody has filled in, in both directions.
+TEST(Bridge, BulkDataArrivesWhole) {
+    BridgedPair pair;
+    DaemonStart start = StartBridge(0);
+    ASSERT_TRUE(start.CameUp()) << start;
+    pair.ConnectGuest("zelan-sw0");
+    Must("head -c 50000000 /dev/urandom > /tmp/data");
+    struct Direction {
+        const Machine &from, &to;
+        const char *address;
+    };
+    for (const Direction &row :
+         {Direction{pair.guest, pair.outside, "10.9.0.1"}, Direction{pair.outside, pair.guest, "10.9.0.2"}}) {
+        BackgroundCommand receiver(row.to.Inside({"sh", "-c", "nc -l 7000 > /tmp/copy"}));
+        ASSERT_TRUE(WaitUntil([&row] { return row.to.Run("ss -ltn | grep -q :7000").Succeeded(); }));
+        CommandResult sender = row.from.Run(std::string("nc -N ") + row.address + " 7000 < /tmp/data");
+        EXPECT_TRUE(sender.Succeeded()) << sender;
+        EXPECT_EQ(0, receiver.Wait());
+        EXPECT_TRUE(RunShell("cmp /tmp/data /tmp/copy").Succeeded()) << row.address;
+    }
+}
+
+constexpr uint16_t TEST_PROTOCOL = 0x88b5;  // set aside for local experiments
+
+// A packet socket on a machine's interface that hears everything, with the tags that the kernel takes out.
+FileDescriptor OpenInside(const Machine &machine, const char *link) {
+    FileDescriptor own(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
+    FileDescriptor space(open(("/run/netns/" + machine.name()).c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(0, setns(space.get(), CLONE_NEWNET));
+    FileDescriptor handle(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
+    int on = 1;
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_ALL);
+    address.sll_ifindex = static_cast<int>(if_nametoindex(link));
+    EXPECT_EQ(0, setsockopt(handle.get(), SOL_PACKET, PACKET_AUXDATA, &on, sizeof on));
+    EXPECT_EQ(0, bind(handle.get(), reinterpret_cast<sockaddr *>(&address), sizeof address));
+    EXPECT_EQ(0, setns(own.get(), CLONE_NEWNET));
+    return handle;
+}
+
+// The VLAN number of the test frame that arrives, 0 for none.
+int VlanOfTestFrame(const FileDescriptor &handle) {
+    pollfd ready = {handle.get(), POLLIN, 0};
+    while (poll(&ready, 1, 5000) > 0) {
+        unsigned char frame[2048] = {};
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(tpacket_auxdata))];
+        iovec space = {frame, sizeof frame};
+        msghdr message = {nullptr, 0, &space, 1, control, sizeof control, 0};
+        EXPECT_GT(recvmsg(handle.get(), &message, 0), 0);
+        if ((frame[12] << 8 | frame[13]) == TEST_PROTOCOL) {
+            tpacket_auxdata data = {};
+            memcpy(&data, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof data);
+            return data.tp_vlan_tci;
+        }
+    }
+    ADD_FAILURE() << "no frame arrived";
+    return -1;
+}
+
+TEST(Bridge, VlanTagsSurviveTheCrossing) {
+    constexpr unsigned char FRAME[64] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 2,    0,    0,
+                                         0,    0,    1,    0x81, 0x00, 0,    0x05, 0x88, 0xb5};
+    BridgedPair pair;
+    DaemonStart start = StartBridge(0);
+    ASSERT_TRUE(start.CameUp()) << start;
+    pair.ConnectGuest("zelan-sw0");
+    FileDescriptor outside = OpenInside(pair.outside, "o0");
+    FileDescriptor guest = OpenInside(pair.guest, "g0");
+    ASSERT_EQ(static_cast<ssize_t>(sizeof FRAME), send(outside.get(), FRAME, sizeof FRAME, 0));
+    EXPECT_EQ(5, VlanOfTestFrame(guest));
+    ASSERT_EQ(static_cast<ssize_t>(sizeof FRAME), send(guest.get(), FRAME, sizeof FRAME, 0));
+    EXPECT_EQ(5, VlanOfTestFrame(outside));
+}
+
+TEST(Bridge, DefaultNetworkTakesEveryAdapterButTheExcluded) {
+    Must("ip link add name eth1 type veth peer name eth2");
+    Must("ip link add name eth3 type veth peer name eth4");
+    Must("ip link add name ZELANx type veth peer name slave");
+    Must("ip link add name br9 type bridge && ip link set slave master br9");
+    DaemonStart start = StartBridge(0, {"-eeth2", "-eeth4"});
+    ASSERT_TRUE(start.CameUp()) << start;
+    for (const char *taken : {"eth1", "eth3", "br9"}) {
+        EXPECT_TRUE(IsBridged(taken)) << taken;
+    }
+    for (const char *left : {"eth2", "eth4", "ZELANx"}) {
+        EXPECT_FALSE(IsBridged(left)) << left;
+    }
+    EXPECT_EQ(3, PortCount("zelan-sw0"));
+}
+
+TEST(Bridge, NamedAdaptersAloneAreTakenAndMayComeAndGo) {
+    Must("ip link add name eth1 type veth peer name eth2");
+    DaemonStart start = StartBridge(3, {"-ieth1", "-ieth3"});
+    ASSERT_TRUE(start.CameUp()) << start;
+    EXPECT_TRUE(IsBridged("eth1"));
+    EXPECT_FALSE(IsBridged("eth2"));
+    Must("ip link add name eth3 type veth peer name eth4");
+    EXPECT_TRUE(WaitUntil([] { return IsBridged("eth3") && PortCount("zelan-sw3") == 2; })) << start;
+    Must("ip link delete eth1");
+    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw3") == 1; })) << start;
+    Must("ip link set eth3 down && ip link set eth3 name eth5");
+    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw3") == 0; })) << start;
+}
+
+TEST(Bridge, AdapterThatJoinsABridgeIsLeftToIt) {
+    Must("ip link add name eth1 type veth peer name eth2");
+    Must("ip link add name br9 type bridge");
+    DaemonStart start = StartBridge(0, {"-eeth2", "-ebr9"});
+    ASSERT_TRUE(start.CameUp()) << start;
+    Must("ip link set eth1 master br9");
+    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw0") == 0; })) << start;
+    Must("ip link set eth1 nomaster");
+    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw0") == 1; })) << start;
+}
+
+TEST(Bridge, TwoAdaptersOnOneWireMakeNoLoop) {
+    Machine wire("wire");
+    wire.ConnectToHost("eth1", "w1");
+    wire.ConnectToHost("eth2", "w2");
+    ASSERT_TRUE(wire.Run("ip link add name lan type bridge && ip link set lan up && "
+                         "ip link set w1 master lan && ip link set w2 master lan && "
+                         "ip address add 10.9.0.1/24 dev lan")
+                    .Succeeded());
+    DaemonStart start = StartBridge(0);
+    ASSERT_TRUE(start.CameUp()) << start;
+    Machine guest("guest");
+    guest.ConnectToBridge("zelan-sw0", "g0", "10.9.0.2/24");
+    long before = ReceivedPackets(guest, "g0");
+    // Requests for an address that nobody has are broadcast.
+    guest.Run("ping -c 3 -i 0.2 -W 1 10.9.0.77");
+    CommandResult ping = guest.Run("ping -c 5 -i 0.2 -W 5 10.9.0.1");
+    EXPECT_TRUE(ping.Succeeded()) << ping;
+    EXPECT_EQ(std::string::npos, ping.output.find("DUP")) << ping;
+    EXPECT_LT(ReceivedPackets(guest, "g0") - before, 100) << "frames go round";
+}
+
+TEST(Bridge, KilledDaemonLeavesNothing) {
+    Must("ip link add name eth1 type veth peer name eth2");
+    DaemonStart start = StartBridge(0);
+    ASSERT_TRUE(start.CameUp()) << start;
+    ASSERT_EQ(2, PortCount("zelan-sw0"));
+    KillDaemon(start);
+    EXPECT_TRUE(WaitUntil([] {
+        return RunShell("ip -br link | grep -q '^zelan'").status == 1 && !IsBridged("eth1") &&
+               RunShell("ps -e -o comm= | grep -q '^zelan'").status == 1;
+    })) << RunShell("ip -br link; ps -e").output;
+}
+
+}  // namespace

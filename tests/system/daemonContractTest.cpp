@@ -1,0 +1,96 @@
+// What all daemons owe the library: arguments, PID file, status report, detaching.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "lib/misc/owners.h"
+#include "tests/support/command.h"
+#include "tests/support/daemonStart.h"
+#include "tests/support/netns.h"
+
+namespace {
+
+struct RefusedCase {
+    const char *program;
+    std::vector<std::string> arguments;
+    const char *complaint;
+};
+
+TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
+    const std::string pidFile = "/var/run/x.pid";
+    mknod("/dev/zelan8", S_IFCHR | 0600, makedev(119, 8));
+    mknod("/dev/other", S_IFCHR | 0600, makedev(10, 8));
+    const RefusedCase cases[] = {
+        {"zelan-netifup", {"-s", "{W}", "-d", pidFile, "/dev/zelan8"}, "usage:"},
+        {"zelan-netifup", {"-s", "{W}", "/dev/zelan8", "zelan8"}, "option -d is missing"},
+        {"zelan-netifup", {"-d", pidFile, "/dev/zelan8", "zelan8", "-s"}, "option -s needs an argument"},
+        {"zelan-netifup",
+         {"-s", "999", "-d", pidFile, "/dev/zelan8", "zelan8"},
+         "descriptor 999 is not open"},
+        {"zelan-netifup", {"-s", "1x", "-d", pidFile, "/dev/zelan8", "zelan8"}, "not 1x"},
+        {"zelan-netifup", {"-s", "{W}", "-d", pidFile, "-x", "/dev/zelan8", "zelan8"}, "unknown option -x"},
+        {"zelan-netifup", {"-s", "{W}", "-d", pidFile, "/dev/zelan9", "zelan9"}, "/dev/zelan9: No such file"},
+        {"zelan-netifup",
+         {"-s", "{W}", "-d", pidFile, "/dev/other", "zelan9"},
+         "no device node of a network"},
+        {"zelan-netifup",
+         {"-s", "{W}", "-d", pidFile, "/dev/zelan8", "sixteen_letters_"},
+         "cannot name an interface"},
+        {"zelan-bridge", {"-s", "{W}", "-d", pidFile, "-n", "256"}, "from 0 to 255, not 256"},
+        {"zelan-bridge", {"-s", "{W}", "-d", pidFile, "-n", "0", "-i"}, "option -i needs a name"},
+        {"zelan-bridge", {"-s", "{W}", "-d", pidFile, "-n", "0", "-ia", "-eb"}, "usage:"},
+        {"zelan-bridge", {"-s", "{W}", "-d", pidFile}, "option -n is missing"},
+        {"zelan-detect", {"-s", "{W}", "-d", pidFile, "more"}, "usage:"},
+        {"zelan-detect", {"-s", "{W}", "-s", "{W}", "-d", pidFile}, "option -s is given twice"},
+        {"zelan-detect", {"-s", "{W}", "-d", "/no/such/folder/x.pid"}, "/no/such/folder/x.pid: No such file"},
+    };
+    for (const RefusedCase &row : cases) {
+        unlink(("/var/log/" + std::string(row.program) + ".log").c_str());
+        DaemonStart start = StartDaemonWith(row.program, pidFile, row.arguments);
+        EXPECT_NE(0, start.status) << row.complaint;
+        EXPECT_EQ("", start.report) << row.complaint;
+        EXPECT_NE(std::string::npos, start.Log().find(row.complaint)) << row.complaint << "\n" << start;
+        EXPECT_NE(0, access(pidFile.c_str(), F_OK)) << row.complaint;
+    }
+    EXPECT_TRUE(WaitUntil([] { return RunShell("ip -br link | grep -q zelan").status == 1; }));
+}
+
+TEST(DaemonContract, PidFileNamesTheProcessThatLivesOn) {
+    DaemonStart start = StartNetifup(8);
+    ASSERT_TRUE(start.CameUp()) << start;
+    EXPECT_EQ(0, start.status);
+    std::string process = "/proc/" + std::to_string(start.pid);
+    EXPECT_EQ("zelan-netifup\n", ReadFileText(process + "/comm"));
+    EXPECT_EQ(std::to_string(start.pid) + "\n", ReadFileText(start.pidFile));
+    EXPECT_EQ("zelan-netifup-zelan8.pid\n", RunShell("ls /var/run | grep pid").output)
+        << "a temporary file was left";
+    CommandResult session = RunShell("ps -o sid=,tty= -p " + std::to_string(start.pid));
+    EXPECT_NE(std::string::npos, session.output.find(std::to_string(start.pid))) << session;
+}
+
+TEST(DaemonContract, InheritedDescriptorsAreShed) {
+    FileDescriptor stray(open("/etc/passwd", O_RDONLY));
+    DaemonStart start = StartNetifup(8);
+    ASSERT_TRUE(start.CameUp()) << start;
+    CommandResult held = RunShell(
+        "for pid in $(ps -e -o pid=,comm= | awk '/zelan/ {print $1}'); do ls -l /proc/$pid/fd; done");
+    EXPECT_NE(std::string::npos, held.output.find("/dev/null")) << "no process was looked at\n" << held;
+    EXPECT_EQ(std::string::npos, held.output.find("passwd")) << held;
+    EXPECT_EQ(std::string::npos, held.output.find("pipe:")) << held;
+}
+
+TEST(DaemonContract, PidFileThatCannotBeWrittenLeavesNothing) {
+    mknod("/dev/zelan8", S_IFCHR | 0600, makedev(119, 8));
+    DaemonStart start = StartDaemonWith("zelan-netifup", "/no/such/x.pid",
+                                        {"-s", "{W}", "-d", "/no/such/x.pid", "/dev/zelan8", "zelan8"});
+    EXPECT_NE(0, start.status);
+    EXPECT_EQ("", start.report);
+    EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan8") && !HasLink("zelan-sw8"); })) << start;
+}
+
+}  // namespace

@@ -1,0 +1,79 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/command.h"
+#include "tests/support/daemonStart.h"
+#include "tests/support/netns.h"
+
+namespace {
+
+struct ChangeCase {
+    const char *change;
+    const char *line;  // what the log gains, once
+};
+
+long Count(const std::string &text, const std::string &part) {
+    long count = 0;
+    for (size_t place = text.find(part); place != std::string::npos; place = text.find(part, place + 1)) {
+        count++;
+    }
+    return count;
+}
+
+TEST(Detect, EachChangeIsOneLine) {
+    Must("echo nameserver 10.9.0.9 > /etc/resolv.conf");
+    DaemonStart start = StartDaemon("zelan-detect", "zelan-detect", {});
+    ASSERT_TRUE(start.CameUp()) << start;
+    EXPECT_EQ("", start.Log()) << "the first picture is no change";
+    static constexpr ChangeCase CASES[] = {
+        {"ip link add name eth1 type veth peer name eth2", "link added: eth1, down"},
+        {"ip link set eth2 up && ip link set eth1 up", "link changed: eth1, up, running"},
+        {"ip address add 10.9.0.1/24 dev eth1", "address added: 10.9.0.1/24 on eth1\n"},
+        {"ip route add default via 10.9.0.7", "route added: default via 10.9.0.7 on eth1\n"},
+        {"ip route add 10.8.0.0/16 via 10.9.0.7 metric 5",
+         "route added: 10.8.0.0/16 via 10.9.0.7 on eth1 metric 5\n"},
+        {"ip route delete default", "route removed: default via 10.9.0.7 on eth1\n"},
+        {"ip route add 10.7.0.0/16 dev eth1 table 77; ip address add 10.9.1.1/24 dev eth1",
+         "address added: 10.9.1.1/24 on eth1\n"},
+        {"echo nameserver 10.9.0.8 > /etc/resolv.conf", "name servers changed: 10.9.0.8\n"},
+        {"printf 'nameserver 10.9.0.8\\nnameserver ::1\\n' > /etc/new && mv /etc/new /etc/resolv.conf",
+         "name servers changed: 10.9.0.8, ::1\n"},
+        {"rm /etc/resolv.conf", "name servers changed: none\n"},
+        // The kernel tells nothing of the IPv4 routes that go with the link.
+        {"ip link set eth1 down", "route removed: 10.8.0.0/16 via 10.9.0.7 on eth1 metric 5\n"},
+        {"ip link delete eth1", "address removed: 10.9.0.1/24 on eth1\n"},
+    };
+    for (const ChangeCase &row : CASES) {
+        Must(row.change);
+        EXPECT_TRUE(WaitUntil([&] { return Count(start.Log(), row.line) == 1; })) << row.change << "\n"
+                                                                                  << row.line << "\n"
+                                                                                  << start.Log();
+    }
+    EXPECT_EQ(0, Count(start.Log(), "10.7.0.0")) << "of a table that is not the main one\n" << start.Log();
+}
+
+// A resolver service keeps the file elsewhere and a link in its place.
+TEST(Detect, NameServersBehindALinkAreFollowed) {
+    Must(
+        "mkdir /run/resolver && echo nameserver 10.9.0.9 > /run/resolver/list && "
+        "ln -sf /run/resolver/list /etc/resolv.conf");
+    DaemonStart start = StartDaemon("zelan-detect", "zelan-detect", {});
+    ASSERT_TRUE(start.CameUp()) << start;
+    Must("echo nameserver 10.9.0.7 > /run/resolver/new && mv /run/resolver/new /run/resolver/list");
+    EXPECT_TRUE(WaitUntil([&] { return Count(start.Log(), "name servers changed: 10.9.0.7\n") == 1; }))
+        << start;
+}
+
+TEST(Detect, BurstOfChangesLosesNothing) {
+    DaemonStart start = StartDaemon("zelan-detect", "zelan-detect", {});
+    ASSERT_TRUE(start.CameUp()) << start;
+    Must("for i in $(seq 200); do echo \"link add name a$i type veth peer name b$i\"; done | ip -batch -");
+    Must("for i in $(seq 200); do echo \"address add 10.1.$i.1/24 dev a$i\"; done | ip -batch -");
+    EXPECT_TRUE(WaitUntil([&] {
+        return Count(start.Log(), "link added") == 400 && Count(start.Log(), "address added: 10.1.") == 200;
+    })) << Count(start.Log(), "link added")
+        << " links, " << Count(start.Log(), "address added: 10.1.") << " addresses";
+}
+
+}  // namespace

@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+
+#include "tests/support/command.h"
+#include "tests/support/daemonStart.h"
+#include "tests/support/netns.h"
+
+namespace {
+
+bool NothingIsLeft() {
+    return RunShell("ip -br link | grep -q '^zelan'").status == 1 &&
+           RunShell("ps -e -o comm= | grep -q '^zelan'").status == 1;
+}
+
+std::string LeftOver() {
+    return RunShell("ip -br link; ps -e -o pid,comm,args").output;
+}
+
+TEST(Netifup, InterfaceIsThereOnceReportedAndCarriesFrames) {
+    DaemonStart start = StartNetifup(8);
+    ASSERT_TRUE(start.CameUp()) << start;
+    EXPECT_TRUE(RunShell("ip -br link show zelan8 | grep -q DOWN").Succeeded())
+        << "left to the tool to bring up";
+    Machine guest("guest");
+    guest.ConnectToBridge("zelan-sw8", "g0", "192.168.8.5/24");
+    Must("ip address add 192.168.8.1/24 dev zelan8 && ip link set zelan8 up");
+    CommandResult ping = guest.Run("ping -c 1 -W 5 192.168.8.1");
+    EXPECT_TRUE(ping.Succeeded()) << ping;
+    CommandResult addresses = RunShell("ip -br address show zelan-sw8; ip -br address show zelan-if8");
+    EXPECT_EQ(std::string::npos, addresses.output.find("fe80")) << "the switch is an endpoint\n" << addresses;
+}
+
+TEST(Netifup, KilledDaemonLeavesNothing) {
+    DaemonStart start = StartNetifup(8);
+    ASSERT_TRUE(start.CameUp()) << start;
+    KillDaemon(start);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+TEST(Netifup, SwitchOutlivesTheDaemonWhileAGuestIsAttached) {
+    DaemonStart start = StartNetifup(8);
+    ASSERT_TRUE(start.CameUp()) << start;
+    {
+        Machine guest("guest");
+        guest.ConnectToBridge("zelan-sw8", "g0", "192.168.8.5/24");
+        KillDaemon(start);
+        ASSERT_TRUE(WaitUntil([] { return !HasLink("zelan8"); })) << LeftOver();
+        EXPECT_TRUE(HasLink("zelan-sw8"));
+
+        start = StartNetifup(8);
+        ASSERT_TRUE(start.CameUp()) << start;
+        Must("ip address add 192.168.8.1/24 dev zelan8 && ip link set zelan8 up");
+        EXPECT_TRUE(guest.Run("ping -c 1 -W 5 192.168.8.1").Succeeded());
+        KillDaemon(start);
+        ASSERT_TRUE(WaitUntil([] { return !HasLink("zelan8"); })) << LeftOver();
+        EXPECT_TRUE(HasLink("zelan-sw8"));
+    }
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+TEST(Netifup, OneStartedRightAfterAKillReplacesItsPredecessor) {
+    DaemonStart start = StartNetifup(8);
+    ASSERT_TRUE(start.CameUp()) << start;
+    for (int round = 0; round < 10; round++) {
+        Must("ip address add 192.168.8.1/24 dev zelan8");
+        KillDaemon(start);
+        start = StartNetifup(8);
+        ASSERT_TRUE(start.CameUp()) << "round " << round << "\n" << start;
+        ASSERT_EQ("", RunShell("ip -4 -br address show zelan8 | grep 192").output) << "the old interface";
+    }
+    // The watchers of the nine predecessors wake up now; they must not touch the tenth.
+    EXPECT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep -c zelan-watch").output == "1\n"; }))
+        << LeftOver();
+    EXPECT_TRUE(HasLink("zelan8")) << LeftOver();
+}
+
+TEST(Netifup, LeftoverWithoutAWatcherIsReplaced) {
+    DaemonStart start = StartNetifup(8);
+    ASSERT_TRUE(start.CameUp()) << start;
+    Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 == \"zelan-watch\" {print $1}')");
+    KillDaemon(start);
+    start = StartNetifup(8);
+    ASSERT_TRUE(start.CameUp()) << start;
+    KillDaemon(start);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+TEST(Netifup, InterfaceOfSomebodyElseIsRefusedAndKept) {
+    Must("ip link add name zelan8 type veth peer name other");
+    DaemonStart start = StartNetifup(8);
+    EXPECT_FALSE(start.CameUp());
+    EXPECT_NE(std::string::npos, start.Log().find("zelan8 exists already")) << start;
+    EXPECT_TRUE(HasLink("zelan8"));
+    EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan-sw8"); })) << LeftOver();
+}
+
+TEST(Netifup, SwitchStaysForAnotherDaemonOfTheNetwork) {
+    DaemonStart bridge = StartDaemon("zelan-bridge", "zelan-bridge-8", {"-n", "8", "-inone"});
+    DaemonStart netifup = StartNetifup(8);
+    ASSERT_TRUE(bridge.CameUp() && netifup.CameUp()) << bridge << netifup;
+    KillDaemon(netifup);
+    ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep -c zelan-watch").output == "1\n"; }))
+        << LeftOver();
+    EXPECT_TRUE(HasLink("zelan-sw8"));
+    KillDaemon(bridge);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+TEST(Netifup, ManyThatEndTogetherAreAllRemoved) {
+    constexpr int COUNT = 20;
+    std::vector<DaemonStart> starts;
+    for (int network = 1; network <= COUNT; network++) {
+        starts.push_back(StartNetifup(network));
+        ASSERT_TRUE(starts.back().CameUp()) << starts.back();
+    }
+    for (const DaemonStart &start : starts) {
+        KillDaemon(start);
+    }
+    EXPECT_TRUE(WaitUntil(NothingIsLeft, std::chrono::seconds(30))) << LeftOver();
+}
+
+}  // namespace

@@ -1,0 +1,81 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/command.h"
+#include "tests/support/netns.h"
+
+namespace {
+
+CommandResult Ping(const std::string &arguments) {
+    return RunShell(ProgramPath("orvane-ping") + " " + arguments);
+}
+
+struct PingCase {
+    const char *arguments;
+    int status;
+    const char *why;
+};
+
+TEST(OrvanePing, StatusTellsWhetherTheSubnetIsFree) {
+    Machine router("router");
+    router.ConnectToHost("eth1", "r0", "10.9.0.1/24");
+    Must("ip address add 10.9.0.2/24 broadcast 10.9.0.255 dev eth1");
+    static constexpr PingCase WITHOUT_DEFAULT_ROUTE[] = {
+        {"-q 10.9.0.1 -t 5 -i 1", 0, "a neighbour answers"},
+        {"-q 10.9.0.2 -t 5 -i 1", 0, "the host itself answers"},
+        {"-q 10.9.0.77 -t 1 -i 1", 1, "nobody has the address"},
+        {"-q -b 10.9.0.0 -t 1 -i 1", 1, "nobody answers broadcasts"},
+        {"-q -b 192.168.40.0 -t 5 -i 1", 2, "no route"},
+        {"-q 192.168.40.1 -t 5 -i 1", 2, "no route"},
+    };
+    for (const PingCase &row : WITHOUT_DEFAULT_ROUTE) {
+        CommandResult result = Ping(row.arguments);
+        EXPECT_EQ(row.status, result.status) << row.why << ": " << row.arguments << "\n" << result;
+        EXPECT_EQ("", result.output + result.errors) << row.arguments;
+    }
+
+    ASSERT_TRUE(
+        router.Run("sysctl -qw net.ipv4.icmp_echo_ignore_broadcasts=0 net.ipv4.ip_forward=1").Succeeded());
+    ASSERT_TRUE(router
+                    .Run("ip route add prohibit 10.20.0.0/16 && ip route add unreachable 10.21.0.0/16 && "
+                         "ip route add blackhole 10.22.0.0/16")
+                    .Succeeded());
+    Must("ip route add default via 10.9.0.1 && ip route add unreachable 10.30.0.0/16");
+    static constexpr PingCase WITH_DEFAULT_ROUTE[] = {
+        {"-q -b 10.9.0.0 -t 5 -i 1", 0, "a neighbour answers the broadcast"},
+        {"-q -b 192.168.40.0 -t 5 -i 1", 2, "the router has no way to the network"},
+        {"-q -b 10.21.0.0 -t 1 -i 1", 1, "the router knows the network and finds no host"},
+        {"-q -b 10.22.0.0 -t 1 -i 1", 1, "the router says nothing"},
+        {"-q -b 10.30.0.0 -t 5 -i 1", 2, "the host's own route refuses"},
+    };
+    for (const PingCase &row : WITH_DEFAULT_ROUTE) {
+        CommandResult result = Ping(row.arguments);
+        EXPECT_EQ(row.status, result.status) << row.why << ": " << row.arguments << "\n" << result;
+    }
+}
+
+// The library takes 3 and above for "not free".
+TEST(OrvanePing, WrongArgumentsGiveThreeAndAWord) {
+    for (const char *arguments :
+         {"-q 10.9.0.1 -t 1", "-q -t 1 -i 1", "-q 10.9.0 -t 1 -i 1", "-q 10.9.0.1 -t x -i 1",
+          "-q 10.9.0.1 -t 1 -i 0", "-q -z 10.9.0.1 -t 1 -i 1", "-q 1.1.1.1 1.1.1.2 -t 1 -i 1"}) {
+        CommandResult result = Ping(arguments);
+        EXPECT_EQ(3, result.status) << arguments << "\n" << result;
+        EXPECT_NE("", result.errors) << arguments;
+    }
+}
+
+TEST(OrvanePing, ManyAtOnceDoNotTakeEachOthersAnswers) {
+    Machine neighbour("neighbour");
+    neighbour.ConnectToHost("eth1", "n0", "10.9.0.1/24");
+    Must("ip address add 10.9.0.2/24 dev eth1");
+    CommandResult result =
+        RunShell("for i in $(seq 20); do (" + ProgramPath("orvane-ping") +
+                 " -q 10.9.0.77 -t 2 -i 1; echo silent $?) & (" + ProgramPath("orvane-ping") +
+                 " -q 10.9.0.1 -t 2 -i 1; echo answer $?) & done; wait");
+    EXPECT_EQ(std::string::npos, result.output.find("silent 0")) << result;
+    EXPECT_EQ(std::string::npos, result.output.find("answer 1")) << result;
+}
+
+}  // namespace
