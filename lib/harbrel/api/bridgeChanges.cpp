@@ -20,8 +20,8 @@ struct DefaultBridgeChange {
     HostAdapterChain adapters{};  // those that were bridged to the source
 };
 
-// Where the adapters are that the change has to map. When the default goes away, they are pinned to the
-// network that they are on; when it comes back, so do those that are bridged to nothing.
+// Whose adapters the change maps to MAPPING_TARGET: those of the default when it goes away, which pins them
+// to where they are; those that are bridged to nothing when it comes back.
 constexpr int32_t MappingSource(int32_t newDefault) {
     return newDefault == AUTO_BRIDGED_VNET ? HBL_VNET_NONE : AUTO_BRIDGED_VNET;
 }

@@ -30,12 +30,11 @@ bool CheckNetwork(const char *function, const HBL_NetworkID *network) {
 }
 
 bool SettleDestination(const char *function, const HBL_NetworkID *destination, AdapterMove *move) {
-    if (destination == nullptr) {
-        move->destination.vnet = move->defaultBridge.vnet;
-        return true;
+    if (destination != nullptr && !CheckNetwork(function, destination)) {
+        return false;
     }
-    move->destination.vnet = destination->vnet;
-    return CheckNetwork(function, destination);
+    move->destination.vnet = destination != nullptr ? destination->vnet : move->defaultBridge.vnet;
+    return true;
 }
 
 bool SettleSource(const char *function, const HBL_NetworkID *source, AdapterMove *move) {

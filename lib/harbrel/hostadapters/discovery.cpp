@@ -31,7 +31,7 @@ bool SendLinkDumpRequest(int netlinkSocket) {
     request.header.nlmsg_len = sizeof request;
     request.header.nlmsg_type = RTM_GETLINK;
     request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_ROOT | NLM_F_MATCH;
-    request.header.nlmsg_seq = 1;
+    request.header.nlmsg_seq = HBL_LINK_DUMP_SEQUENCE;
     request.body.rtgen_family = AF_UNSPEC;
     sockaddr_nl kernel{};
     kernel.nl_family = AF_NETLINK;

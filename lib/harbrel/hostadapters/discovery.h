@@ -9,9 +9,12 @@
 // A chain in the kernel's order. On false nothing is handed out.
 bool HBLCreateHostAdapList(uint32_t *count, HBL_HostAdapter **head);
 
-// The parser behind it, a pure function over the bytes of one datagram but for the driver query: walks link
-// messages meant for `processId`, sequence 1. A malformed message ends the walk; what was found until then
-// counts.
+// The sequence number of the request, which its answers carry.
+constexpr uint32_t HBL_LINK_DUMP_SEQUENCE = 1;
+
+// The parser behind it, a pure function over the bytes of one datagram but for the driver query: walks the
+// link messages that answer `processId` or the request's sequence number. A malformed message ends the walk;
+// what was found until then counts.
 void HBLParseLinkDump(const void *datagram, size_t length, uint32_t processId, uint32_t *count,
                       HBL_HostAdapter **head);
 

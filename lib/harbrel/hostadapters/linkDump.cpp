@@ -23,7 +23,6 @@ namespace {
 
 // The parser works for this function, and its lines carry that name.
 constexpr char FUNCTION[] = "HBLCreateHostAdapList";
-constexpr uint32_t REQUEST_SEQUENCE = 1;
 constexpr uint32_t ADAPTER_RUNNING = 1;
 constexpr uint32_t ADAPTER_NOT_RUNNING = 2;
 
@@ -153,12 +152,12 @@ void ParseLinkMessage(const ifinfomsg &link, Bytes attributes, ChainTail *chain)
 }
 
 bool IsForThisRequest(const nlmsghdr &header, uint32_t processId) {
-    if (header.nlmsg_pid == processId || header.nlmsg_seq == REQUEST_SEQUENCE) {
+    if (header.nlmsg_pid == processId || header.nlmsg_seq == HBL_LINK_DUMP_SEQUENCE) {
         return true;
     }
     HBLLog(LOG_INFO2, FUNCTION,
            "PID or Seq does not match: Req-pid = %u, Resp-pid = %u, Req-seq = %u, Resp-seq = %u", processId,
-           header.nlmsg_pid, REQUEST_SEQUENCE, header.nlmsg_seq);
+           header.nlmsg_pid, HBL_LINK_DUMP_SEQUENCE, header.nlmsg_seq);
     return false;
 }
 

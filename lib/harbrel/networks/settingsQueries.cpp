@@ -7,7 +7,6 @@
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/networks/settings.h"
-#include "lib/string/str.h"
 
 namespace {
 
@@ -33,6 +32,15 @@ Stored ReadStored(uint32_t vnet, const char *field, char *out, size_t size) {
     return length == size ? Stored::Missing : Stored::DoesNotFit;  // the length changes only if there is one
 }
 
+bool CopyIfFits(const char *text, char *out, size_t size) {
+    const size_t needed = strlen(text) + 1;
+    if (needed > size) {
+        return false;
+    }
+    memcpy(out, text, needed);
+    return true;
+}
+
 // The address that the adapter of a vnet takes when none is stored.
 bool ComputeAdapterAddr(uint32_t vnet, char *out, size_t size, const char *function) {
     char subnet[HBL_IP_STR_SIZE];
@@ -45,11 +53,10 @@ bool ComputeAdapterAddr(uint32_t vnet, char *out, size_t size, const char *funct
         HBLLog(LOG_ERR, function, "Could not calculate adapter address");
         return false;
     }
-    if (strlen(address) + 1 > size) {
+    if (!CopyIfFits(address, out, size)) {
         HBLLog(LOG_ERR, function, "Insufficient buffer length: %zu for adapter address", size);
         return false;
     }
-    Str_Strcpy(out, address, size);
     return true;
 }
 
@@ -74,7 +81,7 @@ bool IsBridged(uint32_t vnet, const char *function) {
 bool HBLGetVnetVirtAdapterName(uint32_t vnet, char *out, size_t size) {
     const Stored stored = ReadStored(vnet, VNET_FIELD_ADAPTER_NAME, out, size);
     return stored == Stored::Copied ||
-           (stored == Stored::Missing && Str_Snprintf(out, size, "zelan%d", static_cast<int>(vnet)) >= 0);
+           (stored == Stored::Missing && CopyIfFits(HBLVnetName(vnet).text, out, size));
 }
 
 bool HBLGetVnetVirtAdapterAddr(uint32_t vnet, char *out, size_t size, bool computeDefault) {
