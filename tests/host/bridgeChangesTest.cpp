@@ -1,5 +1,6 @@
 // Bridge changes with adapters that the kernel really has and bridge daemons that really run: which mappings
 // are left, and which daemons were restarted in which order and with what.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -106,8 +107,13 @@ TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExpor
     ASSERT_TRUE(
         WaitUntil([] { return RunShell("ip link show hbl456789012345 | grep 'state UP'").Succeeded(); }));
     ASSERT_TRUE(HBLSetBridgeMapping("hbl456789012345", 5));
+    HBLLogSetMask(LOG_INFO | LOG_INFO2);
     HostAdapterChain chain;
     ASSERT_TRUE(HBLCreateHostAdapList(&chain.count, &chain.head));
+    const std::string prefix = "HBLCreateHostAdapList - ";
+    EXPECT_THAT(log_.Take(), testing::HasSubstr(prefix + "1000 bytes read from netlink socket\n" + prefix +
+                                                "Increasing buffer size to read\n" + prefix +
+                                                "Reading 2000 bytes from netlink socket\n"));
     std::string found;
     for (const HBL_HostAdapter *adapter = chain.head; adapter != nullptr; adapter = adapter->next) {
         EXPECT_STREQ("veth", adapter->driverName);
@@ -152,6 +158,19 @@ TEST_F(BridgeChanges, RefusedRestartBringsTheDefaultBack) {
     EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
     EXPECT_EQ(0, vnet);
     EXPECT_EQ("0 -ihbl3\n0 -ehbl0 -ehbl1 -ehbl2\n", ReadFileText(STARTS));
+    EXPECT_TRUE(Runs(0));
+    // The other way round: an adapter without a mapping gets one to none, which it effectively had.
+    EXPECT_TRUE(HBL_SetBridgeDefaultNetwork(&none));
+    AddAdapter("hbl4");
+    WriteFileText(STARTS, "");
+    RefuseNextStart(0);
+    const HBL_NetworkID zero = Network(0);
+    EXPECT_FALSE(HBL_SetBridgeDefaultNetwork(&zero));
+    EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
+    EXPECT_EQ(HBL_VNET_NONE, vnet);
+    EXPECT_TRUE(HBLGetHostAdapterBridge("hbl4", &vnet));
+    EXPECT_EQ(HBL_VNET_NONE, vnet);
+    EXPECT_EQ("0 -ehbl0 -ehbl1 -ehbl2\n0 -ihbl3\n", ReadFileText(STARTS));
     EXPECT_TRUE(Runs(0));
     EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)) << "the lock was not given back";
 }

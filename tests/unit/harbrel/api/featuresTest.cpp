@@ -95,7 +95,6 @@ TEST_F(Features, SearchTakesTheFirstNetworkThatMatchesFromTheStart) {
         {"anything", 77, [](HBL_VnetFeatures *) {}, 77},
         {"not bridged", 0, [](HBL_VnetFeatures *ft) { ft->config.bridge = HBL_FEATURE_NO; }, 1},
         {"bridged", 1, [](HBL_VnetFeatures *ft) { ft->config.bridge = HBL_FEATURE_YES; }, 202},
-        {"DHCP", 150, [](HBL_VnetFeatures *ft) { ft->config.dhcp = HBL_FEATURE_YES; }, 200},
         {"DHCP but no NAT", 150,
          [](HBL_VnetFeatures *ft) {
              ft->config.dhcp = HBL_FEATURE_YES;

@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "lib/harbrel/base/services.h"
 #include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/cache/cache.h"
 #include "tests/support/logCapture.h"
@@ -82,30 +81,22 @@ TEST(VnetSettings, OptionsFollowFromKeysMappingsAndTheDefaultBridge) {
     }
 }
 
-TEST(VnetSettings, ServicesMapToTheirOptions) {
-    EXPECT_EQ(HBL_OPTION_BRIDGE, HBLServiceToVnetOption(HBL_SVC_BRIDGE));
-    EXPECT_EQ(HBL_OPTION_VIRTUAL_ADAPTER, HBLServiceToVnetOption(HBL_SVC_NETIFUP));
-    EXPECT_EQ(HBL_OPTION_DHCP, HBLServiceToVnetOption(HBL_SVC_DHCP));
-    EXPECT_EQ(HBL_OPTION_NAT, HBLServiceToVnetOption(HBL_SVC_NAT));
-    EXPECT_EQ(HBL_OPTION_NONE, HBLServiceToVnetOption(HBL_SVC_NETDETECT));
-}
-
-TEST(AdapterSettings, NameIsTheStoredOneOrTheVnets) {
+TEST(AdapterSettings, NameIsTheStoredOneOrTheVnetsAndFitsWhole) {
     const OpenCache cache(
-        "answer VNET_1_VIRTUAL_ADAPTER_NAME lab0\n"
-        "answer VNET_2_VIRTUAL_ADAPTER_NAME name456789012345\n"
-        "answer VNET_3_VIRTUAL_ADAPTER_NAME name4567890123456\n");
+        "answer VNET_1_VIRTUAL_ADAPTER_NAME lab0\nanswer VNET_2_VIRTUAL_ADAPTER_NAME name456789012345\n");
     const struct {
         uint32_t vnet;
+        size_t size;
         const char *name;  // null: refused
-    } cases[] = {{1, "lab0"}, {2, nullptr}, {3, nullptr}, {255, "zelan255"}};
+    } cases[] = {{1, 16, "lab0"},
+                 {2, 17, "name456789012345"},
+                 {2, 16, nullptr},
+                 {255, 9, "zelan255"},
+                 {255, 8, nullptr}};
     for (const auto &row : cases) {
-        char name[HBL_ADAPTER_NAME_SIZE];
-        const bool found = HBLGetVnetVirtAdapterName(row.vnet, name, sizeof name);
-        EXPECT_EQ(row.name != nullptr, found) << row.vnet;
-        if (found) {
-            EXPECT_STREQ(row.name, name);
-        }
+        char name[17] = "before";
+        EXPECT_EQ(row.name != nullptr, HBLGetVnetVirtAdapterName(row.vnet, name, row.size)) << row.vnet;
+        EXPECT_STREQ(row.name != nullptr ? row.name : "before", name);
     }
 }
 
