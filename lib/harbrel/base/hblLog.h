@@ -27,3 +27,11 @@ bool HBLLogEnabled(uint32_t level);  // whether a line of this level would be wr
 inline const char *TextOrNull(const char *text) {
     return text != nullptr ? text : "null";
 }
+
+// The precision of the "%.*s" that shows TextOrNull of `length` bytes without a terminator.
+inline int ShownLength(const char *text, uint32_t length) {
+    if (text == nullptr) {
+        return sizeof "null" - 1;
+    }
+    return length < INT32_MAX ? static_cast<int>(length) : INT32_MAX;
+}

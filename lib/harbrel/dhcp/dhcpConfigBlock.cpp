@@ -1,8 +1,9 @@
 #include "lib/harbrel/dhcp/dhcpConfigBlock.h"
 
-#include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "lib/err/errText.h"
 #include "lib/harbrel/addresses/addresses.h"
@@ -11,8 +12,14 @@
 #include "lib/harbrel/dhcp/dhcpConfigText.h"
 #include "lib/harbrel/dhcp/dhcpParameters.h"
 #include "lib/harbrel/networks/settings.h"
+#include "lib/misc/digest.h"
+#include "lib/misc/owners.h"
 
 namespace {
+
+constexpr size_t LINE_SIZE = 256;
+constexpr size_t SECONDS_SIZE = 10;
+constexpr size_t HASH_TEXT_SIZE = 256;
 
 struct SubnetValues {
     char subnet[HBL_IP_STR_SIZE];
@@ -22,8 +29,8 @@ struct SubnetValues {
     char broadcast[HBL_IP_STR_SIZE];
     char dns[HBL_IP_STR_SIZE];
     char domainName[HBL_DHCP_DOMAIN_NAME_SIZE];
-    char defaultLease[HBL_DHCP_DURATION_SIZE];
-    char maxLease[HBL_DHCP_DURATION_SIZE];
+    char defaultLease[SECONDS_SIZE];
+    char maxLease[SECONDS_SIZE];
     char routers[HBL_IP_STR_SIZE];
     bool hasRouters;
 };
@@ -65,9 +72,9 @@ bool ReadSubnetValues(const char *function, uint32_t vnet, SubnetValues *values)
         {HBL_DHCP_PARAM_DOMAIN_NAME, "HBL_DHCP_PARAM_DOMAIN_NAME", values->domainName,
          HBL_DHCP_DOMAIN_NAME_SIZE},
         {HBL_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC, "HBL_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC",
-         values->defaultLease, HBL_DHCP_DURATION_SIZE},
+         values->defaultLease, SECONDS_SIZE},
         {HBL_DHCP_PARAM_SUB_MAX_LEASE_DURATION_SEC, "HBL_DHCP_PARAM_SUB_MAX_LEASE_DURATION_SEC",
-         values->maxLease, HBL_DHCP_DURATION_SIZE},
+         values->maxLease, SECONDS_SIZE},
     };
     for (const auto &read : reads) {
         if (!ReadParameter(function, vnet, read.id, read.name, read.buffer, read.size)) {
@@ -92,8 +99,8 @@ bool WriteStart(const char *function, FILE *stream, long *start) {
 }
 
 bool WriteGlobals(const char *function, FILE *stream, uint32_t vnet) {
-    char defaultLease[HBL_DHCP_DURATION_SIZE];
-    char maxLease[HBL_DHCP_DURATION_SIZE];
+    char defaultLease[SECONDS_SIZE];
+    char maxLease[SECONDS_SIZE];
     if (!ReadParameter(function, vnet, HBL_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC,
                        "HBL_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC", defaultLease, sizeof defaultLease) ||
         !ReadParameter(function, vnet, HBL_DHCP_PARAM_MAX_LEASE_DURATION_SEC,
@@ -155,10 +162,54 @@ bool WriteHosts(const char *function, FILE *stream, uint32_t vnet, const SubnetV
 
 bool WriteEnd(const char *function, FILE *stream) {
     const int length = static_cast<int>(sizeof DHCP_BLOCK_END - 1);
-    if (fprintf(stream, "%s", DHCP_BLOCK_END) != length) {
+    // What is buffered is flushed here, where a full disk can still be told by its own words.
+    if (fprintf(stream, "%s", DHCP_BLOCK_END) != length || fflush(stream) != 0) {
         return LogWriteFailure(function, "fprintf: failed while writing DHCP readonly end marker, error: %s");
     }
     return true;
+}
+
+char *HashText(const char *function, const uint8_t (&digest)[SHA1_DIGEST_BYTES]) {
+    char *text = static_cast<char *>(calloc(HASH_TEXT_SIZE, 1));
+    if (text == nullptr) {
+        HBLLog(LOG_ERR, function, "Error in memory allocation for buffer for hash");
+        return nullptr;
+    }
+    for (size_t i = 0; i < SHA1_DIGEST_BYTES; i++) {
+        if (snprintf(text + 2 * i, HASH_TEXT_SIZE - 2 * i, "%02X", digest[i]) != 2) {
+            HBLLog(LOG_ERR, function, "Converting hash to string failed");
+            free(text);
+            return nullptr;
+        }
+    }
+    return text;
+}
+
+// Hashes the stretch, with the stream's position wherever it may end up.
+char *HashStretch(const char *function, FILE *stream, long posStart, long posEnd) {
+    if (fseek(stream, posStart, SEEK_SET) != 0) {
+        HBLLog(LOG_ERR, function, "ftell failed");
+        return nullptr;
+    }
+    if (posEnd <= posStart) {
+        HBLLog(LOG_ERR, function, "posEnd:%li must be greater than posStart:%li", posEnd, posStart);
+        return nullptr;
+    }
+    const size_t size = static_cast<size_t>(posEnd - posStart);
+    const MallocBlock<void> bytes(malloc(size));
+    if (bytes == nullptr) {
+        HBLLog(LOG_ERR, function, "Error in allocation memory for Readonly DHCP data");
+        return nullptr;
+    }
+    if (fread(bytes.get(), size, 1, stream) != 1) {
+        HBLLog(LOG_ERR, function, "fread: failed while reading, error: %s", Err_LastErrnoText());
+        return nullptr;
+    }
+    uint8_t digest[SHA1_DIGEST_BYTES];
+    Sha1 sha1;
+    sha1.Update(bytes.get(), size);
+    sha1.Final(digest);
+    return HashText(function, digest);
 }
 
 }  // namespace
@@ -168,4 +219,42 @@ bool HBLDHCPWriteBlock(const char *function, FILE *stream, uint32_t vnet, long *
     return WriteStart(function, stream, start) && WriteGlobals(function, stream, vnet) &&
            WriteSubnet(function, stream, vnet, &values) && WriteHosts(function, stream, vnet, values) &&
            WriteEnd(function, stream);
+}
+
+void HBLLocateZelanDHCPBlock(FILE *stream, long *posStart, long *posEnd) {
+    char line[LINE_SIZE];
+    bool atLineStart = true;  // a long line comes in pieces, and only its first one can be a marker
+    *posStart = -1;
+    *posEnd = -1;
+    long next = ftell(stream);
+    while (fgets(line, sizeof line, stream) != nullptr) {
+        const long offset = std::exchange(next, ftell(stream));
+        if (atLineStart && strcmp(line, DHCP_BLOCK_START) == 0) {
+            *posStart = offset;
+            HBLLog(LOG_INFO2, __func__, "Block Start identified: %li", *posStart);
+        } else if (atLineStart && strcmp(line, DHCP_BLOCK_END) == 0) {
+            *posEnd = next;
+            HBLLog(LOG_INFO2, __func__, "Block End identified: %li", *posEnd);
+            return;
+        }
+        atLineStart = line[next - offset - 1] == '\n';  // the line may hold zero bytes
+    }
+}
+
+char *HBLCalculateHashStrForBlock(FILE *stream, long posStart, long posEnd) {
+    if (stream == nullptr || posStart < 0 || posEnd < 0) {
+        HBLLog(LOG_ERR, __func__, "Invalid argument");
+        return nullptr;
+    }
+    const long remembered = ftell(stream);
+    if (remembered < 0) {
+        HBLLog(LOG_ERR, __func__, "ftell failed");
+        return nullptr;
+    }
+    char *text = HashStretch(__func__, stream, posStart, posEnd);
+    if (text != nullptr) {
+        HBLLog(LOG_INFO2, __func__, "Hash String value: %s", text);
+    }
+    fseek(stream, remembered, SEEK_SET);
+    return text;
 }

@@ -3,36 +3,26 @@
 #include <strings.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <vector>
-
 #include "lib/err/errText.h"
 #include "lib/file/posix.h"
-#include "lib/harbrel/base/functionTrace.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/dhcp/dhcpConfigBlock.h"
 #include "lib/harbrel/dhcp/dhcpConfigText.h"
 #include "lib/harbrel/files/files.h"
 #include "lib/harbrel/networks/settings.h"
-#include "lib/misc/digest.h"
 #include "lib/misc/owners.h"
 
 namespace {
 
 constexpr const char *GENERATOR = "HBLDHCPWriteDHCPCfg";
-constexpr size_t LINE_SIZE = 256;
 constexpr size_t COPY_PIECE = 256;
-constexpr size_t HASH_TEXT_SIZE = 256;
 constexpr size_t COMPARED_HASH_DIGITS = 8;
 
 // What of the existing file goes into the new one.
 struct KeptText {
     bool isNewFile = false;
     long headEnd = 0;    // the head is the bytes before it; 0: none
-    long tailStart = 0;  // the tail is the bytes from it on, if there is one
-    bool hasTail = false;
+    long tailStart = 0;  // the tail is the bytes from it on; 0: none
 };
 
 bool GetPath(uint32_t vnet, uint32_t fileType, const char *failure, char (&path)[HBL_PATH_SIZE]) {
@@ -68,8 +58,7 @@ bool BlockIsIntact(uint32_t vnet, FILE *stream, long start, long end) {
     if (hash == nullptr) {
         HBLLog(LOG_ERR, GENERATOR,
                "Hash for DHCP config could not be calculated, creating a new config file and backing up "
-               "existing "
-               "file");
+               "existing file");
         return false;
     }
     const char *stored = HBLGetVnetCfg(vnet, VNET_FIELD_DHCP_CFG_HASH);
@@ -109,8 +98,7 @@ KeptText DecideWhatToKeep(uint32_t vnet, FILE *stream) {
            end - start);
     if (BlockIsIntact(vnet, stream, start, end)) {
         kept.headEnd = start;
-        kept.tailStart = end;
-        kept.hasTail = StreamLength(stream) > end;
+        kept.tailStart = StreamLength(stream) > end ? end : 0;
     }
     return kept;
 }
@@ -161,7 +149,7 @@ bool StoreHash(uint32_t vnet, FILE *stream, long start) {
 }
 
 bool WriteTail(const KeptText &kept, const char *backupPath, FILE *stream) {
-    if (!kept.hasTail) {
+    if (kept.tailStart == 0) {
         return true;
     }
     HBLLog(LOG_INFO2, GENERATOR, "Copying from backup file, pos:%li-%d", kept.tailStart, 0);
@@ -188,7 +176,7 @@ bool WriteContents(uint32_t vnet, const KeptText &kept, const char *backupPath, 
 }
 
 bool WriteFile(uint32_t vnet, const KeptText &kept, const char *confPath, const char *backupPath) {
-    FileStream stream(Posix_Fopen(confPath, "w+"));
+    FileStream stream(HBLFopenRegular(confPath, "w+"));
     if (stream == nullptr) {
         HBLLog(LOG_ERR, GENERATOR, "Cannot create DHCP Config File, %s, because of  error: %s", confPath,
                Err_LastErrnoText());
@@ -205,49 +193,6 @@ bool WriteFile(uint32_t vnet, const KeptText &kept, const char *confPath, const 
     return written;
 }
 
-char *HashText(const uint8_t (&digest)[SHA1_DIGEST_BYTES]) {
-    char *text = static_cast<char *>(calloc(HASH_TEXT_SIZE, 1));
-    if (text == nullptr) {
-        HBLLog(LOG_ERR, "HBLCalculateHashStrForBlock", "Error in memory allocation for buffer for hash");
-        return nullptr;
-    }
-    for (size_t i = 0; i < SHA1_DIGEST_BYTES; i++) {
-        if (snprintf(text + 2 * i, HASH_TEXT_SIZE - 2 * i, "%02X", digest[i]) != 2) {
-            HBLLog(LOG_ERR, "HBLCalculateHashStrForBlock", "Converting hash to string failed");
-            free(text);
-            return nullptr;
-        }
-    }
-    return text;
-}
-
-// Hashes the stretch, with the stream's position wherever it may end up.
-char *HashStretch(const char *function, FILE *stream, long posStart, long posEnd) {
-    if (fseek(stream, posStart, SEEK_SET) != 0) {
-        HBLLog(LOG_ERR, function, "ftell failed");
-        return nullptr;
-    }
-    if (posEnd <= posStart) {
-        HBLLog(LOG_ERR, function, "posEnd:%li must be greater than posStart:%li", posEnd, posStart);
-        return nullptr;
-    }
-    const size_t size = static_cast<size_t>(posEnd - posStart);
-    const MallocBlock<void> bytes(malloc(size));
-    if (bytes == nullptr) {
-        HBLLog(LOG_ERR, function, "Error in allocation memory for Readonly DHCP data");
-        return nullptr;
-    }
-    if (fread(bytes.get(), size, 1, stream) != 1) {
-        HBLLog(LOG_ERR, function, "fread: failed while reading, error: %s", Err_LastErrnoText());
-        return nullptr;
-    }
-    uint8_t digest[SHA1_DIGEST_BYTES];
-    Sha1 sha1;
-    sha1.Update(bytes.get(), size);
-    sha1.Final(digest);
-    return HashText(digest);
-}
-
 }  // namespace
 
 bool HBLDHCPWriteDHCPCfg(uint32_t vnet) {
@@ -257,7 +202,7 @@ bool HBLDHCPWriteDHCPCfg(uint32_t vnet) {
         return false;
     }
     KeptText kept;
-    FileStream existing(Posix_Fopen(confPath, "r"));
+    FileStream existing(HBLFopenRegular(confPath, "r"));
     if (existing == nullptr) {
         if (!CreateNewFile(vnet, confPath)) {
             return false;
@@ -275,42 +220,6 @@ bool HBLDHCPWriteDHCPCfg(uint32_t vnet) {
         HBLRemoveFile(vnet, HBL_FILE_DHCP_CONF, nullptr);
     }
     return written;
-}
-
-void HBLLocateZelanDHCPBlock(FILE *stream, long *posStart, long *posEnd) {
-    char line[LINE_SIZE];
-    bool atLineStart = true;  // a long line comes in pieces, and only its first one can be a marker
-    *posStart = -1;
-    *posEnd = -1;
-    for (long offset = ftell(stream); fgets(line, sizeof line, stream) != nullptr; offset = ftell(stream)) {
-        if (atLineStart && strcmp(line, DHCP_BLOCK_START) == 0) {
-            *posStart = offset;
-            HBLLog(LOG_INFO2, GENERATOR, "Block Start identified: %li", *posStart);
-        } else if (atLineStart && strcmp(line, DHCP_BLOCK_END) == 0) {
-            *posEnd = ftell(stream);
-            HBLLog(LOG_INFO2, GENERATOR, "Block End identified: %li", *posEnd);
-            return;
-        }
-        atLineStart = strchr(line, '\n') != nullptr;
-    }
-}
-
-char *HBLCalculateHashStrForBlock(FILE *stream, long posStart, long posEnd) {
-    if (stream == nullptr || posStart < 0 || posEnd < 0) {
-        HBLLog(LOG_ERR, __func__, "Invalid argument");
-        return nullptr;
-    }
-    const long remembered = ftell(stream);
-    if (remembered < 0) {
-        HBLLog(LOG_ERR, __func__, "ftell failed");
-        return nullptr;
-    }
-    char *text = HashStretch(__func__, stream, posStart, posEnd);
-    if (text != nullptr) {
-        HBLLog(LOG_INFO2, __func__, "Hash String value: %s", text);
-    }
-    fseek(stream, remembered, SEEK_SET);
-    return text;
 }
 
 bool HBLCopyFileData(long startPos, long endPos, const char *sourcePath, FILE *destStream) {
@@ -350,6 +259,7 @@ bool HBLCopyFileData(long startPos, long endPos, const char *sourcePath, FILE *d
         const size_t written = fwrite(piece, size, 1, destStream);
         HBLLog(LOG_INFO2, __func__, "Written: %zu", written * size);
         if (written != 1) {
+            HBLLog(LOG_ERR, __func__, "fwrite: failure while copying file, error: %s", Err_LastErrnoText());
             return false;
         }
         left -= size;

@@ -11,13 +11,6 @@ constexpr const char *VNET_FIELD_DHCP_CFG_HASH = "DHCP_CFG_HASH";
 // backup only.
 bool HBLDHCPWriteDHCPCfg(uint32_t vnet);
 
-// Upper-case hexadecimal SHA-1 of the bytes from posStart up to posEnd, as a new text that the caller frees,
-// or null. The stream's position is left as it was.
-char *HBLCalculateHashStrForBlock(FILE *stream, long posStart, long posEnd);
-
 // Appends the bytes from startPos up to endPos of the file to the stream; an endPos of 0 means the end of the
 // file.
 bool HBLCopyFileData(long startPos, long endPos, const char *sourcePath, FILE *destStream);
-
-// Offsets of the block's first byte and of the byte behind its end marker, each -1 if there is none.
-void HBLLocateZelanDHCPBlock(FILE *stream, long *posStart, long *posEnd);

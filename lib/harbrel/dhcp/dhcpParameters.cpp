@@ -13,8 +13,6 @@
 namespace {
 
 constexpr uint32_t EXTERNAL_ID_WITHOUT_ROW = 13356;
-constexpr uint32_t FIRST_REMOVABLE_ID = 9539;
-constexpr uint32_t LAST_REMOVABLE_ID = 9554;
 constexpr uint32_t SMALLEST_SUBNET_MASK = 0xFFFFFFF8;  // 255.255.255.248: 8 addresses
 
 bool FitsLength(const char *function, const ParameterRow &row, const char *value, size_t size) {
@@ -78,6 +76,8 @@ constexpr ParameterRow ROWS[] = {
     {HBL_DHCP_PARAM_UNKNOWN, "", "", 0, nullptr, nullptr},
 };
 
+constexpr const char *INVALID_ID = "Invalid DHCP Param Name %d";
+
 // Stands for an id that has no row at all.
 constexpr ParameterRow NO_ROW = {HBL_DHCP_PARAM_NO_ROW, "Invalid DHCP Parameter", "", 0, nullptr, nullptr};
 
@@ -106,15 +106,15 @@ bool ReadSubnet(const char *function, uint32_t vnet, uint32_t *network, uint32_t
     return true;
 }
 
-bool ComputeDefault(const ParameterRow &row, uint32_t vnet, char *text, size_t) {
+bool ComputeDefault(const char *function, uint32_t id, uint32_t vnet, char *text, size_t) {
     uint32_t network;
     uint32_t mask;
-    if (!ReadSubnet("HBLDHCPGetParameterDefault", vnet, &network, &mask)) {
+    if (!ReadSubnet(function, vnet, &network, &mask)) {
         return false;
     }
     const uint32_t broadcast = network | ~mask;
     const uint32_t upperHalf = network | ((~mask + 1) >> 1);
-    switch (row.id) {
+    switch (id) {
         case HBL_DHCP_PARAM_LEASE_BEGIN_IP:
             return HBLIPInt2Str(upperHalf + 1, text);
         case HBL_DHCP_PARAM_LEASE_END_IP:
@@ -128,24 +128,29 @@ bool ComputeDefault(const ParameterRow &row, uint32_t vnet, char *text, size_t) 
     }
 }
 
+void LogNoSpace(const char *function, const char *format, const ParameterRow &row, size_t size,
+                size_t needed) {
+    HBLLog(LOG_ERR, function, format, size, row.displayName, needed);
+}
+
 constexpr ParameterFamily FAMILY = {
     .rows = ROWS,
+    .rowlessId = &NO_ROW,
+    .unknownId = HBL_DHCP_PARAM_UNKNOWN,
     .words =
         {
-            .getFunction = "HBLDHCPGetParameter",
             .stored = "Value of DHCP parameter: %s is: %s for vnet: %d",
             .notFound = "Value for DHCP parameter: %s not found in configuration for vnet: %d",
             .notFoundLevel = LOG_ERR,
             .reverting = "Reverting to getting default value",
-            .noSpace = "Insufficient space %2$zu to store value of DHCP parameter: %3$s, required: %4$zu",
-            .defaultFunction = "HBLDHCPGetParameterDefault",
+            .noSpace = "Insufficient space %zu to store value of DHCP parameter: %s, required: %zu",
             .defaultValue = "Default value of DHCP parameter: %s is: %s for vnet: %d",
-            .defaultNoSpace = "Insufficient buffer size: %2$zu for DHCP parameter: %3$s required: %4$zu",
-            .unknownDefault = "Invalid DHCP Param Name %d",
-            .setFunction = "HBLDHCPSetParameter",
-            .unknownSet = "Invalid DHCP Param Name %d",
+            .defaultNoSpace = "Insufficient buffer size: %zu for DHCP parameter: %s required: %zu",
             .setDone = "Successfully set value of DHCP parameter: %s to value: %s for vnet: %d",
             .setFailed = "Setting value of DHCP parameter: %s failed for vnet: %d",
+            .unknownGet = nullptr,
+            .unknownDefault = INVALID_ID,
+            .unknownSet = INVALID_ID,
         },
     .api =
         {
@@ -167,27 +172,21 @@ constexpr ParameterFamily FAMILY = {
             .deleteDone = "Deleted value for DHCP parameter: %2$u for vnet: %1$s",
             .deleteFailed = "Deleting DHCP parameter: %2$u failed for vnet: %1$s",
         },
-    .unknownId = HBL_DHCP_PARAM_UNKNOWN,
     .computeDefault = ComputeDefault,
+    .logNoSpace = LogNoSpace,
     .mapExternal = HBLDHCPMapIntParamID,
     .get = HBLDHCPGetParameter,
+    .getDefault = HBLDHCPGetParameterDefault,
     .set = HBLDHCPSetParameter,
     .remove = HBLDHCPRemoveParameter,
 };
 
-constexpr ParameterRemoval REMOVALS_BEFORE_ROUTERS[] = {
+constexpr ParameterRemoval REMOVALS[] = {
     {HBL_DHCP_PARAM_LEASE_BEGIN_IP, "Failure in deleting DHCP parameter Lease Start IP"},
     {HBL_DHCP_PARAM_LEASE_END_IP, "Failure in deleting DHCP parameter lease end IP"},
     {HBL_DHCP_PARAM_BROADCAST_ADDR, "Failure in deleting DHCP parameter broadcast address"},
     {HBL_DHCP_PARAM_DNS_ADDR, "Failure in deleting DHCP parameter DNS address"},
-};
-
-// Only while NAT is on: with NAT off a stored value stays, since the file carries it only while NAT is on.
-constexpr ParameterRemoval REMOVAL_OF_ROUTERS[] = {
     {HBL_DHCP_PARAM_ROUTERS, "Failure in deleting DHCP parameter routers"},
-};
-
-constexpr ParameterRemoval REMOVALS_AFTER_ROUTERS[] = {
     {HBL_DHCP_PARAM_DOMAIN_NAME, "Failure in deleting DHCP parameter domain name"},
     {HBL_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC, "Failure in deleting DHCP parameter default lease time"},
     {HBL_DHCP_PARAM_MAX_LEASE_DURATION_SEC, "Failure in deleting DHCP parameter max lease time"},
@@ -213,25 +212,23 @@ uint32_t HBLDHCPMapIntParamID(uint32_t externalId) {
 bool HBLDHCPGetParameter(uint32_t vnet, uint32_t paramId, bool useDefault, char *buffer,
                          size_t bufferLength) {
     const FunctionTrace trace(__func__);
-    const ParameterRow *row = HBLFindParameter(FAMILY, paramId);
-    return HBLGetParameter(FAMILY, row != nullptr ? *row : NO_ROW, vnet, useDefault, buffer, bufferLength);
+    return HBLGetParameter(FAMILY, __func__, vnet, paramId, useDefault, buffer, bufferLength);
 }
 
 bool HBLDHCPGetParameterDefault(uint32_t vnet, uint32_t paramId, char *buffer, size_t bufferLength) {
     const FunctionTrace trace(__func__);
-    return HBLGetParameterDefault(FAMILY, HBLFindParameter(FAMILY, paramId), paramId, vnet, buffer,
-                                  bufferLength);
+    return HBLGetParameterDefault(FAMILY, __func__, vnet, paramId, buffer, bufferLength);
 }
 
 bool HBLDHCPSetParameter(uint32_t vnet, uint32_t paramId, const char *value) {
     const FunctionTrace trace(__func__);
-    return HBLSetParameter(FAMILY, paramId, vnet, value);
+    return HBLSetParameter(FAMILY, __func__, vnet, paramId, value);
 }
 
 bool HBLDHCPRemoveParameter(uint32_t vnet, uint32_t paramId) {
     const FunctionTrace trace(__func__);
     const ParameterRow *row = HBLFindParameter(FAMILY, paramId);
-    if (row == nullptr || paramId < FIRST_REMOVABLE_ID || paramId > LAST_REMOVABLE_ID) {
+    if (row == nullptr) {
         HBLLog(LOG_ERR, __func__, "Invalid DHCP parameter: %u", paramId);
         return false;
     }
@@ -246,11 +243,9 @@ bool HBLDHCPRemoveParameter(uint32_t vnet, uint32_t paramId) {
 
 bool HBLDHCPRemoveDHCPConfig(uint32_t vnet) {
     const FunctionTrace trace(__func__);
-    bool removed = HBLRemoveParameters(FAMILY, __func__, vnet, REMOVALS_BEFORE_ROUTERS);
-    if (HBLVnetUsesNAT(vnet)) {
-        removed &= HBLRemoveParameters(FAMILY, __func__, vnet, REMOVAL_OF_ROUTERS);
-    }
-    removed &= HBLRemoveParameters(FAMILY, __func__, vnet, REMOVALS_AFTER_ROUTERS);
+    // The file carries the routers only while NAT is on; with NAT off a stored value stays.
+    const uint32_t keptId = HBLVnetUsesNAT(vnet) ? 0 : uint32_t{HBL_DHCP_PARAM_ROUTERS};
+    const bool removed = HBLRemoveParameters(FAMILY, __func__, vnet, REMOVALS, keptId);
     HBLRemoveVnetCfg(vnet, VNET_FIELD_DHCP_CFG_HASH);
     HBLNetCfgRemoveAllDHCPMACToIPMapping(nullptr, vnet, true);
     return removed;

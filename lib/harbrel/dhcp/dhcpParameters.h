@@ -21,7 +21,6 @@ enum HBLDHCPParam : uint32_t {
     HBL_DHCP_PARAM_NO_ROW = 9555,  // what external id 13356 maps to
 };
 
-constexpr size_t HBL_DHCP_DURATION_SIZE = 10;     // the generator's buffer for seconds
 constexpr size_t HBL_DHCP_DOMAIN_NAME_SIZE = 64;  // a buffer for a domain name
 
 const ParameterFamily &HBLDHCPParameters();

@@ -1,12 +1,10 @@
 // Static DHCP mappings of a network, keyed by MAC address in its canonical form.
-#include <cstring>
-
+#include "lib/harbrel/dhcp/staticMappings.h"
 #include "lib/harbrel/addresses/addresses.h"
 #include "lib/harbrel/base/functionTrace.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/database/database.h"
-#include "lib/harbrel/dhcp/staticMappings.h"
 #include "lib/harbrel/frame/apiFrame.h"
 #include "lib/harbrel/harbrel.h"
 
@@ -18,14 +16,6 @@ bool StandardizeMac(const char *function, const char *mac, char canonical[HBL_MA
         return false;
     }
     return true;
-}
-
-uint32_t ValueOrZero(const uint32_t *number) {
-    return number != nullptr ? *number : 0;
-}
-
-uint32_t LengthWithTerminator(const char *text) {
-    return static_cast<uint32_t>(strlen(text) + 1);
 }
 
 }  // namespace

@@ -51,8 +51,7 @@ bool HBLCopyFile(const char *sourcePath, const char *destinationPath) {
                Err_ErrnoText(errno));
         return false;
     }
-    const FileDescriptor destination(
-        Posix_Open(destinationPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    const FileDescriptor destination(HBLOpenRegular(destinationPath, O_WRONLY | O_CREAT | O_TRUNC, 0666));
     if (!destination) {
         HBLLog(LOG_ERR, __func__, "Could not open destination file: %s, error: %s", destinationPath,
                Err_ErrnoText(errno));

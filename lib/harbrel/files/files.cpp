@@ -91,7 +91,8 @@ bool MakeDevice(const char *function, const char *path, uint32_t vnet) {
 }
 
 bool MakeRegularFile(const char *function, const char *path) {
-    const FileDescriptor file(Posix_Open(path, O_CREAT | O_CLOEXEC, FILE_MODE));
+    // Without waiting, should a FIFO stand there.
+    const FileDescriptor file(Posix_Open(path, O_CREAT | O_NONBLOCK | O_CLOEXEC, FILE_MODE));
     if (!file) {
         HBLLog(LOG_ERR, function, "Cannot create File: %s because of: %s", path, Err_ErrnoText(errno));
         return false;

@@ -2,8 +2,11 @@
 // HBL_FILE_CUSTOM. No state, no lock. Paths are at most 255 bytes.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 enum HBLFileType : uint32_t {
     HBL_FILE_VNET_DIR = 0,
@@ -27,6 +30,11 @@ bool HBLGetFileName(uint32_t vnet, uint32_t fileType, char *buffer, size_t buffe
 bool HBLFileExists(uint32_t vnet, uint32_t fileType, const char *customPath);
 bool HBLCreateFile(uint32_t vnet, uint32_t fileType,
                    const char *customPath);  // what exists already is success
+// Regular files only, as open(2) and fopen(3), never inherited and without waiting: at a path where anything
+// else stands, a FIFO for one, they fail with an errno, EISDIR or EINVAL where there is no other. The modes
+// are "r", "w" and "w+".
+int HBLOpenRegular(const char *path, int flags, mode_t mode);
+FILE *HBLFopenRegular(const char *path, const char *mode);
 bool HBLCopyFile(const char *sourcePath, const char *destinationPath);
 bool HBLRemoveFile(uint32_t vnet, uint32_t fileType,
                    const char *customPath);  // what is gone already is success

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 // The constructor writes the entering line and makes the loaded test; the destructor writes the exiting line,
 // unless the library was not loaded. A function reads:
@@ -32,9 +33,17 @@ class ApiFrame {
 void ApiLogEntering(const char *function, int line = __builtin_LINE());
 void ApiLogExiting(const char *function, int line = __builtin_LINE());
 
-// The number of a network named by a caller. A null name logs "Invalid argument - vnet:
-// %p"; a name that yields no number below 256 logs "Invalid vnet name: %s". Both under `function`, both
-// false.
+// The number of a network named by a caller. A null name logs "Invalid argument - vnet: %p"; a name that
+// yields no number below 256 logs "Invalid vnet name: %s". Both under `function`, both false.
 bool ApiVnetArgument(const char *function, const char *vnet, uint32_t *number);
 // The second half alone, for functions whose null test has other words.
 bool ApiVnetNumber(const char *function, const char *vnet, uint32_t *number);
+
+// In/out lengths: what a caller's length, or other in/out number, holds, 0 when none was given; and what it
+// gets on success.
+inline uint32_t ValueOrZero(const uint32_t *number) {
+    return number != nullptr ? *number : 0;
+}
+inline uint32_t LengthWithTerminator(const char *text) {
+    return static_cast<uint32_t>(strlen(text) + 1);
+}

@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "lib/err/errText.h"
-#include "lib/file/posix.h"
 #include "lib/harbrel/addresses/addresses.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
@@ -13,13 +12,15 @@
 
 namespace {
 
+constexpr size_t NUMBER_SIZE = 10;  // flags and seconds
+
 struct NatValues {
     char gateway[HBL_IP_STR_SIZE];
     char mask[HBL_IP_STR_SIZE];
     char device[HBL_PATH_SIZE];
-    char activeFtp[10];
-    char allowAnyOui[10];
-    char timeout[10];
+    char activeFtp[NUMBER_SIZE];
+    char allowAnyOui[NUMBER_SIZE];
+    char timeout[NUMBER_SIZE];
 };
 
 // Lines that share one message. A text with a value has one %s; without a value it stands as it is.
@@ -179,7 +180,7 @@ bool WriteFile(const char *function, uint32_t vnet, const NatValues &values) {
     if (!GetPath(function, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", path)) {
         return false;
     }
-    FileStream stream(Posix_Fopen(path, "w"));
+    FileStream stream(HBLFopenRegular(path, "w"));
     if (stream == nullptr) {
         return LogFailure(function, "fopen: failed to open NAT config file, error: %s");
     }

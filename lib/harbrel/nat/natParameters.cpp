@@ -12,10 +12,7 @@
 
 namespace {
 
-constexpr uint32_t FIRST_ID = HBL_NAT_PARAM_GATEWAY_IP;
-constexpr uint32_t LAST_ID = HBL_NAT_PARAM_UNKNOWN;
 constexpr uint32_t GATEWAY_OFFSET = 2;
-constexpr const char *DEFAULT_FUNCTION = "HBLNATGetParamDefault";
 
 constexpr const char *INVALID_VALUE = "Invalid value: %s for NAT parameter: %s on vnet: %d";
 
@@ -63,29 +60,29 @@ constexpr ParameterRow ROWS[] = {
 };
 
 // The subnet as stored plus two, without masking.
-bool ComputeGateway(uint32_t vnet, char *text) {
+bool ComputeGateway(const char *function, uint32_t vnet, char *text) {
     char subnet[HBL_IP_STR_SIZE];
     uint32_t address;
     if (!HBLGetVnetSubnetAddr(vnet, subnet, sizeof subnet) || !HBLIPStr2Int(subnet, &address)) {
-        HBLLog(LOG_ERR, DEFAULT_FUNCTION, "Could not get subnet address for vnet: %d", vnet);
+        HBLLog(LOG_ERR, function, "Could not get subnet address for vnet: %d", vnet);
         return false;
     }
     return HBLIPInt2Str(address + GATEWAY_OFFSET, text);
 }
 
-bool ComputeDefault(const ParameterRow &row, uint32_t vnet, char *text, size_t size) {
-    switch (row.id) {
+bool ComputeDefault(const char *function, uint32_t id, uint32_t vnet, char *text, size_t size) {
+    switch (id) {
         case HBL_NAT_PARAM_GATEWAY_IP:
-            return ComputeGateway(vnet, text);
+            return ComputeGateway(function, vnet, text);
         case HBL_NAT_PARAM_GATEWAY_NETMASK:
             if (!HBLGetVnetSubnetMask(vnet, text, HBL_IP_STR_SIZE)) {
-                HBLLog(LOG_ERR, DEFAULT_FUNCTION, "Could not get subnet netmask for vnet: %d", vnet);
+                HBLLog(LOG_ERR, function, "Could not get subnet netmask for vnet: %d", vnet);
                 return false;
             }
             return true;
         default:  // the device
             if (!HBLGetFileName(vnet, HBL_FILE_DEVICE, text, size)) {
-                HBLLog(LOG_ERR, DEFAULT_FUNCTION, "Could not get zelan name for vnet: %d", vnet);
+                HBLLog(LOG_ERR, function, "Could not get zelan name for vnet: %d", vnet);
                 return false;
             }
             return true;
@@ -95,24 +92,28 @@ bool ComputeDefault(const ParameterRow &row, uint32_t vnet, char *text, size_t s
 constexpr const char *NO_SPACE = "Insufficient space to store NAT param %d.";
 constexpr const char *UNRECOGNIZED = "Unrecognized NAT parameter ID: %d";
 
+void LogNoSpace(const char *function, const char *format, const ParameterRow &row, size_t, size_t) {
+    HBLLog(LOG_ERR, function, format, row.id);
+}
+
 constexpr ParameterFamily FAMILY = {
     .rows = ROWS,
+    .rowlessId = nullptr,
+    .unknownId = HBL_NAT_PARAM_UNKNOWN,
     .words =
         {
-            .getFunction = "HBLNATGetParameter",
             .stored = "Value of NAT parameter: %s is: %s for vnet: %d",
             .notFound = "Value of NAT parameter: %s not found in configuration for vnet: %d",
             .notFoundLevel = LOG_INFO2,
             .reverting = "Reverting to default value",
             .noSpace = NO_SPACE,
-            .defaultFunction = DEFAULT_FUNCTION,
             .defaultValue = "Default value of NAT parameter: %s is: %s for vnet: %d",
             .defaultNoSpace = NO_SPACE,
-            .unknownDefault = UNRECOGNIZED,
-            .setFunction = "HBLNATSetParameter",
-            .unknownSet = "Unrecognized NAT parameter ID: %u",
             .setDone = "Successfully set value of NAT parameter: %s to value: %s for vnet: %d",
             .setFailed = "Setting value of NAT parameter: %s failed for vnet: %d",
+            .unknownGet = UNRECOGNIZED,
+            .unknownDefault = UNRECOGNIZED,
+            .unknownSet = "Unrecognized NAT parameter ID: %u",
         },
     .api =
         {
@@ -135,10 +136,11 @@ constexpr ParameterFamily FAMILY = {
             .deleteDone = "Deleted value for NAT parameter: %2$u for vnet: %1$s",
             .deleteFailed = "Deleting NAT parameter: %2$u failed for vnet: %1$s",
         },
-    .unknownId = HBL_NAT_PARAM_UNKNOWN,
     .computeDefault = ComputeDefault,
+    .logNoSpace = LogNoSpace,
     .mapExternal = HBLNATMapIntParamID,
     .get = HBLNATGetParameter,
+    .getDefault = HBLNATGetParamDefault,
     .set = HBLNATSetParameter,
     .remove = HBLNATRemoveParam,
 };
@@ -153,15 +155,6 @@ constexpr ParameterRemoval REMOVALS[] = {
     {HBL_NAT_PARAM_UDP_TIMEOUT, "Failure while setting value for NAT parameter UDP timeout"},
 };
 
-// The row of an id of the family, or null after the refusal under `function`.
-const ParameterRow *RecognizedRow(const char *function, uint32_t paramId) {
-    if (paramId < FIRST_ID || paramId > LAST_ID) {
-        HBLLog(LOG_ERR, function, UNRECOGNIZED, paramId);
-        return nullptr;
-    }
-    return HBLFindParameter(FAMILY, paramId);
-}
-
 }  // namespace
 
 const ParameterFamily &HBLNATParameters() {
@@ -173,24 +166,23 @@ uint32_t HBLNATMapIntParamID(uint32_t externalId) {
 }
 
 bool HBLNATGetParameter(uint32_t vnet, uint32_t paramId, bool useDefault, char *buffer, size_t bufferLength) {
-    const ParameterRow *row = RecognizedRow(__func__, paramId);
-    return row != nullptr && HBLGetParameter(FAMILY, *row, vnet, useDefault, buffer, bufferLength);
+    return HBLGetParameter(FAMILY, __func__, vnet, paramId, useDefault, buffer, bufferLength);
 }
 
 bool HBLNATGetParamDefault(uint32_t vnet, uint32_t paramId, char *buffer, size_t bufferLength) {
     const FunctionTrace trace(__func__);
-    return HBLGetParameterDefault(FAMILY, HBLFindParameter(FAMILY, paramId), paramId, vnet, buffer,
-                                  bufferLength);
+    return HBLGetParameterDefault(FAMILY, __func__, vnet, paramId, buffer, bufferLength);
 }
 
 bool HBLNATSetParameter(uint32_t vnet, uint32_t paramId, const char *value) {
     const FunctionTrace trace(__func__);
-    return HBLSetParameter(FAMILY, paramId, vnet, value);
+    return HBLSetParameter(FAMILY, __func__, vnet, paramId, value);
 }
 
 bool HBLNATRemoveParam(uint32_t vnet, uint32_t paramId) {
-    const ParameterRow *row = RecognizedRow(__func__, paramId);
+    const ParameterRow *row = HBLFindParameter(FAMILY, paramId);
     if (row == nullptr) {
+        HBLLog(LOG_ERR, __func__, UNRECOGNIZED, paramId);
         return false;
     }
     if (HBLGetVnetCfg(vnet, row->key) == nullptr) {

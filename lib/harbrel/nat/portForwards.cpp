@@ -1,5 +1,4 @@
 // The exported functions of port forwards, keyed by protocol and host port.
-#include <cstdlib>
 #include <cstring>
 
 #include "lib/harbrel/addresses/addresses.h"
@@ -11,10 +10,6 @@
 #include "lib/misc/owners.h"
 
 namespace {
-
-uint32_t ValueOrZero(const uint32_t *number) {
-    return number != nullptr ? *number : 0;
-}
 
 // A caller's buffers for one forward, as the reads of the cache take them.
 struct ForwardBuffers {
@@ -37,7 +32,7 @@ struct ForwardBuffers {
     }
     // Hands the lengths of a successful read to the caller.
     void Publish() const {
-        *vmIPLen = static_cast<uint32_t>(strlen(vmIP) + 1);
+        *vmIPLen = LengthWithTerminator(vmIP);
         if (description != nullptr) {
             *descLen = static_cast<uint32_t>(descriptionSize);
         }
@@ -47,28 +42,26 @@ struct ForwardBuffers {
     }
 };
 
-enum class DescriptionResult { None, Copied, Refused };
-
-DescriptionResult CopyDescription(const char *function, const char *description, uint32_t length,
-                                  MallocString *copy) {
+// A terminated copy; null stays null, and so does an empty text. False when it is refused.
+bool CopyDescription(const char *function, const char *description, uint32_t length, MallocString *copy) {
     if (description == nullptr) {
-        return DescriptionResult::None;
+        return true;
     }
     if (length >= NETCFG_MAX_DESCRIPTION) {
         HBLLog(LOG_ERR, function, "Description is too long, allowed is: %u bytes",
                static_cast<unsigned>(NETCFG_MAX_DESCRIPTION));
-        return DescriptionResult::Refused;
+        return false;
     }
     if (length == 0) {
         HBLLog(LOG_INFO2, function, "Using a NULL description since, length is 0");
-        return DescriptionResult::None;
+        return true;
     }
     copy->reset(strndup(description, length));
     if (*copy == nullptr) {
         HBLLog(LOG_ERR, function, "Error in memory allocation for NAT port forward description");
-        return DescriptionResult::Refused;
+        return false;
     }
-    return DescriptionResult::Copied;
+    return true;
 }
 
 bool StoreForward(uint32_t vnet, bool tcp, uint16_t hostPort, const char *vmIP, uint16_t vmPort,
@@ -86,12 +79,11 @@ bool HBL_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, const 
     if (!frame.Loaded()) {
         return false;
     }
-    const int shownLength = static_cast<int>(description != nullptr ? descLen : strlen("null"));
     HBLLog(LOG_ARGS, __func__,
            "Arguments - v: %p,%s, tcp: %u, hP: %u, vmIP: %p,%s, vmP: %u, d: %p,%.*s, dL: %u",
            static_cast<const void *>(vnet), TextOrNull(vnet), tcp, hostPort, static_cast<const void *>(vmIP),
-           TextOrNull(vmIP), vmPort, static_cast<const void *>(description), shownLength,
-           TextOrNull(description), descLen);
+           TextOrNull(vmIP), vmPort, static_cast<const void *>(description),
+           ShownLength(description, descLen), TextOrNull(description), descLen);
     if (vnet == nullptr || hostPort == 0) {
         HBLLog(LOG_ERR, __func__, "Invalid argument - zelan: %p, hostPort: %u",
                static_cast<const void *>(vnet), hostPort);
@@ -106,7 +98,7 @@ bool HBL_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, const 
         return false;
     }
     MallocString descriptionCopy;
-    if (CopyDescription(__func__, description, descLen, &descriptionCopy) == DescriptionResult::Refused) {
+    if (!CopyDescription(__func__, description, descLen, &descriptionCopy)) {
         return false;
     }
     const ConfigLock lock(__func__);
@@ -164,8 +156,7 @@ bool HBL_GetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, char *
     buffers.Publish();
     HBLLog(LOG_INFO, __func__,
            "Retrieved NAT Port forward record for vnet: %s, tcp: %u, hostport: %u, vmIP: %s, vmIPLen: %u, "
-           "vmPort: %u, "
-           "description: %s, description len: %u",
+           "vmPort: %u, description: %s, description len: %u",
            vnet, tcp, hostPort, vmIP, *vmIPLen, *vmPort, buffers.ShownDescription(), ValueOrZero(descLen));
     return true;
 }
@@ -186,8 +177,7 @@ bool HBL_EnumNATPortForward(const char *vnet, bool tcp, uint32_t *enumOffset, ui
     if (vnet == nullptr || enumOffset == nullptr || vmPort == nullptr || !buffers.Usable()) {
         HBLLog(LOG_ERR, __func__,
                "Invalid argument, zelan: %p, enumOffset: %p, vmIP: %p vmIPLen: %p, %u, vmPort: %p, "
-               "description: %p, "
-               "descLen: %p",
+               "description: %p, descLen: %p",
                static_cast<const void *>(vnet), static_cast<void *>(enumOffset), static_cast<void *>(vmIP),
                static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
                static_cast<void *>(description), static_cast<void *>(descLen));

@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <cstring>
 
 #include "lib/harbrel/base/hblLog.h"
@@ -9,20 +8,10 @@
 
 namespace {
 
-// A terminated copy of a caller's bytes; null when memory ran out.
-MallocString CopyBytes(const char *bytes, uint32_t length) {
-    MallocString copy(static_cast<char *>(malloc(static_cast<size_t>(length) + 1)));
-    if (copy != nullptr) {
-        memcpy(copy.get(), bytes, length);
-        copy.get()[length] = '\0';
-    }
-    return copy;
-}
-
 bool StoreParameter(const ParameterFamily &family, const char *name, uint32_t vnet, uint32_t externalId,
                     uint32_t id, const char *param, uint32_t paramLen) {
     const ParameterApiWords &words = family.api;
-    const MallocString value = CopyBytes(param, paramLen);
+    const MallocString value(strndup(param, paramLen));
     if (value == nullptr) {
         HBLLog(LOG_ERR, words.setFunction, "%s", words.noMemory);
         return false;
@@ -54,7 +43,7 @@ bool HBLApiGetParameter(const ParameterFamily &family, const char *vnet, uint32_
     const void *vnetAddress = vnet;
     const void *paramAddress = param;
     const void *lengthAddress = paramLen;
-    const uint32_t size = paramLen != nullptr ? *paramLen : 0;
+    const uint32_t size = ValueOrZero(paramLen);
     if (words.getArguments != nullptr) {
         HBLLog(LOG_ARGS, words.getFunction, words.getArguments, vnetAddress, TextOrNull(vnet), externalId,
                useDefault, paramAddress, lengthAddress, size);
@@ -77,7 +66,7 @@ bool HBLApiGetParameter(const ParameterFamily &family, const char *vnet, uint32_
         HBLLog(LOG_ERR, words.getFunction, words.getFailed, vnet, externalId);
         return false;
     }
-    *paramLen = static_cast<uint32_t>(strlen(param) + 1);
+    *paramLen = LengthWithTerminator(param);
     HBLLog(LOG_INFO2, words.getFunction, words.getDone, vnet, externalId, param, *paramLen);
     return true;
 }
@@ -91,9 +80,8 @@ bool HBLApiSetParameter(const ParameterFamily &family, const char *vnet, uint32_
     }
     const void *vnetAddress = vnet;
     const void *paramAddress = param;
-    const int shownLength = param != nullptr ? static_cast<int>(paramLen) : static_cast<int>(strlen("null"));
     HBLLog(LOG_ARGS, words.setFunction, words.setArguments, vnetAddress, TextOrNull(vnet), externalId,
-           paramAddress, shownLength, TextOrNull(param), paramLen);
+           paramAddress, ShownLength(param, paramLen), TextOrNull(param), paramLen);
     if (vnet == nullptr) {
         HBLLog(LOG_ERR, words.setFunction, words.setInvalid, vnetAddress, paramAddress);
         return false;

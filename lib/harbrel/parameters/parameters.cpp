@@ -7,15 +7,25 @@
 
 namespace {
 
-const char *StoredValue(const ParameterRow &row, uint32_t vnet) {
-    return row.key[0] != '\0' ? HBLGetVnetCfg(vnet, row.key) : nullptr;
+constexpr size_t DEFAULT_SIZE = 256;
+
+// The row to read an id by, or null after the refusal.
+const ParameterRow *RowToRead(const ParameterFamily &family, const char *function, uint32_t id) {
+    const ParameterRow *row = HBLFindParameter(family, id);
+    if (row == nullptr) {
+        row = family.rowlessId;
+    }
+    if (row == nullptr) {
+        HBLLog(LOG_ERR, function, family.words.unknownGet, id);
+    }
+    return row;
 }
 
-bool CopyFitting(const char *function, const char *noSpace, const ParameterRow &row, const char *text,
-                 char *buffer, size_t size) {
+bool CopyFitting(const ParameterFamily &family, const char *function, const char *noSpace,
+                 const ParameterRow &row, const char *text, char *buffer, size_t size) {
     const size_t needed = strlen(text) + 1;
     if (needed > size) {
-        HBLLog(LOG_ERR, function, noSpace, row.id, size, row.displayName, needed);
+        family.logNoSpace(function, noSpace, row, size, needed);
         return false;
     }
     memcpy(buffer, text, needed);
@@ -43,74 +53,77 @@ uint32_t HBLMapExternalParameter(const ParameterFamily &family, const char *func
     return family.unknownId;
 }
 
-bool HBLGetParameter(const ParameterFamily &family, const ParameterRow &row, uint32_t vnet, bool useDefault,
-                     char *buffer, size_t size) {
+bool HBLGetParameter(const ParameterFamily &family, const char *function, uint32_t vnet, uint32_t id,
+                     bool useDefault, char *buffer, size_t size) {
     const ParameterWords &words = family.words;
-    const char *value = StoredValue(row, vnet);
+    const ParameterRow *row = RowToRead(family, function, id);
+    if (row == nullptr) {
+        return false;
+    }
+    const char *value = row->key[0] != '\0' ? HBLGetVnetCfg(vnet, row->key) : nullptr;
     if (value != nullptr) {
-        if (!CopyFitting(words.getFunction, words.noSpace, row, value, buffer, size)) {
+        if (!CopyFitting(family, function, words.noSpace, *row, value, buffer, size)) {
             return false;
         }
-        HBLLog(LOG_INFO2, words.getFunction, words.stored, row.displayName, value, vnet);
+        HBLLog(LOG_INFO2, function, words.stored, row->displayName, value, vnet);
         return true;
     }
-    HBLLog(words.notFoundLevel, words.getFunction, words.notFound, row.displayName, vnet);
+    HBLLog(words.notFoundLevel, function, words.notFound, row->displayName, vnet);
     if (!useDefault) {
         return false;
     }
-    HBLLog(LOG_INFO2, words.getFunction, "%s", words.reverting);
-    if (!HBLGetParameterDefault(family, &row, row.id, vnet, buffer, size)) {
-        HBLLog(LOG_ERR, words.getFunction, "Failure in getting default value of parameter");
+    HBLLog(LOG_INFO2, function, "%s", words.reverting);
+    if (!family.getDefault(vnet, id, buffer, size)) {
+        HBLLog(LOG_ERR, function, "Failure in getting default value of parameter");
         return false;
     }
     return true;
 }
 
-bool HBLGetParameterDefault(const ParameterFamily &family, const ParameterRow *row, uint32_t id,
-                            uint32_t vnet, char *buffer, size_t size) {
+bool HBLGetParameterDefault(const ParameterFamily &family, const char *function, uint32_t vnet, uint32_t id,
+                            char *buffer, size_t size) {
     const ParameterWords &words = family.words;
+    const ParameterRow *row = HBLFindParameter(family, id);
     if (row == nullptr || row->key[0] == '\0') {
-        HBLLog(LOG_ERR, words.defaultFunction, words.unknownDefault, id);
+        HBLLog(LOG_ERR, function, words.unknownDefault, id);
         return false;
     }
-    char computed[PARAMETER_DEFAULT_SIZE];
-    const char *value = row->constant;
-    if (value == nullptr) {
-        if (!family.computeDefault(*row, vnet, computed, sizeof computed)) {
-            return false;
-        }
-        value = computed;
-    }
-    if (!CopyFitting(words.defaultFunction, words.defaultNoSpace, *row, value, buffer, size)) {
+    char computed[DEFAULT_SIZE];
+    if (row->constant == nullptr && !family.computeDefault(function, id, vnet, computed, sizeof computed)) {
         return false;
     }
-    HBLLog(LOG_INFO2, words.defaultFunction, words.defaultValue, row->displayName, value, vnet);
+    const char *value = row->constant != nullptr ? row->constant : computed;
+    if (!CopyFitting(family, function, words.defaultNoSpace, *row, value, buffer, size)) {
+        return false;
+    }
+    HBLLog(LOG_INFO2, function, words.defaultValue, row->displayName, value, vnet);
     return true;
 }
 
-bool HBLSetParameter(const ParameterFamily &family, uint32_t id, uint32_t vnet, const char *value) {
+bool HBLSetParameter(const ParameterFamily &family, const char *function, uint32_t vnet, uint32_t id,
+                     const char *value) {
     const ParameterWords &words = family.words;
     const ParameterRow *row = HBLFindParameter(family, id);
     if (row == nullptr || row->check == nullptr) {
-        HBLLog(LOG_ERR, words.setFunction, words.unknownSet, id);
+        HBLLog(LOG_ERR, function, words.unknownSet, id);
         return false;
     }
-    if (!row->check(words.setFunction, *row, vnet, value)) {
+    if (!row->check(function, *row, vnet, value)) {
         return false;
     }
     if (!HBLSetVnetCfg(vnet, row->key, value)) {
-        HBLLog(LOG_ERR, words.setFunction, words.setFailed, row->displayName, vnet);
+        HBLLog(LOG_ERR, function, words.setFailed, row->displayName, vnet);
         return false;
     }
-    HBLLog(LOG_INFO2, words.setFunction, words.setDone, row->displayName, value, vnet);
+    HBLLog(LOG_INFO2, function, words.setDone, row->displayName, value, vnet);
     return true;
 }
 
 bool HBLRemoveParameters(const ParameterFamily &family, const char *function, uint32_t vnet,
-                         std::span<const ParameterRemoval> removals) {
+                         std::span<const ParameterRemoval> removals, uint32_t keptId) {
     bool allRemoved = true;
     for (const ParameterRemoval &removal : removals) {
-        if (!family.remove(vnet, removal.id)) {
+        if (removal.id != keptId && !family.remove(vnet, removal.id)) {
             HBLLog(LOG_ERR, function, "%s", removal.failed);
             allRemoved = false;
         }
