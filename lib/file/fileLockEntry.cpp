@@ -20,7 +20,8 @@ enum class LockPlace { Ready, StartOver, Failed };
 struct EntryState {
     std::mutex generatorMutex;
     std::optional<Tt800> generator;
-    std::mutex umaskMutex;  // two threads that swap the umask at once would lose the process's own
+    std::string generatorOwner;  // execution id; another one after a fork, which makes its own generator
+    std::mutex umaskMutex;       // two threads that swap the umask at once would lose the process's own
 };
 
 EntryState entryState;
@@ -35,7 +36,8 @@ uint32_t SumOfSignedCharacters(const char *text) {
 
 unsigned DrawEntryNumber(const char *machineID, const char *executionID) {
     const std::lock_guard guard(entryState.generatorMutex);
-    if (!entryState.generator) {
+    if (!entryState.generator || entryState.generatorOwner != executionID) {
+        entryState.generatorOwner = executionID;
         entryState.generator.emplace(SumOfSignedCharacters(machineID) + SumOfSignedCharacters(executionID));
     }
     return (entryState.generator->Next() >> 8) & 0xFFFF;

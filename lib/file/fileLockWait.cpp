@@ -49,6 +49,16 @@ int MemberStatus(const std::string &path) {
     return Posix_Stat(path.c_str(), &status) == 0 ? 0 : errno;
 }
 
+// The name alone does not tell a member: numbers are drawn again, and processes whose seeds agree draw the
+// same ones. Who takes a name anew has seen the waiter's ticket, so that the two tickets under the name
+// differ and the new one is not ahead.
+bool HasMadeWayForAnother(const char *lockDir, const char *name, const FileLockValues &member) {
+    char buffer[FILE_LOCK_MEMBER_SIZE + 1];
+    FileLockValues present{};
+    const int error = FileLockMemberValues(lockDir, name, buffer, FILE_LOCK_MEMBER_SIZE, &present);
+    return error == ENOENT || (error == 0 && present.lamportNumber != member.lamportNumber);
+}
+
 int RunOut(const std::string &path, const FileLockValues &member, bool local) {
     if (local) {
         Log("FILE: %s timeout on '%s' due to a local process (%s)\n", WAIT_FOR_POSSESSION, path.c_str(),
@@ -99,7 +109,7 @@ int WaitForPossession(const char *lockDir, const char *name, const FileLockValue
         }
         Pause(loopCounter, own);
         int error = MemberStatus(path);
-        if (error == ENOENT) {
+        if (error == ENOENT || (error == 0 && HasMadeWayForAnother(lockDir, name, *member))) {
             return 0;
         }
         if (error == 0) {

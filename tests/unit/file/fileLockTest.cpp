@@ -320,6 +320,23 @@ TEST_F(FileLock, StuckDoorwayIsClearedAfterEightSeconds) {
     EXPECT_THAT(Names(), IsEmpty());
 }
 
+TEST_F(FileLock, WaiterTakesANameUsedAnewForTheEndOfItsFormerOwner) {
+    Put("M00001.lck", "otherMachine 1 5 X");
+    std::thread replacer([this] {
+        EXPECT_TRUE(WaitUntil([this] {
+            const std::vector<std::string> names = Names();
+            return names.size() == 2 && names[0][0] == 'M' && names[1][0] == 'M';
+        }));
+        Put("E00001.lck", "otherMachine 2 7 X");
+        fs::rename(lockDir_ + "/E00001.lck", lockDir_ + "/M00001.lck");
+    });
+    FileLockToken *token = Lock(false, 2000);
+    replacer.join();
+    ASSERT_NE(token, nullptr);
+    Unlock(token);
+    EXPECT_THAT(Names(), ElementsAre("M00001.lck"));
+}
+
 // The doorway is old enough to be cleared in the first turn; the members are judged in the next one.
 TEST_F(FileLock, MembersAreJudgedOnlyBehindAnEmptyDoorway) {
     fs::create_directories(lockDir_ + "/D00007.lck");
