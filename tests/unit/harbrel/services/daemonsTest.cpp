@@ -124,10 +124,4 @@ TEST_F(Daemons, RestartStartsWhatRanOrIsForcedAndIsConfigured) {
     }
 }
 
-TEST_F(Daemons, RestartRefusesWhatIsNoServiceOfANetwork) {
-    LogCapture log;
-    EXPECT_FALSE(HBLRestartService(VNET, HBL_SVC_NETDETECT, nullptr, nullptr, true));
-    EXPECT_EQ("HBLRestartService - Unknown service: 5\n", log.Take());
-}
-
 }  // namespace

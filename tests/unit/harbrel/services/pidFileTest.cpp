@@ -46,13 +46,6 @@ TEST(PidFile, NameCarriesNumberNameOrNothingByService) {
     }
 }
 
-TEST(PidFile, UnknownServiceHasNone) {
-    FakePrograms cache;
-    LogCapture log;
-    EXPECT_EQ("none", PidPath(0, 6));
-    EXPECT_EQ("HBLGetPidFilename - Invalid service name: 6\n", log.Take());
-}
-
 struct TextCase {
     const char *text;
     int32_t pid;
