@@ -297,5 +297,7 @@ int main(int argc, char **argv) {
             return STATUS_SETUP_FAILED;
         }
     }
-    return ExitStatus(status);
+    // Not through exit handlers: with process 1 gone nothing can be forked here any more, which the leak
+    // check of a sanitizer build does.
+    _exit(ExitStatus(status));
 }
