@@ -14,6 +14,7 @@
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <linux/icmp.h>
+#include <linux/if.h>
 #include <netinet/in.h>
 #include <netinet/ip.h>
 #include <poll.h>
@@ -136,24 +137,45 @@ Verdict LookUpRoute(in_addr address) {
     return FAILED;
 }
 
+using InterfaceAddresses = std::unique_ptr<ifaddrs, decltype(&freeifaddrs)>;
+
+InterfaceAddresses ListOwnAddresses() {
+    ifaddrs *list = nullptr;
+    (void)getifaddrs(&list);
+    return {list, freeifaddrs};
+}
+
+in_addr_t Ipv4Of(const sockaddr *address) {
+    return address != nullptr && address->sa_family == AF_INET
+               ? reinterpret_cast<const sockaddr_in *>(address)->sin_addr.s_addr
+               : INADDR_ANY;
+}
+
+// Whether the address belongs to an interface of this host that is down. The host answers itself there,
+// although nothing else can reach it: an interface of a network that was just stopped must not make its
+// subnet look taken.
+bool IsOwnOfInterfaceDown(const ifaddrs *list, in_addr address) {
+    bool down = false;
+    for (const ifaddrs *entry = list; entry != nullptr; entry = entry->ifa_next) {
+        if (Ipv4Of(entry->ifa_addr) == address.s_addr) {
+            if ((entry->ifa_flags & IFF_UP) != 0) {
+                return false;
+            }
+            down = true;
+        }
+    }
+    return down;
+}
+
 // Where to send. The kernel takes a subnet's own address for a plain one, so that for a subnet that this host
 // is attached to the broadcast address of the interface is asked as well.
-std::vector<sockaddr_in> FindTargets(const Arguments &arguments) {
+std::vector<sockaddr_in> FindTargets(const Arguments &arguments, const ifaddrs *list) {
     std::vector<sockaddr_in> targets = {SocketAddress(arguments.address)};
-    ifaddrs *list = nullptr;
-    if (!arguments.broadcast || getifaddrs(&list) != 0) {
-        return targets;
-    }
-    std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, freeifaddrs);
-    for (const ifaddrs *entry = list; entry != nullptr; entry = entry->ifa_next) {
-        if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET ||
-            entry->ifa_netmask == nullptr) {
-            continue;
-        }
-        in_addr_t own = reinterpret_cast<const sockaddr_in *>(entry->ifa_addr)->sin_addr.s_addr;
-        in_addr_t mask = reinterpret_cast<const sockaddr_in *>(entry->ifa_netmask)->sin_addr.s_addr;
-        bool isHostRoute = mask == INADDR_BROADCAST;
-        if (!isHostRoute && ((own ^ arguments.address.s_addr) & mask) == 0) {
+    for (const ifaddrs *entry = list; arguments.broadcast && entry != nullptr; entry = entry->ifa_next) {
+        in_addr_t own = Ipv4Of(entry->ifa_addr);
+        in_addr_t mask = Ipv4Of(entry->ifa_netmask);
+        bool attached = own != INADDR_ANY && mask != INADDR_ANY && mask != INADDR_BROADCAST;
+        if (attached && ((own ^ arguments.address.s_addr) & mask) == 0) {
             targets.push_back(SocketAddress({own | ~mask}));
         }
     }
@@ -264,16 +286,19 @@ Verdict WaitForAnswer(int icmp, const EchoRequest &request, Clock::time_point en
 
 Verdict Ping(const Arguments &arguments) {
     Verdict verdict = LookUpRoute(arguments.address);
-    EchoRequest request;
-    FileDescriptor icmp;
     if (verdict != SILENT) {
         return verdict;
     }
-    icmp = OpenIcmp();
+    InterfaceAddresses own = ListOwnAddresses();
+    if (IsOwnOfInterfaceDown(own.get(), arguments.address)) {
+        return UNREACHABLE;
+    }
+    EchoRequest request;
+    FileDescriptor icmp = OpenIcmp();
     if (!icmp || !MakeRequest(&request)) {
         return FAILED;
     }
-    std::vector<sockaddr_in> targets = FindTargets(arguments);
+    std::vector<sockaddr_in> targets = FindTargets(arguments, own.get());
     Clock::time_point end = Clock::now() + arguments.timeout;
     while (verdict == SILENT && Clock::now() < end) {
         for (const sockaddr_in &target : targets) {

@@ -21,6 +21,8 @@ TEST(OrvanePing, StatusTellsWhetherTheSubnetIsFree) {
     Machine router("router");
     router.ConnectToHost("eth1", "r0", "10.9.0.1/24");
     Must("ip address add 10.9.0.2/24 broadcast 10.9.0.255 dev eth1");
+    Must("ip link add name down1 type veth peer name down2 && ip address add 10.11.0.1/24 dev down1");
+    Must("ip link set down1 up && ip link set down1 down");
     static constexpr PingCase WITHOUT_DEFAULT_ROUTE[] = {
         {"-q 10.9.0.1 -t 5 -i 1", 0, "a neighbour answers"},
         {"-q 10.9.0.2 -t 5 -i 1", 0, "the host itself answers"},
@@ -28,6 +30,7 @@ TEST(OrvanePing, StatusTellsWhetherTheSubnetIsFree) {
         {"-q -b 10.9.0.0 -t 1 -i 1", 1, "nobody answers broadcasts"},
         {"-q -b 192.168.40.0 -t 5 -i 1", 2, "no route"},
         {"-q 192.168.40.1 -t 5 -i 1", 2, "no route"},
+        {"-q 10.11.0.1 -t 5 -i 1", 2, "the host's own, of an interface that is down"},
     };
     for (const PingCase &row : WITHOUT_DEFAULT_ROUTE) {
         CommandResult result = Ping(row.arguments);
