@@ -26,8 +26,9 @@ bool Daemon_ReadContract(const char *statusText, const char *pidFile, DaemonCont
 void Daemon_ShedInherited(const DaemonContract &contract);
 
 // Splits the process once everything is up: returns in the daemon, which has a session of its own; the
-// foreground process starts the watcher (if there is anything to clean up), writes the PID file, reports and ends. When one of these steps fails
-// the daemon is killed and its traces are removed, and nothing is reported.
+// foreground process starts the watcher (if there is anything to clean up), writes the PID file, reports and
+// ends. When one of these steps fails the daemon is killed and its traces are removed, and nothing is
+// reported.
 void Daemon_Detach(const DaemonContract &contract, const CleanUp &cleanUp);
 
 // The pieces of Daemon_Detach, for a daemon whose work is done by a foreign program.

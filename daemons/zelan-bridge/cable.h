@@ -8,7 +8,8 @@
 //
 // Not covered: guests and the host do not reach each other through the adapter. What is sent through a packet
 // socket leaves on the wire and does not enter the host's own stack, and what the host sends is not taken,
-// since its answers would be lost. The host's interface on the same network (zelan<N>) is the way there.
+// since its answers would be lost. The host's interface on the same network (zelan<N>) is the way there. Nor
+// can guests use an adapter that lets no sender but itself out, as most wireless ones do.
 #pragma once
 
 #include <array>

@@ -91,7 +91,8 @@ KernelView::Statement KernelView::ReadLink(const nlmsghdr *message) {
     std::string text = link.name + (link.flags & IFF_UP ? ", up" : ", down") +
                        (link.flags & IFF_RUNNING ? ", running, " : ", not running, ") + MacText(link.mac) +
                        ", mtu " + std::to_string(link.mtu);
-    return {true, message->nlmsg_type == RTM_DELLINK, {"link", std::to_string(link.index)}, text};
+    bool removed = message->nlmsg_type == RTM_DELLINK;
+    return {true, removed, {"link", std::to_string(link.index)}, text, removed || (link.flags & IFF_UP) == 0};
 }
 
 KernelView::Statement KernelView::ReadAddress(const nlmsghdr *message) {
@@ -185,8 +186,8 @@ bool KernelView::ReadAll(FactMap *facts) {
     return true;
 }
 
-void KernelView::Follow(Facts *facts) {
-    bool incomplete = false;
+bool KernelView::Follow(Facts *facts) {
+    bool linkWentDown = false;
     bool received = announcements_.TakeAnnouncements([&](const nlmsghdr *message) {
         Statement statement = Read(message);
         if (statement.valid && statement.removed) {
@@ -194,11 +195,7 @@ void KernelView::Follow(Facts *facts) {
         } else if (statement.valid) {
             facts->Set(statement.key, statement.text);
         }
-        // The kernel does not announce the IPv4 routes that go with a link.
-        incomplete = incomplete || (statement.valid && statement.key.kind == "link");
+        linkWentDown = linkWentDown || statement.linkWentDown;
     });
-    FactMap whole;
-    if ((incomplete || !received) && ReadAll(&whole)) {
-        facts->Replace(whole, "name servers");
-    }
+    return received && !linkWentDown;
 }

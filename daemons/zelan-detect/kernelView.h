@@ -15,8 +15,9 @@ class KernelView {
     // Asks for everything. False after a line in the log.
     bool ReadAll(FactMap *facts);
 
-    // Applies the announcements that are waiting.
-    void Follow(Facts *facts);
+    // Applies the announcements that are waiting. False when they do not tell all, so that everything has to
+    // be read again: some were lost, or a link went down, with which IPv4 routes go unannounced.
+    bool Follow(Facts *facts);
 
     int announcements() const { return announcements_.descriptor(); }
 
@@ -26,6 +27,7 @@ class KernelView {
         bool removed = false;
         FactKey key;
         std::string text;
+        bool linkWentDown = false;
     };
 
     Statement Read(const nlmsghdr *message);

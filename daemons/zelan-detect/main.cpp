@@ -19,6 +19,10 @@ namespace {
 
 const FactKey NAME_SERVERS = {"name servers", ""};
 
+// Where announcements do not tell all, the whole state is read once they have stopped for this long: a sweep
+// over many networks makes hundreds of them.
+constexpr int SETTLE_MILLISECONDS = 100;
+
 bool ReadArguments(char **argv, DaemonContract *contract) {
     const char *status = nullptr;
     const char *pidFile = nullptr;
@@ -37,14 +41,20 @@ bool ReadArguments(char **argv, DaemonContract *contract) {
 [[noreturn]] void FollowChanges(KernelView *kernel, NameServers *nameServers, Facts *facts) {
     std::array<pollfd, 2> sources = {
         {{kernel->announcements(), POLLIN, 0}, {nameServers->notices(), POLLIN, 0}}};
+    bool incomplete = false;
     for (;;) {
-        if (poll(sources.data(), sources.size(), -1) <= 0) {
-            continue;
+        int ready = poll(sources.data(), sources.size(), incomplete ? SETTLE_MILLISECONDS : -1);
+        FactMap whole;
+        if (ready == 0) {
+            incomplete = false;
+            if (kernel->ReadAll(&whole)) {
+                facts->Replace(whole, NAME_SERVERS.kind);
+            }
         }
-        if (sources[0].revents != 0) {
-            kernel->Follow(facts);
+        if (ready > 0 && sources[0].revents != 0) {
+            incomplete = !kernel->Follow(facts) || incomplete;
         }
-        if (sources[1].revents != 0) {
+        if (ready > 0 && sources[1].revents != 0) {
             nameServers->TakeNotices();
             facts->Set(NAME_SERVERS, nameServers->Read());
         }
