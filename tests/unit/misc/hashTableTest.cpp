@@ -28,6 +28,14 @@ void *Value(uintptr_t number) {
     return reinterpret_cast<void *>(number);
 }
 
+std::vector<const void *> IntKeys(uintptr_t last) {
+    std::vector<const void *> keys;
+    for (uintptr_t key = 1; key <= last; key++) {
+        keys.push_back(HashTable_IntKey(key));
+    }
+    return keys;
+}
+
 std::vector<uintptr_t> Walk(const HashTable *table) {
     void **array = nullptr;
     size_t size = 0;
@@ -49,38 +57,29 @@ void RecordFreed(void *value) {
 }  // namespace
 
 // The bucket numbers behind these orders were worked out apart from the code under test.
-TEST(HashTable, WalksStringKeysByBucketAndNewestFirst) {
-    Table table = MakeTable(8, HASH_STRING_KEY);
-    const char *const keys[] = {"alpha", "beta", "gamma", "delta", "epsilon", "zeta", "\xC3\xA9"};
-    for (uintptr_t i = 0; i < std::size(keys); i++) {
-        ASSERT_TRUE(HashTable_Insert(table.get(), keys[i], Value(i + 1)));
+TEST(HashTable, WalksByBucketAndNewestFirst) {
+    const struct {
+        uint32_t numEntries;
+        uint32_t flags;
+        std::vector<const void *> keys;
+        std::vector<uintptr_t> order;
+    } cases[] = {
+        // Bucket 3 holds beta and e-acute, 5 alpha, 6 delta and zeta, 7 gamma and epsilon.
+        {8,
+         HASH_STRING_KEY,
+         {"alpha", "beta", "gamma", "delta", "epsilon", "zeta", "\xC3\xA9"},
+         {7, 2, 1, 6, 4, 5, 3}},
+        {8, HASH_ISTRING_KEY, {"ALPHA", "Beta", "gamma", "DELTA", "Epsilon", "zETA"}, {2, 1, 6, 4, 5, 3}},
+        {4, HASH_INT_KEY, IntKeys(7), {5, 4, 2, 1, 7, 6, 3}},
+        {1, HASH_INT_KEY, IntKeys(3), {3, 2, 1}},
+    };
+    for (const auto &c : cases) {
+        Table table = MakeTable(c.numEntries, c.flags);
+        for (size_t i = 0; i < c.keys.size(); i++) {
+            ASSERT_TRUE(HashTable_Insert(table.get(), c.keys[i], Value(i + 1)));
+        }
+        EXPECT_EQ(Walk(table.get()), c.order) << c.flags << " " << c.numEntries;
     }
-    // Buckets: 3 holds beta and e-acute, 5 alpha, 6 delta and zeta, 7 gamma and epsilon.
-    EXPECT_THAT(Walk(table.get()), ElementsAre(7, 2, 1, 6, 4, 5, 3));
-}
-
-TEST(HashTable, WalksCaseIgnoringKeysByTheirLowerCase) {
-    Table table = MakeTable(8, HASH_ISTRING_KEY);
-    const char *const keys[] = {"ALPHA", "Beta", "gamma", "DELTA", "Epsilon", "zETA"};
-    for (uintptr_t i = 0; i < std::size(keys); i++) {
-        ASSERT_TRUE(HashTable_Insert(table.get(), keys[i], Value(i + 1)));
-    }
-    EXPECT_THAT(Walk(table.get()), ElementsAre(2, 1, 6, 4, 5, 3));
-}
-
-TEST(HashTable, WalksIntegerKeysByBucketAndNewestFirst) {
-    Table table = MakeTable(4, HASH_INT_KEY);
-    for (uintptr_t key = 1; key <= 7; key++) {
-        ASSERT_TRUE(HashTable_Insert(table.get(), HashTable_IntKey(key), Value(key)));
-    }
-    EXPECT_THAT(Walk(table.get()), ElementsAre(5, 4, 2, 1, 7, 6, 3));
-}
-
-TEST(HashTable, OneBucketTakesEveryKey) {
-    Table table = MakeTable(1, HASH_STRING_KEY);
-    HashTable_Insert(table.get(), "one", Value(1));
-    HashTable_Insert(table.get(), "two", Value(2));
-    EXPECT_THAT(Walk(table.get()), ElementsAre(2, 1));
 }
 
 TEST(HashTable, EmptyTableGivesNullArray) {
@@ -207,21 +206,6 @@ TEST(HashTable, ConcurrentInsertsAddEachKeyOnce) {
     }
     EXPECT_EQ(added[0] + added[1] + added[2] + added[3], KEYS);
     EXPECT_EQ(Walk(table.get()).size(), KEYS);
-}
-
-TEST(HashTable, AllocOnceGivesEveryThreadTheSameTable) {
-    HashTable *published = nullptr;
-    HashTable *seen[4] = {};
-    std::vector<std::thread> threads;
-    for (HashTable *&mine : seen) {
-        threads.emplace_back(
-            [&published, &mine] { mine = HashTable_AllocOnce(&published, 64, HASH_STRING_KEY, nullptr); });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    Table owner(published);
-    EXPECT_THAT(seen, testing::Each(published));
 }
 
 TEST(HashTableDeathTest, StopsWhenTheSizeIsNoPowerOfTwo) {
