@@ -6,7 +6,15 @@
 
 namespace {
 
-// The copies live to the end of the process, as the arrays that they replace did.
+// The copies live to the end of the process, as the arrays that they replace did, and stay reachable from
+// here.
+struct ProcessTexts {
+    char **argv = nullptr;
+    char **envp = nullptr;
+};
+
+[[gnu::used]] ProcessTexts processTexts;
+
 char **CopyTexts(char *const *texts, size_t count) {
     char **copies = static_cast<char **>(Mem_Calloc(count + 1, sizeof *copies));
     for (size_t i = 0; i < count; i++) {
@@ -39,9 +47,11 @@ void Unicode_Init(int argc, char ***argv, char ***envp) {
         Panic("Unsupported local character encoding \"%s\".\n", Unicode_CurrentEncodingName());
     }
     if (argv != nullptr) {
-        *argv = CopyTexts(*argv, static_cast<size_t>(argc));
+        processTexts.argv = CopyTexts(*argv, static_cast<size_t>(argc));
+        *argv = processTexts.argv;
     }
     if (envp != nullptr) {
-        *envp = CopyTexts(*envp, CountTexts(*envp));
+        processTexts.envp = CopyTexts(*envp, CountTexts(*envp));
+        *envp = processTexts.envp;
     }
 }
