@@ -4,14 +4,20 @@
 
 namespace {
 
+struct FailureLine {
+    uint32_t level;
+    const char *function;
+    const char *text;
+};
+
 // Frees the table and its snapshot; with `writeRecords` each record's removal line is journalled first, up to
 // the first failure. False when a line could not be written.
 bool RemoveWholeTable(const RecordFamily &family, HBLNetworkConfigurationDB *db, const TableRef &table,
-                      bool writeRecords) {
-    bool written = true;
-    if (writeRecords) {
-        NetCfgRecordFormatCtx context = {family.removeType, db->stream, db};
-        written = HashTable_ForEach(*table.hash, NetCfgWriteRecordToConfig, &context) == 0;
+                      bool writeRecords, const FailureLine &failure) {
+    NetCfgRecordFormatCtx context = {family.removeType, db->stream, db};
+    bool written = !writeRecords || HashTable_ForEach(*table.hash, NetCfgWriteRecordToConfig, &context) == 0;
+    if (!written) {
+        HBLLog(failure.level, failure.function, "%s", failure.text);
     }
     FreeTable(table);
     return written;
@@ -29,10 +35,8 @@ bool HBLNetCfgRemoveAllDHCPMACToIPMapping(HBLNetworkConfigurationDB *db, uint32_
     if (table.Table() == nullptr) {
         return true;
     }
-    bool written = RemoveWholeTable(DHCP_FAMILY, db, table, writeRecords);
-    if (!written) {
-        HBLLog(LOG_ERR, __func__, "All the DHCP mappings could not be deleted");
-    }
+    bool written = RemoveWholeTable(DHCP_FAMILY, db, table, writeRecords,
+                                    {LOG_ERR, __func__, "All the DHCP mappings could not be deleted"});
     DHCP_FAMILY.dropEmptyHolder(db, record);
     return written;
 }
@@ -43,27 +47,24 @@ bool HBLNetCfgRemoveAllNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, 
     if (db == nullptr) {
         return false;
     }
+    RecordFields record = {.vnet = static_cast<int32_t>(vnet)};
     const struct {
+        bool isTcp;
         bool wanted;
-        RecordFields record;
         const char *failure;
-    } tables[] = {
-        {doTcp,
-         {.vnet = static_cast<int32_t>(vnet), .isTcp = true},
-         "All the forwarded TCP ports could not be deleted"},
-        {doUdp,
-         {.vnet = static_cast<int32_t>(vnet), .isTcp = false},
-         "All the forwarded UDP ports could not be deleted"},
+    } protocols[] = {
+        {true, doTcp, "All the forwarded TCP ports could not be deleted"},
+        {false, doUdp, "All the forwarded UDP ports could not be deleted"},
     };
     bool written = true;
-    for (const auto &row : tables) {
-        TableRef table = NAT_FAMILY.table(db, row.record);
-        if (row.wanted && table.Table() != nullptr &&
-            !RemoveWholeTable(NAT_FAMILY, db, table, writeRecords)) {
-            HBLLog(LOG_WRN, __func__, "%s", row.failure);
+    for (const auto &protocol : protocols) {
+        record.isTcp = protocol.isTcp;
+        TableRef table = NAT_FAMILY.table(db, record);
+        if (protocol.wanted && table.Table() != nullptr &&
+            !RemoveWholeTable(NAT_FAMILY, db, table, writeRecords, {LOG_WRN, __func__, protocol.failure})) {
             written = false;
         }
     }
-    NAT_FAMILY.dropEmptyHolder(db, tables[0].record);
+    NAT_FAMILY.dropEmptyHolder(db, record);
     return written;
 }
