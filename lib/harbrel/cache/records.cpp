@@ -2,7 +2,6 @@
 
 #include <strings.h>
 
-#include <array>
 #include <cstring>
 
 #include "lib/harbrel/addresses/addresses.h"
@@ -13,7 +12,15 @@
 
 namespace {
 
-constexpr std::array<NetCfgRecordParser, 8> RECORD_PARSERS = {{
+struct NetCfgRecordParser {
+    const char *keyword;
+    NetCfgRecordType recordType;
+    size_t keywordLength;  // with its terminator, so that only the whole word matches
+    bool (*parse)(HBLNetworkConfigurationDB *db, uint32_t recordType, const char *rest);
+};
+
+// In the order of the record numbers.
+constexpr NetCfgRecordParser RECORD_PARSERS[] = {
     {"answer", NETCFG_REC_ANSWER, 7, DictRecordParseFunct},
     {"remove_answer", NETCFG_REC_REMOVE_ANSWER, 14, DictRecordParseFunct},
     {"add_nat_portfwd", NETCFG_REC_ADD_NAT_PORTFWD, 16, NatFwdRecordParseFunct},
@@ -22,7 +29,7 @@ constexpr std::array<NetCfgRecordParser, 8> RECORD_PARSERS = {{
     {"remove_dhcp_mac_to_ip", NETCFG_REC_REMOVE_DHCP_MAC_TO_IP, 22, DhcpMacRecordParseFunct},
     {"add_bridge_mapping", NETCFG_REC_ADD_BRIDGE_MAPPING, 19, BridgeMappingRecordParseFunct},
     {"remove_bridge_mapping", NETCFG_REC_REMOVE_BRIDGE_MAPPING, 22, BridgeMappingRecordParseFunct},
-}};
+};
 
 // One pass over the fields of a line.
 class FieldReader {
@@ -108,10 +115,6 @@ bool AddForward(HBLNetworkConfigurationDB *db, const ForwardKey &key, FieldReade
 }
 
 }  // namespace
-
-std::span<const NetCfgRecordParser> NetCfgRecordParsers() {
-    return RECORD_PARSERS;
-}
 
 bool DictRecordParseFunct(HBLNetworkConfigurationDB *db, uint32_t recordType, const char *rest) {
     bool adding = recordType == NETCFG_REC_ANSWER;
@@ -219,7 +222,8 @@ bool NatFwdRecordParseFunct(HBLNetworkConfigurationDB *db, uint32_t recordType, 
     return true;
 }
 
-void NetCfgApplyRecordLine(HBLNetworkConfigurationDB *db, unsigned lineNumber, const char *line) {
+void NetCfgApplyRecordLine(HBLNetworkConfigurationDB *db, unsigned lineNumber, const char *line,
+                           const char *function) {
     FieldReader fields(line);
     MallocString keyword = fields.Token();
     bool applied = keyword != nullptr;
@@ -233,7 +237,7 @@ void NetCfgApplyRecordLine(HBLNetworkConfigurationDB *db, unsigned lineNumber, c
         }
     }
     if (!applied) {
-        HBLLog(LOG_ERR, "HBLNetCfgLoad", "Failed to parse record at line #: %u, data: %s", lineNumber, line);
+        HBLLog(LOG_ERR, function, "Failed to parse record at line #: %u, data: %s", lineNumber, line);
     }
 }
 

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <span>
 
 #include "lib/harbrel/cache/cache.h"
 
@@ -27,25 +26,15 @@ enum NetCfgRecordType : uint32_t {
 };
 
 // `rest` is the line after the keyword and one delimiter. True when the line was applied to the cache.
-using NetCfgParseFunction = bool (*)(HBLNetworkConfigurationDB *db, uint32_t recordType, const char *rest);
-
-struct NetCfgRecordParser {
-    const char *keyword;
-    NetCfgRecordType recordType;
-    size_t keywordLength;  // with its terminator, so that only the whole word matches
-    NetCfgParseFunction parse;
-};
-
-std::span<const NetCfgRecordParser> NetCfgRecordParsers();  // in the order of the record numbers
-
 bool DictRecordParseFunct(HBLNetworkConfigurationDB *db, uint32_t recordType, const char *rest);
 bool NatFwdRecordParseFunct(HBLNetworkConfigurationDB *db, uint32_t recordType, const char *rest);
 bool DhcpMacRecordParseFunct(HBLNetworkConfigurationDB *db, uint32_t recordType, const char *rest);
 bool BridgeMappingRecordParseFunct(HBLNetworkConfigurationDB *db, uint32_t recordType, const char *rest);
 
-// Takes one record line apart and applies it. A line that does not parse is logged with its number and
-// dropped; an unknown keyword is passed over in silence.
-void NetCfgApplyRecordLine(HBLNetworkConfigurationDB *db, unsigned lineNumber, const char *line);
+// Takes one record line apart and applies it. A line that does not parse is logged with its number under
+// `function` and dropped; an unknown keyword is passed over in silence.
+void NetCfgApplyRecordLine(HBLNetworkConfigurationDB *db, unsigned lineNumber, const char *line,
+                           const char *function);
 
 // `text` is what follows the "=" of a version line. Either output may be null.
 bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor, uint32_t supportedMajor);

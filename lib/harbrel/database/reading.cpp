@@ -95,7 +95,7 @@ bool ReadRecordLines(HBLNetworkConfigurationDB *db, FILE *reader, unsigned lineN
     ReadLineResult result = READ_LINE_EOF;
     while ((result = ReadNextLine(reader, &text, NETCFG_LINE_LIMIT, nullptr)) == READ_LINE_OK) {
         const MallocString line(text);
-        NetCfgApplyRecordLine(db, ++lineNumber, line.get());
+        NetCfgApplyRecordLine(db, ++lineNumber, line.get(), function);
     }
     if (result == READ_LINE_ERROR) {
         HBLLog(LOG_ERR, function, "Error while reading database file, error: %s", Err_ErrnoText(errno));
@@ -139,6 +139,7 @@ HBLNetworkConfigurationDB *NetCfgNewCache(const char *path, bool isBackup, const
     db->path = strdup(path);
     if (db->path == nullptr) {
         HBLLog(LOG_ERR, function, "strdup failed, error: %s", Err_ErrnoText(errno));
+        HBLLog(LOG_ERR, function, "Failed to load database cache with contents of file: %s", path);
         return nullptr;
     }
     return db.release();
