@@ -119,14 +119,10 @@ bool AppendRecords(const HBLNetworkConfigurationDB *db, const char *path) {
     }
     const bool written = WriteAnswers(db, stream) && WriteNATForwards(db, stream) &&
                          WriteDHCPMappings(db, stream) && WriteBridgeMappings(db, stream);
-    int reason = written ? 0 : errno;
     const bool closed = fclose(stream) == 0;
     if (written && !closed) {
-        reason = errno;
-    }
-    if (reason != 0) {
         HBLLog(LOG_ERR, WRITE_DATABASE, "Failed to finish database file: %s, error: %s", path,
-               Err_ErrnoText(reason));
+               Err_ErrnoText(errno));
     }
     return written && closed;
 }
@@ -145,7 +141,7 @@ bool HBLNetCfgCreateDB(const char *path, bool isBackup) {
         HBLLog(LOG_ERR, __func__, "Failed to create file: %s", path);
         return false;
     }
-    const FileStream stream(Posix_Fopen(path, "we"));
+    FileStream stream(Posix_Fopen(path, "we"));
     if (stream == nullptr) {
         HBLLog(LOG_ERR, __func__, "Failed to open file: %s, error: %s", path, Err_ErrnoText(errno));
         HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, path);
@@ -154,6 +150,7 @@ bool HBLNetCfgCreateDB(const char *path, bool isBackup) {
     if (!WriteVersionLine(stream.get(), isBackup)) {
         HBLLog(LOG_ERR, __func__, "Failed to write intialization data into file: %serror: %s", path,
                Err_ErrnoText(errno));
+        stream.reset();
         HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, path);
         return false;
     }
