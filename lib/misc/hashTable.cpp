@@ -178,7 +178,7 @@ void Unlink(HashTable *table, const Entry *doomed) {
 
 void TakeFromIndex(HashTable *table, const Entry *doomed) {
     if (table->index != nullptr) {
-        auto at = table->index->find(doomed->hash);
+        auto at = table->index->equal_range(doomed->hash).first;
         while (at->second != doomed) {
             ++at;
         }
