@@ -8,7 +8,7 @@
 
 using enum JournalField;
 
-constinit const JournalWords ANSWER_JOURNAL_WORDS = {
+constexpr JournalWords ANSWER_JOURNAL_WORDS = {
     .addFunction = "NetCfgAddAnswerStringInt",
     .removeFunction = "HBLNetCfgRemoveAnswer",
     .unchanged = nullptr,
@@ -28,7 +28,7 @@ constinit const JournalWords ANSWER_JOURNAL_WORDS = {
         },
 };
 
-constinit const JournalWords BRIDGE_JOURNAL_WORDS = {
+constexpr JournalWords BRIDGE_JOURNAL_WORDS = {
     .addFunction = "HBLNetCfgAddHostAdapterMapping",
     .removeFunction = "HBLNetCfgRemoveHostAdapterMapping",
     .unchanged = "New and old value vnet in the configuration are same: %d for adapter: %s",
@@ -50,7 +50,7 @@ constinit const JournalWords BRIDGE_JOURNAL_WORDS = {
         },
 };
 
-constinit const JournalWords DHCP_JOURNAL_WORDS = {
+constexpr JournalWords DHCP_JOURNAL_WORDS = {
     .addFunction = "HBLNetCfgAddDHCPMACToIP",
     .removeFunction = "HBLNetCfgRemoveDHCPMACToIP",
     .unchanged = nullptr,
@@ -70,7 +70,7 @@ constinit const JournalWords DHCP_JOURNAL_WORDS = {
         },
 };
 
-constinit const JournalWords NAT_JOURNAL_WORDS = {
+constexpr JournalWords NAT_JOURNAL_WORDS = {
     .addFunction = "HBLNetCfgAddNATPortFwd",
     .removeFunction = "HBLNetCfgRemoveNATPortFwd",
     .unchanged = nullptr,
@@ -94,6 +94,27 @@ constinit const JournalWords NAT_JOURNAL_WORDS = {
              {VNET, PROTOCOL, HOST_PORT, VALUE, VM_PORT, DESCRIPTION}},
         },
 };
+
+static constexpr bool EachConversionHasItsField(const JournalWords &words) {
+    for (const JournalMessage &message : words.steps) {
+        size_t conversions = 0;
+        for (const char *at = message.format; *at != '\0'; ++at) {
+            conversions += *at == '%' ? 1 : 0;
+        }
+        size_t fields = 0;
+        for (JournalField field : message.fields) {
+            fields += field != NONE ? 1 : 0;
+        }
+        if (conversions != fields) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(EachConversionHasItsField(ANSWER_JOURNAL_WORDS));
+static_assert(EachConversionHasItsField(BRIDGE_JOURNAL_WORDS));
+static_assert(EachConversionHasItsField(DHCP_JOURNAL_WORDS));
+static_assert(EachConversionHasItsField(NAT_JOURNAL_WORDS));
 
 static std::string PointerText(const void *pointer) {
     char text[32];
