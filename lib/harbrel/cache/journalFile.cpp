@@ -42,9 +42,9 @@ void CutTornLine(HBLNetworkConfigurationDB *db, std::string_view text) {
 
 bool NetCfgTrackFile(HBLNetworkConfigurationDB *db) {
     int fd = fileno(db->stream);
-    int flags = fcntl(fd, F_GETFL);
     struct stat status = {};
-    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_APPEND) != 0 || fstat(fd, &status) != 0) {
+    // A stream just opened has no other flag that could be changed and would be lost.
+    if (fcntl(fd, F_SETFL, O_APPEND) != 0 || fstat(fd, &status) != 0) {
         return false;
     }
     char last = '\n';
