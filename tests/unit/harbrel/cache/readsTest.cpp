@@ -4,16 +4,16 @@
 
 #include "lib/harbrel/base/hostAdapterChain.h"
 #include "lib/harbrel/cache/tables.h"
-#include "tests/unit/harbrel/cache/cacheFixture.h"
+#include "tests/support/cacheTest.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-namespace {
+using ReadsTest = CacheTest;
 
-class ReadsTest : public CacheTest {};
+namespace {
 
 std::vector<std::string> AdaptersOf(HBLNetworkConfigurationDB *db, int32_t vnet, bool exclude) {
     HostAdapterChain chain;
@@ -31,29 +31,19 @@ std::vector<std::string> AdaptersOf(HBLNetworkConfigurationDB *db, int32_t vnet,
 }  // namespace
 
 TEST_F(ReadsTest, AnswersReadByKind) {
-    Apply("answer NUMBER 0x10\nanswer TEXT x\nanswer YES YeS\nanswer NO true\n");
-    const struct {
-        const char *key;
-        bool present, isInt;
-        int32_t number;
-        bool isYes;
-    } cases[] = {
-        {"number", true, true, 16, false}, {"TEXT", true, false, 7, false},   {"YES", true, false, 7, true},
-        {"NO", true, false, 7, false},     {"ABSENT", false, false, 7, true},
-    };
-    for (const auto &row : cases) {
-        const char *text = nullptr;
-        int32_t number = 7;
-        bool isYes = !row.present;
-        EXPECT_EQ(HBLNetCfgGetAnswerString(db, row.key, &text), row.present) << row.key;
-        EXPECT_EQ(HBLNetCfgGetAnswerInt32(db, row.key, &number), row.isInt) << row.key;
-        EXPECT_EQ(HBLNetCfgGetAnswerBool(db, row.key, &isYes), row.present) << row.key;
-        EXPECT_EQ(number, row.number) << row.key;
-        EXPECT_EQ(isYes, row.isYes) << row.key;
-    }
-    EXPECT_THAT(log.Take(),
-                HasSubstr("HBLNetCfgGetAnswerInt32 - Value not found or failed to convert value to "
-                          "integer: null\n"));
+    LoadRecords("answer NUMBER 0x10\nanswer YES YeS\nanswer NO true\n");
+    int32_t number = 7;
+    bool isYes = true;
+    EXPECT_FALSE(HBLNetCfgGetAnswerBool(db, "ABSENT", &isYes));
+    EXPECT_FALSE(HBLNetCfgGetAnswerInt32(db, "ABSENT", &number));
+    EXPECT_FALSE(HBLNetCfgGetAnswerInt32(db, "YES", &number));
+    EXPECT_TRUE(isYes && number == 7);
+    EXPECT_EQ(log.Take(),
+              "HBLNetCfgGetAnswerInt32 - Value not found or failed to convert value to integer: null\n"
+              "HBLNetCfgGetAnswerInt32 - Value not found or failed to convert value to integer: YeS\n");
+    EXPECT_TRUE(HBLNetCfgGetAnswerInt32(db, "number", &number) && number == 16);
+    EXPECT_TRUE(HBLNetCfgGetAnswerBool(db, "NO", &isYes) && !isYes);
+    EXPECT_TRUE(HBLNetCfgGetAnswerBool(db, "yes", &isYes) && isYes);
 }
 
 TEST_F(ReadsTest, NullCacheMeansTheDefaultOne) {
@@ -61,6 +51,7 @@ TEST_F(ReadsTest, NullCacheMeansTheDefaultOne) {
     EXPECT_FALSE(HBLNetCfgGetAnswerString(nullptr, "K", &value));
     EXPECT_EQ(log.Take(), "HBLNetCfgGetAnswerString - Database cache is not loaded\n");
     EXPECT_FALSE(HBLNetCfgSetAnswerBool(nullptr, "K", false));
+    LoadRecords("");
     *HBLNetCfgDefaultSlot() = db;
     EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "K", "v"));
     EXPECT_TRUE(HBLNetCfgGetAnswerString(nullptr, "K", &value));
@@ -69,26 +60,22 @@ TEST_F(ReadsTest, NullCacheMeansTheDefaultOne) {
 }
 
 TEST_F(ReadsTest, DHCPMappingFitsWithItsTerminatorOnly) {
+    LoadRecords("add_dhcp_mac_to_ip 1 02:00:00:11:22:33 10.0.0.1\n");
     char ip[16] = "untouched";
-    EXPECT_FALSE(HBLNetCfgLookupDHCPMACToIP(db, 1, "02:00:00:11:22:33", ip, sizeof ip));
-    EXPECT_EQ(log.Take(), "HBLNetCfgLookupDHCPMACToIP - List of DHCP mappings is empty\n");
-    Apply("add_dhcp_mac_to_ip 1 02:00:00:11:22:33 10.0.0.1\n");
     EXPECT_FALSE(HBLNetCfgLookupDHCPMACToIP(db, 1, "02:00:00:11:22:33", ip, 8));
+    EXPECT_FALSE(HBLNetCfgLookupDHCPMACToIP(db, 1, "02:00:00:11:22:34", ip, 9));
     EXPECT_STREQ(ip, "untouched");
     EXPECT_EQ(log.Take(),
               "HBLNetCfgLookupDHCPMACToIP - Insufficient buffer size: 8 for IP address: 10.0.0.1\n");
     EXPECT_TRUE(HBLNetCfgLookupDHCPMACToIP(db, 1, "02:00:00:11:22:33", ip, 9));
     EXPECT_STREQ(ip, "10.0.0.1");
-    EXPECT_FALSE(HBLNetCfgLookupDHCPMACToIP(db, 1, "02:00:00:11:22:34", ip, 9));
 }
 
 TEST_F(ReadsTest, DHCPEnumerationFollowsTheTableAndEndsInAnEmptyOne) {
     uint32_t index = 0;
     char mac[18];
     char ip[16];
-    EXPECT_FALSE(HBLNetCfgEnumDHCPMACToIP(db, 1, &index, mac, sizeof mac, ip, sizeof ip));
-    EXPECT_EQ(log.Take(), "HBLNetCfgEnumDHCPMACToIP - List of mappings is empty\n");
-    Apply(
+    LoadRecords(
         "add_dhcp_mac_to_ip 1 02:00:00:11:22:33 10.0.0.1\nadd_dhcp_mac_to_ip 1 02:00:00:11:22:34 10.0.0.2\n");
     EXPECT_FALSE(HBLNetCfgEnumDHCPMACToIP(db, 1, &index, mac, 17, ip, sizeof ip));
     EXPECT_EQ(index, 0u);
@@ -110,6 +97,7 @@ TEST_F(ReadsTest, DHCPEnumerationFollowsTheTableAndEndsInAnEmptyOne) {
 }
 
 TEST_F(ReadsTest, ForwardDescriptionsReportTheirLengthWithTerminator) {
+    LoadRecords("");
     NetCfgHashAddNATPortFwd(db, 8, true, 1, "10.0.0.1", 81, "four");
     NetCfgHashAddNATPortFwd(db, 8, true, 2, "10.0.0.1", 81, "");
     NetCfgHashAddNATPortFwd(db, 8, true, 3, "10.0.0.1", 81, nullptr);
@@ -143,7 +131,7 @@ TEST_F(ReadsTest, ForwardDescriptionsReportTheirLengthWithTerminator) {
 }
 
 TEST_F(ReadsTest, ForwardEnumerationReportsEachPortOfItsProtocol) {
-    Apply("add_nat_portfwd 8 udp 1 10.0.0.1 81 a\nadd_nat_portfwd 8 udp 2 10.0.0.2 82 b\n");
+    LoadRecords("add_nat_portfwd 8 udp 1 10.0.0.1 81 a\nadd_nat_portfwd 8 udp 2 10.0.0.2 82 b\n");
     uint32_t index = 0;
     uint16_t hostPort = 0;
     uint16_t vmPort = 0;
@@ -168,8 +156,9 @@ TEST_F(ReadsTest, ForwardEnumerationReportsEachPortOfItsProtocol) {
 }
 
 TEST_F(ReadsTest, HostAdaptersOfAVnetOrOfAllOthers) {
+    LoadRecords("");
     EXPECT_THAT(AdaptersOf(db, 3, false), IsEmpty());
-    Apply(
+    LoadRecords(
         "add_bridge_mapping eth0 3\nadd_bridge_mapping wlan0 -1\nadd_bridge_mapping eth1 3\n"
         "add_bridge_mapping eth2 4\n");
     const std::string tooLong(128, 'n');

@@ -5,26 +5,16 @@
 #include <string>
 
 #include "lib/harbrel/cache/tables.h"
-#include "lib/harbrel/database/database.h"
-#include "lib/harbrel/database/transfer.h"
-#include "tests/support/command.h"
+#include "tests/support/cacheTest.h"
 #include "tests/support/fileSizeLimit.h"
-#include "tests/support/logCapture.h"
-#include "tests/support/tempFolder.h"
 
 namespace {
 
-class DatabaseRewrite : public testing::Test {
+class DatabaseRewrite : public CacheTest {
   protected:
-    DatabaseRewrite() {
-        WriteFileText(folder / "networking", "VERSION=1,0\n");
-        EXPECT_TRUE(HBLNetCfgLoad((folder / "networking").c_str(), &db, false));
-    }
-    ~DatabaseRewrite() override { HBLNetCfgUnload(&db, false); }
+    DatabaseRewrite() { LoadRecords(""); }
 
-    TempFolder folder;
-    std::string path = folder / "new";
-    HBLNetworkConfigurationDB *db = nullptr;
+    const std::string copy = folder / "new";
 };
 
 TEST_F(DatabaseRewrite, RecordsStandInTheirOrderAndBinDirIsDropped) {
@@ -41,8 +31,8 @@ TEST_F(DatabaseRewrite, RecordsStandInTheirOrderAndBinDirIsDropped) {
     NetCfgHashAddBridgeMapping(db, "eth1", 2);
     NetCfgHashAddBridgeMapping(db, "Eth2", 2);
     NetCfgHashAddBridgeMapping(db, "wlan0", -1);
-    LogCapture log(LOG_ERR | LOG_INFO);
-    ASSERT_TRUE(NetCfgWriteDatabaseFile(db, path.c_str(), false));
+    HBLLogSetMask(LOG_ERR | LOG_INFO);
+    ASSERT_TRUE(NetCfgWriteDatabaseFile(db, copy.c_str(), false));
     EXPECT_EQ(
         "VERSION=1,0\n"
         "answer VNET_10_DHCP no\n"
@@ -57,7 +47,7 @@ TEST_F(DatabaseRewrite, RecordsStandInTheirOrderAndBinDirIsDropped) {
         "add_bridge_mapping wlan0 -1\n"
         "add_bridge_mapping Eth2 2\n"
         "add_bridge_mapping eth1 2\n",
-        ReadFileText(path));
+        ReadFileText(copy));
     EXPECT_EQ(
         "NetCfgWriteDatabaseFile - Records of type: 1, count 4 written to database file\n"
         "NetCfgWriteDatabaseFile - Records of type: 3, count 4 written to database file\n"
@@ -67,9 +57,9 @@ TEST_F(DatabaseRewrite, RecordsStandInTheirOrderAndBinDirIsDropped) {
 }
 
 TEST_F(DatabaseRewrite, EmptyCacheIsAVersionLineAlone) {
-    LogCapture log(LOG_ERR | LOG_INFO);
-    EXPECT_TRUE(NetCfgWriteDatabaseFile(db, path.c_str(), true));
-    EXPECT_EQ("BACKUP_VERSION=1,0\n", ReadFileText(path));
+    HBLLogSetMask(LOG_ERR | LOG_INFO);
+    EXPECT_TRUE(NetCfgWriteDatabaseFile(db, copy.c_str(), true));
+    EXPECT_EQ("BACKUP_VERSION=1,0\n", ReadFileText(copy));
     EXPECT_EQ("", log.Take());
 }
 
@@ -77,28 +67,25 @@ TEST_F(DatabaseRewrite, FullDiskAtAnyPointLeavesNoFile) {
     for (int number = 0; number < 2000; number++) {
         NetCfgHashAddAnswer(db, ("VNET_" + std::to_string(number)).c_str(), "value");
     }
-    // The version line does not fit; the first block of records does not; only the last bytes do not.
-    ASSERT_TRUE(NetCfgWriteDatabaseFile(db, path.c_str(), false));
-    const rlim_t whole = std::filesystem::file_size(path);
-    for (const rlim_t limit : {rlim_t{5}, rlim_t{2000}, whole - 1}) {
-        LogCapture log;
+    ASSERT_TRUE(NetCfgWriteDatabaseFile(db, copy.c_str(), false));
+    const struct {
+        rlim_t room;
+        const char *failure;
+    } cases[] = {
+        {5, "HBLNetCfgCreateDB - Failed to write intialization data into file: "},
+        {2000, "NetCfgWriteDatabaseFile - Failed to write record of type: 1 to  database file\n"},
+        {std::filesystem::file_size(copy) - 1, "NetCfgWriteDatabaseFile - Failed to finish database file: "},
+    };
+    for (const auto &row : cases) {
         bool written = true;
         {
-            const FileSizeLimit full(limit);
-            written = NetCfgWriteDatabaseFile(db, path.c_str(), false);
+            const FileSizeLimit full(row.room);
+            written = NetCfgWriteDatabaseFile(db, copy.c_str(), false);
         }
-        EXPECT_NE(std::string::npos, log.Take().find("error: File too large\n")) << limit;
-        EXPECT_FALSE(written) << limit;
-        EXPECT_FALSE(std::filesystem::exists(path)) << limit;
+        EXPECT_FALSE(written) << row.failure;
+        EXPECT_NE(std::string::npos, log.Take().find(row.failure)) << row.failure;
+        EXPECT_FALSE(std::filesystem::exists(copy)) << row.failure;
     }
-}
-
-TEST_F(DatabaseRewrite, ExportThatCannotBeWrittenNamesTheFile) {
-    LogCapture log;
-    EXPECT_FALSE(HBLNetCfgExportConfig(db, (folder / "none/backup").c_str()));
-    EXPECT_NE(std::string::npos, log.Take().find("HBLNetCfgExportConfig - Failed to write records to "
-                                                 "database file: " +
-                                                 (folder / "none/backup\n")));
 }
 
 }  // namespace

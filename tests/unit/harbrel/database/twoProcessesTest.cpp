@@ -4,42 +4,29 @@
 
 #include <string>
 
-#include "lib/harbrel/database/database.h"
-#include "tests/support/command.h"
-#include "tests/support/logCapture.h"
-#include "tests/support/tempFolder.h"
+#include "tests/support/cacheTest.h"
 
 namespace {
 
-class TwoProcesses : public testing::Test {
+class TwoProcesses : public CacheTest {
   protected:
     TwoProcesses() {
-        WriteFileText(path, "VERSION=1,0\nanswer OLD 1\n");
-        EXPECT_TRUE(HBLNetCfgLoad(path.c_str(), &mine, false));
+        LoadRecords("answer OLD 1\n");
         EXPECT_TRUE(HBLNetCfgLoad(path.c_str(), &other, false));
     }
-    ~TwoProcesses() override {
-        HBLNetCfgUnload(&mine, false);
-        HBLNetCfgUnload(&other, false);
-    }
+    ~TwoProcesses() override { HBLNetCfgUnload(&other, false); }
     // One exported call that changes something.
-    static bool Change(HBLNetworkConfigurationDB *db, const char *key, const char *value) {
-        const bool done = HBLNetCfgLockConfig(db) && HBLNetCfgAddAnswerString(db, key, value);
-        return HBLNetCfgUnlockConfig(db) && done;
+    static bool Change(HBLNetworkConfigurationDB *cache, const char *key, const char *value) {
+        const bool done = HBLNetCfgLockConfig(cache) && HBLNetCfgAddAnswerString(cache, key, value);
+        return HBLNetCfgUnlockConfig(cache) && done;
     }
     // What a last unload does to the file.
-    void Rewrite(HBLNetworkConfigurationDB *db) {
-        ASSERT_TRUE(NetCfgWriteDatabaseFile(db, (folder / "new").c_str(), false));
+    void Rewrite(HBLNetworkConfigurationDB *cache) {
+        ASSERT_TRUE(NetCfgWriteDatabaseFile(cache, (folder / "new").c_str(), false));
         ASSERT_EQ(0, rename((folder / "new").c_str(), path.c_str()));
     }
-    static std::string Answer(HBLNetworkConfigurationDB *db, const char *key) {
-        const char *value = nullptr;
-        return HBLNetCfgGetAnswerString(db, key, &value) ? value : "(none)";
-    }
 
-    TempFolder folder;
-    std::string path = folder / "networking";
-    HBLNetworkConfigurationDB *mine = nullptr;
+    HBLNetworkConfigurationDB *const &mine = db;
     HBLNetworkConfigurationDB *other = nullptr;
 };
 
@@ -62,6 +49,13 @@ TEST_F(TwoProcesses, ChangeAfterTheOthersRewriteGoesToTheNewFile) {
     EXPECT_EQ("VERSION=1,0\nanswer A mine\nanswer OLD 2\nanswer B mine\n", ReadFileText(path));
 }
 
+TEST_F(TwoProcesses, LineWithoutALookAtTheFileGoesBehindTheOthersAndDoesNotHideIt) {
+    EXPECT_TRUE(HBLNetCfgAddAnswerString(other, "B", "longer"));
+    EXPECT_TRUE(HBLNetCfgAddAnswerString(mine, "A", "1"));
+    EXPECT_EQ("VERSION=1,0\nanswer OLD 1\nanswer B longer\nanswer A 1\n", ReadFileText(path));
+    EXPECT_FALSE(NetCfgFileIsAsLastSeen(mine));
+}
+
 TEST_F(TwoProcesses, TextsHandedOutStayGood) {
     const char *before = nullptr;
     ASSERT_TRUE(HBLNetCfgGetAnswerString(mine, "OLD", &before));
@@ -72,7 +66,7 @@ TEST_F(TwoProcesses, TextsHandedOutStayGood) {
 }
 
 TEST_F(TwoProcesses, CacheAloneReadsNothingAgain) {
-    LogCapture log(HBL_MAX_LOG_MASK);
+    HBLLogSetMask(HBL_MAX_LOG_MASK);
     EXPECT_TRUE(Change(mine, "A", "1"));
     EXPECT_TRUE(Change(mine, "A", "2"));
     EXPECT_EQ(std::string::npos, log.Take().find("another process"));
