@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "lib/fatal/memory.h"
+#include "lib/misc/atomicFence.h"
 #include "lib/misc/hashTable.h"
 #include "lib/misc/owners.h"
 #include "lib/unicode/unicode.h"
@@ -103,7 +104,9 @@ const char *Publish(EnvironmentValue *cached, MallocString value) {
             return present;
         }
     } while (!cached->present.compare_exchange_weak(present, value.get(), std::memory_order_acq_rel));
+    AtomicFence_AfterReadModifyWrite();
     free(cached->previous.exchange(present, std::memory_order_acq_rel));
+    AtomicFence_AfterReadModifyWrite();
     return value.release();
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "lib/fatal/panic.h"
+#include "lib/misc/atomicFence.h"
 #include "lib/misc/owners.h"
 
 namespace {
@@ -70,7 +71,9 @@ bool SyncMutex_Lock(SyncMutex *mutex) {
 
 bool SyncMutex_Trylock(SyncMutex *mutex) {
     uint32_t expected = 1;
-    return mutex->unlocked.compare_exchange_strong(expected, 0);
+    const bool taken = mutex->unlocked.compare_exchange_strong(expected, 0);
+    AtomicFence_AfterReadModifyWrite();
+    return taken;
 }
 
 bool SyncMutex_Unlock(SyncMutex *mutex) {
@@ -87,7 +90,9 @@ SyncMutex *SyncMutex_CreateSingleton(std::atomic<SyncMutex *> *storage) {
     if (!SyncMutex_Init(fresh.get(), nullptr)) {
         PanicInconsistent();
     }
-    if (!storage->compare_exchange_strong(present, fresh.get())) {
+    const bool won = storage->compare_exchange_strong(present, fresh.get());
+    AtomicFence_AfterReadModifyWrite();
+    if (!won) {
         SyncMutex_Destroy(fresh.get());
         return present;
     }

@@ -13,6 +13,7 @@
 #include "lib/fatal/panic.h"
 #include "lib/file/posix.h"
 #include "lib/log/log.h"
+#include "lib/misc/atomicFence.h"
 #include "lib/misc/owners.h"
 #include "lib/string/str.h"
 
@@ -62,6 +63,7 @@ uint64_t AdvanceSequence(SyncWaitQ *queue) {
     uint64_t old = queue->sequence.load();
     while (!queue->sequence.compare_exchange_weak(old, old + 1)) {
     }
+    AtomicFence_AfterReadModifyWrite();
     return old;
 }
 
@@ -161,6 +163,7 @@ bool WakeUpAnonymous(SyncWaitQ *queue) {
         return false;
     }
     const SyncPipe old = queue->pipe.exchange(fresh);
+    AtomicFence_AfterReadModifyWrite();
     AdvanceSequence(queue);
     const FileDescriptor readEnd(old.readEnd);
     const FileDescriptor writeEnd(old.writeEnd);
@@ -195,7 +198,7 @@ void SyncWaitQ_Destroy(SyncWaitQ *queue) {
     if (!queue->initialized) {
         return;
     }
-    const SyncPipe pipe = queue->pipe.exchange(NO_PIPE);
+    const SyncPipe pipe = queue->pipe.load();  // nobody else is at the queue any more
     const FileDescriptor readEnd(pipe.readEnd);
     const FileDescriptor writeEnd(pipe.writeEnd);
     if (queue->pathPrefix != nullptr) {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "lib/misc/atomicFence.h"
 #include "lib/string/str.h"
 
 namespace {
@@ -28,7 +29,9 @@ void ForgetParents(VThreadInfo (&infos)[VTHREAD_TABLE_SIZE]) {
 
 bool Take(VThreadInfo *info) {
     int32_t expected = VTHREAD_SLOT_FREE;
-    return info->state.compare_exchange_strong(expected, VTHREAD_SLOT_RESERVED);
+    const bool taken = info->state.compare_exchange_strong(expected, VTHREAD_SLOT_RESERVED);
+    AtomicFence_AfterReadModifyWrite();
+    return taken;
 }
 
 int FirstFree(VThreadInfo (&infos)[VTHREAD_TABLE_SIZE], int from) {
@@ -53,7 +56,9 @@ VThreadBlock *BlockAt(std::atomic<VThreadBlock *> *link) {
     }
     VThreadBlock *fresh = new (memory) VThreadBlock();
     ForgetParents(fresh->infos);
-    if (!link->compare_exchange_strong(present, fresh)) {
+    const bool won = link->compare_exchange_strong(present, fresh);
+    AtomicFence_AfterReadModifyWrite();
+    if (!won) {
         free(memory);
         return present;
     }
