@@ -1,6 +1,5 @@
 #include "lib/config/msg.h"
 
-#include <cstring>
 #include <string>
 #include <utility>
 

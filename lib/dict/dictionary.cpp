@@ -2,7 +2,6 @@
 
 #include <cstdarg>
 #include <cstdlib>
-#include <cstring>
 
 #include "lib/dict/dictionaryData.h"
 #include "lib/fatal/memory.h"

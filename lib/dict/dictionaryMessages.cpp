@@ -1,7 +1,5 @@
 #include "lib/dict/dictionaryMessages.h"
 
-#include <cstring>
-
 #include "lib/config/msg.h"
 #include "lib/dict/dictionaryData.h"
 #include "lib/misc/owners.h"
@@ -11,8 +9,8 @@ namespace {
 
 struct PlacedMessage {
     const char *id;
-    const char *text;        // behind the place; begins with a capital without one
-    const char *textNoFile;  // null when it is the same
+    const char *text;        // behind the place
+    const char *textNoFile;  // where a dictionary without a file has another wording, else null
 };
 constexpr PlacedMessage MESSAGES[] = {
     {"msg.dictionary.read.readError", "%s.\n", nullptr},
@@ -32,7 +30,6 @@ MallocString Compose(const char *id, const char *suffix, const char *place, cons
 
 }  // namespace
 
-// The message takes as many of the texts as its format names.
 void Dictionary_AppendMessage(const Dictionary &dict, DictionaryMessage message, const char *first,
                               const char *second, const char *third) {
     const auto &[id, text, textNoFile] = MESSAGES[message];

@@ -14,6 +14,6 @@ enum DictionaryMessage {
 };
 
 // Appends the message in the form that fits what the dictionary knows: with file and line, with the file
-// alone, or without either.
+// alone, or without either. It takes as many of the texts as it has arguments.
 void Dictionary_AppendMessage(const Dictionary &dict, DictionaryMessage message, const char *first = "",
                               const char *second = "", const char *third = "");

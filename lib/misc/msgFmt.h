@@ -32,7 +32,7 @@ struct MsgFmtArg {
     uint32_t errnoValue;
     union {
         int64_t precision;  // while parsing
-        char *text;         // while expanding: the resolved text, owned
+        char *text;         // while expanding: the resolved text, of the caller; null for value.string8
     } p;
 };
 

@@ -94,8 +94,8 @@ void Adopt() {
     Warning("XXX initialized unknown thread %d %s\n", id, info->name);
 }
 
-// 0 or an errno value. The C library would change the user id of every thread, which costs a signal to each
-// and raises those that need no privilege, so that the system call is made directly.
+// 0 or an errno value. Made as plain system calls: the C library's setresuid changes the user id of every
+// thread, which costs a signal to each and raises those that need no privilege.
 int SetNice(pid_t thread, int nice) {
     const bool privileged = geteuid() == 0;
     const bool raised = !privileged && syscall(SYS_setresuid, -1, 0, -1) == 0;
