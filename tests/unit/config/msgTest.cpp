@@ -4,22 +4,18 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "lib/err/errText.h"
+#include "lib/misc/owners.h"
+#include "tests/support/generalLog.h"
 
 namespace {
 
-struct Posted {
-    int severity;
-    std::string id;
-    std::string text;
-    bool operator==(const Posted &) const = default;
-};
-std::vector<Posted> posted;
+std::vector<std::string> posted;  // "<severity> <identifier> <text>"
 std::vector<std::string> postedIds;
 
 // Posts land in `posted` and `postedIds` instead of on the terminal.
@@ -31,7 +27,7 @@ class Msg : public testing::Test {
         postedIds.clear();
         Msg_SetPostCallbacks(
             [](int severity, const char *id, const char *text) {
-                posted.push_back({severity, id, text});
+                posted.push_back(std::to_string(severity) + " " + id + " " + text);
             },
             [](int, MsgList *list) {
                 for (; list != nullptr; list = list->next) {
@@ -47,19 +43,33 @@ TEST_F(Msg, PostShowsWhatWasAppendedOldestFirstAndOnlyOnce) {
     Msg_AppendFormatted(MSGID("test.second") "%2$s before %1$d.", 1, "two");
     Msg_Post(MSG_ERROR, MSGID("test.third") "Failed (100%%).\n");
     Msg_Post(MSG_WARNING, MSGID("test.fourth") "Alone.");
-    EXPECT_THAT(posted,
-                testing::ElementsAre(Posted{MSG_ERROR, "test.third",
-                                            "Cannot open \"f\": No such file or directory.\ntwo before 1."
-                                            "Failed (100%).\n"},
-                                     Posted{MSG_WARNING, "test.fourth", "Alone."}));
+    EXPECT_THAT(posted, testing::ElementsAre(
+                            "3 test.third Cannot open \"f\": No such file or directory.\ntwo before 1."
+                            "Failed (100%).\n",
+                            "2 test.fourth Alone."));
     EXPECT_THAT(postedIds, testing::ElementsAre("test.first", "test.second", "test.third", "test.fourth"));
 }
 
-TEST_F(Msg, ResetDropsWhatWasAppended) {
-    Msg_AppendFormatted(MSGID("test.dropped") "Dropped.");
+TEST_F(Msg, LogsWhatIsPostedAndOnDemandWhatIsDropped) {
+    const std::string rule = std::string(40, '-') + "\n";
+    GeneralLog log;
+    Msg_AppendFormatted(MSGID("test.first") "First.\n");
+    Msg_Post(MSG_WARNING, MSGID("test.second") "Second %d.\n", 2);
+    EXPECT_EQ(log.Take(), "Msg_Post: Warning\n[test.first] First.\n[test.second] Second 2.\n" + rule +
+                              "PREF early PreferenceGet(msg.autoAnswer), using default\n"
+                              "PREF early PreferenceGet(msg.noOK), using default\n");
+    Msg_Post(MSG_ERROR, MSGID("test.third") "Third.\n");
+    EXPECT_EQ(log.Take(), "Msg_Post: Error\n[test.third] Third.\n" + rule +
+                              "PREF early PreferenceGet(msg.autoAnswer), using default\n");
+    posted.clear();
+    Msg_AppendFormatted(MSGID("test.dropped") "Dropped.\n");
     Msg_Reset(true);
-    Msg_Post(MSG_INFO, MSGID("test.kept") "Kept.");
-    EXPECT_THAT(posted, testing::ElementsAre(Posted{MSG_INFO, "test.kept", "Kept."}));
+    EXPECT_EQ(log.Take(), "Msg_Reset:\n[test.dropped] Dropped.\n" + rule);
+    Msg_AppendFormatted(MSGID("test.silent") "Dropped.\n");
+    Msg_Reset(false);
+    Msg_Reset(true);
+    EXPECT_EQ(log.Take(), "");
+    EXPECT_TRUE(posted.empty());
 }
 
 TEST_F(Msg, LocalizableArgumentsAppearAsTheirText) {
@@ -67,72 +77,62 @@ TEST_F(Msg, LocalizableArgumentsAppearAsTheirText) {
         const char *argument;
         const char *text;
     } CASES[] = {
-        {MSGID("test.inner") "inner %d", "<inner %d>"},
-        {MSG_MAGIC, "<" MSG_MAGIC ">"},  // data that only looks localizable
-        {MSG_MAGIC "(open", "<" MSG_MAGIC "(open>"},
-        {MSG_MAGIC "x)y", "<" MSG_MAGIC "x)y>"},
-        {nullptr, "<(null)>"},
+        {MSGID("test.inner") "inner %d", "inner %d"},
+        {MSG_MAGIC, MSG_MAGIC},  // data that only looks localizable
+        {MSG_MAGIC "(open", MSG_MAGIC "(open"},
+        {MSG_MAGIC "x)y", MSG_MAGIC "x)y"},
+        {nullptr, "(null)"},
     };
     for (const auto &row : CASES) {
-        posted.clear();
-        Msg_Post(MSG_ERROR, MSGID("test.outer") "<%s>", row.argument);
-        ASSERT_EQ(posted.size(), 1u);
-        EXPECT_EQ(posted[0].text, row.text);
+        Msg_Post(MSG_ERROR, MSGID("test.outer") "%s", row.argument);
+        EXPECT_EQ(posted.back(), std::string("3 test.outer ") + row.text);
     }
 }
 
-TEST_F(Msg, LookupGivesIdentifierAndText) {
-    char *id = nullptr;
-    EXPECT_STREQ(MsgLookupText(MSGID("a.b") "text (c)", false, &id), "text (c)");
-    EXPECT_STREQ(id, "a.b");
-    free(id);
-}
-
-// Runs `statement` with `input` as standard input and gives back what it wrote to standard error. The pipe
-// with the input is left in *rest.
-template <typename Statement>
-std::string TerminalOf(const char *input, Statement statement, std::string *rest) {
+// Posts to the terminal with `input` behind it and gives back what stands there. The input that the post has
+// left is added to *rest.
+std::string PostToTerminal(int severity, const char *input, std::string *rest) {
     int ends[2];
     EXPECT_EQ(pipe(ends), 0);
     EXPECT_EQ(write(ends[1], input, strlen(input)), static_cast<ssize_t>(strlen(input)));
     close(ends[1]);
-    const int savedInput = dup(STDIN_FILENO);
+    const FileDescriptor savedInput(dup(STDIN_FILENO));
     dup2(ends[0], STDIN_FILENO);
     close(ends[0]);
     clearerr(stdin);
     testing::internal::CaptureStderr();
-    statement();
+    Msg_Post(severity, MSGID("test.terminal") "Text.");
     std::string shown = testing::internal::GetCapturedStderr();
     for (int byte = getchar(); byte != EOF; byte = getchar()) {
         rest->push_back(static_cast<char>(byte));
     }
-    dup2(savedInput, STDIN_FILENO);
-    close(savedInput);
+    dup2(savedInput.get(), STDIN_FILENO);
     clearerr(stdin);
     return shown;
 }
 
-TEST_F(Msg, TerminalPostWaitsForTheEnterKey) {
+TEST_F(Msg, TerminalPostWaitsForTheEnterKeyUnlessToldNotTo) {
+    const struct {
+        bool noWait;
+        int severity;
+        const char *input;
+        const char *shown;
+        const char *rest;
+    } CASES[] = {
+        {false, MSG_ERROR, "ok\nnext",
+         "\n\nOrvane Virtual Networks Error:\nText.\nPress \"Enter\" to continue...\n", "next"},
+        {false, MSG_INFO, "no line end",
+         "\n\nOrvane Virtual Networks Information:\nText.\nPress \"Enter\" to continue...\n", ""},
+        {true, MSG_WARNING, "kept\n", "\n\nOrvane Virtual Networks Warning:\nText.\n\n", "kept\n"},
+    };
     Msg_SetPostCallbacks(nullptr, nullptr);
-    std::string rest;
-    EXPECT_EQ(TerminalOf(
-                  "ok\nnext", [] { Msg_Post(MSG_ERROR, MSGID("t") "Text."); }, &rest),
-              "\n\nOrvane Virtual Networks Error:\nText.\nPress \"Enter\" to continue...\n");
-    EXPECT_EQ(rest, "next");
-}
-
-TEST_F(Msg, TerminalPostGoesOnAtTheEndOfInputOrWhenToldNotToWait) {
-    Msg_SetPostCallbacks(nullptr, nullptr);
-    std::string rest;
-    TerminalOf(
-        "no line end", [] { Msg_Post(MSG_INFO, MSGID("t") "x"); }, &rest);
-    EXPECT_EQ(rest, "");
-    Msg_SetNoWait(true);
-    EXPECT_EQ(TerminalOf(
-                  "kept\n", [] { Msg_Post(MSG_WARNING, MSGID("t") "x"); }, &rest),
-              "\n\nOrvane Virtual Networks Warning:\nx\n\n");
+    for (const auto &row : CASES) {
+        std::string rest;
+        Msg_SetNoWait(row.noWait);
+        EXPECT_EQ(PostToTerminal(row.severity, row.input, &rest), row.shown);
+        EXPECT_EQ(rest, row.rest) << row.input;
+    }
     Msg_SetNoWait(false);
-    EXPECT_EQ(rest, "kept\n");
 }
 
 // The stop writes to standard output; the death test looks at standard error.
