@@ -18,6 +18,7 @@
 #include <string>
 
 #include "daemons/common/complain.h"
+#include "daemons/common/file.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
 #include "lib/misc/owners.h"
@@ -52,6 +53,9 @@ void RemoveTraces(const CleanUp &cleanUp) {
         Link_SetGroup(&socket, link, LINK_GROUP_DEAD);
     }
     Switch_RemoveDeadLinks(&socket);
+    if (cleanUp.rest != nullptr) {
+        cleanUp.rest();
+    }
     if (cleanUp.network >= 0) {
         Switch_RemoveWhenUnused(&socket, cleanUp.network);
     }
@@ -150,16 +154,11 @@ bool Daemon_StartWatcher(pid_t daemon, const CleanUp &cleanUp) {
 }
 
 bool Daemon_WritePidFile(const char *path, pid_t daemon) {
-    std::string temporary = std::string(path) + "." + std::to_string(daemon);
-    FileDescriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
-    std::string text = std::to_string(daemon) + "\n";
-    bool written = file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-                   rename(temporary.c_str(), path) == 0;
-    if (!written) {
+    if (!File_Replace(path, std::to_string(daemon) + "\n")) {
         Complain("cannot write the PID file %s: %s", path, strerror(errno));
-        unlink(temporary.c_str());
+        return false;
     }
-    return written;
+    return true;
 }
 
 void Daemon_Report(const DaemonContract &contract) {

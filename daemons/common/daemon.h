@@ -14,8 +14,9 @@ struct DaemonContract {
 
 // What the kernel does not remove by itself when a daemon dies.
 struct CleanUp {
-    int network = -1;        // whose switch it used; -1 for none
-    std::vector<int> links;  // indexes of interfaces that it made
+    int network = -1;          // whose switch it used; -1 for none
+    std::vector<int> links;    // indexes of interfaces that it made
+    void (*rest)() = nullptr;  // removes what else there is; null for nothing
 };
 
 // Reads the arguments of -s and -d. False after a line in the log, also when the descriptor is not open.

@@ -1,6 +1,5 @@
 #include "daemons/common/link.h"
 
-#include <fcntl.h>
 #include <linux/if_link.h>
 #include <linux/veth.h>
 #include <sys/socket.h>
@@ -10,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 #include <vector>
+
+#include "daemons/common/file.h"
 
 namespace {
 
@@ -130,6 +131,12 @@ int Link_SetMtu(RtSocket *socket, int index, uint32_t mtu) {
     return socket->Do(&request);
 }
 
+int Link_SetMac(RtSocket *socket, int index, const MacAddress &mac) {
+    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
+    request.Put(IFLA_ADDRESS, mac.data(), mac.size());
+    return socket->Do(&request);
+}
+
 int Link_SetGroup(RtSocket *socket, int index, uint32_t group) {
     RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
     request.Put32(IFLA_GROUP, group);
@@ -179,10 +186,7 @@ void Link_DisableIpv6(const char *name) {
     char path[128];
     snprintf(path, sizeof path, "/proc/sys/net/ipv6/conf/%s/disable_ipv6", name);
     // Without IPv6 in the kernel there is no such file, and nothing to do.
-    FileDescriptor setting(open(path, O_WRONLY | O_CLOEXEC));
-    if (setting) {
-        (void)!write(setting.get(), "1", 1);
-    }
+    File_Write(path, "1");
 }
 
 bool Link_IsValidName(const char *name) {

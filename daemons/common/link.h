@@ -38,6 +38,7 @@ int Link_ForEach(RtSocket *socket, int master, const std::function<void(const Li
 int Link_SetFlags(RtSocket *socket, int index, unsigned flags, unsigned mask);
 int Link_SetMaster(RtSocket *socket, int index, int master);
 int Link_SetMtu(RtSocket *socket, int index, uint32_t mtu);
+int Link_SetMac(RtSocket *socket, int index, const MacAddress &mac);
 int Link_SetGroup(RtSocket *socket, int index, uint32_t group);
 int Link_Delete(RtSocket *socket, int index);
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "daemons/common/complain.h"
+#include "daemons/common/switch.h"
 
 namespace {
 
@@ -72,13 +73,19 @@ bool Options_Read(char **argv, std::span<const OptionRule> rules, std::vector<co
     return true;
 }
 
-bool Options_Number(const char *text, int maximum, int *number) {
+bool Options_Number(std::string_view text, int maximum, int *number) {
     int value = 0;
-    const char *end = text + strlen(text);
-    auto [stop, error] = std::from_chars(text, end, value);
+    const char *end = text.data() + text.size();
+    auto [stop, error] = std::from_chars(text.data(), end, value);
     if (error != std::errc() || stop != end || value < 0 || value > maximum) {
         return false;
     }
     *number = value;
     return true;
+}
+
+bool Options_Network(std::string_view name, int *network) {
+    constexpr std::string_view PREFIX = "zelan";
+    return name.starts_with(PREFIX) &&
+           Options_Number(name.substr(PREFIX.size()), SWITCH_MAX_NETWORK, network);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <span>
+#include <string_view>
 #include <vector>
 
 // One option of a daemon. With `value` set the option takes the next argument and must come exactly once;
@@ -18,4 +19,7 @@ struct OptionRule {
 bool Options_Read(char **argv, std::span<const OptionRule> rules, std::vector<const char *> *operands);
 
 // Converts a whole decimal text from 0 to `maximum`.
-bool Options_Number(const char *text, int maximum, int *number);
+bool Options_Number(std::string_view text, int maximum, int *number);
+
+// Converts a network's name, as in "zelan8", to its number.
+bool Options_Network(std::string_view name, int *network);

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -215,29 +214,29 @@ int Switch_Ensure(RtSocket *socket, int network) {
     return index;
 }
 
-bool Switch_MakePort(RtSocket *socket, int network, const char *portName, const char *peerName,
-                     int peerNamespace, SwitchPort *port) {
+bool Switch_MakePair(RtSocket *socket, const VethPlan &plan, SwitchPort *port) {
     constexpr int ATTEMPTS = 3;
-    int master = Switch_Ensure(socket, network);
-    if (master == 0) {
-        return false;
-    }
-    VethPlan plan = {portName, peerName, master, peerNamespace};
     int error = Link_MakeVeth(socket, plan);
     for (int attempt = 1; error == EEXIST && attempt < ATTEMPTS; attempt++) {
-        if (!ClearName(socket, portName) || (peerNamespace < 0 && !ClearName(socket, peerName))) {
+        if (!ClearName(socket, plan.name) || (plan.peerNamespace < 0 && !ClearName(socket, plan.peerName))) {
             return false;
         }
         error = Link_MakeVeth(socket, plan);
     }
     if (error != 0) {
-        Complain("cannot make the interfaces %s and %s: %s", portName, peerName, strerror(error));
+        Complain("cannot make the interfaces %s and %s: %s", plan.name, plan.peerName, strerror(error));
         return false;
     }
-    Link_DisableIpv6(portName);
-    port->portIndex = static_cast<int>(if_nametoindex(portName));
-    port->peerIndex = peerNamespace < 0 ? static_cast<int>(if_nametoindex(peerName)) : 0;
+    Link_DisableIpv6(plan.name);
+    port->portIndex = static_cast<int>(if_nametoindex(plan.name));
+    port->peerIndex = plan.peerNamespace < 0 ? static_cast<int>(if_nametoindex(plan.peerName)) : 0;
     return true;
+}
+
+bool Switch_MakePort(RtSocket *socket, int network, const char *portName, const char *peerName,
+                     int peerNamespace, SwitchPort *port) {
+    int master = Switch_Ensure(socket, network);
+    return master != 0 && Switch_MakePair(socket, {portName, peerName, master, peerNamespace}, port);
 }
 
 void Switch_RemoveDeadLinks(RtSocket *socket) {
@@ -261,31 +260,4 @@ void Switch_RemoveWhenUnused(RtSocket *socket, int network) {
         }
         Pause(GUEST_POLL_MILLISECONDS);
     }
-}
-
-FileDescriptor Namespace_Make() {
-    FileDescriptor own(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
-    FileDescriptor space;
-    if (own && unshare(CLONE_NEWNET) == 0) {
-        space.reset(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
-        RtSocket inside;
-        if (!space || !inside.Open() || Link_SetFlags(&inside, 1, IFF_UP, IFF_UP) != 0) {
-            space.reset();
-        }
-        if (setns(own.get(), CLONE_NEWNET) != 0) {
-            space.reset();
-        }
-    }
-    if (!space) {
-        Complain("cannot make a network namespace: %s", strerror(errno));
-    }
-    return space;
-}
-
-bool Namespace_Enter(const FileDescriptor &space) {
-    if (setns(space.get(), CLONE_NEWNET) != 0) {
-        Complain("cannot enter a network namespace: %s", strerror(errno));
-        return false;
-    }
-    return true;
 }

@@ -44,10 +44,14 @@ struct SwitchPort {
     int peerIndex = 0;  // 0 when the peer stands in another namespace
 };
 
-// Makes the switch if need be and such a pair on it. What a dead predecessor has left under one of the names
-// is waited for briefly and then removed; an interface of anybody else is never touched. With `peerNamespace`
-// (a descriptor of a network namespace) the peer stands in there; -1 leaves it here. False after a line in
-// the log. Call with the lock and the use held.
+// Makes two joined interfaces. What a dead predecessor has left under one of the names is waited for briefly
+// and then removed; an interface of anybody else is never touched. False after a line in the log. Call with
+// the network's lock held.
+bool Switch_MakePair(RtSocket *socket, const VethPlan &plan, SwitchPort *port);
+
+// Makes the switch if need be and such a pair on it. With `peerNamespace` (a descriptor of a network
+// namespace) the peer stands in there; -1 leaves it here. False after a line in the log. Call with the lock
+// and the use held.
 bool Switch_MakePort(RtSocket *socket, int network, const char *portName, const char *peerName,
                      int peerNamespace, SwitchPort *port);
 
@@ -58,11 +62,3 @@ void Switch_RemoveDeadLinks(RtSocket *socket);
 // For watchers: removes the network's switch unless a living daemon uses it. While guests are attached it
 // waits for them to leave, or for a daemon to take the switch into use again.
 void Switch_RemoveWhenUnused(RtSocket *socket, int network);
-
-// A network namespace of its own for a daemon: made with the loopback up, seen through its descriptor, and
-// gone with the last process in it and the last descriptor of it. The calling process stays where it is.
-// Empty after a line in the log.
-FileDescriptor Namespace_Make();
-
-// Moves the calling process there.
-bool Namespace_Enter(const FileDescriptor &space);

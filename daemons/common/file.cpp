@@ -1,0 +1,45 @@
+#include "daemons/common/file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "lib/misc/owners.h"
+
+bool File_Read(const char *path, std::string *text) {
+    constexpr size_t MAX_SIZE = 4 * 1024 * 1024;
+    FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    std::array<char, 4096> block;
+    ssize_t size = file ? 0 : -1;
+    text->clear();
+    while (file && (size = read(file.get(), block.data(), block.size())) > 0) {
+        text->append(block.data(), static_cast<size_t>(size));
+        if (text->size() > MAX_SIZE) {
+            errno = EFBIG;
+            return false;
+        }
+    }
+    return size == 0;
+}
+
+bool File_Write(const char *path, const char *text) {
+    FileDescriptor file(open(path, O_WRONLY | O_CLOEXEC));
+    auto size = static_cast<ssize_t>(strlen(text));
+    return file && write(file.get(), text, static_cast<size_t>(size)) == size;
+}
+
+bool File_Replace(const char *path, const std::string &text) {
+    std::string temporary = std::string(path) + "." + std::to_string(getpid());
+    FileDescriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+    if (file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+        rename(temporary.c_str(), path) == 0) {
+        return true;
+    }
+    int error = errno;
+    unlink(temporary.c_str());
+    errno = error;
+    return false;
+}

@@ -1,0 +1,14 @@
+// Small files, as configuration files and the kernel's settings below /proc/sys.
+#pragma once
+
+#include <string>
+
+// Reads the whole file; false, with errno, when that fails or it is larger than 4 MiB.
+bool File_Read(const char *path, std::string *text);
+
+// Writes a text to an existing file in one piece. False with errno.
+bool File_Write(const char *path, const char *text);
+
+// Replaces a file, so that a reader sees the old content or the new one and nothing between. False with
+// errno.
+bool File_Replace(const char *path, const std::string &text);

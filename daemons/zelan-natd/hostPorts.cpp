@@ -1,0 +1,52 @@
+#include "daemons/zelan-natd/hostPorts.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "daemons/common/complain.h"
+
+namespace {
+
+// A socket that holds the port; empty with errno.
+FileDescriptor Take(const PortForward &forward) {
+    FileDescriptor handle(socket(AF_INET, (forward.tcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(forward.hostPort);
+    int on = 1;
+    // What is left of a server's old connections does not make a port taken.
+    bool taken = handle &&
+                 (!forward.tcp || setsockopt(handle.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0) &&
+                 bind(handle.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
+                 (!forward.tcp || listen(handle.get(), 0) == 0);
+    if (!taken) {
+        handle.reset();
+    }
+    return handle;
+}
+
+}  // namespace
+
+HostPorts HostPorts_Take(const NatConf &conf) {
+    HostPorts ports;
+    for (const PortForward &forward : conf.forwards) {
+        const char *protocol = forward.tcp ? "TCP" : "UDP";
+        if (!conf.subnet().HasHost(forward.guest)) {
+            Complain("%s port %u is not forwarded: %s is no address of the network", protocol,
+                     forward.hostPort, Ipv4_Text(forward.guest).c_str());
+            continue;
+        }
+        FileDescriptor handle = Take(forward);
+        if (!handle) {
+            Complain("%s port %u is not forwarded to %s: %s", protocol, forward.hostPort,
+                     Ipv4_Text(forward.guest).c_str(), strerror(errno));
+            continue;
+        }
+        ports.sockets.push_back(std::move(handle));
+        ports.forwards.push_back(forward);
+    }
+    return ports;
+}
