@@ -1,0 +1,319 @@
+// The exported functions of DHCP and NAT on a loaded library, and the generated files where a disk is full or
+// something strange stands in their place. ISC dhcpd judges each dhcpd.conf that comes out.
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "lib/harbrel/base/services.h"
+#include "lib/harbrel/database/database.h"
+#include "lib/harbrel/dhcp/dhcpConfigFile.h"
+#include "lib/harbrel/services/daemons.h"
+#include "lib/misc/owners.h"
+#include "tests/host/loadedLibrary.h"
+#include "tests/support/netns.h"
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+
+constexpr char DHCPD[] = "/usr/sbin/dhcpd";
+constexpr char VNET_DIR[] = "/etc/orvane/zelan8";
+const std::string DHCP_CONF = std::string(VNET_DIR) + "/dhcpd/dhcpd.conf";
+const std::string NAT_CONF = std::string(VNET_DIR) + "/nat/nat.conf";
+
+class DhcpNat : public LibraryTest {
+  protected:
+    DhcpNat() {
+        WriteDatabase(
+            "answer HBL_LOGLEVEL 1\nanswer HBL_DEFAULT_BRIDGE_VNET 0\nanswer VNET_8_DHCP yes\n"
+            "answer VNET_8_NAT yes\nanswer VNET_8_HOSTONLY_SUBNET 192.168.10.0\n"
+            "answer VNET_8_HOSTONLY_NETMASK 255.255.255.0\n");
+        WriteFileText("/etc/orvane/config", "bindir = \"/tmp/bin\"\n");
+        std::filesystem::create_directory("/tmp/bin");
+        WriteFileText("/tmp/bin/orvane-ping", "#!/bin/sh\nexit 1\n");
+        chmod("/tmp/bin/orvane-ping", 0755);
+        EXPECT_TRUE(HBL_Load());
+        HBL_SetLogLevel(LOG_ERR | LOG_OK);
+        TakeLog();
+    }
+    ~DhcpNat() override { umount(VNET_DIR); }
+    void TearDown() override {
+        if (access(DHCPD, X_OK) != 0) {
+            GTEST_SKIP() << DHCPD << " is missing: no generated file was judged";
+        }
+    }
+
+    static std::string TakeLog() {
+        const std::string text = Log();
+        std::filesystem::resize_file("/var/log/harbrel", 0);
+        return text;
+    }
+    static bool UpdateDhcp(const char *vnet = "zelan8") {
+        if (!HBL_UpdateDHCPFromConfig(vnet)) {
+            return false;
+        }
+        const std::string conf = std::string("/etc/orvane/") + vnet + "/dhcpd/dhcpd.conf";
+        if (access(DHCPD, X_OK) == 0) {
+            const CommandResult judged = RunCommand({DHCPD, "-t", "-cf", conf});
+            EXPECT_TRUE(judged.Succeeded()) << judged << ReadFileText(conf);
+        }
+        return true;
+    }
+    static void AddMappings(int count) {
+        for (int i = 10; i < 10 + count; i++) {
+            EXPECT_TRUE(HBL_SetDHCPIPToMAC("zelan8", ("192.168.10." + std::to_string(i)).c_str(),
+                                           ("02:00:00:00:00:" + std::to_string(i)).c_str()));
+        }
+    }
+    // Gives the network's folder a file system of so many pages.
+    static void MountVnetDir(size_t pages) {
+        mkdir(VNET_DIR, 0755);
+        Must("mount -t tmpfs -o size=" + std::to_string(pages * static_cast<size_t>(getpagesize())) +
+             " tmpfs " + VNET_DIR);
+    }
+    static void ExpectLockIsFree() {
+        EXPECT_TRUE(HBLNetCfgLockConfig(nullptr));
+        EXPECT_TRUE(HBLNetCfgUnlockConfig(nullptr));
+    }
+};
+
+struct CallCase {
+    bool done;
+    std::function<bool()> call;
+    const char *lastLine;
+};
+
+TEST_F(DhcpNat, CallsEndWithTheirLineAndFreeTheLock) {
+    char text[128] = "";
+    uint32_t length = 2;
+    uint16_t port = 0;
+    const CallCase cases[] = {
+        {true, [] { return HBL_SetDHCPParam("ZELAN8", 13354, "0x708s", 5); },
+         "succeeded, vnet: ZELAN8, paramID: 13354, param: 0x708\n"},
+        {false, [] { return HBL_SetDHCPParam("zelan8", 13350, "10.0.0", 6); },
+         "failed, vnet: zelan8, paramID: 13350, param: 10.0.0\n"},
+        {false, [] { return HBL_SetDHCPParam("zelan8", 13353, "1", 1); }, "Unsupported DHCP Parameter\n"},
+        {false, [] { return HBL_SetDHCPParam("zelan8", 13356, nullptr, 0); },
+         "HBL_SetDHCPParam - Deleting DHCP parameter: 13356 failed for vnet: zelan8\n"},
+        {true, [] { return HBL_SetDHCPParam("zelan8", 13355, nullptr, 0); },
+         "HBL_SetDHCPParam - Deleted value for DHCP parameter: 13355 for vnet: zelan8\n"},
+        {false, [] { return HBL_SetDHCPParam("zelan256", 13355, "1", 1); }, "Invalid vnet name: zelan256\n"},
+        {false, [&] { return HBL_GetDHCPParam("zelan8", 13354, true, text, &length); },
+         "HBL_GetDHCPParam - Get DHCP Parameter failed on vnet: zelan8, paramID: 13354\n"},
+        {false, [] { return HBL_GetDHCPParam(nullptr, 13354, true, nullptr, nullptr); },
+         "HBL_GetDHCPParam - Invalid argument - v: (nil) p: (nil), pL: (nil),0\n"},
+        {true, [] { return HBL_SetNATParam("zelan8", 9030, "0x8000", 6); },
+         "HBL_SetNATParam - Setting value for NAT parameter: 9030, 0x8000 succeeded for vnet: zelan8\n"},
+        {false, [] { return HBL_SetNATParam("zelan8", 9028, "1", 1); }, "Unsupported NAT parameter: 9028\n"},
+        {false, [&] { return HBL_GetNATParam("zelan8", 9033, true, text, &length); },
+         "HBL_GetNATParam - Getting value of NAT Parameter: 9033 failed for vnet: zelan8\n"},
+        {false, [] { return HBL_SetDHCPIPToMAC("zelan8", nullptr, "02:00:00:00:00:01"); },
+         "Creating/Removing DHCP static mapping failed for vnet: zelan8\n"},
+        {false, [] { return HBL_SetDHCPIPToMAC("zelan8", "10.0.0", "02:00:00:00:00:01"); },
+         "IP address is not valid: 10.0.0\n"},
+        {false, [] { return HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.5", 0, nullptr, 0); },
+         "Invalid VM IP: 10.0.0.5 or port: 0\n"},
+        {false, [&] { return HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.5", 80, text, 128); },
+         "Description is too long, allowed is: 128 bytes\n"},
+        {false, [] { return HBL_SetNATPortForward("zelan8", true, 80, nullptr, 0, nullptr, 0); },
+         "Setting/ Removing NAT Port Forward failed for vnet: zelan8, port: 80\n"},
+        {true, [] { return HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.5", 8080, "web site", 3); },
+         "tcp: 1, hostPort: 80, vm IP: 10.0.0.5, vm port: 8080, description: web\n"},
+        {false,
+         [&] { return HBL_GetNATPortForward("zelan8", true, 80, text, &length, &port, text, nullptr); },
+         ", descLen: (nil)\n"},
+        {false, [] { return HBL_UpdateNATFromConfig(nullptr); }, "Invalid argument - zelan: (nil)\n"},
+    };
+    for (const CallCase &row : cases) {
+        SCOPED_TRACE(row.lastLine);
+        EXPECT_EQ(row.done, row.call());
+        EXPECT_THAT(TakeLog(), EndsWith(row.lastLine));
+        EXPECT_EQ(2U, length);
+        ExpectLockIsFree();
+        TakeLog();
+    }
+}
+
+TEST_F(DhcpNat, MappingIsFoundWhateverTheCaseOfItsAddress) {
+    ASSERT_TRUE(HBL_SetDHCPIPToMAC("zelan8", "192.168.10.50", "02:AA:00:00:00:01"));
+    ASSERT_TRUE(HBL_SetDHCPIPToMAC("zelan8", "192.168.10.51", "02:aa:00:00:00:01"));
+    char ip[16], mac[18];
+    uint32_t ipLength = sizeof ip, macLength = sizeof mac, offset = 0;
+    ASSERT_TRUE(HBL_EnumDHCPIPToMAC("zelan8", &offset, ip, &ipLength, mac, &macLength));
+    EXPECT_STREQ("192.168.10.51 02:AA:00:00:00:01", (std::string(ip) + " " + mac).c_str());
+    EXPECT_EQ(std::tuple(14U, 18U, 1U), std::tuple(ipLength, macLength, offset));
+    ipLength = sizeof ip;
+    EXPECT_FALSE(HBL_EnumDHCPIPToMAC("zelan8", &offset, ip, &ipLength, mac, &macLength));
+    EXPECT_EQ(std::tuple(16U, 18U, 1U), std::tuple(ipLength, macLength, offset));
+    EXPECT_TRUE(HBL_GetDHCPIPToMAC("zelan8", ip, &ipLength, "02:aA:0:0:0:1"));
+    EXPECT_EQ(14U, ipLength);
+    EXPECT_TRUE(UpdateDhcp());
+}
+
+TEST_F(DhcpNat, ForwardsOfAProtocolAreReplacedAndReadWithTheirDescriptions) {
+    const std::string longest(127, 'd');
+    ASSERT_TRUE(HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.5", 80, "old", 3));
+    ASSERT_TRUE(HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.6", 81, longest.c_str(), 127));
+    ASSERT_TRUE(HBL_SetNATPortForward("zelan8", false, 80, "10.0.0.7", 82, "", 0));
+    char ip[16], text[128];
+    uint32_t ipLength = sizeof ip, length = 127, offset = 0;
+    uint16_t hostPort = 0, port = 0;
+    EXPECT_FALSE(HBL_GetNATPortForward("zelan8", true, 80, ip, &ipLength, &port, text, &length));
+    EXPECT_EQ(127U, length);
+    length = sizeof text;
+    ASSERT_TRUE(
+        HBL_EnumNATPortForward("zelan8", true, &offset, &hostPort, ip, &ipLength, &port, text, &length));
+    EXPECT_EQ("10.0.0.6 " + longest, std::string(ip) + " " + text);
+    EXPECT_EQ(std::tuple(80, 81, 9U, 128U, 1U), std::tuple(hostPort, port, ipLength, length, offset));
+    ipLength = sizeof ip;
+    EXPECT_FALSE(
+        HBL_EnumNATPortForward("zelan8", true, &offset, &hostPort, ip, &ipLength, &port, text, &length));
+    EXPECT_TRUE(HBL_GetNATPortForward("zelan8", false, 80, ip, &ipLength, &port, text, &length));
+    EXPECT_EQ(std::tuple(82, 0U), std::tuple(port, length));
+}
+
+TEST_F(DhcpNat, SwitchOnWithoutASubnetAssignsOneThatWorks) {
+    EXPECT_TRUE(HBL_SetVnetUseDHCP("zelan9", true, false));
+    EXPECT_TRUE(HBL_GetVnetUseDHCP("zelan9"));
+    const std::string subnet = Answer("VNET_9_HOSTONLY_SUBNET");
+    EXPECT_TRUE(HBL_SetVnetUseNAT("zelan9", true, false));
+    EXPECT_TRUE(UpdateDhcp("zelan9"));
+    EXPECT_TRUE(HBL_SetVnetUseDHCP("zelan9", true, true));
+    EXPECT_EQ("(none)", Answer("VNET_9_DHCP_CFG_HASH"));
+    EXPECT_TRUE(HBL_SetVnetUseDHCP("zelan9", false, false));
+    EXPECT_TRUE(HBL_UpdateDHCPFromConfig("zelan9"));
+    EXPECT_FALSE(std::filesystem::exists("/etc/orvane/zelan9"));
+    EXPECT_EQ(subnet, Answer("VNET_9_HOSTONLY_SUBNET"));
+    ExpectLockIsFree();
+}
+
+TEST_F(DhcpNat, FilesAreLeftAloneWhileTheirDaemonRuns) {
+    const struct {
+        uint32_t service;
+        bool (*update)(const char *vnet);
+        const char *line;
+    } cases[] = {
+        {HBL_SVC_DHCP, HBL_UpdateDHCPFromConfig,
+         "DHCP service is not in stopped state on this vnet, Cannot update config files\n"},
+        {HBL_SVC_NAT, HBL_UpdateNATFromConfig,
+         "NAT service is not in stopped state on this vnet,Cannot update config information\n"},
+    };
+    for (const auto &row : cases) {
+        char *path = nullptr;
+        ASSERT_TRUE(HBLGetPidFilename(8, row.service, &path, nullptr));
+        const MallocString pidFile(path);
+        WriteFileText(path, std::to_string(getpid()) + "\n");
+        EXPECT_FALSE(row.update("zelan8"));
+        EXPECT_THAT(TakeLog(), EndsWith(row.line));
+        EXPECT_FALSE(std::filesystem::exists(VNET_DIR));
+        std::filesystem::remove(path);
+        EXPECT_TRUE(row.update("zelan8"));
+        std::filesystem::remove_all(VNET_DIR);
+    }
+}
+
+struct FullDiskCase {
+    const char *what;
+    size_t diskPages;
+    size_t oldPages;  // the old file is filled up to so many by a tail; 0: it has none
+    int mappings;     // added before the rewrite
+    const char *log;
+    bool touched;
+};
+
+TEST_F(DhcpNat, FullDiskInARewriteOfDhcpdConfLeavesTheOldOneWhole) {
+    static constexpr FullDiskCase CASES[] = {
+        {"backup", 1, 0, 0, "dhcpd.conf.bak failed, error: No space left on device\n", false},
+        {"block", 2, 0, 60, "DHCP MAC/IP mapping, error: No space left on device\n", true},
+        {"tail", 2, 1, 1, "fclose: failed while writing DHCP config file, error: No space left on device\n",
+         true},
+        {"large tail", 6, 3, 35, "fwrite: failure while copying file, error: No space left on device\n",
+         true},
+    };
+    for (const FullDiskCase &row : CASES) {
+        SCOPED_TRACE(row.what);
+        MountVnetDir(row.diskPages);
+        ASSERT_TRUE(UpdateDhcp());
+        std::string before = ReadFileText(DHCP_CONF);
+        before.resize(std::max(before.size(), row.oldPages * static_cast<size_t>(getpagesize())), '#');
+        WriteFileText(DHCP_CONF, before);
+        AddMappings(row.mappings);
+        TakeLog();
+        EXPECT_FALSE(UpdateDhcp());
+        const std::string log = TakeLog();
+        EXPECT_THAT(log, HasSubstr(row.log));
+        EXPECT_THAT(log, EndsWith("Writing DHCP configuration file failed for vnet: zelan8\n"));
+        EXPECT_EQ(before, ReadFileText(row.touched ? DHCP_CONF + ".bak" : DHCP_CONF));
+        ExpectLockIsFree();
+        Must(std::string("mount -o remount,size=1m ") + VNET_DIR);
+        EXPECT_TRUE(UpdateDhcp());
+        umount(VNET_DIR);
+        EXPECT_TRUE(HBL_SetVnetUseDHCP("zelan8", true, true));
+    }
+}
+
+TEST_F(DhcpNat, FullDiskTakesNewFilesAwayAgain) {
+    MountVnetDir(1);
+    WriteFileText(std::string(VNET_DIR) + "/filler", std::string(getpagesize(), '#'));
+    EXPECT_FALSE(UpdateDhcp());
+    EXPECT_THAT(TakeLog(), HasSubstr("readonly end marker, error: No space left on device\n"));
+    EXPECT_FALSE(HBL_UpdateNATFromConfig("zelan8"));
+    EXPECT_THAT(TakeLog(), HasSubstr("NAT config file, error: No space left on device\n"));
+    EXPECT_EQ("dhcpd\nfiller\n", RunCommand({"ls", VNET_DIR}).output);
+    EXPECT_TRUE(std::filesystem::is_empty(std::string(VNET_DIR) + "/dhcpd"));
+}
+
+TEST_F(DhcpNat, FullDiskInARewriteOfNatConfLeavesTheOldOneInTheBackup) {
+    MountVnetDir(2);
+    ASSERT_TRUE(HBL_UpdateNATFromConfig("zelan8"));
+    const std::string before = ReadFileText(NAT_CONF);
+    for (uint16_t port = 1; port <= 400; port++) {
+        ASSERT_TRUE(HBL_SetNATPortForward("zelan8", true, port, "192.168.10.50", 80, nullptr, 0));
+    }
+    TakeLog();
+    EXPECT_FALSE(HBL_UpdateNATFromConfig("zelan8"));
+    EXPECT_THAT(TakeLog(), HasSubstr("TCP port forward header, error: No space left on device\n"));
+    EXPECT_EQ(before, ReadFileText(NAT_CONF + ".bak"));
+}
+
+TEST_F(DhcpNat, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
+    const struct {
+        std::string path;
+        const char *log;
+    } cases[] = {{DHCP_CONF, "Cannot create DHCP Config File, "},
+                 {DHCP_CONF + ".bak", "Failed to backup DHCP file. Aborting\n"}};
+    for (const auto &row : cases) {
+        ASSERT_TRUE(UpdateDhcp());
+        std::filesystem::remove(row.path);
+        ASSERT_EQ(0, mkfifo(row.path.c_str(), 0600));
+        EXPECT_FALSE(UpdateDhcp());
+        EXPECT_THAT(TakeLog(), HasSubstr(std::string("HBLDHCPWriteDHCPCfg - ") + row.log));
+        std::filesystem::remove(row.path);
+    }
+    std::filesystem::remove(DHCP_CONF);
+    std::filesystem::create_directories(DHCP_CONF + "/mine");
+    EXPECT_FALSE(UpdateDhcp());
+    EXPECT_THAT(TakeLog(),
+                HasSubstr("because of: Is a directory\nHBLDHCPWriteDHCPCfg - Cannot create DHCP config"));
+    EXPECT_TRUE(std::filesystem::exists(DHCP_CONF + "/mine"));
+}
+
+TEST_F(DhcpNat, UnreadableFileStaysAsItIs) {
+    ASSERT_TRUE(UpdateDhcp());
+    chmod(DHCP_CONF.c_str(), 0);
+    const std::string before = ReadFileText(DHCP_CONF);
+    ASSERT_EQ(0, seteuid(65534));
+    EXPECT_FALSE(HBLDHCPWriteDHCPCfg(8));
+    ASSERT_EQ(0, seteuid(0));
+    EXPECT_THAT(
+        TakeLog(),
+        EndsWith("because of: Permission denied\nHBLDHCPWriteDHCPCfg - Cannot create DHCP config file\n"));
+    EXPECT_EQ(before, ReadFileText(DHCP_CONF));
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+// The generated nat.conf: its bytes, its backup, and its removal.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include "lib/harbrel/cache/cache.h"
+#include "lib/harbrel/dhcp/dhcp.h"
+#include "lib/harbrel/nat/nat.h"
+#include "tests/support/fakePrograms.h"
+#include "tests/support/logCapture.h"
+
+namespace {
+
+using testing::EndsWith;
+
+constexpr char UP_TO_TIMEOUT[] = R"(# Linux NAT configuration file
+[host]
+# NAT gateway address
+ip = 192.168.10.2
+netmask = 255.255.255.0
+# ZeLan device if not specified on command line
+device = /dev/zelan8
+# Allow PORT/EPRT FTP commands (they need incoming TCP stream ...)
+activeFTP = 1
+# Allows the source to have any OUI.  Turn this one if you change the OUI
+# in the MAC address of your virtual machines.
+allowAnyOUI = 1
+[udp]
+# Timeout in seconds, 0 = no timeout, default = 60; real value might
+# be up to 100% longer
+)";
+
+class NatConfig : public testing::Test {
+  protected:
+    NatConfig() {
+        Answer("NAT", "yes");
+        Answer("HOSTONLY_SUBNET", "192.168.10.0");
+        Answer("HOSTONLY_NETMASK", "255.255.255.0");
+    }
+    void Answer(const std::string &field, const std::string &value) {
+        cache_.Answer("VNET_8_" + field, value);
+    }
+    std::string Path(const std::string &name = "nat.conf") { return cache_.Path("conf/zelan8/nat/" + name); }
+
+    FakePrograms cache_;
+};
+
+TEST_F(NatConfig, FileIsWrittenAnewWithItsPredecessorInTheBackup) {
+    ASSERT_TRUE(HBLNATUpdateFromConfig(8));
+    const std::string fresh = std::string(UP_TO_TIMEOUT) + "timeout = 60\n[incomingudp]\n\n[incomingtcp]\n\n";
+    EXPECT_EQ(fresh, ReadFileText(Path()));
+    EXPECT_FALSE(std::filesystem::exists(Path("nat.conf.bak")));
+    ASSERT_TRUE(HBLNATUpdateFromConfig(8));
+    EXPECT_EQ(fresh, ReadFileText(Path()));
+    EXPECT_EQ(fresh, ReadFileText(Path("nat.conf.bak")));
+
+    WriteFileText(Path(), "mine");
+    Answer("NAT_PARAM_UDP_TIMEOUT", "0");
+    const char *guest = "192.168.10.50";
+    ASSERT_TRUE(HBLNetCfgAddNATPortFwd(nullptr, 8, true, 8888, guest, 80, "web", false));
+    ASSERT_TRUE(HBLNetCfgAddNATPortFwd(nullptr, 8, false, 6000, guest, 6001, nullptr, false));
+    ASSERT_TRUE(HBLNATUpdateFromConfig(8));
+    EXPECT_EQ(std::string(UP_TO_TIMEOUT) +
+                  "timeout = 0\n[incomingudp]\n6000 = 192.168.10.50:6001\n\n"
+                  "[incomingtcp]\n8888 = 192.168.10.50:80\n\n",
+              ReadFileText(Path()));
+    EXPECT_EQ("mine", ReadFileText(Path("nat.conf.bak")));
+}
+
+TEST_F(NatConfig, ValueThatDoesNotFitTouchesNoFile) {
+    LogCapture log;
+    Answer("NAT_PARAM_UDP_TIMEOUT", "1234567890");
+    EXPECT_FALSE(HBLNATUpdateFromConfig(8));
+    EXPECT_THAT(log.Take(), EndsWith("HBLNATUpdateFromConfig - Failure in looking up value of timeout\n"));
+    Answer("HOSTONLY_SUBNET", "192.168.10");
+    EXPECT_FALSE(HBLNATUpdateFromConfig(8));
+    EXPECT_THAT(log.Take(), EndsWith("HBLNATUpdateFromConfig - Failure in looking up NAT gateway address\n"));
+    EXPECT_FALSE(std::filesystem::exists(cache_.Path("conf/zelan8")));
+}
+
+TEST_F(NatConfig, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
+    ASSERT_TRUE(HBLNATUpdateFromConfig(8));
+    ASSERT_EQ(0, mkfifo(Path("nat.conf.bak").c_str(), 0600));
+    LogCapture log;
+    EXPECT_FALSE(HBLNATUpdateFromConfig(8));
+    EXPECT_EQ("HBLCopyFile - Could not open destination file: " + Path("nat.conf.bak") +
+                  ", error: No such device or address\nHBLNATUpdateFromConfig - Failed to backup NAT file\n",
+              log.Take());
+    std::filesystem::remove(Path("nat.conf.bak"));
+    std::filesystem::remove(Path());
+    ASSERT_EQ(0, mkfifo(Path().c_str(), 0600));
+    EXPECT_FALSE(HBLNATUpdateFromConfig(8));
+    EXPECT_FALSE(std::filesystem::exists(Path(""))) << "removed as newly created";
+    EXPECT_TRUE(HBLNATUpdateFromConfig(8));
+    std::filesystem::remove(Path());
+    std::filesystem::create_directories(Path("nat.conf/mine"));
+    EXPECT_FALSE(HBLNATUpdateFromConfig(8));
+    EXPECT_TRUE(std::filesystem::exists(Path("nat.conf/mine")));
+}
+
+TEST_F(NatConfig, SecondServiceToGoTakesTheNetworksFolder) {
+    using Update = bool (*)(uint32_t);
+    const std::pair<Update, Update> orders[] = {{HBLNATUpdateFromConfig, HBLDHCPUpdateFromConfig},
+                                                {HBLDHCPUpdateFromConfig, HBLNATUpdateFromConfig}};
+    for (const auto &[first, second] : orders) {
+        Answer("NAT", "yes");
+        Answer("DHCP", "yes");
+        ASSERT_TRUE(first(8) && second(8) && second(8));
+        Answer("NAT", "no");
+        Answer("DHCP", "no");
+        EXPECT_TRUE(first(8));
+        EXPECT_TRUE(std::filesystem::exists(cache_.Path("conf/zelan8")));
+        EXPECT_TRUE(second(8));
+        EXPECT_FALSE(std::filesystem::exists(cache_.Path("conf/zelan8")));
+        EXPECT_TRUE(first(8) && second(8)) << "nothing is left to remove";
+    }
+}
+
+}  // namespace
