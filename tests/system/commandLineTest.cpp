@@ -78,6 +78,12 @@ INSTANTIATE_TEST_SUITE_P(
             "",
             "Invalid argument 172.16.0.0 specified for install-host-policy\n" + OneCommandLines()},
         CommandLineCase{
+            "PolicyFlagWrapping64Bits",
+            {"--install-host-policy=172.16.0.0,-18446744073709551615"},
+            1,
+            "",
+            "Invalid argument 172.16.0.0 specified for install-host-policy\n" + OneCommandLines()},
+        CommandLineCase{
             "PolicyFlagEmpty",
             {"--install-host-policy=172.16.0.0,"},
             1,

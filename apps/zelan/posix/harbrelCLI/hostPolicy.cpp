@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 
 #include "apps/zelan/posix/harbrelCLI/names.h"
 #include "apps/zelan/posix/harbrelCLI/report.h"
@@ -70,26 +71,24 @@ int RestartByTheSnapshot(const char *name, bool useDHCP, const HBL_VnetFeatures 
     return result;
 }
 
-// Reconfigures the NAT network for the policy. *goOn tells whether the detection daemon is restarted
-// afterwards.
-int ApplyToNetwork(const char *subnet, bool useDHCP, bool *goOn) {
-    *goOn = false;
+// Reconfigures the NAT network for the policy. The result of the restart, or nothing when it did not come to
+// that, with the reason reported.
+std::optional<int> ApplyToNetwork(const char *subnet, bool useDHCP) {
     const MallocString name = NetworkName(POLICY_VNET);
     HBL_VnetFeatures snapshot = FeatureQuery(POLICY_VNET);
     if (!HBL_GetVnetFeatures(&snapshot)) {
         Report(REPORT_ERROR, "Failed to determine features for network %s", name.get());
-        return 1;
+        return std::nullopt;
     }
     snapshot.runtime.bridge = 0;
     if (StopNetworkServices(name.get(), &snapshot) != 0) {
         Report(REPORT_ERROR, "Failed to stop services for network %s", name.get());
-        return 1;
+        return std::nullopt;
     }
     if (!ConfigureNetwork(name.get(), subnet, useDHCP, snapshot)) {
         RollBack(name.get());
-        return 1;
+        return std::nullopt;
     }
-    *goOn = true;
     Report(REPORT_NORMAL, "Configured host policy network settings on network %s, restarting services",
            name.get());
     return RestartByTheSnapshot(name.get(), useDHCP, snapshot);
@@ -109,6 +108,12 @@ bool StartDetection() {
     }
     Report(REPORT_ERROR, "Failed to start Netdetect service");
     return false;
+}
+
+// It is started also after a stop that failed.
+bool RestartDetection() {
+    const bool stopped = StopDetection();
+    return StartDetection() && stopped;
 }
 
 // The middle of the withdrawal, with the library loaded.
@@ -136,24 +141,20 @@ int InstallHostPolicy(const char *subnet, bool useDHCP) {
     if (!SetLibraryLoaded(true)) {
         return 1;
     }
-    int result = 0;
-    bool goOn = true;
+    std::optional<int> result = 0;
     if (subnet == nullptr) {
         Report(REPORT_VERBOSE, "Skipping NAT policy installation");
     } else {
-        result = ApplyToNetwork(subnet, useDHCP, &goOn);
+        result = ApplyToNetwork(subnet, useDHCP);
     }
-    if (goOn && !StopDetection()) {
-        result = 1;
-    }
-    if (goOn && !StartDetection()) {
+    if (result && !RestartDetection()) {
         result = 1;
     }
     SetLibraryLoaded(false);
     if (result == 0) {
         Report(REPORT_NORMAL, "Restarting services completed");
     }
-    return result;
+    return result.value_or(1);
 }
 
 int UninstallHostPolicy() {

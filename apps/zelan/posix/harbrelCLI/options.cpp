@@ -2,13 +2,13 @@
 
 #include <getopt.h>
 
-#include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <numeric>
 
 #include "apps/zelan/posix/harbrelCLI/report.h"
+#include "lib/string/tokens.h"
 
 namespace {
 
@@ -80,17 +80,6 @@ bool ParsePostinstall(char *argument, Options *options) {
     return true;
 }
 
-// A whole text that strtoul in base 0 takes, and that 32 bits hold.
-std::optional<uint32_t> ParseUint32(const char *text) {
-    char *end = nullptr;
-    errno = 0;
-    const unsigned long value = strtoul(text, &end, 0);
-    if (errno != 0 || end == text || *end != '\0' || value > UINT32_MAX) {
-        return std::nullopt;
-    }
-    return static_cast<uint32_t>(value);
-}
-
 bool ParsePolicy(char *argument, Options *options) {
     if (argument == nullptr) {
         return true;
@@ -100,11 +89,11 @@ bool ParsePolicy(char *argument, Options *options) {
         return false;
     }
     options->policySubnet = argument;
-    const std::optional<uint32_t> dhcp = ParseUint32(dhcpText);
-    if (!dhcp || *dhcp > 1) {
+    uint32_t dhcp = 0;
+    if (!StrToUint(&dhcp, dhcpText) || dhcp > 1) {
         return false;
     }
-    options->policyDhcp = *dhcp;
+    options->policyDhcp = dhcp;
     return true;
 }
 

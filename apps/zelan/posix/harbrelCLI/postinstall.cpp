@@ -67,6 +67,7 @@ int UpgradeExistingSettings() {
     }
     if (!HBL_ExportDatabaseToFile(backup.Path())) {
         Report(REPORT_ERROR, "Failed to export network settings to a backup file");
+        SetLibraryLoaded(false);
         return 1;
     }
     Report(REPORT_NORMAL, "Backed up existing network settings to backup file \"%s\"", backup.Path());

@@ -39,9 +39,11 @@ void Report(int level, const char *format, ...) {
     FILE *stream = level == REPORT_ERROR ? stderr : stdout;
     va_list args;
     va_start(args, format);
+    flockfile(stream);  // keeps the newline with its text when threads report at once
     vfprintf(stream, format, args);
-    va_end(args);
     fputc('\n', stream);
+    funlockfile(stream);
+    va_end(args);
 }
 
 void SetVerbose(bool verbose) {

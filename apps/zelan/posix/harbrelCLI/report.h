@@ -7,8 +7,8 @@ enum ReportLevel : int {
     REPORT_ERROR = 4662,    // stderr
 };
 
-// Prints the formatted text and one newline. Called from the main thread and from the subnet threads, without
-// a lock.
+// Prints the formatted text and one newline. Called from the main thread and from the subnet threads; the
+// stream's own lock keeps each line whole.
 void Report(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 void SetVerbose(bool verbose);

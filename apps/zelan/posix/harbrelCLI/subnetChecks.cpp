@@ -74,8 +74,7 @@ int ProcessRecord(SubnetProbeRecord *record, unsigned slot, const char *name) {
     if (record->unavailable) {
         Report(REPORT_ERROR,
                "Subnet on %s is no longer available for usage, please run the network editor to reconfigure "
-               "different "
-               "subnet",
+               "different subnet",
                name);
         result = 1;
     } else {

@@ -129,24 +129,24 @@ int StopDetection() {
     return 1;
 }
 
+void ReportClosing(int result, const char *verb, const char *participle) {
+    if (result != 0) {
+        Report(REPORT_ERROR, "Failed to %s some/all services", verb);
+    } else {
+        Report(REPORT_NORMAL, "%s all configured services on all networks", participle);
+    }
+}
+
 int CloseStart(int result, SubnetChecks *checks) {
     result |= checks->StartAsVerdictsComeIn();
     result |= StartDetection();
-    if (result != 0) {
-        Report(REPORT_ERROR, "Failed to %s some/all services", "start");
-    } else {
-        Report(REPORT_NORMAL, "%s all configured services on all networks", "Started");
-    }
+    ReportClosing(result, "start", "Started");
     return result;
 }
 
 int CloseStop(int result) {
     result |= StopDetection();
-    if (result != 0) {
-        Report(REPORT_ERROR, "Failed to %s some/all services", "stop");
-    } else {
-        Report(REPORT_NORMAL, "%s all configured services on all networks", "Stopped");
-    }
+    ReportClosing(result, "stop", "Stopped");
     return result;
 }
 
