@@ -44,10 +44,22 @@ void LeaveStartersSession() {
     }
 }
 
+// Removing an interface takes the kernel long and is left for later. The tool asks by name whether it still
+// exists, and must find the name and the addresses given up as soon as the daemon is dead.
+void PutAside(RtSocket *socket, int link) {
+    char name[IFNAMSIZ];
+    snprintf(name, sizeof name, "zelan-x%x", static_cast<unsigned>(link));
+    Link_SetFlags(socket, link, 0, IFF_UP);
+    Link_SetName(socket, link, name);
+}
+
 void RemoveTraces(const CleanUp &cleanUp) {
     RtSocket socket;
     if (!socket.Open()) {
         return;
+    }
+    if (cleanUp.hostInterface != 0) {
+        PutAside(&socket, cleanUp.hostInterface);
     }
     for (int link : cleanUp.links) {
         Link_SetGroup(&socket, link, LINK_GROUP_DEAD);

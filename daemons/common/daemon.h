@@ -16,6 +16,7 @@ struct DaemonContract {
 struct CleanUp {
     int network = -1;          // whose switch it used; -1 for none
     std::vector<int> links;    // indexes of interfaces that it made
+    int hostInterface = 0;     // index of the one that is the host's own on the network, 0 for none
     void (*rest)() = nullptr;  // removes what else there is; null for nothing
 };
 

@@ -143,6 +143,12 @@ int Link_SetGroup(RtSocket *socket, int index, uint32_t group) {
     return socket->Do(&request);
 }
 
+int Link_SetName(RtSocket *socket, int index, const char *name) {
+    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
+    request.PutText(IFLA_IFNAME, name);
+    return socket->Do(&request);
+}
+
 int Link_Delete(RtSocket *socket, int index) {
     RtRequest request = LinkRequest(RTM_DELLINK, 0, index);
     return socket->Do(&request);

@@ -40,6 +40,7 @@ int Link_SetMaster(RtSocket *socket, int index, int master);
 int Link_SetMtu(RtSocket *socket, int index, uint32_t mtu);
 int Link_SetMac(RtSocket *socket, int index, const MacAddress &mac);
 int Link_SetGroup(RtSocket *socket, int index, uint32_t group);
+int Link_SetName(RtSocket *socket, int index, const char *name);  // older kernels: only of one that is down
 int Link_Delete(RtSocket *socket, int index);
 
 // Removes all interfaces of a group in one step.

@@ -80,6 +80,7 @@ bool MakeInterface(const Arguments &arguments, SwitchUse *use, CleanUp *cleanUp)
     }
     // Removing one end of the pair removes both.
     cleanUp->links.push_back(port.portIndex);
+    cleanUp->hostInterface = port.peerIndex;
     return true;
 }
 

@@ -39,6 +39,20 @@ TEST(Netifup, KilledDaemonLeavesNothing) {
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
+// The removal waits for a quiet moment; the tool, which asks by name, must not see the interface meanwhile.
+TEST(Netifup, KilledDaemonsInterfaceLosesItsNameAndIsDownBeforeItIsRemoved) {
+    DaemonStart start = StartNetifup(8);
+    ASSERT_TRUE(start.CameUp()) << start;
+    Must("ip link set zelan8 up");
+    const std::string index = RunShell("printf %x $(cat /sys/class/net/zelan8/ifindex)").output;
+    KillDaemon(start);
+    EXPECT_TRUE(WaitUntil([&] {
+        return RunShell("ip -o link show zelan-x" + index).output.find("state DOWN") != std::string::npos;
+    })) << LeftOver();
+    EXPECT_FALSE(HasLink("zelan8"));
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
 TEST(Netifup, SwitchOutlivesTheDaemonWhileAGuestIsAttached) {
     DaemonStart start = StartNetifup(8);
     ASSERT_TRUE(start.CameUp()) << start;
