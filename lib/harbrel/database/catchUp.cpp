@@ -31,9 +31,11 @@ void Exchange(HBLNetworkConfigurationDB *db, HBLNetworkConfigurationDB *fresh) {
 }  // namespace
 
 NetCfgReadResult NetCfgCatchUp(HBLNetworkConfigurationDB *db, const char *function) {
-    const bool isTracked = db->stream != nullptr && db->fileIdentity.inode != 0;
-    if (!isTracked || NetCfgFileIsAsLastSeen(db) || IsGone(db->path)) {
+    if (NetCfgFileIsAsLastSeen(db)) {
         return NetCfgReadResult::Done;
+    }
+    if (IsGone(db->path)) {
+        return NetCfgReadResult::NoDatabase;
     }
     HBLLog(LOG_INFO, function, "Database file: %s was changed by another process, reading it again",
            db->path);

@@ -19,30 +19,30 @@ namespace {
 constexpr const char *UNLOAD = "HBLNetCfgUnload";
 
 // Makes sure that a rewrite takes no other process's change away: the lock is taken, and what others have
-// written is taken into the cache. False when the file has to be left as it is, which loses nothing, because
+// written is taken into the cache. Failed when the file has to be left as it is, which loses nothing, because
 // every change of this run stands in it. A lock that fails for a reason other than its time does not count:
 // then no other process can hold it either.
-bool PrepareRewrite(HBLNetworkConfigurationDB *db) {
+NetCfgReadResult PrepareRewrite(HBLNetworkConfigurationDB *db) {
     if (db->lockToken == nullptr) {
         int error = 0;
         db->lockToken = FileLock_Lock(db->path, false, HBL_DB_LOCK_WAIT_MSEC, &error);
         if (db->lockToken == nullptr && error == 0) {
             HBLLog(LOG_WRN, UNLOAD, "Database file: %s is in use by another process, not rewriting it",
                    db->path);
-            return false;
+            return NetCfgReadResult::Failed;
         }
     }
-    if (NetCfgCatchUp(db, UNLOAD) == NetCfgReadResult::Failed) {
+    const NetCfgReadResult result = NetCfgCatchUp(db, UNLOAD);
+    if (result == NetCfgReadResult::Failed) {
         HBLLog(LOG_WRN, UNLOAD, "Database file: %s cannot be compared, not rewriting it", db->path);
-        return false;
     }
-    return true;
+    return result;
 }
 
-// Puts the finished temporary file in the place of the database.
-bool PutInPlace(const HBLNetworkConfigurationDB *db, const char *temporary, bool wasAsLastSeen) {
+// Puts the finished temporary file in the place of the database, with which the cache agreed before or not.
+bool PutInPlace(const HBLNetworkConfigurationDB *db, const char *temporary, bool agreed) {
     // A change through the answer calls takes no lock, so the file is looked at once more.
-    if (wasAsLastSeen && !NetCfgFileIsAsLastSeen(db)) {
+    if (agreed && !NetCfgFileIsAsLastSeen(db)) {
         HBLLog(LOG_WRN, UNLOAD, "Database file: %s was changed meanwhile, not rewriting it", db->path);
         return false;
     }
@@ -55,8 +55,7 @@ bool PutInPlace(const HBLNetworkConfigurationDB *db, const char *temporary, bool
     return true;
 }
 
-void Rewrite(HBLNetworkConfigurationDB *db) {
-    const bool wasAsLastSeen = NetCfgFileIsAsLastSeen(db);
+void Rewrite(HBLNetworkConfigurationDB *db, bool agreed) {
     char temporary[sizeof HBL_NETWORKING_DB_TEMPLATE];
     memcpy(temporary, HBL_NETWORKING_DB_TEMPLATE, sizeof temporary);
     const FileDescriptor file(mkostemp(temporary, O_CLOEXEC));
@@ -67,7 +66,7 @@ void Rewrite(HBLNetworkConfigurationDB *db) {
     if (!NetCfgWriteDatabaseFile(db, temporary, false)) {
         HBLLog(LOG_ERR, UNLOAD, "Failed to write to temp database file: %s", temporary);
         Posix_Unlink(temporary);
-    } else if (!PutInPlace(db, temporary, wasAsLastSeen)) {
+    } else if (!PutInPlace(db, temporary, agreed)) {
         Posix_Unlink(temporary);
     }
 }
@@ -108,10 +107,10 @@ bool HBLNetCfgUnload(HBLNetworkConfigurationDB **slot, bool rewrite) {
         HBLLog(LOG_ERR, __func__, "Requested cache is not loaded");
         return true;
     }
-    const bool doRewrite = rewrite && PrepareRewrite(db);
+    const NetCfgReadResult prepared = rewrite ? PrepareRewrite(db) : NetCfgReadResult::Failed;
     CloseStream(db);
-    if (doRewrite) {
-        Rewrite(db);
+    if (prepared != NetCfgReadResult::Failed) {
+        Rewrite(db, prepared == NetCfgReadResult::Done);
     }
     if (db->lockToken != nullptr) {
         NetCfgReleaseLock(db);
