@@ -166,22 +166,18 @@ TEST_F(DatabaseOnHost, ImportWhileLoadedKeepsTheDaemonsFolder) {
     EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x2\nadd_bridge_mapping eth1 2\n", Database());
 }
 
-TEST_F(DatabaseOnHost, ExportOverTheDatabaseItselfHealsAtTheUnload) {
+TEST_F(DatabaseOnHost, DatabaseThatIsGoneOrOverwrittenComesBackAtTheUnload) {
     WriteDatabase("answer HBL_LOGLEVEL 1\n");
     ASSERT_TRUE(HBL_Load());
     EXPECT_TRUE(HBL_ExportDatabaseToFile(DATABASE));
     EXPECT_TRUE(HBL_VnetCfgAddAnswer("A", "1"));
     HBL_Unload();
     EXPECT_EQ("VERSION=1,0\nanswer A 1\nanswer HBL_LOGLEVEL 1\n", Database());
-}
-
-TEST_F(DatabaseOnHost, DeletedDatabaseComesBackAtTheUnload) {
-    WriteDatabase("answer HBL_LOGLEVEL 1\n");
     ASSERT_TRUE(HBL_Load());
     std::filesystem::remove(DATABASE);
     EXPECT_TRUE(HBL_SetDefaultLogLevel(2));
     HBL_Unload();
-    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x2\n", Database());
+    EXPECT_EQ("VERSION=1,0\nanswer A 1\nanswer HBL_LOGLEVEL 0x2\n", Database());
 }
 
 }  // namespace

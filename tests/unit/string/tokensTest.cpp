@@ -55,16 +55,4 @@ TEST(GetNextToken, StopsOnTheDelimiterBehindTheToken) {
     }
 }
 
-TEST(GetNextNumberToken, MovesBehindATokenThatDoesNotConvert) {
-    unsigned index = 0;
-    uint32_t value = 9;
-    EXPECT_FALSE(GetNextUintToken(&value, &index, "x1 -2", " "));
-    EXPECT_EQ(value, 9u);
-    EXPECT_EQ(index, 2u);
-    int32_t signedValue = 0;
-    EXPECT_TRUE(GetNextIntToken(&signedValue, &index, "x1 -2", " "));
-    EXPECT_EQ(signedValue, -2);
-    EXPECT_FALSE(GetNextIntToken(&signedValue, &index, "x1 -2", " "));
-}
-
 }  // namespace

@@ -46,31 +46,6 @@ TEST_F(ReadsTest, AnswersReadByKind) {
     EXPECT_TRUE(HBLNetCfgGetAnswerBool(db, "yes", &isYes) && isYes);
 }
 
-TEST_F(ReadsTest, NullCacheMeansTheDefaultOne) {
-    const char *value = nullptr;
-    EXPECT_FALSE(HBLNetCfgGetAnswerString(nullptr, "K", &value));
-    EXPECT_EQ(log.Take(), "HBLNetCfgGetAnswerString - Database cache is not loaded\n");
-    EXPECT_FALSE(HBLNetCfgSetAnswerBool(nullptr, "K", false));
-    LoadRecords("");
-    *HBLNetCfgDefaultSlot() = db;
-    EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "K", "v"));
-    EXPECT_TRUE(HBLNetCfgGetAnswerString(nullptr, "K", &value));
-    EXPECT_STREQ(value, "v");
-    *HBLNetCfgDefaultSlot() = nullptr;
-}
-
-TEST_F(ReadsTest, DHCPMappingFitsWithItsTerminatorOnly) {
-    LoadRecords("add_dhcp_mac_to_ip 1 02:00:00:11:22:33 10.0.0.1\n");
-    char ip[16] = "untouched";
-    EXPECT_FALSE(HBLNetCfgLookupDHCPMACToIP(db, 1, "02:00:00:11:22:33", ip, 8));
-    EXPECT_FALSE(HBLNetCfgLookupDHCPMACToIP(db, 1, "02:00:00:11:22:34", ip, 9));
-    EXPECT_STREQ(ip, "untouched");
-    EXPECT_EQ(log.Take(),
-              "HBLNetCfgLookupDHCPMACToIP - Insufficient buffer size: 8 for IP address: 10.0.0.1\n");
-    EXPECT_TRUE(HBLNetCfgLookupDHCPMACToIP(db, 1, "02:00:00:11:22:33", ip, 9));
-    EXPECT_STREQ(ip, "10.0.0.1");
-}
-
 TEST_F(ReadsTest, DHCPEnumerationFollowsTheTableAndEndsInAnEmptyOne) {
     uint32_t index = 0;
     char mac[18];

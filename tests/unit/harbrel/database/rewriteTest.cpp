@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -54,13 +53,6 @@ TEST_F(DatabaseRewrite, RecordsStandInTheirOrderAndBinDirIsDropped) {
         "NetCfgWriteDatabaseFile - Records of type: 5, count 2 written to database file\n"
         "NetCfgWriteDatabaseFile - Records of type: 7, count 3 written to database file\n",
         log.Take());
-}
-
-TEST_F(DatabaseRewrite, EmptyCacheIsAVersionLineAlone) {
-    HBLLogSetMask(LOG_ERR | LOG_INFO);
-    EXPECT_TRUE(NetCfgWriteDatabaseFile(db, copy.c_str(), true));
-    EXPECT_EQ("BACKUP_VERSION=1,0\n", ReadFileText(copy));
-    EXPECT_EQ("", log.Take());
 }
 
 TEST_F(DatabaseRewrite, FullDiskAtAnyPointLeavesNoFile) {

@@ -65,13 +65,6 @@ TEST_F(TwoProcesses, TextsHandedOutStayGood) {
     EXPECT_EQ("2", Answer(mine, "OLD"));
 }
 
-TEST_F(TwoProcesses, CacheAloneReadsNothingAgain) {
-    HBLLogSetMask(HBL_MAX_LOG_MASK);
-    EXPECT_TRUE(Change(mine, "A", "1"));
-    EXPECT_TRUE(Change(mine, "A", "2"));
-    EXPECT_EQ(std::string::npos, log.Take().find("another process"));
-}
-
 TEST_F(TwoProcesses, FileThatIsGoneOrNoDatabaseLeavesTheCacheAsItIs) {
     unlink(path.c_str());
     EXPECT_TRUE(Change(mine, "A", "1"));
