@@ -359,18 +359,6 @@ bool HashTable_ReplaceOrInsert(HashTable *table, const void *key, void *value) {
     return true;
 }
 
-bool HashTable_ReplaceIfEqual(HashTable *table, const void *key, void *oldValue, void *newValue) {
-    Entry *present = Find(table, key);
-    if (present == nullptr) {
-        return false;
-    }
-    const bool swapped = std::atomic_ref(present->value)
-                             .compare_exchange_strong(oldValue, newValue, std::memory_order_acq_rel,
-                                                      std::memory_order_acquire);
-    AtomicFence_AfterReadModifyWrite();
-    return swapped;
-}
-
 bool HashTable_Lookup(const HashTable *table, const void *key, void **value) {
     Entry *present = Find(table, key);
     if (present == nullptr) {

@@ -40,10 +40,7 @@ bool HashTable_Insert(HashTable *table, const void *key,
                       void *value);  // false, nothing changed, when the key exists
 void *HashTable_LookupOrInsert(HashTable *table, const void *key, void *value);
 bool HashTable_ReplaceOrInsert(HashTable *table, const void *key, void *value);  // true when it replaced
-// Swaps the value only if it is still `oldValue`; for atomic tables. True when it did. freeEntryFn is not
-// called.
-bool HashTable_ReplaceIfEqual(HashTable *table, const void *key, void *oldValue, void *newValue);
-bool HashTable_Lookup(const HashTable *table, const void *key, void **value);  // value may be null
+bool HashTable_Lookup(const HashTable *table, const void *key, void **value);    // value may be null
 bool HashTable_Delete(HashTable *table, const void *key);
 size_t HashTable_GetNumElements(const HashTable *table);
 // The values in a new array from malloc; an empty table gives size 0 and a null array.
