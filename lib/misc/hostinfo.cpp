@@ -87,7 +87,7 @@ uint32_t Hostinfo_HashHostName(std::string_view hostName) {
 }
 
 void Hostinfo_MachineID(uint32_t *hostNameHash, uint64_t *hardwareID) {
-    static const MachineIdentity identity = ObtainIdentity("Hostinfo_MachineID");
+    static const MachineIdentity identity = ObtainIdentity(__func__);
     *hostNameHash = identity.hostNameHash;
     *hardwareID = identity.hardwareID;
 }
