@@ -17,7 +17,7 @@ constexpr size_t BACKTRACE_LINE_SIZE = 255;
 enum SavedRegister : int { RBX = 3, RBP = 6, R12 = 12, R13 = 13, R14 = 14, R15 = 15 };
 
 struct StackWalk {
-    uintptr_t base;  // frames below this address belong to the backtrace itself
+    uintptr_t base;  // frames up to this address belong to the backtrace itself
     unsigned counter;
 };
 
@@ -30,8 +30,10 @@ unsigned long RegisterValue([[maybe_unused]] _Unwind_Context *context,
 #endif
 }
 
+// The unwinder tells a frame by the end of the one that it calls, so the backtrace's own frame may be told by
+// the very address of its lowest variable.
 bool IsOwnFrame(_Unwind_Context *context, const StackWalk &walk) {
-    return _Unwind_GetCFA(context) < walk.base;
+    return _Unwind_GetCFA(context) <= walk.base;
 }
 
 _Unwind_Reason_Code LogFrame(_Unwind_Context *context, void *data) {
