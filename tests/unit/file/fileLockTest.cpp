@@ -1,45 +1,34 @@
 #include "lib/file/fileLock.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include "lib/file/fileLockInternal.h"
 #include "tests/support/command.h"
+#include "tests/support/tempFolder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using testing::StartsWith;
+
+constexpr char MEMBER_NAME[] = "M[0-9]{5}\\.lck";
 
 // A directory of its own with the path to be locked in it, which need not exist.
 class FileLock : public testing::Test {
   protected:
-    void SetUp() override {
-        char folder[] = "/tmp/fileLock.XXXXXX";
-        ASSERT_NE(mkdtemp(folder), nullptr);
-        folder_ = folder;
-        path_ = folder_ + "/database";
-        lockDir_ = path_ + ".lck";
-    }
-    void TearDown() override {
-        fs::permissions(folder_, fs::perms::owner_all);
-        fs::remove_all(folder_);
-    }
-
     FileLockToken *Lock(bool readOnly, uint32_t limit, int expectedError = 0) {
         int error = -1;
         FileLockToken *token = FileLock_Lock(path_.c_str(), readOnly, limit, &error);
@@ -51,7 +40,7 @@ class FileLock : public testing::Test {
     void Put(const std::string &name, std::string content, size_t size = FILE_LOCK_MEMBER_SIZE) {
         fs::create_directory(lockDir_);
         content.resize(size);
-        std::ofstream(lockDir_ + "/" + name) << content;
+        WriteFileText(lockDir_ + "/" + name, content);
     }
     std::vector<std::string> Names() const {
         std::vector<std::string> names;
@@ -60,64 +49,59 @@ class FileLock : public testing::Test {
         }
         return names;
     }
+    bool BecomesMembers(size_t count) const {
+        return WaitUntil([&] {
+            return fs::exists(lockDir_) && Names().size() == count &&
+                   testing::Value(Names(), testing::Each(MatchesRegex(MEMBER_NAME)));
+        });
+    }
     std::string Record(pid_t pid, unsigned ticket, const std::string &rest) const {
         return std::string(FileLockGetMachineID()) + " " + std::to_string(pid) + " " +
                std::to_string(ticket) + " " + rest;
     }
 
-    std::string folder_;
-    std::string path_;
-    std::string lockDir_;
+    TempFolder folder_;
+    const std::string path_ = folder_ / "database";
+    const std::string lockDir_ = path_ + ".lck";
 };
 
-pid_t DeadPid() {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(0);
-    }
-    waitpid(child, nullptr, 0);
-    return child;
+// A waiter that is in nobody's way.
+FileLockValues OwnValues() {
+    FileLockValues own{};
+    own.machineID = own.executionID = own.locationChecksum = "own";
+    own.lockType = FILE_LOCK_EXCLUSIVE;
+    own.memberName = "M50000.lck";
+    own.lamportNumber = 7;
+    return own;
 }
 
-// Runs in a child process; true when it ended with true.
-bool TrueInChild(const std::function<bool()> &body) {
+pid_t StartChild(const std::function<bool()> &body) {
     const pid_t child = fork();
     if (child == 0) {
         _exit(body() ? 0 : 1);
     }
-    int status = -1;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return child;
 }
 
-std::string ReadFile(const std::string &path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
+bool EndsWell(pid_t child) {
+    int status = -1;
+    return waitpid(child, &status, 0) == child && status == 0;
 }
 
 }  // namespace
 
-TEST_F(FileLock, LeavesNothingBehind) {
+TEST_F(FileLock, WritesARecordOf512BytesAndLeavesNothingBehind) {
     FileLockToken *token = Lock(false, 0);
-    ASSERT_NE(token, nullptr);
-    struct stat status;
-    ASSERT_EQ(stat(lockDir_.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777u, 0777u);
+    ASSERT_THAT(Names(), ElementsAre(MatchesRegex(MEMBER_NAME)));
+    const std::string record = ReadFileText(lockDir_ + "/" + Names()[0]);
+    std::string expected = Record(getpid(), 1,
+                                  "X " + std::to_string(FileLockProcessCreationTime(getpid())) +
+                                      " lc=" + FileLockLocationChecksum(lockDir_.c_str()));
+    expected.resize(FILE_LOCK_MEMBER_SIZE);
+    EXPECT_EQ(record, expected);
+    EXPECT_EQ(fs::status(lockDir_).permissions(), fs::perms::all) << "whatever the umask";
     Unlock(token);
-    EXPECT_TRUE(fs::is_empty(folder_));
-}
-
-TEST_F(FileLock, WritesARecordOf512Bytes) {
-    FileLockToken *token = Lock(false, 0);
-    ASSERT_THAT(Names(), ElementsAre(testing::MatchesRegex("M[0-9]{5}\\.lck")));
-    const std::string record = ReadFile(lockDir_ + "/" + Names()[0]);
-    EXPECT_EQ(record.size(), FILE_LOCK_MEMBER_SIZE);
-    const std::string text = record.c_str();
-    EXPECT_EQ(text, Record(getpid(), 1,
-                           "X " + std::to_string(FileLockProcessCreationTime(getpid())) +
-                               " lc=" + FileLockLocationChecksum(lockDir_.c_str())));
-    EXPECT_EQ(record.find_first_not_of('\0', text.size()), std::string::npos);
-    Unlock(token);
+    EXPECT_TRUE(fs::is_empty(folder_.Path()));
 }
 
 TEST_F(FileLock, SharedLocksGoTogetherAndExclusiveOnesAlone) {
@@ -138,9 +122,9 @@ TEST_F(FileLock, SharedLocksGoTogetherAndExclusiveOnesAlone) {
 
 TEST_F(FileLock, SpellingsOfOnePathMeet) {
     FileLockToken *token = Lock(false, 0);
-    fs::create_directory(folder_ + "/sub");
+    fs::create_directory(folder_ / "sub");
     const fs::path former = fs::current_path();
-    fs::current_path(folder_);
+    fs::current_path(folder_.Path());
     for (const char *spelling : {"database", "./database", "sub/../database"}) {
         int error = -1;
         EXPECT_EQ(FileLock_Lock(spelling, false, 0, &error), nullptr) << spelling;
@@ -156,7 +140,7 @@ TEST_F(FileLock, FailuresOfThePathAreReported) {
         std::string path;
         int error;
     } cases[] = {
-        {"", EINVAL}, {"missing/x", EINVAL}, {folder_ + "/missing/x", ENOENT}, {"/dev/null/x", ENOTDIR}};
+        {"", EINVAL}, {"missing/x", EINVAL}, {folder_ / "missing/x", ENOENT}, {"/dev/null/x", ENOTDIR}};
     for (const auto &c : cases) {
         int error = -1;
         EXPECT_EQ(FileLock_Lock(c.path.c_str(), false, 0, &error), nullptr) << c.path;
@@ -168,7 +152,8 @@ TEST_F(FileLock, FailuresOfThePathAreReported) {
 }
 
 TEST_F(FileLock, ScanDeletesWhatIsBrokenOrDead) {
-    const std::string moved = Record(getpid(), 5, "X [ lc=1");
+    const pid_t dead = StartChild([] { return true; });
+    ASSERT_TRUE(EndsWell(dead));
     const struct {
         const char *name;
         std::string content;
@@ -181,16 +166,12 @@ TEST_F(FileLock, ScanDeletesWhatIsBrokenOrDead) {
         {"M00001.lck", Record(getpid(), 5, "X"), 511},
         {"M00002.lck", Record(getpid(), 5, "X"), 513},
         {"M00003.lck", "", 0},
-        {"M00004.lck", "", 512},
-        {"M00005.lck", Record(getpid(), 5, "Y"), 512},
         {"M00006.lck", "id 12 X", 512},
-        {"M00007.lck", "id 12 seven X", 512},
-        {"M00008.lck", Record(getpid(), 5, "X [ lc"), 512},
         {"M00009.lck", std::string(512, 'x'), 512},
-        {"M00010.lck", Record(DeadPid(), 5, "X"), 512},
-        {"M00011.lck", Record(DeadPid(), 5, "S 1 lc=2"), 512},
+        {"M00010.lck", Record(dead, 5, "X"), 512},
+        {"M00011.lck", Record(dead, 5, "S 1 lc=2"), 512},
         {"M00012.lck", Record(getpid(), 5, "X pc=1"), 512},
-        {"M00013.lck", moved, 512},
+        {"M00013.lck", Record(getpid(), 5, "X [ lc=1"), 512},
     };
     for (const auto &c : cases) {
         Put(c.name, c.content, c.size);
@@ -198,7 +179,8 @@ TEST_F(FileLock, ScanDeletesWhatIsBrokenOrDead) {
         ASSERT_NE(token, nullptr) << c.name;
         ASSERT_EQ(Names().size(), 1u) << c.name;
         // Gone before the numbers were compared: the ticket is the first.
-        EXPECT_THAT(ReadFile(lockDir_ + "/" + Names()[0]), StartsWith(Record(getpid(), 1, "X"))) << c.name;
+        EXPECT_THAT(ReadFileText(lockDir_ + "/" + Names()[0]), StartsWith(Record(getpid(), 1, "X")))
+            << c.name;
         Unlock(token);
     }
     fs::create_directory(lockDir_);
@@ -224,7 +206,7 @@ TEST_F(FileLock, LivingMembersAreRespected) {
         EXPECT_EQ(token != nullptr, c.granted) << c.record;
         if (token != nullptr) {
             const std::string own = Names()[0] == "M00001.lck" ? Names()[1] : Names()[0];
-            EXPECT_THAT(ReadFile(lockDir_ + "/" + own), StartsWith(Record(getpid(), 6, "S"))) << c.record;
+            EXPECT_THAT(ReadFileText(lockDir_ + "/" + own), StartsWith(Record(getpid(), 6, "S"))) << c.record;
             Unlock(token);
         }
         EXPECT_THAT(Names(), ElementsAre("M00001.lck")) << c.record;
@@ -232,13 +214,6 @@ TEST_F(FileLock, LivingMembersAreRespected) {
 }
 
 TEST_F(FileLock, TicketsThenNamesDecideWhoIsAhead) {
-    FileLockValues own{};
-    own.machineID = own.executionID = "own";
-    own.lockType = FILE_LOCK_EXCLUSIVE;
-    own.memberName = "M50000.lck";
-    own.lamportNumber = 7;
-    FileLockValues member = own;
-    member.machineID = "otherMachine";
     const struct {
         uint32_t ticket;
         const char *name;
@@ -252,9 +227,11 @@ TEST_F(FileLock, TicketsThenNamesDecideWhoIsAhead) {
         {6, "M40000.lck", "S", "S", 0},
     };
     for (const auto &c : cases) {
+        FileLockValues own = OwnValues();
+        own.lockType = c.ownType;
+        FileLockValues member = own;
         member.lamportNumber = c.ticket;
         member.memberName = c.name;
-        own.lockType = c.ownType;
         member.lockType = c.type;
         EXPECT_EQ(WaitForPossession(lockDir_.c_str(), c.name, &member, &own), c.result)
             << c.ticket << c.name << c.ownType << c.type;
@@ -263,11 +240,7 @@ TEST_F(FileLock, TicketsThenNamesDecideWhoIsAhead) {
 
 TEST_F(FileLock, WaitCountsItsPausesAndRunsOutBehindTheLimit) {
     Put("M00001.lck", "otherMachine 1 5 X");
-    FileLockValues own{};
-    own.machineID = own.executionID = "own";
-    own.lockType = FILE_LOCK_EXCLUSIVE;
-    own.memberName = "M50000.lck";
-    own.lamportNumber = 6;
+    FileLockValues own = OwnValues();
     own.waitTime = 1000;  // slept for members before this one
     own.msecMaxWaitTime = 1200;
     EXPECT_EQ(ScanDirectory(lockDir_.c_str(), WaitForPossession, &own, true), EAGAIN);
@@ -275,9 +248,9 @@ TEST_F(FileLock, WaitCountsItsPausesAndRunsOutBehindTheLimit) {
 }
 
 TEST_F(FileLock, ObjectsInPlaceOfTheLockDirectory) {
-    std::ofstream(lockDir_) << "old style";
+    WriteFileText(lockDir_, "old style");
     EXPECT_EQ(Lock(false, FILE_LOCK_INFINITE_WAIT), nullptr);
-    EXPECT_EQ(ReadFile(lockDir_), "old style");
+    EXPECT_EQ(ReadFileText(lockDir_), "old style");
     fs::remove(lockDir_);
 
     ASSERT_EQ(mkfifo(lockDir_.c_str(), 0600), 0);
@@ -288,8 +261,8 @@ TEST_F(FileLock, ObjectsInPlaceOfTheLockDirectory) {
 }
 
 TEST_F(FileLock, ReadOnlyPlaceGrantsSharedLocksWithNothingOnDisk) {
-    fs::permissions(folder_, static_cast<fs::perms>(0555));
-    EXPECT_TRUE(TrueInChild([this] {
+    fs::permissions(folder_.Path(), static_cast<fs::perms>(0555));
+    EXPECT_TRUE(EndsWell(StartChild([this] {
         if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) {
             return false;
         }
@@ -298,7 +271,7 @@ TEST_F(FileLock, ReadOnlyPlaceGrantsSharedLocksWithNothingOnDisk) {
         return first != nullptr && second != nullptr && !fs::exists(lockDir_) &&
                FileLock_Unlock(path_.c_str(), first) == 0 && FileLock_Unlock(path_.c_str(), second) == 0 &&
                Lock(false, 0, EACCES) == nullptr && !HasFailure();
-    }));
+    })));
 }
 
 TEST_F(FileLock, StuckDoorwayIsClearedAfterEightSeconds) {
@@ -320,31 +293,11 @@ TEST_F(FileLock, StuckDoorwayIsClearedAfterEightSeconds) {
     EXPECT_THAT(Names(), IsEmpty());
 }
 
-TEST_F(FileLock, WaiterTakesANameUsedAnewForTheEndOfItsFormerOwner) {
-    Put("M00001.lck", "otherMachine 1 5 X");
-    std::thread replacer([this] {
-        EXPECT_TRUE(WaitUntil([this] {
-            const std::vector<std::string> names = Names();
-            return names.size() == 2 && names[0][0] == 'M' && names[1][0] == 'M';
-        }));
-        Put("E00001.lck", "otherMachine 2 7 X");
-        fs::rename(lockDir_ + "/E00001.lck", lockDir_ + "/M00001.lck");
-    });
-    FileLockToken *token = Lock(false, 2000);
-    replacer.join();
-    ASSERT_NE(token, nullptr);
-    Unlock(token);
-    EXPECT_THAT(Names(), ElementsAre("M00001.lck"));
-}
-
 // The doorway is old enough to be cleared in the first turn; the members are judged in the next one.
 TEST_F(FileLock, MembersAreJudgedOnlyBehindAnEmptyDoorway) {
     fs::create_directories(lockDir_ + "/D00007.lck");
     Put("M00001.lck", "otherMachine 1 5 X");
-    FileLockValues own{};
-    own.machineID = own.executionID = own.locationChecksum = "own";
-    own.lockType = FILE_LOCK_EXCLUSIVE;
-    own.memberName = "M50000.lck";
+    FileLockValues own = OwnValues();
     own.activeList = {{8200, false, "D00007.lck"}};
     const FileLockScanner judgeBehindDoorway = [](const char *lockDir, const char *,
                                                   const FileLockValues *member, FileLockValues *values) {
@@ -356,39 +309,30 @@ TEST_F(FileLock, MembersAreJudgedOnlyBehindAnEmptyDoorway) {
     EXPECT_EQ(own.lamportNumber, 5u);
 }
 
-TEST_F(FileLock, WaiterHoldsBackWhileSomebodyStandsInTheDoorway) {
-    const std::string doorway = lockDir_ + "/D00007.lck";
-    fs::create_directories(doorway);
-    std::atomic<bool> held = false;
-    std::thread waiter([&] {
-        FileLockToken *token = Lock(false, FILE_LOCK_INFINITE_WAIT);
-        held = true;
-        Unlock(token);
+TEST_F(FileLock, WaiterTakesANameUsedAnewForTheEndOfItsFormerOwner) {
+    Put("M00001.lck", "otherMachine 1 5 X");
+    std::thread replacer([this] {
+        EXPECT_TRUE(BecomesMembers(2));
+        Put("E00001.lck", "otherMachine 2 7 X");
+        fs::rename(lockDir_ + "/E00001.lck", lockDir_ + "/M00001.lck");
     });
-    EXPECT_TRUE(WaitUntil([this] { return Names().size() == 2 && Names()[0][0] != Names()[1][0]; }));
-    EXPECT_FALSE(held);
-    fs::remove(doorway);
-    waiter.join();
-    EXPECT_TRUE(held);
-    EXPECT_FALSE(fs::exists(lockDir_));
+    FileLockToken *token = Lock(false, 2000);
+    replacer.join();
+    ASSERT_NE(token, nullptr);
+    Unlock(token);
+    EXPECT_THAT(Names(), ElementsAre("M00001.lck"));
 }
 
 TEST_F(FileLock, WaiterClearsAHolderThatDies) {
-    const pid_t holder = fork();
-    if (holder == 0) {
+    const pid_t holder = StartChild([this] {
         Lock(false, 0);
-        pause();
-        _exit(0);
-    }
-    ASSERT_TRUE(
-        WaitUntil([this] { return fs::exists(lockDir_) && !Names().empty() && Names()[0][0] == 'M'; }));
+        return pause() == 0;
+    });
+    ASSERT_TRUE(BecomesMembers(1));
     std::thread killer([this, holder] {
-        EXPECT_TRUE(WaitUntil([this] {
-            const std::vector<std::string> names = Names();
-            return names.size() == 2 && names[0][0] == 'M' && names[1][0] == 'M';
-        }));
+        EXPECT_TRUE(BecomesMembers(2));
         kill(holder, SIGKILL);
-        waitpid(holder, nullptr, 0);
+        EXPECT_FALSE(EndsWell(holder));
     });
     Unlock(Lock(false, FILE_LOCK_INFINITE_WAIT));
     killer.join();
@@ -398,14 +342,14 @@ TEST_F(FileLock, WaiterClearsAHolderThatDies) {
 // Each round changes a number in a file in two steps; every lost update shows in the sum.
 TEST_F(FileLock, ProcessesAndThreadsExcludeEachOther) {
     constexpr int ROUNDS = 4;
-    const std::string counter = folder_ + "/counter";
-    std::ofstream(counter) << 0;
+    const std::string counter = folder_ / "counter";
+    WriteFileText(counter, "0");
     const auto rounds = [&] {
         for (int i = 0; i < ROUNDS; i++) {
             FileLockToken *token = Lock(false, FILE_LOCK_INFINITE_WAIT);
-            const int value = std::stoi(ReadFile(counter));
+            const int value = std::stoi(ReadFileText(counter));
             sched_yield();
-            std::ofstream(counter) << value + 1;
+            WriteFileText(counter, std::to_string(value + 1));
             Unlock(token);
         }
     };
@@ -415,14 +359,9 @@ TEST_F(FileLock, ProcessesAndThreadsExcludeEachOther) {
         other.join();
         return !HasFailure();
     };
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(twoThreads() ? 0 : 1);
-    }
+    const pid_t child = StartChild(twoThreads);
     twoThreads();
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(ReadFile(counter), std::to_string(4 * ROUNDS));
+    EXPECT_TRUE(EndsWell(child));
+    EXPECT_EQ(ReadFileText(counter), std::to_string(4 * ROUNDS));
     EXPECT_FALSE(fs::exists(lockDir_));
 }

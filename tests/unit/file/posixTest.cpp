@@ -11,22 +11,14 @@
 #include <string>
 
 #include "lib/misc/owners.h"
+#include "tests/support/tempFolder.h"
 
 namespace {
 
-class PosixWrappers : public testing::Test {
-  protected:
-    void SetUp() override { ASSERT_NE(mkdtemp(folder_), nullptr); }
-    void TearDown() override { EXPECT_EQ(rmdir(folder_), 0); }
-    std::string In(const char *name) const { return std::string(folder_) + "/" + name; }
-
-    char folder_[64] = "/tmp/posixTest.XXXXXX";
-};
-
-TEST_F(PosixWrappers, RefuseAPathThatDoesNotConvert) {
-    const std::string bad = In("caf\xE9");
+TEST(PosixWrappers, RefuseAPathThatDoesNotConvert) {
+    const std::string bad = "/tmp/caf\xE9";
     const char *path = bad.c_str();
-    const std::string good = In("good");
+    const char good[] = "/tmp/absent";
     struct stat status;
     char program[] = "true";
     std::string badArgument = "\xE9";
@@ -38,8 +30,8 @@ TEST_F(PosixWrappers, RefuseAPathThatDoesNotConvert) {
         {"unlink", [&] { return Posix_Unlink(path) == -1; }},
         {"fopen", [&] { return Posix_Fopen(path, "w") == nullptr; }},
         {"open", [&] { return Posix_Open(path, O_CREAT | O_RDWR, 0600) == -1; }},
-        {"rename from", [&] { return Posix_Rename(path, good.c_str()) == -1; }},
-        {"rename to", [&] { return Posix_Rename(good.c_str(), path) == -1; }},
+        {"rename from", [&] { return Posix_Rename(path, good) == -1; }},
+        {"rename to", [&] { return Posix_Rename(good, path) == -1; }},
         {"stat", [&] { return Posix_Stat(path, &status) == -1; }},
         {"lstat", [&] { return Posix_Lstat(path, &status) == -1; }},
         {"opendir", [&] { return Posix_Opendir(path) == nullptr; }},
@@ -61,8 +53,9 @@ TEST_F(PosixWrappers, RefuseAPathThatDoesNotConvert) {
     }
 }
 
-TEST_F(PosixWrappers, PassResultAndErrnoOfTheCall) {
-    const std::string path = In("caf\xC3\xA9");
+TEST(PosixWrappers, PassResultAndErrnoOfTheCall) {
+    const TempFolder folder;
+    const std::string path = folder / "caf\xC3\xA9";
     errno = 0;
     EXPECT_EQ(Posix_Access(path.c_str(), F_OK), -1);
     EXPECT_EQ(errno, ENOENT);
@@ -73,14 +66,13 @@ TEST_F(PosixWrappers, PassResultAndErrnoOfTheCall) {
     ASSERT_EQ(Posix_Stat(path.c_str(), &status), 0);
     EXPECT_EQ(errno, 77) << "a call that succeeds leaves errno alone";
     EXPECT_EQ(status.st_mode & 0777 & ~0640u, 0u);
-    const std::string moved = In("moved");
+    const std::string moved = folder / "moved";
     EXPECT_EQ(Posix_Rename(path.c_str(), moved.c_str()), 0);
-    const MallocString real(Posix_Realpath((In(".") + "/moved").c_str(), nullptr));
+    const MallocString real(Posix_Realpath((folder / "./moved").c_str(), nullptr));
     EXPECT_STREQ(real.get(), moved.c_str());
     char resolved[PATH_MAX];
     EXPECT_EQ(Posix_Realpath(moved.c_str(), resolved), resolved);
     EXPECT_EQ(resolved, moved);
-    EXPECT_EQ(Posix_Unlink(moved.c_str()), 0);
 }
 
 TEST(PosixGetenv, KeepsAnOldValueThroughOneChange) {

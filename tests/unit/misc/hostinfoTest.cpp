@@ -4,13 +4,8 @@
 #include <unistd.h>
 
 TEST(Hostinfo, HashTakesBytesAsUnsigned) {
-    const struct {
-        const char *name;
-        uint32_t hash;
-    } cases[] = {{"", 5381u}, {"a", 177670u}, {"host", 2090335843u}, {"\xC3\xA9", 5866513u}};
-    for (const auto &c : cases) {
-        EXPECT_EQ(Hostinfo_HashHostName(c.name), c.hash) << c.name;
-    }
+    EXPECT_EQ(Hostinfo_HashHostName("host"), 2090335843u);
+    EXPECT_EQ(Hostinfo_HashHostName("\xC3\xA9"), 5866513u);
 }
 
 TEST(Hostinfo, MachineIDKnowsTheHostNameAndAnAddressOfSixBytes) {

@@ -1,5 +1,6 @@
 #include "lib/unicode/codeset.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -38,19 +39,11 @@ TEST_P(CodeSetLayer, ConvertsThereAndBack) {
         std::string utf8;
         std::string bytes;
     } cases[] = {
-        {"UTF-8", text, text},
         {"UTF-16LE", text, "a\0\xE9\0\xAC\x20\x3D\xD8\0\xDE"s},
         {"UTF-16BE", text, "\0a\0\xE9\x20\xAC\xD8\x3D\xDE\0"s},
-        {"UTF-16", "a",
-         "\xFF\xFE"
-         "a\0"s},
+        {"UTF-16", "z", "\xFF\xFEz\0"s},
         {"UTF-32BE", "\xF0\x9F\x98\x80", "\0\x01\xF6\0"s},
-        {"US-ASCII", "abc", "abc"},
-        {"ISO-8859-1", "\xC3\xA9", "\xE9"},
         {"ISO-8859-15", "\xE2\x82\xAC", "\xA4"},
-        {"windows-1252", "\xE2\x82\xAC", "\x80"},
-        {"KOI8-R", "\xD0\x96", "\xF6"},
-        {"Shift_JIS", "\xE3\x81\x82", "\x82\xA0"},
         {"ISO-2022-JP", "\xE3\x81\x82", "\x1B$B$\"\x1B(B"},
         {"GB18030", "\xF0\x9F\x98\x80", "\x94\x39\xFC\x36"},
     };
@@ -64,11 +57,8 @@ TEST_P(CodeSetLayer, ConvertsThereAndBack) {
 }
 
 TEST_P(CodeSetLayer, TakesTheByteOrderFromTheMark) {
-    for (const std::string &bytes : {"\xFE\xFF\0a"s,
-                                     "\xFF\xFE"
-                                     "a\0"s,
-                                     "\0a"s}) {
-        EXPECT_EQ(Convert(STRING_ENCODING_UTF16_XE, bytes, STRING_ENCODING_UTF8, CODESET_STOP), "a");
+    for (const std::string &bytes : {"\xFE\xFF\0z"s, "\xFF\xFEz\0"s, "\0z"s}) {
+        EXPECT_EQ(Convert(STRING_ENCODING_UTF16_XE, bytes, STRING_ENCODING_UTF8, CODESET_STOP), "z");
     }
 }
 
@@ -105,10 +95,9 @@ TEST_P(CodeSetLayer, StopsSubstitutesOrSkipsByMode) {
     const std::string euro = "a\xE2\x82\xACz";
     EXPECT_EQ(Convert(STRING_ENCODING_UTF8, euro, latin1, CODESET_STOP), "failed");
     EXPECT_EQ(Convert(STRING_ENCODING_UTF8, euro, latin1, CODESET_SKIP), "az");
-    const std::string substituted = Convert(STRING_ENCODING_UTF8, euro, latin1, CODESET_SUBSTITUTE);
-    EXPECT_EQ(substituted.size(), 3u) << "one byte of the target's own choice";
-    EXPECT_EQ(substituted.front(), 'a');
-    EXPECT_EQ(substituted.back(), 'z');
+    EXPECT_THAT(Convert(STRING_ENCODING_UTF8, euro, latin1, CODESET_SUBSTITUTE),
+                testing::ElementsAre('a', testing::_, 'z'))
+        << "one byte of the target's own choice";
 }
 
 TEST_P(CodeSetLayer, GrowsItsOutputPastAnyBuffer) {

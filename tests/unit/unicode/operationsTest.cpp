@@ -58,17 +58,12 @@ TEST(UnicodeCompareRange, OrdersByCodePoint) {
         {"a", "", 1, 1},
         {"a", "ab", -1, -1},
         {"B", "a", -1, 1},
-        {"Stra\xC3\x9F"
-         "e",
-         "STRA\xE1\xBA\x9E"
-         "E",
-         1, 0},
-        {"\xCE\xA3", "\xCF\x82", -1, 0},  // capital and final sigma
+        {"s\xC3\x9F", "S\xE1\xBA\x9E", 1, 0},  // small and capital sharp s
+        {"\xCE\xA3", "\xCF\x82", -1, 0},       // capital and final sigma
         // U+FFE6 lies above the surrogates and below U+10000.
         {"\xEF\xBF\xA6", "\xF0\x90\x80\x80", -1, -1},
         {"\xF0\x90\x80\x81", "\xF0\x90\x80\x80", 1, 1},
         {"\xF0\x90\x80\x80", "z", 1, 1},
-        {"\xFF", "a", -1, -1},
         {"a", "\xFF", -1, -1},
     };
     for (const auto &row : cases) {
