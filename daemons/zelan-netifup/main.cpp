@@ -2,7 +2,12 @@
 //
 // Keeps the host's own interface on network N in being: a veth pair whose one end carries the adapter's name
 // and whose other end is a port of the network's switch. The tool gives the adapter its addresses. The pair
-// exists for as long as this daemon lives.
+// exists for as long as this daemon lives, and this daemon for as long as the pair exists.
+#include <arpa/inet.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -84,6 +89,29 @@ bool MakeInterface(const Arguments &arguments, SwitchUse *use, CleanUp *cleanUp)
     return true;
 }
 
+// Returns when somebody has removed the pair: without an interface there is nothing to keep, and a daemon
+// that lived on would look to the tool as if all were well. A packet socket of its own costs nothing while
+// nothing happens and is told when its interface goes down, which the port does only on its way out.
+void AwaitEndOf(int port) {
+    constexpr int DOWN_POLL_MILLISECONDS = 500;
+    FileDescriptor watch(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_802_EX1);  // nobody's frames
+    address.sll_ifindex = port;
+    bool bound = watch && bind(watch.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
+    char name[IFNAMSIZ];
+    int patience = bound ? -1 : DOWN_POLL_MILLISECONDS;
+    while (if_indextoname(static_cast<unsigned>(port), name) != nullptr) {
+        pollfd end = {watch.get(), 0, 0};
+        poll(&end, 1, patience);
+        int error = 0;
+        socklen_t size = sizeof error;
+        getsockopt(watch.get(), SOL_SOCKET, SO_ERROR, &error, &size);  // takes the event
+        patience = DOWN_POLL_MILLISECONDS;
+    }
+}
+
 }  // namespace
 
 int main(int, char **argv) {
@@ -99,7 +127,7 @@ int main(int, char **argv) {
         return EXIT_FAILURE;
     }
     Daemon_Detach(arguments.contract, cleanUp);
-    for (;;) {
-        pause();
-    }
+    AwaitEndOf(cleanUp.links.front());
+    Complain("%s has been removed", arguments.adapter);
+    return EXIT_FAILURE;
 }

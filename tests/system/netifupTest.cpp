@@ -101,6 +101,16 @@ TEST(Netifup, LeftoverWithoutAWatcherIsReplaced) {
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
+TEST(Netifup, EndsWhenSomebodyRemovesItsInterface) {
+    for (const char *end : {"zelan8", "zelan-if8"}) {
+        DaemonStart start = StartNetifup(8);
+        ASSERT_TRUE(start.CameUp()) << start;
+        Must(std::string("ip link set zelan8 up && ip link delete ") + end);
+        EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+        EXPECT_NE(std::string::npos, start.Log().find("zelan8 has been removed\n")) << start;
+    }
+}
+
 TEST(Netifup, InterfaceOfSomebodyElseIsRefusedAndKept) {
     Must("ip link add name zelan8 type veth peer name other");
     DaemonStart start = StartNetifup(8);
