@@ -28,8 +28,8 @@ class ToolTest : public testing::Test {
     // The programs of this build, each of which a test may replace.
     ToolTest() {
         std::filesystem::create_directory(FOLDER);
-        for (const char *name : {"zelan-bridge", "zelan-netifup", "zelan-dhcpd", "zelan-natd", "zelan-detect",
-                                 "orvane-ping"}) {
+        for (const char *name :
+             {"zelan-bridge", "zelan-netifup", "zelan-dhcpd", "zelan-natd", "zelan-detect", "orvane-ping"}) {
             std::filesystem::create_symlink(ProgramPath(name), Program(name));
         }
         WriteFileText("/etc/orvane/config", std::string("bindir = \"") + FOLDER + "\"\n");
@@ -84,12 +84,14 @@ class ToolTest : public testing::Test {
     static bool Runs(pid_t pid) { return pid > 0 && kill(pid, 0) == 0; }
     // Names in a folder, in their order, with a blank behind each.
     static std::string Names(const std::string &pattern) {
-        return RunShell("for f in " + pattern + "; do [ -e \"$f\" ] && printf '%s ' \"${f##*/}\"; done").output;
+        return RunShell("for f in " + pattern + "; do [ -e \"$f\" ] && printf '%s ' \"${f##*/}\"; done")
+            .output;
     }
     static std::string PidFiles() { return Names("/var/run/*.pid"); }
     static std::string Nodes() { return Names("/dev/zelan*"); }
     static std::string Address(const std::string &link) {
-        return RunShell("ip -o -4 addr show dev " + link + " | sed -n 's/.*inet \\(.*\\) scope.*/\\1/p'").output;
+        return RunShell("ip -o -4 addr show dev " + link + " | sed -n 's/.*inet \\(.*\\) scope.*/\\1/p'")
+            .output;
     }
     static std::string Log() { return ReadFileText("/var/log/harbrel"); }
 };
