@@ -306,16 +306,14 @@ TEST_F(FileLock, MembersAreJudgedOnlyBehindAnEmptyDoorway) {
 }
 
 TEST_F(FileLock, WaiterTakesANameUsedAnewForTheEndOfItsFormerOwner) {
-    Put("M00001.lck", "otherMachine 1 5 X");
-    std::thread replacer([this] {
-        EXPECT_TRUE(BecomesMembers(2));
-        Put("E00001.lck", "otherMachine 2 7 X");
-        fs::rename(lockDir_ + "/E00001.lck", lockDir_ + "/M00001.lck");
-    });
-    FileLockToken *token = Lock(false, 2000);
-    replacer.join();
-    ASSERT_NE(token, nullptr);
-    Unlock(token);
+    Put("M00001.lck", "otherMachine 2 8 X");
+    FileLockValues own = OwnValues();
+    own.msecMaxWaitTime = 1000;
+    FileLockValues formerOwner = own;
+    formerOwner.machineID = "otherMachine";
+    formerOwner.lamportNumber = 5;
+    formerOwner.memberName = "M00001.lck";
+    EXPECT_EQ(WaitForPossession(lockDir_.c_str(), "M00001.lck", &formerOwner, &own), 0);
     EXPECT_THAT(Names(), ElementsAre("M00001.lck"));
 }
 
