@@ -59,3 +59,12 @@ class FileDescriptor {
   private:
     int fd_ = -1;
 };
+
+// A stream that takes the descriptor over; null when the descriptor is empty or there is no memory for it.
+inline FileStream StreamOf(FileDescriptor file, const char *mode) {
+    FileStream stream(file ? fdopen(file.get(), mode) : nullptr);
+    if (stream != nullptr) {
+        file.release();
+    }
+    return stream;
+}

@@ -35,15 +35,7 @@ bool OpenStream(HBLNetworkConfigurationDB *db, const char *function) {
 // A buffered reader beside the stream: byte by byte through the unbuffered one would cost a system call each.
 // Both share the file position, so the stream stands wherever the reader has got to.
 FileStream OpenReader(FILE *stream) {
-    FileDescriptor copy(fcntl(fileno(stream), F_DUPFD_CLOEXEC, 0));
-    if (!copy) {
-        return nullptr;
-    }
-    FileStream reader(fdopen(copy.get(), "r"));
-    if (reader != nullptr) {
-        copy.release();
-    }
-    return reader;
+    return StreamOf(FileDescriptor(fcntl(fileno(stream), F_DUPFD_CLOEXEC, 0)), "r");
 }
 
 NetCfgReadResult TakeLegacyVersion(HBLNetworkConfigurationDB *db) {

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "lib/file/posix.h"
 #include "lib/harbrel/files/files.h"
@@ -22,9 +23,5 @@ FILE *HBLFopenRegular(const char *path, const char *mode) {
     const bool reads = mode[0] == 'r';
     const int access = reads ? O_RDONLY : strcmp(mode, "w+") == 0 ? O_RDWR : O_WRONLY;
     FileDescriptor file(HBLOpenRegular(path, reads ? access : access | O_CREAT | O_TRUNC, 0666));
-    FILE *const stream = file ? fdopen(file.get(), mode) : nullptr;
-    if (stream != nullptr) {
-        file.release();
-    }
-    return stream;
+    return StreamOf(std::move(file), mode).release();
 }

@@ -1,4 +1,6 @@
 // PID files: the only record of what runs.
+#include <fcntl.h>
+
 #include "lib/err/errText.h"
 #include "lib/file/posix.h"
 #include "lib/harbrel/addresses/addresses.h"
@@ -59,7 +61,9 @@ bool HBLGetPidFilename(uint32_t vnet, uint32_t service, char **path, const char 
 }
 
 int32_t HBLExtractPidFromFile(const char *path, bool *openFailed) {
-    const FileStream stream(Posix_Fopen(path, "r"));
+    // Without waiting, should a FIFO stand there.
+    const FileStream stream =
+        StreamOf(FileDescriptor(Posix_Open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)), "r");
     if (!stream) {
         HBLLog(LOG_ERR, __func__, "Could not open the PID file: %s, error: %s", path, Err_LastErrnoText());
         *openFailed = true;
