@@ -205,8 +205,10 @@ bool HBLCreateFile(uint32_t vnet, uint32_t fileType, const char *customPath) {
         return false;
     }
     if (!Make(__func__, row->kind, path, vnet) || !Record(__func__, row->kind, path)) {
+        const int reason = errno;  // callers tell it
         Posix_Unlink(path);
         Posix_Rmdir(path);
+        errno = reason;
         return false;
     }
     return true;
