@@ -8,6 +8,9 @@ static_assert(sizeof(HBL_FeatureGroup) == 32 && offsetof(HBL_FeatureGroup, hostO
 static_assert(offsetof(HBL_VnetFeatures, net) == 4 && offsetof(HBL_VnetFeatures, subnet) == 32 &&
               offsetof(HBL_VnetFeatures, config) == 33 && offsetof(HBL_VnetFeatures, runtime) == 65);
 static_assert(offsetof(HBL_HostAdapter, next) == 4 && offsetof(HBL_HostAdapter, net) == 4 + sizeof(void *) &&
+              offsetof(HBL_HostAdapter, status) == 32 + sizeof(void *) &&
               offsetof(HBL_HostAdapter, displayName) == 36 + sizeof(void *) &&
-              sizeof(HBL_HostAdapter) == 36 + sizeof(void *) + 3 * 128);
+              offsetof(HBL_HostAdapter, driverName) == 164 + sizeof(void *) &&
+              offsetof(HBL_HostAdapter, deviceName) == 292 + sizeof(void *) &&
+              sizeof(HBL_HostAdapter) == 420 + sizeof(void *));
 static_assert(offsetof(HBL_HostAdapterList, count) == 4 && offsetof(HBL_HostAdapterList, first) == 8);

@@ -28,11 +28,6 @@ constexpr HBLFileTypeRow FILE_TYPES[] = {
 };
 static_assert(sizeof(FILE_TYPES) / sizeof(FILE_TYPES[0]) == HBL_NUM_FILE_TYPES);
 
-const char *ConfigDirectory() {
-    const char *directory = nullptr;
-    return HBLNetCfgGetAnswerString(nullptr, "CONFIGDIR", &directory) ? directory : DEFAULT_CONFIG_DIR;
-}
-
 }  // namespace
 
 const HBLFileTypeRow *HBLFindFileType(uint32_t fileType) {
@@ -55,8 +50,13 @@ bool HBLFileKindMatches(HBLFileKind kind, mode_t mode) {
     return false;
 }
 
+const char *HBLConfigDir() {
+    const char *directory = nullptr;
+    return HBLNetCfgGetAnswerString(nullptr, "CONFIGDIR", &directory) ? directory : DEFAULT_CONFIG_DIR;
+}
+
 bool HBLGetFileName(uint32_t vnet, uint32_t fileType, char *buffer, size_t bufferLength) {
-    const char *const configDirectory = ConfigDirectory();
+    const char *const configDirectory = HBLConfigDir();
     const HBLFileTypeRow *const row = HBLFindFileType(fileType);
     if (row == nullptr || row->kind == HBLFileKind::Custom) {
         return false;

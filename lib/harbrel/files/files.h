@@ -26,6 +26,8 @@ enum HBLFileType : uint32_t {
 constexpr size_t HBL_PATH_SIZE = 256;      // every path buffer
 constexpr uint32_t HBL_CUSTOM_VNET = ~0u;  // the vnet that goes with HBL_FILE_CUSTOM
 
+// CONFIGDIR, the root of the per-network directories. The text belongs to the cache.
+const char *HBLConfigDir();
 bool HBLGetFileName(uint32_t vnet, uint32_t fileType, char *buffer, size_t bufferLength);
 bool HBLFileExists(uint32_t vnet, uint32_t fileType, const char *customPath);
 bool HBLCreateFile(uint32_t vnet, uint32_t fileType,

@@ -15,10 +15,6 @@ constexpr ServiceProgram PROGRAMS[] = {
 
 }  // namespace
 
-std::span<const ServiceProgram> HBLServicePrograms() {
-    return PROGRAMS;
-}
-
 const ServiceProgram *HBLFindServiceProgram(uint32_t service) {
     for (const ServiceProgram &row : PROGRAMS) {
         if (row.service == service) {
@@ -35,8 +31,4 @@ const char *HBLAnswerOr(const char *key, const char *fallback) {
 
 const char *HBLRunDir() {
     return HBLAnswerOr("RUNDIR", "/var/run");
-}
-
-const char *HBLConfigDir() {
-    return HBLAnswerOr("CONFIGDIR", "/etc/orvane");
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 
 // How a PID file's name tells the network apart.
 enum class PidFileForm : uint8_t {
@@ -18,10 +17,8 @@ struct ServiceProgram {
     PidFileForm pidFile;
 };
 
-std::span<const ServiceProgram> HBLServicePrograms();
 const ServiceProgram *HBLFindServiceProgram(uint32_t service);  // null for any other id
 
 // The answer's value, or the fallback. The text belongs to the cache.
 const char *HBLAnswerOr(const char *key, const char *fallback);
-const char *HBLRunDir();     // RUNDIR
-const char *HBLConfigDir();  // CONFIGDIR
+const char *HBLRunDir();  // RUNDIR

@@ -15,6 +15,7 @@
 #include "lib/err/errText.h"
 #include "lib/harbrel/base/functionTrace.h"
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/files/files.h"
 #include "lib/harbrel/services/arguments.h"
 #include "lib/harbrel/services/daemons.h"
 #include "lib/harbrel/services/programs.h"
