@@ -19,10 +19,7 @@ constexpr const char *DATABASE = "/etc/orvane/networking";
 constexpr const char *EXPORT = "/tmp/networking_export";
 
 TEST_F(DatabaseOnHost, RewriteOnAFullDiskKeepsTheJournal) {
-    std::string records = "answer HBL_LOGLEVEL 1\n";
-    for (int number = 0; number < 200; number++) {
-        records += "answer KEY_" + std::to_string(number) + " value\n";
-    }
+    const std::string records = "answer HBL_LOGLEVEL 1\nanswer A " + std::string(1500, 'a') + "\n";
     WriteDatabase(records);
     ASSERT_TRUE(HBL_Load());
     EXPECT_TRUE(HBL_VnetCfgAddAnswer("B", "2"));
@@ -104,15 +101,21 @@ TEST_F(DatabaseOnHost, CreationAndDeletionNeedAnUnloadedLibrary) {
     EXPECT_FALSE(HBL_CheckNetworkingDB());
     EXPECT_FALSE(HBL_NetworkingDBExists());
     EXPECT_TRUE(HBL_CreateNetworkingDB(true));
-    EXPECT_EQ("VERSION=1,0\n", Database());
     EXPECT_EQ("", OtherFiles());
     EXPECT_TRUE(HBL_NetworkingDBExists());
     EXPECT_TRUE(HBL_CheckNetworkingDB());
-    EXPECT_FALSE(HBL_CreateNetworkingDB(false));
     WriteDatabase("answer A 1\n");
+    EXPECT_FALSE(HBL_CreateNetworkingDB(false));
+    {
+        const FileSizeLimit full(5);
+        EXPECT_FALSE(HBL_CreateNetworkingDB(true));
+    }
+    EXPECT_EQ("VERSION=1,0\nanswer A 1\n", Database());
+    EXPECT_EQ("", OtherFiles());
     EXPECT_TRUE(HBL_CreateNetworkingDB(true));
     EXPECT_EQ("VERSION=1,0\nanswer A 1\n", ReadFileText("/etc/orvane/networking.bak.0"));
     EXPECT_EQ("VERSION=1,0\n", Database());
+    EXPECT_EQ(nullptr, HBLLogStream());
     ASSERT_TRUE(HBL_Load());
     EXPECT_TRUE(HBL_CheckNetworkingDB());
     EXPECT_FALSE(HBL_CreateNetworkingDB(true));
@@ -120,20 +123,9 @@ TEST_F(DatabaseOnHost, CreationAndDeletionNeedAnUnloadedLibrary) {
     EXPECT_TRUE(HBL_NetworkingDBExists());
     HBL_Unload();
     EXPECT_TRUE(HBL_DeleteNetworkingDB());
-    EXPECT_FALSE(HBL_NetworkingDBExists());
     EXPECT_TRUE(HBL_DeleteNetworkingDB());
     EXPECT_EQ("networking.bak.0 ", OtherFiles());
-}
-
-TEST_F(DatabaseOnHost, FailedCreationPutsTheFormerDatabaseBack) {
-    WriteDatabase("answer A 1\n");
-    {
-        const FileSizeLimit full(5);
-        EXPECT_FALSE(HBL_CreateNetworkingDB(true));
-    }
-    EXPECT_EQ("VERSION=1,0\nanswer A 1\n", Database());
-    EXPECT_EQ("", OtherFiles());
-    EXPECT_EQ(nullptr, HBLLogStream());
+    EXPECT_FALSE(HBL_NetworkingDBExists());
 }
 
 TEST_F(DatabaseOnHost, ExportAndImportMeetAtTheDefaultFile) {
@@ -156,9 +148,12 @@ TEST_F(DatabaseOnHost, ExportAndImportMeetAtTheDefaultFile) {
 TEST_F(DatabaseOnHost, ImportWhileLoadedKeepsTheDaemonsFolder) {
     WriteDatabase("answer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\n");
     WriteFileText("/etc/orvane/config", "bindir = \"/usr/bin\"\n");
-    WriteFileText("/tmp/settings", "answer VNET_2_INTERFACE eth1\n");
+    WriteFileText("/tmp/settings", "BACKUP_VERSION=1,0\nadd_bridge_mapping eth1 2\n");
     ASSERT_TRUE(HBL_Load());
     EXPECT_TRUE(HBL_ImportDatabaseFromFile("/tmp/settings"));
+    EXPECT_NE(std::string::npos,
+              Log().find("NetCfgUpdateDatabaseFields - Source and destination database versions are same\n"
+                         "HBLNetCfgImportConfig - Reopened database file: /etc/orvane/networking\n"));
     EXPECT_EQ("/usr/bin", Answer("BINDIR"));
     EXPECT_EQ("(none)", Answer("VNET_1_DHCP"));
     EXPECT_TRUE(HBL_SetDefaultLogLevel(2));
@@ -166,18 +161,15 @@ TEST_F(DatabaseOnHost, ImportWhileLoadedKeepsTheDaemonsFolder) {
     EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x2\nadd_bridge_mapping eth1 2\n", Database());
 }
 
-TEST_F(DatabaseOnHost, DatabaseThatIsGoneOrOverwrittenComesBackAtTheUnload) {
-    WriteDatabase("answer HBL_LOGLEVEL 1\n");
-    ASSERT_TRUE(HBL_Load());
-    EXPECT_TRUE(HBL_ExportDatabaseToFile(DATABASE));
-    EXPECT_TRUE(HBL_VnetCfgAddAnswer("A", "1"));
-    HBL_Unload();
-    EXPECT_EQ("VERSION=1,0\nanswer A 1\nanswer HBL_LOGLEVEL 1\n", Database());
-    ASSERT_TRUE(HBL_Load());
-    std::filesystem::remove(DATABASE);
-    EXPECT_TRUE(HBL_SetDefaultLogLevel(2));
-    HBL_Unload();
-    EXPECT_EQ("VERSION=1,0\nanswer A 1\nanswer HBL_LOGLEVEL 0x2\n", Database());
+TEST_F(DatabaseOnHost, SpoiltDatabaseHealsAtTheUnload) {
+    for (const bool deleted : {false, true}) {
+        WriteDatabase("answer HBL_LOGLEVEL 1\n");
+        ASSERT_TRUE(HBL_Load());
+        EXPECT_TRUE(deleted ? std::filesystem::remove(DATABASE) : HBL_ExportDatabaseToFile(DATABASE));
+        EXPECT_TRUE(HBL_SetDefaultLogLevel(2));
+        HBL_Unload();
+        EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x2\n", Database()) << deleted;
+    }
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "lib/harbrel/files/files.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,28 +8,15 @@
 #include <filesystem>
 #include <string>
 
-#include "lib/harbrel/database/database.h"
-#include "tests/support/command.h"
+#include "tests/support/fakePrograms.h"
 #include "tests/support/fileSizeLimit.h"
 #include "tests/support/logCapture.h"
-#include "tests/support/tempFolder.h"
 
 namespace {
 
-// A database whose CONFIGDIR is a folder of the test.
 class Files : public testing::Test {
   protected:
-    Files() { LoadConfigDir(folder / ""); }
-    ~Files() override { HBLNetCfgUnload(nullptr, false); }
-
-    void LoadConfigDir(const std::string &configDir) {
-        if (*HBLNetCfgDefaultSlot() != nullptr) {
-            HBLNetCfgUnload(nullptr, false);
-        }
-        WriteFileText(folder / "networking", "VERSION=1,0\nanswer CONFIGDIR " + configDir + "\n");
-        ASSERT_TRUE(HBLNetCfgLoad((folder / "networking").c_str(), nullptr, false));
-    }
-    std::string Name(uint32_t vnet, uint32_t type) {
+    static std::string Name(uint32_t vnet, uint32_t type) {
         char path[HBL_PATH_SIZE] = "unset";
         return HBLGetFileName(vnet, type, path, sizeof path) ? path : "refused";
     }
@@ -37,15 +25,18 @@ class Files : public testing::Test {
         return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
     }
 
-    TempFolder folder;
+    FakePrograms cache_;
+    LogCapture log_;
+    const std::string dhcpDir_ = Name(8, HBL_FILE_DHCP_DIR);
+    const std::string natDir_ = Name(8, HBL_FILE_NAT_DIR);
+    const std::string natConf_ = Name(8, HBL_FILE_NAT_CONF);
 };
 
 TEST_F(Files, NamesFollowTheConfigurationDirectoryButDevicesDoNot) {
-    struct Row {
+    static constexpr struct {
         uint32_t type;
         const char *path;
-    };
-    static constexpr Row ROWS[] = {
+    } ROWS[] = {
         {HBL_FILE_VNET_DIR, "/conf/zelan8"},
         {HBL_FILE_DHCP_DIR, "/conf/zelan8/dhcpd"},
         {HBL_FILE_NAT_DIR, "/conf/zelan8/nat"},
@@ -60,142 +51,126 @@ TEST_F(Files, NamesFollowTheConfigurationDirectoryButDevicesDoNot) {
         {HBL_FILE_DEVICE, "/dev/zelan8"},
         {12, "refused"},
     };
-    LoadConfigDir("/conf");
-    for (const Row &row : ROWS) {
+    cache_.Answer("CONFIGDIR", "/conf");
+    for (const auto &row : ROWS) {
         EXPECT_EQ(row.path, Name(8, row.type)) << row.type;
     }
-    HBLNetCfgUnload(nullptr, false);
+    EXPECT_TRUE(HBLNetCfgRemoveAnswer(nullptr, "CONFIGDIR"));
     EXPECT_EQ("/etc/orvane/zelan8", Name(8, HBL_FILE_VNET_DIR));
-}
-
-TEST_F(Files, NameThatDoesNotFitIsRefused) {
-    LoadConfigDir("/" + std::string(HBL_PATH_SIZE - 1 - 8, 'c'));  // with "/zelan8" exactly full
+    cache_.Answer("CONFIGDIR", "/" + std::string(HBL_PATH_SIZE - 1 - 8, 'c'));  // exactly full with "/zelan8"
     EXPECT_EQ(HBL_PATH_SIZE - 1, Name(8, HBL_FILE_VNET_DIR).size());
-    LogCapture log;
     EXPECT_EQ("refused", Name(88, HBL_FILE_VNET_DIR));
-    EXPECT_NE(
-        std::string::npos,
-        log.Take().find("HBLGetFileName - Error formatting the file name for file type: 0from cD: /cc"));
+    EXPECT_THAT(
+        log_.Take(),
+        testing::StartsWith("HBLGetFileName - Error formatting the file name for file type: 0from cD: /cc"));
 }
 
-TEST_F(Files, CreatedModesAreExactWhateverTheMask) {
+TEST_F(Files, CreatedModesAreExactWhateverTheMaskAndWhatExistsIsKept) {
     const mode_t former = umask(077);
-    EXPECT_TRUE(HBLCreateFile(8, HBL_FILE_VNET_DIR, nullptr));
-    EXPECT_TRUE(HBLCreateFile(8, HBL_FILE_NAT_DIR, nullptr));
-    EXPECT_TRUE(HBLCreateFile(8, HBL_FILE_NAT_CONF, nullptr));
+    for (const uint32_t type : {HBL_FILE_VNET_DIR, HBL_FILE_NAT_DIR, HBL_FILE_NAT_CONF}) {
+        EXPECT_TRUE(HBLCreateFile(8, type, nullptr));
+    }
     EXPECT_EQ(077u, umask(former));
-    EXPECT_EQ(0755u, Mode(Name(8, HBL_FILE_NAT_DIR)));
-    EXPECT_EQ(0665u, Mode(Name(8, HBL_FILE_NAT_CONF)));
-
-    WriteFileText(Name(8, HBL_FILE_NAT_CONF), "kept");
-    chmod(Name(8, HBL_FILE_NAT_CONF).c_str(), 0600);
+    EXPECT_EQ(0755u, Mode(natDir_));
+    EXPECT_EQ(0665u, Mode(natConf_));
+    WriteFileText(natConf_, "kept");
+    chmod(natConf_.c_str(), 0600);
     EXPECT_TRUE(HBLCreateFile(8, HBL_FILE_NAT_DIR, nullptr));
     EXPECT_TRUE(HBLCreateFile(8, HBL_FILE_NAT_CONF, nullptr));
-    EXPECT_EQ("kept", ReadFileText(Name(8, HBL_FILE_NAT_CONF)));
-    EXPECT_EQ(0600u, Mode(Name(8, HBL_FILE_NAT_CONF)));
+    EXPECT_EQ("kept", ReadFileText(natConf_));
+    EXPECT_EQ(0600u, Mode(natConf_));
 }
 
-TEST_F(Files, ParentsAreNotMadeAndTheReasonIsLogged) {
-    LogCapture log;
+TEST_F(Files, ParentsAreNotMadeAndTheReasonIsKept) {
     EXPECT_FALSE(HBLCreateFile(8, HBL_FILE_DHCP_DIR, nullptr));
-    EXPECT_EQ("HBLCreateFile - Cannot create Directory: " + Name(8, HBL_FILE_DHCP_DIR) +
-                  " because of: No such file or directory\n",
-              log.Take());
-    EXPECT_FALSE(HBLCreateFile(8, HBL_FILE_NAT_CONF, nullptr));
     EXPECT_FALSE(HBLCreateFile(8, HBL_FILE_NAT_CONF, "/tmp/other"));
-    EXPECT_NE(std::string::npos, log.Take().find("HBLCreateFile - Invalid arguments\n"));
+    EXPECT_EQ("HBLCreateFile - Cannot create Directory: " + dhcpDir_ +
+                  " because of: No such file or directory\nHBLCreateFile - Invalid arguments\n",
+              log_.Take());
+    EXPECT_FALSE(HBLCreateFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, "/dev/null/below"));
+    EXPECT_EQ(ENOTDIR, errno);
+    ASSERT_TRUE(std::filesystem::create_directories(dhcpDir_ + "/full"));
+    EXPECT_FALSE(HBLCreateFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, dhcpDir_.c_str()));
+    EXPECT_EQ(EISDIR, errno);  // not that of the clean-up
 }
 
 TEST_F(Files, ExistsOnlyWithTheRightKind) {
     const std::string conf = Name(8, HBL_FILE_DHCP_CONF);
     ASSERT_TRUE(std::filesystem::create_directories(conf));
-    LogCapture log;
     EXPECT_FALSE(HBLFileExists(8, HBL_FILE_DHCP_CONF, nullptr));
     EXPECT_EQ("HBLFileExists - File/Directory/device of type: 4 and name: " + conf +
                   " is found but is not of valid type\n",
-              log.Take());
+              log_.Take());
     EXPECT_TRUE(HBLFileExists(8, HBL_FILE_DHCP_DIR, nullptr));
     EXPECT_TRUE(HBLFileExists(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, conf.c_str()));
     rmdir(conf.c_str());
-    WriteFileText(folder / "elsewhere", "");
-    ASSERT_EQ(0, symlink((folder / "elsewhere").c_str(), conf.c_str()));
+    ASSERT_EQ(0, symlink("/etc/passwd", conf.c_str()));
     EXPECT_TRUE(HBLFileExists(8, HBL_FILE_DHCP_CONF, nullptr));
-    log.Take();
     EXPECT_FALSE(HBLFileExists(8, HBL_FILE_NAT_DIR, nullptr));
-    EXPECT_EQ("HBLFileExists - Cannot check for file or directory: " + Name(8, HBL_FILE_NAT_DIR) +
+    EXPECT_EQ("HBLFileExists - Cannot check for file or directory: " + natDir_ +
                   " , error: No such file or directory\n",
-              log.Take());
+              log_.Take());
 }
 
 TEST_F(Files, HostConfigurationAndUnknownTypesAreRefusedInSilence) {
-    WriteFileText(folder / "config", "");
-    LogCapture log(HBL_MAX_LOG_MASK);
-    for (const uint32_t type : {static_cast<uint32_t>(HBL_FILE_HOST_CONFIG), 12u, ~0u}) {
+    WriteFileText(Name(8, HBL_FILE_HOST_CONFIG), "");
+    HBLLogSetMask(HBL_MAX_LOG_MASK);
+    for (const uint32_t type : {uint32_t{HBL_FILE_HOST_CONFIG}, 12u, ~0u}) {
         EXPECT_FALSE(HBLFileExists(8, type, nullptr)) << type;
         EXPECT_FALSE(HBLCreateFile(8, type, nullptr)) << type;
         EXPECT_FALSE(HBLRemoveFile(8, type, nullptr)) << type;
     }
-    EXPECT_EQ("", log.Take());
-    EXPECT_TRUE(std::filesystem::exists(folder / "config"));
+    EXPECT_EQ("", log_.Take());
+    EXPECT_EQ(0, access(Name(8, HBL_FILE_HOST_CONFIG).c_str(), F_OK));
 }
 
 TEST_F(Files, CustomPathsOfUpTo255CharactersAreAccepted) {
-    const std::string fits = folder.Path() + std::string(255 - folder.Path().size(), '/');
+    const std::string fits = "/tmp" + std::string(255 - 4, '/');
     const std::string tooLong = fits + "/";
     EXPECT_TRUE(HBLFileExists(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, fits.c_str()));
-    LogCapture log;
-    EXPECT_FALSE(HBLFileExists(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, tooLong.c_str()));
-    EXPECT_EQ("HBLFileExists - Custom file name " + tooLong + " is longer than allowed 256 characters\n",
-              log.Take());
-    EXPECT_FALSE(HBLCreateFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, tooLong.c_str()));
-    EXPECT_FALSE(HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, tooLong.c_str()));
+    for (const auto function : {HBLFileExists, HBLCreateFile, HBLRemoveFile}) {
+        EXPECT_FALSE(function(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, tooLong.c_str()));
+        EXPECT_THAT(log_.Take(), testing::EndsWith(" - Custom file name " + tooLong +
+                                                   " is longer than allowed 256 characters\n"));
+    }
 }
 
 TEST_F(Files, RemovingWhatIsGoneSucceedsAndWhatIsFullDoesNot) {
-    LogCapture log(LOG_ERR | LOG_WRN);
+    HBLLogSetMask(LOG_ERR | LOG_WRN);
     EXPECT_TRUE(HBLRemoveFile(8, HBL_FILE_NAT_CONF, nullptr));
     EXPECT_TRUE(HBLRemoveFile(8, HBL_FILE_NAT_DIR, nullptr));
-    EXPECT_EQ("HBLRemoveFile - File " + Name(8, HBL_FILE_NAT_CONF) +
-                  " does not exist\nHBLRemoveFile - Directory " + Name(8, HBL_FILE_NAT_DIR) +
-                  " does not exist\n",
-              log.Take());
-    ASSERT_TRUE(std::filesystem::create_directories(Name(8, HBL_FILE_DHCP_DIR)));
+    ASSERT_TRUE(std::filesystem::create_directories(dhcpDir_));
     EXPECT_FALSE(HBLRemoveFile(8, HBL_FILE_VNET_DIR, nullptr));
-    EXPECT_EQ("HBLRemoveFile - Cannot delete Directory: " + Name(8, HBL_FILE_VNET_DIR) +
+    EXPECT_EQ("HBLRemoveFile - File " + natConf_ + " does not exist\nHBLRemoveFile - Directory " + natDir_ +
+                  " does not exist\nHBLRemoveFile - Cannot delete Directory: " + Name(8, HBL_FILE_VNET_DIR) +
                   " because of: Directory not empty\n",
-              log.Take());
+              log_.Take());
     EXPECT_TRUE(HBLRemoveFile(8, HBL_FILE_DHCP_DIR, nullptr));
     EXPECT_TRUE(HBLRemoveFile(8, HBL_FILE_VNET_DIR, nullptr));
-    EXPECT_EQ("", log.Take());
 }
 
-TEST_F(Files, CopyTakesTheWholeContent) {
-    const std::string source = folder / "source", copy = folder / "copy";
-    for (const size_t size : {size_t{3}, size_t{1024}, size_t{5000}, size_t{0}}) {
-        const std::string text(size, 'x');
-        WriteFileText(source, text);
+TEST_F(Files, CopyTakesTheWholeContentOrNamesTheFileAndTheReason) {
+    const std::string source = cache_.Path("source"), copy = cache_.Path("copy"), folder = cache_.Path("run");
+    for (const size_t size : {size_t{1024}, size_t{5000}, size_t{0}}) {
+        WriteFileText(source, std::string(size, 'x'));
         EXPECT_TRUE(HBLCopyFile(source.c_str(), copy.c_str()));
-        EXPECT_EQ(text, ReadFileText(copy)) << size;
+        EXPECT_EQ(std::string(size, 'x'), ReadFileText(copy)) << size;
     }
     EXPECT_EQ(0665u, Mode(copy));
-}
-
-TEST_F(Files, CopyThatFailsNamesTheFileAndTheReason) {
-    const std::string source = folder / "source", copy = folder / "copy";
-    LogCapture log;
-    EXPECT_FALSE(HBLCopyFile(source.c_str(), copy.c_str()));
-    EXPECT_EQ("HBLCopyFile - Could not open source file: " + source + ", error: No such file or directory\n",
-              log.Take());
     WriteFileText(source, std::string(5000, 'x'));
     {
         const FileSizeLimit limit(1500);  // the second block goes in half
         EXPECT_FALSE(HBLCopyFile(source.c_str(), copy.c_str()));
     }
-    EXPECT_EQ("HBLCopyFile - Writing to destination file: " + copy + " failed, error: File too large\n",
-              log.Take());
-    EXPECT_FALSE(HBLCopyFile(folder.Path().c_str(), copy.c_str()));
-    EXPECT_EQ("HBLCopyFile - Reading from source file: " + folder.Path() + " failed, error: Is a directory\n",
-              log.Take());
+    EXPECT_FALSE(HBLCopyFile(folder.c_str(), copy.c_str()));
+    EXPECT_FALSE(HBLCopyFile("/none", copy.c_str()));
+    EXPECT_EQ("HBLCopyFile - Writing to destination file: " + copy +
+                  " failed, error: File too large\n"
+                  "HBLCopyFile - Reading from source file: " +
+                  folder +
+                  " failed, error: Is a directory\n"
+                  "HBLCopyFile - Could not open source file: /none, error: No such file or directory\n",
+              log_.Take());
 }
 
 }  // namespace

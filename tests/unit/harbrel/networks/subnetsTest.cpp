@@ -25,31 +25,27 @@ constexpr int UNREACHABLE = 2;
 
 class Subnets : public testing::Test {
   protected:
-    Subnets() {
-        cache_.Program("orvane-ping",
-                       "echo \"$@\" >> $DIR/pings\n"
-                       "case $2 in -b) exit $(cat $DIR/broadcast);; *) exit $(cat $DIR/direct);; esac\n");
-        HBLSubnetTables() = {};
-    }
+    Subnets() { HBLSubnetTables() = {}; }
     void PingsExitWith(int broadcast, int direct) {
-        WriteFileText(cache_.Path("broadcast"), std::to_string(broadcast));
-        WriteFileText(cache_.Path("direct"), std::to_string(direct));
+        cache_.Program("orvane-ping", "echo \"$@\" >> $DIR/pings\ncase $2 in -b) exit " +
+                                          std::to_string(broadcast) + ";; esac; exit " +
+                                          std::to_string(direct) + "\n");
     }
     std::string TakePings() {
         const std::string pings = ReadFileText(cache_.Path("pings"));
         std::filesystem::remove(cache_.Path("pings"));
         return pings;
     }
+    static std::string Candidate(int index) {
+        char text[HBL_IP_STR_SIZE];
+        HBLIPInt2Str(HBLSubnetTables().candidates[index].address, text);
+        return text;
+    }
 
     FakePrograms cache_;
-};
-
-struct PingCase {
-    bool broadcast;
-    int broadcastStatus;
-    int directStatus;
-    bool isFree;
-    const char *pings;
+    LogCapture log_;
+    char subnet_[HBL_IP_STR_SIZE] = "untouched";
+    char mask_[HBL_IP_STR_SIZE] = "untouched";
 };
 
 constexpr const char *BROADCAST = "-q -b 192.168.40.0 -t 2 -i 1\n";
@@ -57,43 +53,37 @@ constexpr const char *DIRECT = "-q 192.168.40.1 -t 2 -i 1\n";
 constexpr const char *BOTH = "-q -b 192.168.40.0 -t 2 -i 1\n-q 192.168.40.1 -t 2 -i 1\n";
 
 TEST_F(Subnets, ExitStatusesOfThePingsDecide) {
-    static constexpr PingCase CASES[] = {
+    static constexpr struct {
+        bool broadcast;
+        int broadcastStatus, directStatus;
+        bool isFree;
+        const char *pings;
+    } CASES[] = {
         {true, NO_ANSWER, NO_ANSWER, true, BOTH}, {true, NO_ANSWER, UNREACHABLE, true, BOTH},
         {true, NO_ANSWER, 0, false, BOTH},        {true, NO_ANSWER, 3, false, BOTH},
         {true, UNREACHABLE, 0, true, BROADCAST},  {true, 0, NO_ANSWER, false, BROADCAST},
-        {true, 3, NO_ANSWER, false, BROADCAST},   {true, 127, NO_ANSWER, false, BROADCAST},
-        {false, 0, NO_ANSWER, true, DIRECT},      {false, 0, UNREACHABLE, true, DIRECT},
-        {false, NO_ANSWER, 0, false, DIRECT},
+        {true, 3, NO_ANSWER, false, BROADCAST},   {false, 0, NO_ANSWER, true, DIRECT},
     };
-    for (const PingCase &row : CASES) {
+    for (const auto &row : CASES) {
         SCOPED_TRACE(testing::Message() << row.broadcast << row.broadcastStatus << row.directStatus);
-        LogCapture log;
         PingsExitWith(row.broadcastStatus, row.directStatus);
         EXPECT_EQ(row.isFree, HBLPingAndCheckSubnet("192.168.40.0", row.broadcast, 2, 1));
         EXPECT_EQ(row.pings, TakePings());
-        EXPECT_EQ(row.isFree, log.Take().empty());
+        EXPECT_EQ(row.isFree, log_.Take().empty());
     }
 }
 
 TEST_F(Subnets, WhatCannotBePingedCountsAsBusy) {
     PingsExitWith(NO_ANSWER, NO_ANSWER);
     EXPECT_FALSE(HBLPingAndCheckSubnet("no address", false, 2, 1));
+    log_.Take();
     cache_.Answer("BINDIR", std::string(256, 'x'));
-    LogCapture log;
     EXPECT_FALSE(HBLPingAndCheckSubnet("192.168.40.0", false, 2, 1));
-    EXPECT_EQ("HBLPingAndCheckSubnet - Value of BINDIR is bigger than allowed 256 chracters\n", log.Take());
+    EXPECT_EQ("HBLPingAndCheckSubnet - Value of BINDIR is bigger than allowed 256 chracters\n", log_.Take());
     EXPECT_EQ("", TakePings());
     cache_.Answer("BINDIR", "/nowhere");
     EXPECT_FALSE(HBLPingAndCheckSubnet("192.168.40.0", false, 2, 1));
-    EXPECT_EQ("HBLPingAndCheckSubnet - Return value of orvane-ping: 127\n", log.Take());
-}
-
-std::vector<uint32_t> TakeAllCandidates(SubnetTables &tables) {
-    std::vector<uint32_t> order;
-    for (uint32_t address = 0; HBLTakeSubnetCandidate(tables, &address);) {
-        order.push_back(address);
-    }
-    return order;
+    EXPECT_EQ("HBLPingAndCheckSubnet - Return value of orvane-ping: 127\n", log_.Take());
 }
 
 TEST_F(Subnets, CandidatesAreAllThatIsNotConfiguredInRandomOrder) {
@@ -104,87 +94,64 @@ TEST_F(Subnets, CandidatesAreAllThatIsNotConfiguredInRandomOrder) {
     cache_.Answer("VNET_6_HOSTONLY_SUBNET", "no address");
     std::set<uint32_t> expected;
     for (uint32_t i = 0; i < 256; i++) {
-        expected.insert(0xC0A80000U + (i << 8));
-        expected.insert(0xAC100000U + (i << 8));
+        expected.insert({0xC0A80000U + (i << 8), 0xAC100000U + (i << 8)});
     }
     expected.erase(0xC0A82800U);
     expected.erase(0xAC10FF00U);
-
-    SubnetTables tables;
-    HBLBuildSubnetCandidates(tables);
-    const std::vector<uint32_t> order = TakeAllCandidates(tables);
-    EXPECT_EQ(510U, order.size());
-    EXPECT_EQ(expected, std::set<uint32_t>(order.begin(), order.end()));
-    SubnetTables again;
-    HBLBuildSubnetCandidates(again);
-    EXPECT_NE(order, TakeAllCandidates(again));
+    std::vector<uint32_t> orders[2];
+    for (std::vector<uint32_t> &order : orders) {
+        SubnetTables tables;
+        HBLBuildSubnetCandidates(tables);
+        for (uint32_t address = 0; HBLTakeSubnetCandidate(tables, &address);) {
+            order.push_back(address);
+        }
+        EXPECT_EQ(510U, order.size());
+        EXPECT_EQ(expected, std::set<uint32_t>(order.begin(), order.end()));
+    }
+    EXPECT_NE(orders[0], orders[1]);
 }
 
 TEST_F(Subnets, TenBusyAnswersEndTheCallAndTheNextGoesOn) {
-    char subnet[HBL_IP_STR_SIZE] = "untouched";
-    char mask[HBL_IP_STR_SIZE] = "untouched";
     PingsExitWith(0, 0);
-    LogCapture log;
-    EXPECT_FALSE(HBLSubnetProbe(subnet, mask));
-    EXPECT_STREQ("untouched", subnet);
-    EXPECT_THAT(log.Take(),
+    EXPECT_FALSE(HBLSubnetProbe(subnet_, mask_));
+    EXPECT_STREQ("untouched", subnet_);
+    EXPECT_THAT(log_.Take(),
                 EndsWith("HBLSubnetProbe - Could not automatically determine available subnet.\n"));
     const std::string pings = TakePings();
     EXPECT_EQ(10, std::count(pings.begin(), pings.end(), '\n'));
 
     PingsExitWith(UNREACHABLE, 0);
-    EXPECT_TRUE(HBLSubnetProbe(subnet, mask));
-    EXPECT_EQ("-q -b " + std::string(subnet) + " -t 2 -i 1\n", TakePings());
-    uint32_t offered = 0;
-    EXPECT_TRUE(HBLIPStr2Int(subnet, &offered));
-    EXPECT_EQ(HBLSubnetTables().candidates[10].address, offered);
-    EXPECT_STREQ("255.255.255.0", mask);
+    EXPECT_TRUE(HBLSubnetProbe(subnet_, mask_));
+    EXPECT_EQ("-q -b " + Candidate(10) + " -t 2 -i 1\n", TakePings());
+    EXPECT_EQ(Candidate(10), subnet_);
+    EXPECT_STREQ("255.255.255.0", mask_);
 }
 
 TEST_F(Subnets, ProbedEntriesArePassedOverAndAUsedUpTableFails) {
+    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet_, 15, mask_, 16));
+    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet_, 16, mask_, 15));
     SubnetTables &tables = HBLSubnetTables();
+    EXPECT_FALSE(tables.candidatesBuilt);
     HBLBuildSubnetCandidates(tables);
     PingsExitWith(UNREACHABLE, 0);
-    char subnet[HBL_IP_STR_SIZE];
-    char mask[HBL_IP_STR_SIZE];
     tables.cursor = tables.candidateCount - 2;
-    HBLIPInt2Str(tables.candidates[tables.cursor].address, subnet);
-    HBLMarkSubnetProbed(subnet, 1);
-    EXPECT_TRUE(HBL_GetUnusedSubnet(subnet, sizeof subnet, mask, sizeof mask));
-    uint32_t offered = 0;
-    EXPECT_TRUE(HBLIPStr2Int(subnet, &offered));
-    EXPECT_EQ(tables.candidates[tables.candidateCount - 1].address, offered);
-
-    LogCapture log;
-    HBLMarkSubnetProbed(subnet, 0);  // freed, but the walk has passed it
-    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet, sizeof subnet, mask, sizeof mask));
-    EXPECT_EQ("HBL_GetUnusedSubnet - Failed to probe for unused subnet\n", log.Take());
+    HBLMarkSubnetProbed(Candidate(tables.cursor).c_str(), 1);
+    EXPECT_TRUE(HBL_GetUnusedSubnet(subnet_, 16, mask_, 16));
+    EXPECT_EQ(Candidate(tables.candidateCount - 1), subnet_);
+    HBLMarkSubnetProbed(subnet_, 0);  // freed, but the walk has passed it
+    log_.Take();
+    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet_, 16, mask_, 16));
+    EXPECT_EQ("HBL_GetUnusedSubnet - Failed to probe for unused subnet\n", log_.Take());
 }
 
-TEST_F(Subnets, UnusedSubnetNeedsTwoBuffersOfSixteenBytes) {
-    char buffer[HBL_IP_STR_SIZE];
-    EXPECT_FALSE(HBL_GetUnusedSubnet(buffer, 15, buffer, 16));
-    EXPECT_FALSE(HBL_GetUnusedSubnet(buffer, 16, buffer, 15));
-    EXPECT_FALSE(HBL_GetUnusedSubnet(nullptr, 16, buffer, 16));
-    EXPECT_FALSE(HBLSubnetTables().candidatesBuilt);
-}
-
-TEST_F(Subnets, AssignmentOverwritesOnlyWhenAsked) {
+TEST_F(Subnets, AssignmentOverwritesOnlyWhenAskedAndRemovalFreesTheCandidate) {
     PingsExitWith(UNREACHABLE, 0);
     cache_.Answer("VNET_8_HOSTONLY_SUBNET", "10.1.2.0");
     EXPECT_TRUE(HBL_AssignSubnetAddressToVnet("zelan8", false));
     EXPECT_STREQ("10.1.2.0", HBLGetVnetCfg(8, VNET_FIELD_SUBNET));
-    EXPECT_EQ(nullptr, HBLGetVnetCfg(8, VNET_FIELD_NETMASK));
     EXPECT_TRUE(HBL_AssignSubnetAddressToVnet("zelan8", true));
-    uint32_t assigned = 0;
-    EXPECT_TRUE(HBLIPStr2Int(HBLGetVnetCfg(8, VNET_FIELD_SUBNET), &assigned));
-    EXPECT_EQ(HBLSubnetTables().candidates[0].address, assigned);
+    EXPECT_EQ(Candidate(0), HBLGetVnetCfg(8, VNET_FIELD_SUBNET));
     EXPECT_STREQ("255.255.255.0", HBLGetVnetCfg(8, VNET_FIELD_NETMASK));
-}
-
-TEST_F(Subnets, RemovalTakesAddressAndMaskAndFreesTheCandidate) {
-    PingsExitWith(UNREACHABLE, 0);
-    ASSERT_TRUE(HBLAssignUnusedSubnetAddressToVNet(8));
     EXPECT_EQ(1, HBLSubnetTables().candidates[0].probed);
     EXPECT_TRUE(HBLRemoveVnetSubnet(8));
     EXPECT_EQ(0, HBLSubnetTables().candidates[0].probed);
@@ -195,41 +162,28 @@ TEST_F(Subnets, RemovalTakesAddressAndMaskAndFreesTheCandidate) {
 
 TEST_F(Subnets, AvailabilityOfManyNetworksAtOnce) {
     cache_.Program("orvane-ping", "case $2 in 10.0.*[02468].1) exit 1;; *) exit 0;; esac\n");
-    constexpr uint32_t NETWORKS = 24;
-    for (uint32_t i = 0; i < NETWORKS; i++) {
-        ASSERT_TRUE(HBLSetVnetSubnetAddr(i, ("10.0." + std::to_string(i) + ".0").c_str()));
-    }
-    LogCapture log(127);
-    bool called[NETWORKS] = {};
-    bool available[NETWORKS] = {};
+    HBLLogSetMask(127);
+    int verdicts[24];  // 1 free, 0 busy, -1 failed
     std::vector<std::thread> threads;
-    for (uint32_t i = 0; i < NETWORKS; i++) {
-        threads.emplace_back([&, i] {
-            const std::string name = "zelan" + std::to_string(i);
-            called[i] = HBL_CheckSubnetAvailability(name.c_str(), false, 2, 1, &available[i]);
+    for (int i = 0; i < 24; i++) {
+        ASSERT_TRUE(
+            HBLSetVnetSubnetAddr(static_cast<uint32_t>(i), ("10.0." + std::to_string(i) + ".0").c_str()));
+    }
+    for (int i = 0; i < 24; i++) {
+        threads.emplace_back([&verdict = verdicts[i], name = "zelan" + std::to_string(i)] {
+            bool available = false;
+            verdict = HBL_CheckSubnetAvailability(name.c_str(), false, 2, 1, &available) ? available : -1;
         });
     }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    for (uint32_t i = 0; i < NETWORKS; i++) {
-        EXPECT_TRUE(called[i]) << i;
-        EXPECT_EQ(i % 2 == 0, available[i]) << i;
+    for (int i = 0; i < 24; i++) {
+        threads[static_cast<size_t>(i)].join();
+        EXPECT_EQ(i % 2 == 0 ? 1 : 0, verdicts[i]) << i;
     }
     EXPECT_FALSE(HBLSubnetTables().configuredFilled);
-}
-
-TEST_F(Subnets, BusySubnetIsAnAnswerAndNoSubnetIsAFailure) {
-    LogCapture log(LOG_ERR | LOG_OK);
+    EXPECT_THAT(log_.Take(), testing::HasSubstr("Subnet: 10.0.7.0 on vnet: zelan7 is not rechable\n"));
     bool available = true;
-    EXPECT_FALSE(HBL_CheckSubnetAvailability("zelan8", false, 2, 1, &available));
-    EXPECT_EQ("HBL_CheckSubnetAvailability - Failure in getting subnet address\n", log.Take());
+    EXPECT_FALSE(HBL_CheckSubnetAvailability("zelan99", false, 2, 1, &available));
     EXPECT_TRUE(available);
-    PingsExitWith(0, 0);
-    ASSERT_TRUE(HBLSetVnetSubnetAddr(8, "10.0.8.0"));
-    EXPECT_TRUE(HBL_CheckSubnetAvailability("zelan8", false, 2, 1, &available));
-    EXPECT_FALSE(available);
-    EXPECT_THAT(log.Take(), EndsWith("Subnet: 10.0.8.0 on vnet: zelan8 is not rechable\n"));
 }
 
 }  // namespace

@@ -1,13 +1,16 @@
+// PID files, and status, stop and restart by them.
 #include "lib/harbrel/services/daemons.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <optional>
 
 #include "lib/harbrel/base/services.h"
+#include "lib/misc/owners.h"
 #include "tests/support/command.h"
 #include "tests/support/fakePrograms.h"
 #include "tests/support/logCapture.h"
@@ -18,58 +21,93 @@ constexpr uint32_t VNET = 8;
 
 class Daemons : public testing::Test {
   protected:
-    void WritePid(const std::string &text) { WriteFileText(PidFile(), text); }
-    std::string PidFile() const { return cache_.Path("run/zelan-natd-8.pid"); }
-    bool HasPidFile() const { return access(PidFile().c_str(), F_OK) == 0; }
+    void WritePid(const std::string &text) { WriteFileText(pidFile_, text); }
+    bool HasPidFile() const { return access(pidFile_.c_str(), F_OK) == 0; }
+    void ExpectErrorAndNoStop() {
+        EXPECT_EQ(HBL_SERVICE_STATUS_ERROR, HBLServiceStatus(VNET, HBL_SVC_NAT));
+        EXPECT_FALSE(HBLServiceStop(VNET, HBL_SVC_NAT));
+        EXPECT_TRUE(HasPidFile());
+    }
 
     FakePrograms cache_;
-    LogCapture quiet_;
+    LogCapture log_;
+    const std::string pidFile_ = cache_.Path("run/zelan-natd-8.pid");
 };
 
-pid_t EndedProcess() {
-    const pid_t child = fork();
-    if (child == 0) {
+TEST_F(Daemons, PidFileNameCarriesNumberNameOrNothingByService) {
+    static constexpr struct {
+        uint32_t service, vnet;
+        const char *path, *displayName;
+    } CASES[] = {
+        {HBL_SVC_BRIDGE, 0, "/var/run/zelan-bridge-0.pid", "Bridge"},
+        {HBL_SVC_NAT, 8, "/var/run/zelan-natd-8.pid", "NAT"},
+        {HBL_SVC_NETIFUP, 1, "/var/run/zelan-netifup-zelan1.pid", "Netifup"},
+        {HBL_SVC_DHCP, 255, "/var/run/zelan-dhcpd-zelan255.pid", "DHCP"},
+        {HBL_SVC_NETDETECT, 0, "/var/run/zelan-detect.pid", "Netdetect"},
+    };
+    ASSERT_TRUE(HBLNetCfgRemoveAnswer(nullptr, "RUNDIR"));
+    char *path = nullptr;
+    const char *name = nullptr;
+    for (const auto &row : CASES) {
+        ASSERT_TRUE(HBLGetPidFilename(row.vnet, row.service, &path, &name));
+        EXPECT_STREQ(row.path, MallocString(path).get());
+        EXPECT_STREQ(row.displayName, name);
+    }
+    EXPECT_FALSE(HBLGetPidFilename(0, HBL_SVC_NETDETECT + 1, &path, nullptr));
+}
+
+TEST_F(Daemons, FirstLineMustConvertAsAWholeAndBePositive) {
+    static constexpr struct {
+        const char *text;
+        int32_t pid;
+    } CASES[] = {
+        {"4711\r\nmore\n", 4711},
+        {"0x10", 16},
+        {"2147483647\n", INT32_MAX},
+        {"2147483648\n", 0},
+        {"4294967297\n", 0},
+        {"0\n", 0},
+        {"-5\n", 0},
+        {"", 0},
+        {"\n4711\n", 0},
+        {"47x\n", 0},
+        {"pid\n", 0},
+    };
+    for (const auto &row : CASES) {
+        SCOPED_TRACE(row.text);
+        WritePid(row.text);
+        bool openFailed = false;
+        EXPECT_EQ(row.pid, HBLExtractPidFromFile(pidFile_.c_str(), &openFailed));
+        EXPECT_FALSE(openFailed);
+        if (row.pid == 0) {
+            ExpectErrorAndNoStop();
+        }
+    }
+    unlink(pidFile_.c_str());
+    ASSERT_EQ(0, mkfifo(pidFile_.c_str(), 0600));
+    ExpectErrorAndNoStop();
+}
+
+TEST_F(Daemons, WithoutPidFileOrProcessIsStoppedAndStopSucceeds) {
+    EXPECT_EQ(HBL_SERVICE_STATUS_STOPPED, HBLServiceStatus(VNET, HBL_SVC_NAT));
+    EXPECT_EQ("HBLExtractPidFromFile - Could not open the PID file: " + pidFile_ +
+                  ", error: No such file or directory\nHBLServiceStatus - Could not extract PID of NAT\n",
+              log_.Take());
+    EXPECT_TRUE(HBLServiceStop(VNET, HBL_SVC_NAT));
+    const pid_t ended = fork();
+    if (ended == 0) {
         _exit(0);
     }
-    waitpid(child, nullptr, 0);
-    return child;
-}
-
-TEST_F(Daemons, WithoutPidFileIsStoppedAndStopSucceeds) {
-    EXPECT_EQ(HBL_SERVICE_STATUS_STOPPED, HBLServiceStatus(VNET, HBL_SVC_NAT));
-    EXPECT_TRUE(HBLServiceStop(VNET, HBL_SVC_NAT));
-}
-
-TEST_F(Daemons, GarbledPidFileIsAnErrorAndStays) {
-    for (const char *text : {"0\n", "-5\n", "text\n", ""}) {
-        WritePid(text);
-        EXPECT_EQ(HBL_SERVICE_STATUS_ERROR, HBLServiceStatus(VNET, HBL_SVC_NAT)) << text;
-        EXPECT_FALSE(HBLServiceStop(VNET, HBL_SVC_NAT)) << text;
-        EXPECT_TRUE(HasPidFile()) << text;
-    }
-}
-
-TEST_F(Daemons, StalePidIsStoppedAndTheFileGoesWithTheStop) {
-    const std::string pid = std::to_string(EndedProcess());
+    waitpid(ended, nullptr, 0);
+    const std::string pid = std::to_string(ended);
     WritePid(pid);
-    {
-        LogCapture log;
-        EXPECT_EQ(HBL_SERVICE_STATUS_STOPPED, HBLServiceStatus(VNET, HBL_SVC_NAT));
-        EXPECT_EQ("HBLServiceStatus - pid: " + pid + " for NAT service daemon on vnet: 8 is stale\n",
-                  log.Take());
-    }
+    log_.Take();
+    EXPECT_EQ(HBL_SERVICE_STATUS_STOPPED, HBLServiceStatus(VNET, HBL_SVC_NAT));
+    EXPECT_EQ("HBLServiceStatus - pid: " + pid + " for NAT service daemon on vnet: 8 is stale\n",
+              log_.Take());
     EXPECT_TRUE(HasPidFile());
     EXPECT_TRUE(HBLServiceStop(VNET, HBL_SVC_NAT));
     EXPECT_FALSE(HasPidFile());
-}
-
-TEST_F(Daemons, RunningProcessIsKilledOutright) {
-    BackgroundCommand daemon({"sh", "-c", "trap '' TERM; exec sleep 60"});
-    WritePid(std::to_string(daemon.pid()) + "\n");
-    EXPECT_EQ(HBL_SERVICE_STATUS_RUNNING, HBLServiceStatus(VNET, HBL_SVC_NAT));
-    EXPECT_TRUE(HBLServiceStop(VNET, HBL_SVC_NAT));
-    EXPECT_FALSE(HasPidFile());
-    EXPECT_EQ(128 + SIGKILL, daemon.Wait());
 }
 
 TEST_F(Daemons, ProcessThatIsNotOursToSignalIsAnError) {
@@ -85,18 +123,13 @@ TEST_F(Daemons, ProcessThatIsNotOursToSignalIsAnError) {
     EXPECT_EQ(0, status);
 }
 
-struct RestartCase {
-    const char *situation;
-    bool configured;
-    bool running;
-    bool force;
-    bool daemonWorks;
-    bool result;
-    std::optional<bool> restarted;  // nothing: the output stays untouched
-};
-
 TEST_F(Daemons, RestartStartsWhatRanOrIsForcedAndIsConfigured) {
-    static constexpr RestartCase CASES[] = {
+    static constexpr struct {
+        const char *situation;
+        bool configured, running, force, daemonWorks;
+        bool result;
+        std::optional<bool> restarted;  // nothing: the output stays untouched
+    } CASES[] = {
         {"running, configured", true, true, false, true, true, true},
         {"running, no longer configured", false, true, false, true, true, false},
         {"stopped", true, false, false, true, true, {}},
@@ -104,12 +137,12 @@ TEST_F(Daemons, RestartStartsWhatRanOrIsForcedAndIsConfigured) {
         {"stopped, forced, not configured", false, false, true, true, true, false},
         {"start fails", true, true, false, false, false, {}},
     };
-    for (const RestartCase &row : CASES) {
+    for (const auto &row : CASES) {
         SCOPED_TRACE(row.situation);
         cache_.Answer("VNET_8_NAT", row.configured ? "yes" : "no");
         cache_.Program("zelan-natd",
                        row.daemonWorks ? "echo $$ > $4; printf x > /proc/self/fd/$2" : "exit 0");
-        unlink(PidFile().c_str());
+        unlink(pidFile_.c_str());
         BackgroundCommand old({"sleep", "60"});
         if (row.running) {
             WritePid(std::to_string(old.pid()));

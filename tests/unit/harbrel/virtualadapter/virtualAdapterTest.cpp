@@ -11,18 +11,21 @@
 
 namespace {
 
-using testing::EndsWith;
-using testing::HasSubstr;
+class VirtualAdapter : public testing::Test {
+  protected:
+    VirtualAdapter() { HBLSubnetTables() = {}; }
 
-struct SettingsCase {
-    const char *field;
-    const char *value;  // what spoils it; null: removed
-    const char *line;
+    FakePrograms cache_;
+    LogCapture log_;
 };
 
 // The interface does not exist, so that settings in order would end at the first ioctl.
-TEST(VirtualAdapter, EnableStopsAtTheFirstSettingThatIsWrong) {
-    static constexpr SettingsCase CASES[] = {
+TEST_F(VirtualAdapter, EnableStopsAtTheFirstSettingThatIsWrong) {
+    static constexpr struct {
+        const char *field;
+        const char *value;  // what spoils it; null: removed
+        const char *line;
+    } CASES[] = {
         {"VIRTUAL_ADAPTER_NAME", "sixteen-letters-", "Getting virtual adapter name failed"},
         {"HOSTONLY_SUBNET", nullptr, "Getting Subnet Address failed"},
         {"VIRTUAL_ADAPTER_ADDR", "192.168.100.1000", "Getting virtual adapter address failed"},
@@ -35,64 +38,53 @@ TEST(VirtualAdapter, EnableStopsAtTheFirstSettingThatIsWrong) {
         {"HOSTONLY_SUBNET", "192.168.40.00",
          "Converting subnet address: 192.168.40.00 to network format failed"},
     };
-    for (const SettingsCase &row : CASES) {
-        SCOPED_TRACE(row.line);
-        FakePrograms cache;
-        cache.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", "no-such-link");
-        cache.Answer("VNET_8_VIRTUAL_ADAPTER_ADDR", "192.168.40.7");
-        cache.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
-        cache.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
-        LogCapture log;
+    for (const auto &row : CASES) {
+        cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", "no-such-link");
+        cache_.Answer("VNET_8_VIRTUAL_ADAPTER_ADDR", "192.168.40.7");
+        cache_.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
+        cache_.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
         ASSERT_TRUE(row.value != nullptr ? HBLSetVnetCfg(8, row.field, row.value)
                                          : HBLRemoveVnetCfg(8, row.field));
-        EXPECT_FALSE(HBLVirtAdapterEnable(8));
-        EXPECT_THAT(log.Take(), EndsWith("HBLVirtAdapterEnable - " + std::string(row.line) + "\n"));
+        EXPECT_FALSE(HBLVirtAdapterEnable(8)) << row.line;
+        EXPECT_THAT(log_.Take(), testing::EndsWith("HBLVirtAdapterEnable - " + std::string(row.line) + "\n"));
     }
 }
 
-class AdapterSwitch : public testing::Test {
-  protected:
-    AdapterSwitch() { HBLSubnetTables() = {}; }
-    FakePrograms files_;
-};
-
-TEST_F(AdapterSwitch, TurningOnTakesASubnetWhereThereIsNoneAndTurningOffKeepsIt) {
-    files_.Program("orvane-ping", "exit 2\n");
-    EXPECT_TRUE(HBL_SetVnetUseAdapter("zelan8", true, false));
-    EXPECT_TRUE(HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
-    EXPECT_TRUE(HBLVnetIsOptionConfigured(8, HBL_OPTION_VIRTUAL_ADAPTER));
-    EXPECT_TRUE(HBL_SetVnetUseAdapter("zelan8", false, false));
-    EXPECT_TRUE(HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
-    EXPECT_FALSE(HBLVnetIsOptionConfigured(8, HBL_OPTION_VIRTUAL_ADAPTER));
-}
-
-TEST_F(AdapterSwitch, FailedAssignmentLeavesTheNetworkAsItWas) {
-    files_.Program("orvane-ping", "exit 0\n");
-    LogCapture log;
+TEST_F(VirtualAdapter, SwitchTakesASubnetWhereThereIsNoneAndGivesItBackOnFailure) {
+    cache_.Program("orvane-ping", "exit 0\n");
     EXPECT_FALSE(HBL_SetVnetUseAdapter("zelan8", true, false));
-    EXPECT_THAT(log.Take(), HasSubstr("HBL_SetVnetUseAdapter - Failed to assign subnet to vnet\n"));
+    EXPECT_THAT(log_.Take(), testing::HasSubstr("HBL_SetVnetUseAdapter - Failed to assign subnet to vnet\n"));
     EXPECT_FALSE(HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
-    EXPECT_FALSE(HBLVnetIsOptionConfigured(8, HBL_OPTION_VIRTUAL_ADAPTER));
+    cache_.Program("orvane-ping", "exit 2\n");
+    for (const bool use : {true, false}) {
+        EXPECT_TRUE(HBL_SetVnetUseAdapter("zelan8", use, false));
+        EXPECT_TRUE(HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
+        EXPECT_EQ(use, HBLVnetIsOptionConfigured(8, HBL_OPTION_VIRTUAL_ADAPTER));
+    }
 }
 
-TEST(VnetAdapterStatus, WithoutAnAdapterIsAReportAndNoFailure) {
-    FakePrograms cache;
-    bool installed = true;
-    bool enabled = true;
-    LogCapture log;
-    EXPECT_TRUE(HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled));
-    EXPECT_FALSE(installed);
-    EXPECT_FALSE(enabled);
-    EXPECT_EQ("HBL_GetVnetAdapterStatus - Hostonly virtual adapter is not configured on vnet: zelan8\n",
-              log.Take());
-    cache.Answer("VNET_8_VIRTUAL_ADAPTER", "yes");
-    cache.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", "lo");
-    EXPECT_TRUE(HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled));
-    EXPECT_TRUE(installed);
-    EXPECT_TRUE(enabled);
-    cache.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", "no-such-link");
-    EXPECT_TRUE(HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled));
-    EXPECT_FALSE(enabled);
+TEST_F(VirtualAdapter, StatusOfANetworkWithoutOneIsAReportAndNoFailure) {
+    static constexpr struct {
+        const char *configured, *link;
+        bool installed, enabled;
+        const char *log;
+    } CASES[] = {
+        {"no", "lo", false, false,
+         "HBL_GetVnetAdapterStatus - Hostonly virtual adapter is not configured on vnet: zelan8\n"},
+        {"yes", "lo", true, true, ""},
+        {"yes", "no-such-link", true, false,
+         "HBLAdapterStatus - ioctl: SIOCGIFFLAGS failed, error: No such device\n"},
+    };
+    for (const auto &row : CASES) {
+        cache_.Answer("VNET_8_VIRTUAL_ADAPTER", row.configured);
+        cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", row.link);
+        bool installed = !row.installed;
+        bool enabled = !row.enabled;
+        EXPECT_TRUE(HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled));
+        EXPECT_EQ(row.installed, installed);
+        EXPECT_EQ(row.enabled, enabled);
+        EXPECT_EQ(row.log, log_.Take());
+    }
 }
 
 }  // namespace
