@@ -70,11 +70,6 @@ class FullHost : public StartStop {
         "DHCP service on zelan8 is running\nNAT service on zelan8 is running\n"
         "Hostonly virtual adapter on zelan8 is enabled\nNetwork detection service is running\n"
         "All the services configured on all the networks are running\n";
-    static constexpr char NOT_RUNNING[] =
-        "Bridge networking on zelan0 is not running\nDHCP service on zelan1 is not running\n"
-        "Hostonly virtual adapter on zelan1 is disabled\nBridge networking on zelan3 is not running\n"
-        "DHCP service on zelan8 is not running\nNAT service on zelan8 is not running\n"
-        "Hostonly virtual adapter on zelan8 is disabled\nNetwork detection service is not running\n";
     static constexpr char STOPPED[] =
         "Stopped Bridged networking on zelan0\nStopped DHCP service on zelan1\n"
         "Disabled hostonly virtual adapter on zelan1\nStopped Bridged networking on zelan3\n"
@@ -84,7 +79,11 @@ class FullHost : public StartStop {
 };
 
 TEST_F(FullHost, StartStatusAndStopOfEverything) {
-    Expect(Run({"--status"}), 1, NOT_RUNNING, "Some/All of the configured services are not running\n");
+    const std::string notRunning =
+        RunShell("echo '" + std::string(RUNNING) +
+                 "' | sed '/^All/,$d; s/is running/is not running/; s/enabled/disabled/'")
+            .output;
+    Expect(Run({"--status"}), 1, notRunning, "Some/All of the configured services are not running\n");
     const CommandResult start = Run({"--start"});
     EXPECT_EQ(0, start.status) << start;
     EXPECT_EQ(SortedLines(STARTED), SortedLines(start.output));

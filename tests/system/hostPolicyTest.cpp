@@ -1,0 +1,182 @@
+// --install-host-policy and --uninstall-host-policy, judged by what runs, the database and the files.
+#include <gmock/gmock.h>
+
+#include "tests/support/tool.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr char POLICY_FILE[] = "/etc/orvane/orvane-lumet/host.qorp";
+constexpr char COMPLETED[] = "Restarting services completed\n";
+constexpr char CONFIGURED[] =
+    "Configured host policy network settings on network zelan8, restarting services\n";
+constexpr char STOPPED_8[] =
+    "Stopped DHCP service on zelan8\nStopped NAT service on zelan8\n"
+    "Disabled hostonly virtual adapter on zelan8\n";
+
+class HostPolicy : public ToolTest {
+  protected:
+    HostPolicy() {
+        Install("answer HBL_DEFAULT_BRIDGE_VNET -1\nadd_bridge_mapping eth7 8\n" + Subnet(8) +
+                Feature(8, "DHCP") + Feature(8, "NAT") + Feature(8, "VIRTUAL_ADAPTER"));
+    }
+    static void Start() { ASSERT_TRUE(Run({"--start"}).Succeeded()); }
+    static std::string DhcpFile() { return ReadFileText("/etc/orvane/zelan8/dhcpd/dhcpd.conf"); }
+    static std::string NatFile() { return ReadFileText("/etc/orvane/zelan8/nat/nat.conf"); }
+    // The settings of network 8 in the database, without the hash.
+    static std::string Settings() {
+        return RunShell(std::string("grep VNET_8 ") + DATABASE + " | grep -v HASH | cut -d_ -f3-").output;
+    }
+};
+
+TEST_F(HostPolicy, InstallMovesTheRunningNatNetworkToTheSubnet) {
+    Start();
+    const pid_t bridge = Pid("zelan-bridge-8");
+    const pid_t detection = Pid("zelan-detect");
+    Expect(Run({"--install-host-policy=172.16.9.0,0x1"}), 0, std::string(STOPPED_8) + CONFIGURED + COMPLETED,
+           "");
+    EXPECT_EQ("172.16.9.1/24 brd 172.16.9.255\n", Address("zelan8"));
+    EXPECT_THAT(DhcpFile(), HasSubstr("subnet 172.16.9.0 netmask 255.255.255.0"));
+    EXPECT_THAT(NatFile(), HasSubstr("172.16.9.2"));
+    EXPECT_TRUE(Runs(Pid("zelan-dhcpd-zelan8")) && Runs(Pid("zelan-natd-8")));
+    EXPECT_EQ(bridge, Pid("zelan-bridge-8"));
+    EXPECT_TRUE(Runs(bridge));
+    EXPECT_NE(detection, Pid("zelan-detect"));
+    EXPECT_TRUE(Runs(Pid("zelan-detect")));
+    EXPECT_EQ(
+        "DHCP yes\nHOSTONLY_NETMASK 255.255.255.0\nHOSTONLY_SUBNET 172.16.9.0\nNAT yes\nVIRTUAL_ADAPTER "
+        "yes\n",
+        Settings());
+}
+
+TEST_F(HostPolicy, InstallStartsWhatRanAndDhcpOnlyIfAsked) {
+    struct RestartCase {
+        bool running;
+        const char *argument;
+        const char *pidFiles;
+        bool dhcpFile;
+    };
+    static constexpr RestartCase CASES[] = {
+        {false, "--install-host-policy=172.16.9.0,1", "zelan-detect.pid ", true},
+        {true, "--install-host-policy=172.16.9.0,0",
+         "zelan-bridge-8.pid zelan-detect.pid zelan-natd-8.pid zelan-netifup-zelan8.pid ", false},
+    };
+    for (const RestartCase &row : CASES) {
+        if (row.running) {
+            Start();
+        }
+        Expect(Run({row.argument}), 0, (row.running ? STOPPED_8 : std::string()) + CONFIGURED + COMPLETED,
+               "");
+        EXPECT_EQ(row.pidFiles, PidFiles());
+        EXPECT_EQ(row.dhcpFile, !DhcpFile().empty());
+        EXPECT_THAT(Settings(), HasSubstr(row.dhcpFile ? "DHCP yes\n" : "DHCP no\n"));
+    }
+}
+
+TEST_F(HostPolicy, InstallWithoutASubnetRestartsDetectionOnly) {
+    const std::string before = ReadFileText(DATABASE);
+    Expect(Run({"-v", "--install-host-policy"}), 0,
+           "Commands specified: install-hostpolicy \nSkipping NAT policy installation\n" +
+               std::string(COMPLETED),
+           "");
+    EXPECT_EQ("zelan-detect.pid ", PidFiles());
+    const pid_t detection = Pid("zelan-detect");
+    Expect(Run({"--install-host-policy"}), 0, COMPLETED, "");
+    EXPECT_TRUE(WaitUntil([detection] { return !Runs(detection); }));
+    EXPECT_TRUE(Runs(Pid("zelan-detect")));
+    EXPECT_EQ(before, ReadFileText(DATABASE));
+}
+
+TEST_F(HostPolicy, InstallThatFailsInTheMiddleStripsTheNetwork) {
+    struct FailureCase {
+        const char *trouble;
+        const char *argument;
+        const char *reason;
+    };
+    static constexpr FailureCase CASES[] = {
+        {":", "--install-host-policy=172.16.9.x,1",
+         "Failed to set the subnet address: 172.16.9.x for network zelan8\n"},
+        {"rm -r /etc/orvane/zelan8/nat && touch /etc/orvane/zelan8/nat", "--install-host-policy=172.16.9.0,1",
+         "Failed to create NAT configuration file for network zelan8\n"},
+    };
+    for (const FailureCase &row : CASES) {
+        SCOPED_TRACE(row.argument);
+        Install(Subnet(8) + Feature(8, "DHCP") + Feature(8, "NAT") + Feature(8, "VIRTUAL_ADAPTER"));
+        Start();
+        const pid_t detection = Pid("zelan-detect");
+        Must(row.trouble);
+        Expect(Run({row.argument}), 1, STOPPED_8,
+               row.reason +
+                   std::string("Failed to configure all host policy network settings, cleanup up settigns on "
+                               "network zelan8 ...\n"
+                               "Cleaned-up subnet, Cleaned-up netmask, Cleaned-up dhcp, Cleaned-up nat, "
+                               "Cleaned-up hostonly adapter\n"));
+        EXPECT_EQ("DHCP no\nNAT no\nVIRTUAL_ADAPTER no\n", Settings());
+        EXPECT_EQ("zelan-bridge-0.pid zelan-detect.pid ", PidFiles());
+        EXPECT_EQ(detection, Pid("zelan-detect"));
+        EXPECT_TRUE(Runs(detection));
+        EXPECT_TRUE(Run({"--stop"}).Succeeded());
+    }
+}
+
+TEST_F(HostPolicy, InstallThatCannotStopTheNetworkChangesNoSetting) {
+    const std::string before = ReadFileText(DATABASE);
+    Must("mkdir /dev/zelan8");
+    Expect(Run({"--install-host-policy=172.16.9.0,1"}), 1, "",
+           "Failed to delete device for zelan8\nFailed to stop services for network zelan8\n");
+    EXPECT_EQ(before, ReadFileText(DATABASE));
+    EXPECT_EQ("", PidFiles());
+}
+
+TEST_F(HostPolicy, InstallGoesOnPastServicesThatDoNotRestart) {
+    Start();
+    Must("rm /run/programs/zelan-natd /run/programs/zelan-detect");
+    Expect(Run({"--install-host-policy=172.16.9.0,1"}), 1, std::string(STOPPED_8) + CONFIGURED,
+           "Failed to start NAT service on network zelan8\nFailed to start Netdetect service\n");
+    EXPECT_EQ("zelan-bridge-8.pid zelan-dhcpd-zelan8.pid zelan-netifup-zelan8.pid ", PidFiles());
+    EXPECT_EQ("172.16.9.1/24 brd 172.16.9.255\n", Address("zelan8"));
+}
+
+TEST_F(HostPolicy, UninstallDeletesTheFileAndRestartsDetection) {
+    struct UninstallCase {
+        const char *before;
+        int status;
+        std::string output;
+        const char *errors;
+        bool detects;  // afterwards
+    };
+    const std::string done = std::string("Deleted host policy file: ") + POLICY_FILE +
+                             "\nUninstalled host policy network settings\n";
+    const UninstallCase cases[] = {
+        {"rmdir $F 2>&-; mkdir -p ${F%/*}; echo policy > $F", 0, done, "", true},
+        {"rm -f $F", 0, done, "", true},
+        {"mkdir $F", 1, "", "Failed to delete host policy file: /etc/orvane/orvane-lumet/host.qorp\n", false},
+        {"rmdir $F; rm $PROGRAM", 1, std::string("Deleted host policy file: ") + POLICY_FILE + "\n",
+         "Failed to start Netdetect service\n", false},
+    };
+    const std::string database = ReadFileText(DATABASE);
+    for (const UninstallCase &row : cases) {
+        SCOPED_TRACE(row.before);
+        Must(std::string("F=") + POLICY_FILE + " PROGRAM=" + Program("zelan-detect") + "; " + row.before);
+        const pid_t detection = Pid("zelan-detect");
+        Expect(Run({"--uninstall-host-policy"}), row.status, row.output, row.errors);
+        EXPECT_TRUE(WaitUntil([detection] { return !Runs(detection); }));
+        EXPECT_EQ(row.detects, Runs(Pid("zelan-detect")));
+        EXPECT_FALSE(std::filesystem::is_regular_file(POLICY_FILE));
+        EXPECT_EQ(database, ReadFileText(DATABASE));
+    }
+}
+
+TEST_F(HostPolicy, UninstallKeepsTheFileWhenDetectionCannotBeStopped) {
+    Must(std::string("mkdir -p /etc/orvane/orvane-lumet && echo policy > ") + POLICY_FILE);
+    WriteFileText(PidFile("zelan-detect"), "no number\n");
+    Expect(Run({"-v", "--uninstall-host-policy"}), 1,
+           "Commands specified: uninstall-hostpolicy \nHost policy file location: "
+           "/etc/orvane/orvane-lumet/host.qorp, and exists\n",
+           "Failed to stop Netdetect service\n");
+    EXPECT_EQ("policy\n", ReadFileText(POLICY_FILE));
+    EXPECT_THAT(Log(), HasSubstr("HBL_Unload - Harbrel unloaded.\n"));
+}
+
+}  // namespace
