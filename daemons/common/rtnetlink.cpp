@@ -79,8 +79,8 @@ void RtRequest::Close(size_t place) {
     attribute->rta_len = static_cast<uint16_t>(message()->nlmsg_len - place);
 }
 
-bool RtSocket::Open(uint32_t groups) {
-    socket_.reset(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+bool RtSocket::Open(uint32_t groups, int protocol) {
+    socket_.reset(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, protocol));
     sockaddr_nl address = {};
     address.nl_family = AF_NETLINK;
     address.nl_groups = groups;

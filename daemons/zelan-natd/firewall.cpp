@@ -1,5 +1,6 @@
 #include "daemons/zelan-natd/firewall.h"
 
+#include <malloc.h>
 #include <nftables/libnftables.h>
 
 #include <algorithm>
@@ -13,8 +14,7 @@ void NftCloser::operator()(nft_ctx *context) const {
 
 bool Firewall::Open() {
     context_.reset(nft_ctx_new(NFT_CTX_DEFAULT));
-    if (!context_ || nft_ctx_buffer_error(context_.get()) != 0 ||
-        nft_ctx_buffer_output(context_.get()) != 0) {
+    if (!context_ || nft_ctx_buffer_error(context_.get()) != 0) {
         Complain("cannot speak to nftables");
         return false;
     }
@@ -23,17 +23,23 @@ bool Firewall::Open() {
 
 int Firewall::Apply(const std::string &commands, std::string *refusal) {
     errno = 0;
-    if (nft_run_cmd_from_buffer(context_.get(), commands.c_str()) == 0) {
+    int result = nft_run_cmd_from_buffer(context_.get(), commands.c_str());
+    int error = errno != 0 ? errno : EINVAL;
+    if (result == 0) {
+        Forget();
         return 0;
     }
-    int error = errno != 0 ? errno : EINVAL;
     // The first line; what follows points into the commands.
     *refusal = nft_ctx_get_error_buffer(context_.get());
     refusal->erase(std::min(refusal->find('\n'), refusal->size()));
     return error;
 }
 
-std::string Firewall::Ask(const std::string &command) {
-    bool answered = nft_run_cmd_from_buffer(context_.get(), command.c_str()) == 0;
-    return answered ? nft_ctx_get_output_buffer(context_.get()) : "";
+// Before a command the library reads all tables of the host, half a megabyte for each, and keeps them until
+// the context ends, which would give up the table, or until a command fails. A daemon must not carry that
+// along for its life.
+void Firewall::Forget() {
+    constexpr const char *NO_COMMAND = "?";
+    nft_run_cmd_from_buffer(context_.get(), NO_COMMAND);
+    malloc_trim(0);
 }

@@ -20,9 +20,8 @@ class Firewall {
     // Carries a text of commands out, all or nothing. An errno value; *refusal has the words of it.
     int Apply(const std::string &commands, std::string *refusal);
 
-    // The output of a command; empty when it failed.
-    std::string Ask(const std::string &command);
-
   private:
+    void Forget();
+
     std::unique_ptr<nft_ctx, NftCloser> context_;
 };

@@ -1,14 +1,21 @@
 #include "daemons/zelan-natd/hostPorts.h"
 
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include "daemons/common/complain.h"
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// For all ports together.
+constexpr std::chrono::milliseconds PREDECESSOR_TIME{300};
 
 // A socket that holds the port; empty with errno.
 FileDescriptor Take(const PortForward &forward) {
@@ -28,10 +35,22 @@ FileDescriptor Take(const PortForward &forward) {
     return handle;
 }
 
+// The same with patience for a predecessor that is still dying.
+FileDescriptor TakeUntil(const PortForward &forward, Clock::time_point end) {
+    constexpr int POLL_MILLISECONDS = 5;
+    FileDescriptor handle = Take(forward);
+    while (!handle && errno == EADDRINUSE && Clock::now() < end) {
+        poll(nullptr, 0, POLL_MILLISECONDS);
+        handle = Take(forward);
+    }
+    return handle;
+}
+
 }  // namespace
 
 HostPorts HostPorts_Take(const NatConf &conf) {
     HostPorts ports;
+    Clock::time_point end = Clock::now() + PREDECESSOR_TIME;
     for (const PortForward &forward : conf.forwards) {
         const char *protocol = forward.tcp ? "TCP" : "UDP";
         if (!conf.subnet().HasHost(forward.guest)) {
@@ -39,7 +58,7 @@ HostPorts HostPorts_Take(const NatConf &conf) {
                      forward.hostPort, Ipv4_Text(forward.guest).c_str());
             continue;
         }
-        FileDescriptor handle = Take(forward);
+        FileDescriptor handle = TakeUntil(forward, end);
         if (!handle) {
             Complain("%s port %u is not forwarded to %s: %s", protocol, forward.hostPort,
                      Ipv4_Text(forward.guest).c_str(), strerror(errno));

@@ -23,7 +23,7 @@
 #include "daemons/common/namespace.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
-#include "daemons/common/text.h"
+#include "daemons/zelan-natd/closedHost.h"
 #include "daemons/zelan-natd/dns.h"
 #include "daemons/zelan-natd/firewall.h"
 #include "daemons/zelan-natd/hostForwarding.h"
@@ -34,6 +34,8 @@
 #include "daemons/zelan-natd/ruleset.h"
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 // How long a dying predecessor may keep the table of its network.
 constexpr std::chrono::milliseconds PREDECESSOR_TIME{2000};
@@ -94,26 +96,38 @@ bool ReadArguments(char **argv, Arguments *arguments) {
            ReadConfiguration(configuration, &arguments->conf) && FindNetwork(arguments);
 }
 
+// Applies a table. One that is still a dying predecessor's is waited for.
+int ApplyUntil(Firewall *firewall, const std::string &commands, Clock::time_point end, std::string *refusal) {
+    int error = firewall->Apply(commands, refusal);
+    while (error == EPERM && Clock::now() < end) {
+        poll(nullptr, 0, PREDECESSOR_POLL_MILLISECONDS);
+        error = firewall->Apply(commands, refusal);
+    }
+    return error;
+}
+
 // Applies a table with as many of its features as the kernel has, and takes the others out of *features.
 bool ApplyTable(Firewall *firewall, NatFeatures *features,
                 const std::function<std::string(const NatFeatures &)> &compose) {
     std::string refusal;
-    if (firewall->Apply(compose(*features), &refusal) == 0) {
-        return true;
-    }
+    Clock::time_point end = Clock::now() + PREDECESSOR_TIME;
+    int error = ApplyUntil(firewall, compose(*features), end, &refusal);
     for (bool *feature : {&features->ftp, &features->udpTimeout}) {
-        if (!*feature) {
-            continue;
-        }
-        *feature = false;
-        if (firewall->Apply(compose(*features), &refusal) == 0) {
-            Complain("this kernel lacks %s",
-                     feature == &features->ftp ? "the FTP helper" : "time-outs for single flows");
-            return true;
+        if (error != 0 && error != EPERM && *feature) {
+            *feature = false;
+            error = ApplyUntil(firewall, compose(*features), end, &refusal);
+            if (error == 0) {
+                Complain("this kernel lacks %s",
+                         feature == &features->ftp ? "the FTP helper" : "time-outs for single flows");
+            }
         }
     }
-    Complain("nftables refuses the rules: %s", refusal.c_str());
-    return false;
+    if (error != 0) {
+        Complain("%s: %s",
+                 error == EPERM ? "another daemon serves this network" : "nftables refuses the rules",
+                 refusal.c_str());
+    }
+    return error == 0;
 }
 
 class NatDaemon {
@@ -126,19 +140,18 @@ class NatDaemon {
     [[noreturn]] void Run();
 
   private:
-    bool ClaimTable();
-    bool ApplyTables();
+    bool ApplyHostTable();
+    bool ApplyRouterTable();
     bool ServeDns();
     bool AllowForwarding();
     void TakeAnnouncements();
-    void WarnOfClosedHost();
 
     const Arguments &arguments_;
     const NatConf &conf_;
     SwitchUse use_;
     Router router_;
-    // Before the firewall: a successor that gets the table finds the ports free, as they are closed in order.
     HostPorts ports_;
+    NatFeatures features_;
     Firewall firewall_;
     HostForwarding forwarding_;
     RtSocket announcements_;
@@ -147,40 +160,19 @@ class NatDaemon {
     DnsOverTcp dnsOverTcp_;
 };
 
-// The owner's flag makes the table the daemon's own until it dies: no other daemon can serve the network, and
-// nobody else can change the rules.
-bool NatDaemon::ClaimTable() {
-    auto end = std::chrono::steady_clock::now() + PREDECESSOR_TIME;
-    std::string refusal;
-    int error = EPERM;
-    while (error == EPERM) {
-        error = firewall_.Apply(Ruleset_Claim(arguments_.network), &refusal);
-        if (error == EPERM && std::chrono::steady_clock::now() >= end) {
-            break;
-        }
-        poll(nullptr, 0, error == EPERM ? PREDECESSOR_POLL_MILLISECONDS : 0);
-    }
-    if (error == EPERM) {
-        Complain("another daemon serves network %d", arguments_.network);
-    } else if (error != 0) {
-        Complain("nftables gives no table: %s", refusal.c_str());
-    }
-    return error == 0;
+bool NatDaemon::ApplyHostTable() {
+    HostSide side = {arguments_.network, router_.uplink, router_.address};
+    return firewall_.Open() && ApplyTable(&firewall_, &features_, [&](const NatFeatures &features) {
+               return Ruleset_Host(side, conf_, ports_.forwards, features);
+           });
 }
 
-bool NatDaemon::ApplyTables() {
-    NatFeatures features;
-    HostSide side = {arguments_.network, router_.uplink, router_.address};
-    if (!ApplyTable(&firewall_, &features, [&](const NatFeatures &present) {
-            return Ruleset_Host(side, conf_, ports_.forwards, present);
-        })) {
-        return false;
-    }
+bool NatDaemon::ApplyRouterTable() {
     NamespaceVisit visit(router_.space);
     Firewall inside;
     return visit.entered() && inside.Open() &&
-           ApplyTable(&inside, &features, [&](const NatFeatures &present) {
-               return Ruleset_Router(conf_, ports_.forwards, present);
+           ApplyTable(&inside, &features_, [&](const NatFeatures &features) {
+               return Ruleset_Router(conf_, ports_.forwards, features);
            });
 }
 
@@ -198,17 +190,17 @@ bool NatDaemon::AllowForwarding() {
 bool NatDaemon::Begin(CleanUp *cleanUp) {
     SwitchLock lock(arguments_.network);
     RtSocket socket;
-    if (!lock.held() || !socket.Open() || !firewall_.Open() || !ClaimTable() ||
-        !use_.Begin(arguments_.network)) {
+    if (!lock.held() || !use_.Begin(arguments_.network) || !socket.Open()) {
         return false;
     }
-    ports_ = HostPorts_Take(conf_);
     cleanUp->network = arguments_.network;
     cleanUp->rest = HostForwarding::EndWhenUnused;
-    return Router_Plan(&socket, arguments_.network, conf_, &router_) &&
+    ports_ = HostPorts_Take(conf_);
+    // The host's table first: only one daemon of a network gets it, and none but that may touch the rest.
+    return Router_Plan(&socket, arguments_.network, conf_, &router_) && ApplyHostTable() &&
            Router_Make(&socket, arguments_.network, conf_, MacFile_Obtain(arguments_.macFile), &router_,
                        cleanUp) &&
-           ApplyTables() && ServeDns() && AllowForwarding();
+           ApplyRouterTable() && ServeDns() && AllowForwarding();
 }
 
 void NatDaemon::TakeAnnouncements() {
@@ -224,27 +216,6 @@ void NatDaemon::TakeAnnouncements() {
     }
 }
 
-// A packet that one table drops is lost, whatever another table says, so nothing here can help where the
-// host's own rules forward nothing by default.
-void NatDaemon::WarnOfClosedHost() {
-    Firewall firewall;
-    std::string chains = firewall.Open() ? firewall.Ask("list chains") : "";
-    std::string_view rest = chains;
-    std::string_view table;
-    std::string_view line;
-    while (Text_TakeLine(&rest, &line)) {
-        if (line.starts_with("table")) {
-            table = line.substr(0, line.find(" {"));
-        }
-        if (line.find("hook forward") != line.npos && line.find("policy drop") != line.npos) {
-            Complain(
-                "the host's %.*s drops forwarded packets by default: guests of network %d get out only "
-                "if it accepts what comes in and goes out by %s",
-                static_cast<int>(table.size()), table.data(), arguments_.network, router_.uplink);
-        }
-    }
-}
-
 int MillisecondsUntil(DnsClock::time_point deadline, DnsClock::time_point now) {
     if (deadline == DnsClock::time_point::max()) {
         return -1;
@@ -254,7 +225,7 @@ int MillisecondsUntil(DnsClock::time_point deadline, DnsClock::time_point now) {
 }
 
 void NatDaemon::Run() {
-    WarnOfClosedHost();
+    ClosedHost_Warn(arguments_.network, router_.uplink);
     std::vector<pollfd> waits;
     for (;;) {
         waits.assign(1, {announcements_.descriptor(), POLLIN, 0});

@@ -7,11 +7,8 @@ namespace {
 // "No time-out": the longest that a kernel with a thousand ticks a second can count.
 constexpr uint32_t LONGEST_TIMEOUT = 2147483;
 
-std::string TableName(int network) {
-    return "zelan-natd-" + std::to_string(network);
-}
-
-// Objects that rules refer to. Both must be set on a flow's first packet, before its address is translated.
+// Objects that rules refer to. Both have to be set on a flow's first packet, before its address is
+// translated, so that the chains of translation, which see nothing but first packets, are the place for it.
 std::string Objects(const NatConf &conf, const NatFeatures &features) {
     uint32_t timeout = conf.udpTimeout == 0 ? LONGEST_TIMEOUT : std::min(conf.udpTimeout, LONGEST_TIMEOUT);
     std::string seconds = std::to_string(timeout);
@@ -95,31 +92,29 @@ std::string GuestsAllowed(const NatConf &conf) {
 
 }  // namespace
 
-std::string Ruleset_Claim(int network) {
-    return "table ip " + TableName(network) + " { flags owner; }\n";
-}
-
 std::string Ruleset_Host(const HostSide &side, const NatConf &conf, const std::vector<PortForward> &forwards,
                          const NatFeatures &features) {
     std::string router = Ipv4_Text(side.router);
     std::string in = std::string("iifname \"") + side.uplink + "\"";
     std::string out = std::string("oifname \"") + side.uplink + "\"";
+    std::string text = "table ip zelan-natd-" + std::to_string(side.network) + " {\nflags owner;\n" +
+                       Objects(conf, features);
     // The host's own connections to its forwards may go to 127.0.0.1, so that the uplink is allowed to carry
-    // such addresses; none of them may come from the guests.
-    std::string text = "table ip " + TableName(side.network) + " {\nflags owner;\n" + Objects(conf, features);
-    text += Chain("guard", "filter hook prerouting priority -300", in + " ip daddr 127.0.0.0/8 drop\n");
+    // such addresses; none of them may come from the guests. On hosts that show bridged frames to the packet
+    // filter (br_netfilter) those on a switch must not be taken for packets to the host.
+    text += Chain("guard", "filter hook prerouting priority -300",
+                  in + " ip daddr 127.0.0.0/8 drop\niifname \"zelan-sw*\" notrack\n");
     text += Chain("forwards", "nat hook prerouting priority -100", ToRouter(side, forwards));
     text += Chain("own-forwards", "nat hook output priority -100", ToRouter(side, forwards));
     // A network without NAT or a bridge stays closed to the guests of this one, though the host could forward
     // to it; the forwards of other networks are open to them like to everybody.
     text += Chain("separate", "filter hook forward priority 0",
                   in + " oifname \"zelan*\" ct status & dnat != dnat drop\n");
-    text += Chain("flows", "filter hook postrouting priority 0",
-                  ApplyObjects(conf, features, "ip saddr " + router) + ApplyObjects(conf, features, out));
     // To a forward of their own network the guests come back through the uplink, and the host comes with any
     // of its addresses, even one of the guests' subnet: both get the uplink's, so that answers find the way.
     text += Chain("translate", "nat hook postrouting priority 100",
-                  "ip saddr " + router + " masquerade\n" + out + " fib saddr type local masquerade\n");
+                  ApplyObjects(conf, features, "ip saddr " + router) + ApplyObjects(conf, features, out) +
+                      "ip saddr " + router + " masquerade\n" + out + " fib saddr type local masquerade\n");
     return text + "}\n";
 }
 
@@ -133,7 +128,7 @@ std::string Ruleset_Router(const NatConf &conf, const std::vector<PortForward> &
     text += Chain(
         "separate", "filter hook forward priority 0",
         "ct state established,related accept\n" + in + " " + out + " accept\nct status dnat accept\ndrop\n");
-    text += Chain("flows", "filter hook postrouting priority 0", ApplyObjects(conf, features, ""));
-    text += Chain("translate", "nat hook postrouting priority 100", out + " masquerade\n");
+    text += Chain("translate", "nat hook postrouting priority 100",
+                  ApplyObjects(conf, features, "") + out + " masquerade\n");
     return text + "}\n";
 }

@@ -27,10 +27,8 @@ struct HostSide {
     Ipv4 router = 0;               // the router's address on the uplink
 };
 
-// Takes the host's table into possession without any rule in it.
-std::string Ruleset_Claim(int network);
-
-// The host's table, which sends the forwarded ports to the router.
+// The host's table, which sends the forwarded ports to the router. The owner's flag makes it the daemon's own
+// until it dies: no other daemon can serve the network, and nobody else can change the rules.
 std::string Ruleset_Host(const HostSide &side, const NatConf &conf, const std::vector<PortForward> &forwards,
                          const NatFeatures &features);
 

@@ -1,0 +1,134 @@
+#include "tests/support/conversation.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/eventfd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+sockaddr_in SocketAddress(const Endpoint &endpoint) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(endpoint.port));
+    inet_pton(AF_INET, endpoint.address.c_str(), &address.sin_addr);
+    return address;
+}
+
+std::string Dotted(const sockaddr_in &address) {
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+    return text;
+}
+
+bool WaitReadable(int descriptor, std::chrono::milliseconds deadline) {
+    pollfd wait = {descriptor, POLLIN, 0};
+    return poll(&wait, 1, static_cast<int>(deadline.count())) > 0;
+}
+
+std::string ReceiveOnce(int descriptor, std::chrono::milliseconds deadline) {
+    std::array<char, 65536> block;
+    ssize_t size = WaitReadable(descriptor, deadline) ? recv(descriptor, block.data(), block.size(), 0) : 0;
+    return size > 0 ? std::string(block.data(), static_cast<size_t>(size)) : "";
+}
+
+}  // namespace
+
+FileDescriptor SocketOn(const Machine *machine, int type) {
+    FileDescriptor home(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
+    if (machine != nullptr) {
+        FileDescriptor there(open(("/var/run/netns/" + machine->name()).c_str(), O_RDONLY | O_CLOEXEC));
+        EXPECT_EQ(0, setns(there.get(), CLONE_NEWNET)) << strerror(errno);
+    }
+    FileDescriptor made(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+    EXPECT_TRUE(made) << strerror(errno);
+    EXPECT_EQ(0, setns(home.get(), CLONE_NEWNET)) << strerror(errno);
+    return made;
+}
+
+void Serve(const FileDescriptor &socket, int type, const Endpoint &endpoint) {
+    constexpr int BACKLOG = 16;
+    sockaddr_in address = SocketAddress(endpoint);
+    int on = 1;
+    setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    ASSERT_EQ(0, bind(socket.get(), reinterpret_cast<sockaddr *>(&address), sizeof address))
+        << endpoint.address << ":" << endpoint.port << ": " << strerror(errno);
+    ASSERT_TRUE(type != SOCK_STREAM || listen(socket.get(), BACKLOG) == 0);
+}
+
+std::string Converse(const Machine *machine, int type, const Endpoint &server,
+                     const std::vector<std::string> &requests, std::chrono::milliseconds deadline) {
+    FileDescriptor client = SocketOn(machine, type | SOCK_NONBLOCK);
+    sockaddr_in address = SocketAddress(server);
+    connect(client.get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
+    std::string reply;
+    for (const std::string &request : requests) {
+        pollfd ready = {client.get(), POLLOUT, 0};
+        if (poll(&ready, 1, static_cast<int>(deadline.count())) <= 0 ||
+            send(client.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) {
+            return "";
+        }
+        reply = ReceiveOnce(client.get(), deadline);
+    }
+    return reply;
+}
+
+std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,
+                     std::chrono::milliseconds deadline) {
+    return Converse(machine, type, server, {request}, deadline);
+}
+
+Responder::Responder(const Machine *machine, int type, const Endpoint &endpoint, Answer answer)
+    : socket_(SocketOn(machine, type)),
+      stop_(eventfd(0, EFD_CLOEXEC)),
+      type_(type),
+      answer_(std::move(answer)) {
+    Serve(socket_, type, endpoint);
+    thread_ = std::thread([this] { Run(); });
+}
+
+Responder::~Responder() {
+    eventfd_write(stop_.get(), 1);
+    thread_.join();
+}
+
+void Responder::Run() {
+    std::array<pollfd, 2> waits = {{{stop_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}}};
+    while (poll(waits.data(), waits.size(), -1) > 0 && waits[0].revents == 0) {
+        if (type_ == SOCK_STREAM) {
+            ServeConnection();
+        } else {
+            ServeMessage();
+        }
+    }
+}
+
+void Responder::ServeConnection() {
+    sockaddr_in peer = {};
+    socklen_t size = sizeof peer;
+    FileDescriptor connection(accept(socket_.get(), reinterpret_cast<sockaddr *>(&peer), &size));
+    std::string request;
+    while (connection && !(request = ReceiveOnce(connection.get(), CONDITION_DEADLINE)).empty()) {
+        std::string reply = answer_(request, Dotted(peer));
+        send(connection.get(), reply.data(), reply.size(), MSG_NOSIGNAL);
+    }
+}
+
+void Responder::ServeMessage() {
+    std::array<char, 65536> block;
+    sockaddr_in peer = {};
+    socklen_t size = sizeof peer;
+    ssize_t length =
+        recvfrom(socket_.get(), block.data(), block.size(), 0, reinterpret_cast<sockaddr *>(&peer), &size);
+    if (length >= 0) {
+        std::string reply = answer_(std::string(block.data(), static_cast<size_t>(length)), Dotted(peer));
+        sendto(socket_.get(), reply.data(), reply.size(), 0, reinterpret_cast<sockaddr *>(&peer), size);
+    }
+}

@@ -1,0 +1,57 @@
+// Servers and clients on machines of the test, as threads and calls of the test program: only their sockets
+// are made in the machines' namespaces.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lib/misc/owners.h"
+#include "tests/support/netns.h"
+
+struct Endpoint {
+    std::string address;  // dotted
+    int port = 0;
+};
+
+// A socket of type SOCK_STREAM or SOCK_DGRAM in the namespace of a machine, or of the host with null. Fails
+// the running test and is empty when it cannot be made.
+FileDescriptor SocketOn(const Machine *machine, int type);
+
+// Binds the socket to the endpoint and, for TCP, listens. Fails the running test when that does not work.
+void Serve(const FileDescriptor &socket, int type, const Endpoint &endpoint);
+
+// Sends a request and returns what comes back first within the deadline; empty when nothing does. `machine`
+// null means from the host.
+std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,
+                     std::chrono::milliseconds deadline = CONDITION_DEADLINE);
+
+// The same with a request after each reply; returns the last reply.
+std::string Converse(const Machine *machine, int type, const Endpoint &server,
+                     const std::vector<std::string> &requests, std::chrono::milliseconds deadline);
+
+// Answers every request until it is destroyed.
+class Responder {
+  public:
+    // `answer` gets the request and the dotted address that it came from; it runs in a thread of its own.
+    using Answer = std::function<std::string(const std::string &request, const std::string &peer)>;
+
+    Responder(const Machine *machine, int type, const Endpoint &endpoint, Answer answer);
+    ~Responder();
+    Responder(const Responder &) = delete;
+    Responder &operator=(const Responder &) = delete;
+
+  private:
+    void Run();
+    void ServeConnection();
+    void ServeMessage();
+
+    FileDescriptor socket_;
+    FileDescriptor stop_;
+    int type_;
+    Answer answer_;
+    std::thread thread_;
+};

@@ -1,0 +1,355 @@
+// A network behind NAT: a guest on the switch, a computer outside, and the host between them.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/command.h"
+#include "tests/support/conversation.h"
+#include "tests/support/daemonStart.h"
+#include "tests/support/netns.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr const char *HOST = "203.0.113.1";
+constexpr const char *OUTSIDE = "203.0.113.9";
+constexpr const char *GUEST = "192.168.10.50";
+constexpr const char *GATEWAY = "192.168.10.2";
+// Long enough for an answer that comes at all.
+constexpr milliseconds SHORT{700};
+
+std::string Configuration(const std::string &host = "", const std::string &udp = "",
+                          const std::string &tcp = "", int timeout = 60) {
+    return std::string("# Linux NAT configuration file\n[host]\n# NAT gateway address\nip = ") + GATEWAY +
+           "\nnetmask = 255.255.255.0\ndevice = /dev/zelan8\n" + host +
+           "[udp]\ntimeout = " + std::to_string(timeout) + "\n[incomingudp]\n" + udp + "\n[incomingtcp]\n" +
+           tcp + "\n";
+}
+
+DaemonStart StartNat(const std::string &configuration) {
+    Must("mkdir -p /etc/orvane/zelan8/nat");
+    WriteFileText("/etc/orvane/zelan8/nat/nat.conf", configuration);
+    return StartDaemon("zelan-natd", "zelan-natd-8",
+                       {"-m", "/var/run/zelan-natd-8.mac", "-c", "/etc/orvane/zelan8/nat/nat.conf"});
+}
+
+// The address that a request came from.
+std::string Peer(const std::string &, const std::string &peer) {
+    return peer;
+}
+
+class Nat : public testing::Test {
+  protected:
+    void SetUp() override {
+        outside_.ConnectToHost("eth0", "eth0", std::string(OUTSIDE) + "/24");
+        Must(std::string("ip address add ") + HOST + "/24 dev eth0");
+    }
+
+    void Start(const std::string &configuration) {
+        start_ = StartNat(configuration);
+        EXPECT_TRUE(start_.CameUp()) << start_;
+        if (guest_ == nullptr) {
+            PlugGuest();
+        }
+    }
+
+    void PlugGuest() {
+        guest_ = std::make_unique<Machine>("zelan-g");
+        guest_->ConnectToBridge("zelan-sw8", "eth0", std::string(GUEST) + "/24");
+        Must(std::string("ip -n zelan-g route add default via ") + GATEWAY);
+    }
+
+    bool GuestPings(const char *address) const {
+        return guest_->Run(std::string("ping -c 1 -W 2 ") + address).Succeeded();
+    }
+
+    Machine outside_{"outside"};
+    DaemonStart start_;
+    std::unique_ptr<Machine> guest_;
+};
+
+TEST_F(Nat, GuestGetsOutUnderTheHostsAddress) {
+    Start(Configuration());
+    Responder tcp(&outside_, SOCK_STREAM, {OUTSIDE, 7000}, Peer);
+    Responder udp(&outside_, SOCK_DGRAM, {OUTSIDE, 7000}, Peer);
+    EXPECT_EQ(HOST, Exchange(guest_.get(), SOCK_STREAM, {OUTSIDE, 7000}, "x")) << start_;
+    EXPECT_EQ(HOST, Exchange(guest_.get(), SOCK_DGRAM, {OUTSIDE, 7000}, "x")) << start_;
+    EXPECT_TRUE(GuestPings(OUTSIDE)) << start_;
+    EXPECT_EQ("", Exchange(&outside_, SOCK_STREAM, {GUEST, 22}, "x", SHORT)) << "the way in is open";
+}
+
+TEST_F(Nat, ForwardsReachTheGuestFromEverywhere) {
+    Start(Configuration("", "6000 = 192.168.10.50:6001\n", "0x22B8 = 192.168.10.50:80\n"));
+    Responder tcp(guest_.get(), SOCK_STREAM, {GUEST, 80}, Peer);
+    Responder udp(guest_.get(), SOCK_DGRAM, {GUEST, 6001}, Peer);
+    const std::string router = RunShell("ip -4 -br address show zelan-up8 | awk '{print $3}'").output;
+    const std::string hostsEnd = router.substr(0, router.find('/'));
+    const struct {
+        const char *from;
+        const Machine *client;
+        const char *address;
+        std::string seenAs;
+    } cases[] = {
+        {"outside", &outside_, HOST, OUTSIDE},
+        {"the host by its address", nullptr, HOST, hostsEnd},
+        {"the host by its loopback", nullptr, "127.0.0.1", hostsEnd},
+        {"the guest itself", guest_.get(), HOST, hostsEnd},
+    };
+    for (const auto &row : cases) {
+        EXPECT_EQ(row.seenAs, Exchange(row.client, SOCK_STREAM, {row.address, 8888}, "x")) << row.from;
+        EXPECT_EQ(row.seenAs, Exchange(row.client, SOCK_DGRAM, {row.address, 6000}, "x")) << row.from;
+    }
+}
+
+TEST_F(Nat, ForwardThatCannotBeIsNamedAndTheOthersWork) {
+    Responder taken(nullptr, SOCK_STREAM, {"127.0.0.1", 8888}, Peer);
+    Start(Configuration("", "6000 = 10.1.1.1:1\n", "8888 = 192.168.10.50:80\n8889 = 192.168.10.50:81\n"));
+    const std::string log = start_.Log();
+    EXPECT_NE(std::string::npos, log.find("TCP port 8888 is not forwarded to 192.168.10.50: Address already"))
+        << log;
+    EXPECT_NE(std::string::npos, log.find("UDP port 6000 is not forwarded: 10.1.1.1 is no address")) << log;
+    Responder guest(guest_.get(), SOCK_STREAM, {GUEST, 81}, Peer);
+    EXPECT_EQ(OUTSIDE, Exchange(&outside_, SOCK_STREAM, {HOST, 8889}, "x"));
+    EXPECT_EQ("127.0.0.1", Exchange(nullptr, SOCK_STREAM, {"127.0.0.1", 8888}, "x"))
+        << "the host's own server lost its port";
+}
+
+// Enough of a message for the daemon, and a mark of who has answered.
+std::string Question(char number) {
+    return std::string("\x12") + number + std::string("\x01\0\0\x01\0\0\0\0\0\0question", 18);
+}
+
+Responder::Answer Resolver(const std::string &name) {
+    return [name](const std::string &request, const std::string &) {
+        // Over TCP the message has its length before it.
+        const size_t start = request.size() > 20 ? 2 : 0;
+        std::string reply = request.substr(0, start + 2) + "\x81" + request.substr(start + 3) + name;
+        return reply;
+    };
+}
+
+std::string OverTcp(const std::string &message) {
+    return std::string(1, '\0') + static_cast<char>(message.size()) + message;
+}
+
+bool EndsWith(const std::string &text, const std::string &end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+TEST_F(Nat, GuestsQuestionsGoToTheHostsNameServers) {
+    const std::string loopback = "127.0.0.53";
+    WriteFileText("/etc/resolv.conf", "search example\nnameserver " + loopback + "\n");
+    Responder hostUdp(nullptr, SOCK_DGRAM, {loopback, 53}, Resolver("host"));
+    Responder hostTcp(nullptr, SOCK_STREAM, {loopback, 53}, Resolver("host"));
+    Responder outsideUdp(&outside_, SOCK_DGRAM, {OUTSIDE, 53}, Resolver("outside"));
+    Responder outsideTcp(&outside_, SOCK_STREAM, {OUTSIDE, 53}, Resolver("outside"));
+    Start(Configuration());
+    const struct {
+        const char *condition;
+        std::string file;  // the next resolv.conf; empty to leave it
+        const char *answeredBy;
+    } cases[] = {
+        {"a name server on the host's loopback", "", "host"},
+        {"a changed file", std::string("nameserver ") + OUTSIDE + "\n", "outside"},
+        {"a first server that refuses", std::string("nameserver 127.0.0.9\nnameserver ") + OUTSIDE + "\n",
+         "outside"},
+        {"a first server that is silent",
+         std::string("nameserver 203.0.113.77\nnameserver ") + OUTSIDE + "\n", "outside"},
+    };
+    char number = 1;
+    for (const auto &row : cases) {
+        if (!row.file.empty()) {
+            WriteFileText("/etc/resolv.conf", row.file);
+        }
+        const std::string message = Question(number++);
+        const std::string udp = Exchange(guest_.get(), SOCK_DGRAM, {GATEWAY, 53}, message);
+        EXPECT_EQ(message.substr(0, 2), udp.substr(0, 2)) << row.condition;
+        EXPECT_TRUE(EndsWith(udp, row.answeredBy)) << row.condition << ": " << udp;
+        const std::string tcp = Exchange(guest_.get(), SOCK_STREAM, {GATEWAY, 53}, OverTcp(message));
+        EXPECT_TRUE(EndsWith(tcp, row.answeredBy)) << row.condition << ": " << tcp;
+    }
+}
+
+TEST_F(Nat, QuestionThatNobodyAnswersIsRefusedAtOnce) {
+    WriteFileText("/etc/resolv.conf", "nameserver 127.0.0.9\n");
+    Start(Configuration());
+    const std::string answer = Exchange(guest_.get(), SOCK_DGRAM, {GATEWAY, 53}, Question(1), SHORT);
+    ASSERT_GE(answer.size(), 4U) << start_;
+    EXPECT_EQ(2, answer[3] & 0x0f) << "no server failure";
+}
+
+bool NothingIsLeft() {
+    return RunShell("ip -br link | grep -q '^zelan-[^g]'").status == 1 &&
+           RunShell("ps -e -o comm= | grep -q '^zelan'").status == 1 &&
+           RunCommand({"nft", "list", "tables"}).output.empty();
+}
+
+std::string LeftOver() {
+    return RunShell("ip -br link; ps -e -o pid,comm; nft list tables").output;
+}
+
+std::string ForwardingOf(const char *name) {
+    return ReadFileText(std::string("/proc/sys/net/ipv4/conf/") + name + "/forwarding");
+}
+
+TEST_F(Nat, KilledDaemonLeavesNothing) {
+    Start(Configuration("", "", "8888 = 192.168.10.50:80\n"));
+    EXPECT_EQ("1\n", ForwardingOf("eth0"));
+    EXPECT_EQ("0\n", ForwardingOf("all"));
+    const std::string mac = ReadFileText("/var/run/zelan-natd-8.mac");
+    guest_.reset();
+    KillDaemon(start_);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+    EXPECT_TRUE(WaitUntil([] { return ForwardingOf("eth0") == "0\n"; })) << "the host still forwards";
+    EXPECT_EQ(mac, ReadFileText("/var/run/zelan-natd-8.mac"));
+    Responder reuse(nullptr, SOCK_STREAM, {HOST, 8888}, Peer);
+}
+
+TEST_F(Nat, HostThatForwardsByItselfGoesOnForwarding) {
+    Start(Configuration());
+    WriteFileText("/proc/sys/net/ipv4/ip_forward", "1");
+    guest_.reset();
+    KillDaemon(start_);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+    EXPECT_EQ("1\n", ForwardingOf("eth0"));
+}
+
+TEST_F(Nat, AdapterThatComesLaterIsForwardedToo) {
+    Start(Configuration());
+    Machine late("late");
+    late.ConnectToHost("eth1", "eth0", "198.51.100.9/24");
+    Must("ip address add 198.51.100.1/24 dev eth1");
+    EXPECT_TRUE(WaitUntil([] { return ForwardingOf("eth1") == "1\n"; }));
+    EXPECT_TRUE(GuestPings("198.51.100.9"));
+}
+
+TEST_F(Nat, OneStartedRightAfterAKillReplacesItsPredecessor) {
+    Start(Configuration("", "", "8888 = 192.168.10.50:80\n"));
+    const std::string mac = ReadFileText("/var/run/zelan-natd-8.mac");
+    Responder guest(guest_.get(), SOCK_STREAM, {GUEST, 80}, Peer);
+    for (int round = 0; round < 5; round++) {
+        KillDaemon(start_);
+        start_ = StartNat(Configuration("", "", "8888 = 192.168.10.50:80\n"));
+        ASSERT_TRUE(start_.CameUp()) << "round " << round << "\n" << start_;
+        ASSERT_EQ(std::string::npos, start_.Log().find("not forwarded")) << start_;
+        ASSERT_EQ(OUTSIDE, Exchange(&outside_, SOCK_STREAM, {HOST, 8888}, "x")) << "round " << round;
+    }
+    EXPECT_EQ(mac, ReadFileText("/var/run/zelan-natd-8.mac"));
+}
+
+TEST_F(Nat, SecondDaemonOfANetworkIsRefusedAndHarmsNothing) {
+    Start(Configuration());
+    const DaemonStart second = StartDaemon(
+        "zelan-natd", "second", {"-m", "/var/run/zelan-natd-8.mac", "-c", "/etc/orvane/zelan8/nat/nat.conf"});
+    EXPECT_FALSE(second.CameUp());
+    EXPECT_NE(std::string::npos, second.Log().find("another daemon serves this network")) << second;
+    EXPECT_TRUE(GuestPings(OUTSIDE));
+}
+
+TEST_F(Nat, HostThatDropsWhatItForwardsIsNamed) {
+    Must(
+        "nft 'table inet mine { chain f { type filter hook forward priority 0; policy drop; }; "
+        "chain in { type filter hook input priority 0; policy accept; }; }'");
+    Start(Configuration());
+    EXPECT_TRUE(WaitUntil([this] {
+        return start_.Log().find("table mine drops forwarded") != std::string::npos;
+    })) << start_;
+    EXPECT_FALSE(GuestPings(OUTSIDE));
+}
+
+TEST_F(Nat, BrokenConfigurationIsRefusedWithItsLine) {
+    const DaemonStart start = StartNat("[host]\nip = 192.168.10.2\nnetmask = 255.255.255.0\nfoo = 1\n");
+    EXPECT_FALSE(start.CameUp());
+    EXPECT_EQ("", start.report);
+    EXPECT_NE(std::string::npos, start.Log().find("/etc/orvane/zelan8/nat/nat.conf:4: there is no such key"))
+        << start;
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+TEST_F(Nat, OtherNetworksStayClosedToTheGuests) {
+    const DaemonStart netifup = StartNetifup(1);
+    ASSERT_TRUE(netifup.CameUp()) << netifup;
+    Must("ip address add 192.168.1.1/24 dev zelan1 && ip link set zelan1 up");
+    WriteFileText("/proc/sys/net/ipv4/ip_forward", "1");
+    Machine other("zelan-o");
+    other.ConnectToBridge("zelan-sw1", "eth0", "192.168.1.50/24");
+    Start(Configuration());
+    EXPECT_TRUE(GuestPings(OUTSIDE));
+    EXPECT_FALSE(GuestPings("192.168.1.50"));
+}
+
+TEST_F(Nat, SendersOfOtherMakersAreRefusedWhenAsked) {
+    Start(Configuration("allowAnyOUI = 0\n"));
+    const struct {
+        const char *mac;
+        bool allowed;
+    } cases[] = {{"52:54:00:12:34:56", true},
+                 {"02:00:00:00:00:01", true},
+                 {"00:16:3e:00:00:01", true},
+                 {"00:1b:21:00:00:01", false}};
+    for (const auto &row : cases) {
+        Must(std::string("ip -n zelan-g link set eth0 address ") + row.mac);
+        EXPECT_EQ(row.allowed, GuestPings(OUTSIDE)) << row.mac;
+    }
+}
+
+// Seconds until the host forgets its translation of a UDP flow to that port.
+int SecondsLeft(int port) {
+    const std::string line = RunShell("grep 'udp .*src=100.*dport=" + std::to_string(port) +
+                                      " ' /proc/net/nf_conntrack | awk '{print $5}'")
+                                 .output;
+    return line.empty() ? -1 : std::stoi(line);
+}
+
+TEST_F(Nat, UdpFlowsLiveAsLongAsConfigured) {
+    Responder udp(&outside_, SOCK_DGRAM, {OUTSIDE, 7000}, Peer);
+    Start(Configuration("", "", "", 1234));
+    if (access("/proc/net/nf_conntrack", R_OK) != 0) {
+        GTEST_SKIP() << "this kernel does not show its flows";
+    }
+    EXPECT_EQ(HOST, Exchange(guest_.get(), SOCK_DGRAM, {OUTSIDE, 7000}, "x"));
+    EXPECT_NEAR(1234, SecondsLeft(7000), 5);
+}
+
+// A server that connects back to where PORT tells it to, with "data".
+std::string ActiveFtpServer(const Machine &machine, const std::string &request) {
+    int a = 0, b = 0, c = 0, d = 0, high = 0, low = 0;
+    if (sscanf(request.c_str(), "PORT %d,%d,%d,%d,%d,%d", &a, &b, &c, &d, &high, &low) != 6) {
+        return "500 not understood\r\n";
+    }
+    const std::string address =
+        std::to_string(a) + "." + std::to_string(b) + "." + std::to_string(c) + "." + std::to_string(d);
+    return Exchange(&machine, SOCK_STREAM, {address, high * 256 + low}, "data", SHORT) == "thanks"
+               ? "226 sent\r\n"
+               : "425 no connection to " + address + "\r\n";
+}
+
+TEST_F(Nat, ActiveFtpWorksWhenAsked) {
+    constexpr int DATA_PORT = 5 * 256 + 1;
+    Responder server(&outside_, SOCK_STREAM, {OUTSIDE, 21},
+                     [this](const std::string &request, const std::string &) {
+                         return ActiveFtpServer(outside_, request);
+                     });
+    const struct {
+        const char *setting;
+        const char *answer;
+    } cases[] = {{"activeFTP = 1\n", "226 sent\r\n"},
+                 {"activeFTP = 0\n", "425 no connection to 192.168.10.50\r\n"}};
+    for (const auto &row : cases) {
+        Start(Configuration(row.setting));
+        if (start_.Log().find("lacks the FTP helper") != std::string::npos) {
+            GTEST_SKIP() << start_;
+        }
+        Responder client(guest_.get(), SOCK_STREAM, {GUEST, DATA_PORT},
+                         [](const std::string &, const std::string &) { return "thanks"; });
+        EXPECT_EQ(row.answer, Converse(guest_.get(), SOCK_STREAM, {OUTSIDE, 21},
+                                       {"USER x\r\n", "PORT 192,168,10,50,5,1\r\n"}, CONDITION_DEADLINE));
+        KillDaemon(start_);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,125 @@
+#include "daemons/zelan-natd/natConf.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+// As the library writes it.
+constexpr const char *WHOLE = R"(# Linux NAT configuration file
+[host]
+# NAT gateway address
+ip = 192.168.10.2
+netmask = 255.255.255.0
+# ZeLan device if not specified on command line
+device = /dev/zelan8
+# Allow PORT/EPRT FTP commands (they need incoming TCP stream ...)
+activeFTP = 0
+# Allows the source to have any OUI.  Turn this one if you change the OUI
+# in the MAC address of your virtual machines.
+allowAnyOUI = 0
+[udp]
+# Timeout in seconds, 0 = no timeout, default = 60; real value might
+# be up to 100% longer
+timeout = 0x1E
+[incomingudp]
+6000 = 192.168.10.50:6001
+
+[incomingtcp]
+6000 = 192.168.10.51:80
+65535 = 192.168.10.52:1
+
+)";
+
+TEST(NatConf, WholeFileIsRead) {
+    NatConf conf;
+    NatConfFault fault;
+    ASSERT_TRUE(NatConf_Parse(WHOLE, &conf, &fault)) << fault.line << ": " << fault.reason;
+    EXPECT_EQ("192.168.10.2", Ipv4_Text(conf.gateway));
+    EXPECT_EQ(24, conf.prefix);
+    EXPECT_EQ(8, conf.network);
+    EXPECT_FALSE(conf.activeFtp);
+    EXPECT_FALSE(conf.allowAnyOui);
+    EXPECT_EQ(30U, conf.udpTimeout);
+    ASSERT_EQ(3U, conf.forwards.size());
+    EXPECT_FALSE(conf.forwards[0].tcp);
+    EXPECT_TRUE(conf.forwards[1].tcp);
+    EXPECT_EQ(65535, conf.forwards[2].hostPort);
+    EXPECT_EQ("192.168.10.52", Ipv4_Text(conf.forwards[2].guest));
+    EXPECT_EQ(1, conf.forwards[2].guestPort);
+}
+
+TEST(NatConf, WhatIsLeftOutHasItsDefault) {
+    NatConf conf;
+    NatConfFault fault;
+    ASSERT_TRUE(NatConf_Parse("[host]\n\tip=10.0.0.1 \nnetmask\t=\t255.255.255.252", &conf, &fault))
+        << fault.reason;
+    EXPECT_EQ(-1, conf.network);
+    EXPECT_TRUE(conf.activeFtp);
+    EXPECT_TRUE(conf.allowAnyOui);
+    EXPECT_EQ(60U, conf.udpTimeout);
+    EXPECT_TRUE(conf.forwards.empty());
+}
+
+TEST(NatConf, BrokenFileIsRefusedWithLineAndReason) {
+    const std::string begin = "[host]\nip = 192.168.10.2\nnetmask = 255.255.255.0\n";
+    const struct {
+        std::string text;
+        int line;
+        const char *reason;
+    } cases[] = {
+        {"", 0, "ip or netmask is missing"},
+        {"[host]\nip = 192.168.10.2\n", 0, "ip or netmask is missing"},
+        {"[host]\nip = 192.168.10.0\nnetmask = 255.255.255.0\n", 0, "no host of its subnet"},
+        {"[host]\nip = 192.168.10.255\nnetmask = 255.255.255.0\n", 0, "no host of its subnet"},
+        {"ip = 192.168.10.2\n", 1, "before the first section"},
+        {"\n# c\n[dns]\n", 3, "no such section"},
+        {"[host\n", 1, "does not end"},
+        {"[host]]\n", 1, "no such section"},
+        {"[Host]\n", 1, "no such section"},
+        {"[host]\nip\n", 2, "of the form key = value"},
+        {"[host]\nip =\n", 2, "no IPv4 address"},
+        {"[host]\nip = 192.168.10\n", 2, "no IPv4 address"},
+        {"[host]\nip = 192.168.10.256\n", 2, "no IPv4 address"},
+        {"[host]\nip = 192.168.10.2.1\n", 2, "no IPv4 address"},
+        {"[host]\nip = 192.168.10.2 x\n", 2, "no IPv4 address"},
+        {"[host]\nip = 192.168.0010.2\n", 2, "no IPv4 address"},
+        {"[host]\nip = 192.168.10.2\r\n", 2, "no IPv4 address"},
+        {"[host]\nnetmask = 255.0.255.0\n", 2, "no netmask"},
+        {"[host]\nnetmask = 0.0.0.0\n", 2, "no netmask"},
+        {"[host]\nnetmask = 255.255.255.254\n", 2, "no netmask"},
+        {begin + "ip = 192.168.10.3\n", 4, "stands twice"},
+        {begin + "IP = 192.168.10.3\n", 4, "no such key"},
+        {begin + "timeout = 60\n", 4, "no such key"},
+        {begin + "device = zelan8\n", 4, "no device"},
+        {begin + "device = /dev/zelan256\n", 4, "no device"},
+        {begin + "device = /dev/zelan\n", 4, "no device"},
+        {begin + "activeFTP = 2\n", 4, "0 or 1"},
+        {begin + "activeFTP = 00\n", 4, "0 or 1"},
+        {begin + "allowAnyOUI = yes\n", 4, "0 or 1"},
+        {begin + "[udp]\ntimeout = -1\n", 5, "number of seconds"},
+        {begin + "[udp]\ntimeout = 2147483648\n", 5, "number of seconds"},
+        {begin + "[udp]\ntimeout = 0x\n", 5, "number of seconds"},
+        {begin + "[udp]\ntimeout = 08\n", 5, "number of seconds"},
+        {begin + "[incomingudp]\n0 = 192.168.10.5:1\n", 5, "no port"},
+        {begin + "[incomingudp]\n65536 = 192.168.10.5:1\n", 5, "no port"},
+        {begin + "[incomingtcp]\n= 192.168.10.5:1\n", 5, "no port"},
+        {begin + "[incomingtcp]\n80 = 192.168.10.5\n", 5, "no address and port"},
+        {begin + "[incomingtcp]\n80 = 192.168.10.5:\n", 5, "no address and port"},
+        {begin + "[incomingtcp]\n80 = 192.168.10.5:0\n", 5, "no address and port"},
+        {begin + "[incomingtcp]\n80 = 192.168.10.5:80:1\n", 5, "no address and port"},
+        {begin + "[incomingtcp]\n80 = :80\n", 5, "no address and port"},
+        {begin + "[incomingtcp]\n80 = 192.168.10.5:1\n0x50 = 192.168.10.6:1\n", 6, "forwarded twice"},
+        {begin + std::string("# a\0b\n", 6), 4, "zero byte"},
+    };
+    for (const auto &row : cases) {
+        NatConf conf;
+        NatConfFault fault;
+        EXPECT_FALSE(NatConf_Parse(row.text, &conf, &fault)) << row.text;
+        EXPECT_EQ(row.line, fault.line) << row.text;
+        EXPECT_NE(std::string::npos, fault.reason.find(row.reason)) << row.text << fault.reason;
+    }
+}
+
+}  // namespace
