@@ -38,8 +38,6 @@ std::string Node(const std::string &path) {
     return RunShell("stat -c '%F %t,%T %a' " + path + " 2>&1").output;
 }
 
-constexpr const char *NODE_OF_8 = "character special file 77,8 600\n";
-
 class HostOnly : public testing::Test {
   protected:
     HostOnly() {
@@ -64,7 +62,7 @@ TEST_F(HostOnly, BringUpMakesNodeDaemonAndAddressesUnlessTheInterfaceIsUp) {
     EXPECT_NE(0, access("/dev/zelan8", F_OK));
     Must("ip link del zelan8");
     ASSERT_TRUE(HBL_EnableNetworkAdapter("zelan8"));
-    EXPECT_EQ(NODE_OF_8, Node("/dev/zelan8"));
+    EXPECT_EQ("character special file 77,8 600\n", Node("/dev/zelan8"));
     EXPECT_TRUE(NetifupRuns());
     EXPECT_TRUE(IsUp("zelan8"));
     EXPECT_EQ("192.168.40.1/24 brd 192.168.40.255\n", AddressOf("zelan8"));
@@ -142,14 +140,6 @@ TEST_F(HostOnly, DeviceNodeIsMadeAndRemovedTwice) {
     EXPECT_FALSE(HBL_DeleteZelanDevice("zelan9"));
     EXPECT_THAT(log_.Take(),
                 EndsWith("HBLCreateDeleteZelanDevice - Failed to delete zelan device for zelet: zelan9\n"));
-}
-
-TEST_F(HostOnly, StartedServiceHasItsNode) {
-    files_.Answer("VNET_8_NAT", "yes");
-    ASSERT_TRUE(HBL_UpdateNATFromConfig("zelan8"));
-    EXPECT_TRUE(HBL_StartService("zelan8", HBL_SERVICE_NAT));
-    EXPECT_EQ(NODE_OF_8, Node("/dev/zelan8"));
-    EXPECT_EQ(HBL_SERVICE_STATUS_RUNNING, HBL_GetServiceStatus("zelan8", HBL_SERVICE_NAT));
 }
 
 TEST_F(HostOnly, RemovalRefusesWhileAnythingOfTheNetworkIsThere) {

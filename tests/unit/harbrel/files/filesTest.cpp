@@ -33,27 +33,22 @@ class Files : public testing::Test {
 };
 
 TEST_F(Files, NamesFollowTheConfigurationDirectoryButDevicesDoNot) {
-    static constexpr struct {
-        uint32_t type;
-        const char *path;
-    } ROWS[] = {
-        {HBL_FILE_VNET_DIR, "/conf/zelan8"},
-        {HBL_FILE_DHCP_DIR, "/conf/zelan8/dhcpd"},
-        {HBL_FILE_NAT_DIR, "/conf/zelan8/nat"},
-        {HBL_FILE_CUSTOM, "refused"},
-        {HBL_FILE_DHCP_CONF, "/conf/zelan8/dhcpd/dhcpd.conf"},
-        {HBL_FILE_DHCP_CONF_BACKUP, "/conf/zelan8/dhcpd/dhcpd.conf.bak"},
-        {HBL_FILE_DHCP_LEASES, "/conf/zelan8/dhcpd/dhcpd.leases"},
-        {HBL_FILE_DHCP_LEASES_BACKUP, "/conf/zelan8/dhcpd/dhcpd.leases~"},
-        {HBL_FILE_NAT_CONF, "/conf/zelan8/nat/nat.conf"},
-        {HBL_FILE_NAT_CONF_BACKUP, "/conf/zelan8/nat/nat.conf.bak"},
-        {HBL_FILE_HOST_CONFIG, "/conf/config"},
-        {HBL_FILE_DEVICE, "/dev/zelan8"},
-        {12, "refused"},
-    };
+    static constexpr const char *PATHS[] = {"/conf/zelan8",
+                                            "/conf/zelan8/dhcpd",
+                                            "/conf/zelan8/nat",
+                                            "refused",
+                                            "/conf/zelan8/dhcpd/dhcpd.conf",
+                                            "/conf/zelan8/dhcpd/dhcpd.conf.bak",
+                                            "/conf/zelan8/dhcpd/dhcpd.leases",
+                                            "/conf/zelan8/dhcpd/dhcpd.leases~",
+                                            "/conf/zelan8/nat/nat.conf",
+                                            "/conf/zelan8/nat/nat.conf.bak",
+                                            "/conf/config",
+                                            "/dev/zelan8",
+                                            "refused"};
     cache_.Answer("CONFIGDIR", "/conf");
-    for (const auto &row : ROWS) {
-        EXPECT_EQ(row.path, Name(8, row.type)) << row.type;
+    for (uint32_t type = 0; type < std::size(PATHS); type++) {
+        EXPECT_EQ(PATHS[type], Name(8, type));
     }
     EXPECT_TRUE(HBLNetCfgRemoveAnswer(nullptr, "CONFIGDIR"));
     EXPECT_EQ("/etc/orvane/zelan8", Name(8, HBL_FILE_VNET_DIR));
@@ -112,27 +107,20 @@ TEST_F(Files, ExistsOnlyWithTheRightKind) {
               log_.Take());
 }
 
-TEST_F(Files, HostConfigurationAndUnknownTypesAreRefusedInSilence) {
+TEST_F(Files, HostConfigurationUnknownTypesAndLongPathsAreRefused) {
     WriteFileText(Name(8, HBL_FILE_HOST_CONFIG), "");
-    HBLLogSetMask(HBL_MAX_LOG_MASK);
-    for (const uint32_t type : {uint32_t{HBL_FILE_HOST_CONFIG}, 12u, ~0u}) {
-        EXPECT_FALSE(HBLFileExists(8, type, nullptr)) << type;
-        EXPECT_FALSE(HBLCreateFile(8, type, nullptr)) << type;
-        EXPECT_FALSE(HBLRemoveFile(8, type, nullptr)) << type;
-    }
-    EXPECT_EQ("", log_.Take());
-    EXPECT_EQ(0, access(Name(8, HBL_FILE_HOST_CONFIG).c_str(), F_OK));
-}
-
-TEST_F(Files, CustomPathsOfUpTo255CharactersAreAccepted) {
     const std::string fits = "/tmp" + std::string(255 - 4, '/');
     const std::string tooLong = fits + "/";
     EXPECT_TRUE(HBLFileExists(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, fits.c_str()));
     for (const auto function : {HBLFileExists, HBLCreateFile, HBLRemoveFile}) {
+        EXPECT_FALSE(function(8, HBL_FILE_HOST_CONFIG, nullptr));
+        EXPECT_FALSE(function(8, 12, nullptr));
+        EXPECT_EQ("", log_.Take());
         EXPECT_FALSE(function(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, tooLong.c_str()));
         EXPECT_THAT(log_.Take(), testing::EndsWith(" - Custom file name " + tooLong +
                                                    " is longer than allowed 256 characters\n"));
     }
+    EXPECT_EQ(0, access(Name(8, HBL_FILE_HOST_CONFIG).c_str(), F_OK));
 }
 
 TEST_F(Files, RemovingWhatIsGoneSucceedsAndWhatIsFullDoesNot) {

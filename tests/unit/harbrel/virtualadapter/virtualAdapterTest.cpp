@@ -64,26 +64,18 @@ TEST_F(VirtualAdapter, SwitchTakesASubnetWhereThereIsNoneAndGivesItBackOnFailure
 }
 
 TEST_F(VirtualAdapter, StatusOfANetworkWithoutOneIsAReportAndNoFailure) {
-    static constexpr struct {
-        const char *configured, *link;
-        bool installed, enabled;
-        const char *log;
-    } CASES[] = {
-        {"no", "lo", false, false,
-         "HBL_GetVnetAdapterStatus - Hostonly virtual adapter is not configured on vnet: zelan8\n"},
-        {"yes", "lo", true, true, ""},
-        {"yes", "no-such-link", true, false,
-         "HBLAdapterStatus - ioctl: SIOCGIFFLAGS failed, error: No such device\n"},
-    };
-    for (const auto &row : CASES) {
-        cache_.Answer("VNET_8_VIRTUAL_ADAPTER", row.configured);
-        cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", row.link);
-        bool installed = !row.installed;
-        bool enabled = !row.enabled;
+    bool installed = true;
+    bool enabled = true;
+    EXPECT_TRUE(HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled));
+    EXPECT_FALSE(installed || enabled);
+    EXPECT_EQ("HBL_GetVnetAdapterStatus - Hostonly virtual adapter is not configured on vnet: zelan8\n",
+              log_.Take());
+    cache_.Answer("VNET_8_VIRTUAL_ADAPTER", "yes");
+    for (const std::string link : {"no-such-link", "lo"}) {
+        cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", link);
         EXPECT_TRUE(HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled));
-        EXPECT_EQ(row.installed, installed);
-        EXPECT_EQ(row.enabled, enabled);
-        EXPECT_EQ(row.log, log_.Take());
+        EXPECT_TRUE(installed);
+        EXPECT_EQ(link == "lo", enabled);
     }
 }
 
