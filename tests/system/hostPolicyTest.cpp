@@ -86,6 +86,9 @@ TEST_F(HostPolicy, InstallWithoutASubnetRestartsDetectionOnly) {
     EXPECT_TRUE(WaitUntil([detection] { return !Runs(detection); }));
     EXPECT_TRUE(Runs(Pid("zelan-detect")));
     EXPECT_EQ(before, ReadFileText(DATABASE));
+    WriteFileText(PidFile("zelan-detect"), "no number\n");
+    Expect(Run({"--install-host-policy"}), 1, "", "Failed to stop Netdetect service\n");
+    EXPECT_TRUE(Runs(Pid("zelan-detect"))) << "started all the same";
 }
 
 TEST_F(HostPolicy, InstallThatFailsInTheMiddleStripsTheNetwork) {
@@ -102,7 +105,9 @@ TEST_F(HostPolicy, InstallThatFailsInTheMiddleStripsTheNetwork) {
     };
     for (const FailureCase &row : CASES) {
         SCOPED_TRACE(row.argument);
-        Install(Subnet(8) + Feature(8, "DHCP") + Feature(8, "NAT") + Feature(8, "VIRTUAL_ADAPTER"));
+        Install(Subnet(8) + Feature(8, "DHCP") + Feature(8, "NAT") + Feature(8, "VIRTUAL_ADAPTER") +
+                "answer VNET_8_NAT_PARAM_UDP_TIMEOUT 20\nanswer VNET_8_DHCP_PARAM_MAX_LEASE_TIME 7300\n"
+                "answer VNET_8_VIRTUAL_ADAPTER_ADDR 10.7.8.9\n");
         Start();
         const pid_t detection = Pid("zelan-detect");
         Must(row.trouble);
