@@ -129,6 +129,7 @@ TEST(Dhcp, LeaseIsRenewedAndSurvivesTheServersRestart) {
 
 bool NothingIsLeft() {
     return RunShell("ip -br link | grep -q '^zelan'").status == 1 &&
+           RunShell("ip netns list-id | grep -q nsid").status == 1 &&
            RunShell("ps -e -o comm= | grep -qE '^(zelan|dhcpd)'").status == 1;
 }
 
@@ -137,6 +138,7 @@ TEST(Dhcp, PidFileNamesTheServerAndItsDeathLeavesNothing) {
     ASSERT_TRUE(start.CameUp()) << start;
     EXPECT_EQ("dhcpd\n", ReadFileText("/proc/" + std::to_string(start.pid) + "/comm"));
     EXPECT_FALSE(RunShell("ip -4 -br address | grep -q 192.168.10").Succeeded()) << "an address on the host";
+    EXPECT_TRUE(RunShell("ip netns list-id | grep -q nsid").Succeeded()) << "no namespace to look for";
     KillDaemon(start);
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << RunShell("ip -br link; ps -e -o pid,comm").output;
 }
