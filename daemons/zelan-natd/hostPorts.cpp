@@ -1,7 +1,10 @@
 #include "daemons/zelan-natd/hostPorts.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -16,6 +19,19 @@ using Clock = std::chrono::steady_clock;
 
 // For all ports together.
 constexpr std::chrono::milliseconds PREDECESSOR_TIME{300};
+
+// How many sockets the daemon can hold: a network may have more forwards than a process usually has files.
+size_t SocketLimit() {
+    // For everything else, DNS above all.
+    constexpr rlim_t KEPT_FREE = 512;
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return 0;
+    }
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    return limit.rlim_max > KEPT_FREE ? limit.rlim_max - KEPT_FREE : 0;
+}
 
 // A socket that holds the port; empty with errno.
 FileDescriptor Take(const PortForward &forward) {
@@ -35,6 +51,12 @@ FileDescriptor Take(const PortForward &forward) {
     return handle;
 }
 
+// libnftables waits by select, which takes none but the first FD_SETSIZE descriptors: those must stay free.
+FileDescriptor MoveAway(FileDescriptor handle) {
+    FileDescriptor moved(fcntl(handle.get(), F_DUPFD_CLOEXEC, FD_SETSIZE));
+    return moved ? std::move(moved) : std::move(handle);
+}
+
 // The same with patience for a predecessor that is still dying.
 FileDescriptor TakeUntil(const PortForward &forward, Clock::time_point end) {
     constexpr int POLL_MILLISECONDS = 5;
@@ -50,6 +72,7 @@ FileDescriptor TakeUntil(const PortForward &forward, Clock::time_point end) {
 
 HostPorts HostPorts_Take(const NatConf &conf) {
     HostPorts ports;
+    size_t most = SocketLimit();
     Clock::time_point end = Clock::now() + PREDECESSOR_TIME;
     for (const PortForward &forward : conf.forwards) {
         const char *protocol = forward.tcp ? "TCP" : "UDP";
@@ -58,13 +81,14 @@ HostPorts HostPorts_Take(const NatConf &conf) {
                      forward.hostPort, Ipv4_Text(forward.guest).c_str());
             continue;
         }
-        FileDescriptor handle = TakeUntil(forward, end);
+        errno = EMFILE;
+        FileDescriptor handle = ports.sockets.size() < most ? TakeUntil(forward, end) : FileDescriptor();
         if (!handle) {
             Complain("%s port %u is not forwarded to %s: %s", protocol, forward.hostPort,
                      Ipv4_Text(forward.guest).c_str(), strerror(errno));
             continue;
         }
-        ports.sockets.push_back(std::move(handle));
+        ports.sockets.push_back(MoveAway(std::move(handle)));
         ports.forwards.push_back(forward);
     }
     return ports;

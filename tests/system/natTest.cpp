@@ -118,6 +118,19 @@ TEST_F(Nat, ForwardThatCannotBeIsNamedAndTheOthersWork) {
         << "the host's own server lost its port";
 }
 
+TEST_F(Nat, MoreForwardsThanUsualFilesAreHeld) {
+    constexpr int FIRST = 10000;
+    constexpr int COUNT = 2000;
+    std::string forwards;
+    for (int port = FIRST; port < FIRST + COUNT; port++) {
+        forwards += std::to_string(port) + " = 192.168.10.50:" + std::to_string(port) + "\n";
+    }
+    Start(Configuration("", "", forwards));
+    EXPECT_EQ("", start_.Log());
+    Responder last(guest_.get(), SOCK_STREAM, {GUEST, FIRST + COUNT - 1}, Peer);
+    EXPECT_EQ(OUTSIDE, Exchange(&outside_, SOCK_STREAM, {HOST, FIRST + COUNT - 1}, "x"));
+}
+
 // Enough of a message for the daemon, and a mark of who has answered.
 std::string Question(char number) {
     return std::string("\x12") + number + std::string("\x01\0\0\x01\0\0\0\0\0\0question", 18);
