@@ -131,6 +131,12 @@ int Posix_Rename(const char *from, const char *to) {
     });
 }
 
+int Posix_Link(const char *from, const char *to) {
+    return CallWithNative(from, to, -1, [](const char *nativeFrom, const char *nativeTo) {
+        return link(nativeFrom, nativeTo);
+    });
+}
+
 int Posix_Stat(const char *path, struct stat *status) {
     return CallWithNative(path, -1, [status](const char *native) { return stat(native, status); });
 }

@@ -1,5 +1,7 @@
 #include "lib/harbrel/database/transfer.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +19,7 @@
 #include "lib/harbrel/files/files.h"
 #include "lib/misc/owners.h"
 #include "lib/string/lineReader.h"
+#include "lib/string/str.h"
 
 namespace {
 
@@ -79,9 +82,18 @@ bool EndWithRestore(Import *import) {
                import->movedName.get(), import->databasePath);
         return false;
     }
+    // Two names of one file stay both when one is renamed to the other.
+    Posix_Unlink(import->movedName.get());
     HBLLog(LOG_INFO, IMPORT, "Restored database file during error handling");
     ReloadDefaultCache(*import);
     return false;
+}
+
+// The old database gets its new name besides the present one, so that whenever the process may be killed a
+// whole database stands at its path. Where the file system has no second names it is moved.
+bool GiveName(const char *databasePath, const char *name) {
+    Posix_Unlink(name);
+    return Posix_Link(databasePath, name) == 0 || Posix_Rename(databasePath, name) == 0;
 }
 
 bool MoveOldDatabase(Import *import) {
@@ -93,12 +105,34 @@ bool MoveOldDatabase(Import *import) {
         HBLLog(LOG_ERR, IMPORT, "Failed to create backup file: %s", name.get());
         return false;
     }
-    if (Posix_Rename(import->databasePath, name.get()) != 0) {
+    if (!GiveName(import->databasePath, name.get())) {
         HBLLog(LOG_ERR, IMPORT, "Failed to backup existing database file, error: %s", Err_ErrnoText(errno));
         return false;
     }
     HBLLog(LOG_INFO, IMPORT, "Renamed database file: %s to: %s", import->databasePath, name.get());
     import->movedName = std::move(name);
+    return true;
+}
+
+// Writes the new database beside the path and puts it there in one step.
+bool WriteNewDatabase(const Import &import) {
+    const char *const slash = strrchr(import.databasePath, '/');
+    const int folderLength = slash != nullptr ? static_cast<int>(slash + 1 - import.databasePath) : 0;
+    const MallocString temporary(
+        Str_SafeAsprintf(nullptr, "%.*s.networking.XXXXXX", folderLength, import.databasePath));
+    const FileDescriptor reserved(mkostemp(temporary.get(), O_CLOEXEC));
+    if (!reserved) {
+        return false;
+    }
+    // Made anew by the writer, because a database that was not rewritten yet has that one's mode.
+    Posix_Unlink(temporary.get());
+    if (!NetCfgWriteDatabaseFile(import.backup, temporary.get(), false)) {
+        return false;
+    }
+    if (Posix_Rename(temporary.get(), import.databasePath) != 0) {
+        Posix_Unlink(temporary.get());
+        return false;
+    }
     return true;
 }
 
@@ -133,7 +167,7 @@ bool Exchange(Import *import) {
         lock.Release();  // the reload takes it for itself
         return EndWithOldDatabase(import);
     }
-    if (!NetCfgWriteDatabaseFile(import->backup, import->databasePath, false)) {
+    if (!WriteNewDatabase(*import)) {
         HBLLog(LOG_ERR, IMPORT, "Failed to write to database file: %s", import->databasePath);
         lock.Release();
         return EndWithRestore(import);

@@ -30,6 +30,7 @@ TEST(PosixWrappers, RefuseAPathThatDoesNotConvert) {
         {"unlink", [&] { return Posix_Unlink(path) == -1; }},
         {"fopen", [&] { return Posix_Fopen(path, "w") == nullptr; }},
         {"open", [&] { return Posix_Open(path, O_CREAT | O_RDWR, 0600) == -1; }},
+        {"link", [&] { return Posix_Link(path, good) == -1; }},
         {"rename from", [&] { return Posix_Rename(path, good) == -1; }},
         {"rename to", [&] { return Posix_Rename(good, path) == -1; }},
         {"stat", [&] { return Posix_Stat(path, &status) == -1; }},
