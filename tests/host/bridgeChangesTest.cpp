@@ -1,6 +1,5 @@
 // Bridge changes with adapters that the kernel really has and bridge daemons that really run: which mappings
 // are left, and which daemons were restarted in which order and with what.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -107,13 +106,8 @@ TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExpor
     ASSERT_TRUE(
         WaitUntil([] { return RunShell("ip link show hbl456789012345 | grep 'state UP'").Succeeded(); }));
     ASSERT_TRUE(HBLSetBridgeMapping("hbl456789012345", 5));
-    HBLLogSetMask(LOG_INFO | LOG_INFO2);
     HostAdapterChain chain;
     ASSERT_TRUE(HBLCreateHostAdapList(&chain.count, &chain.head));
-    const std::string prefix = "HBLCreateHostAdapList - ";
-    EXPECT_THAT(log_.Take(), testing::HasSubstr(prefix + "1000 bytes read from netlink socket\n" + prefix +
-                                                "Increasing buffer size to read\n" + prefix +
-                                                "Reading 2000 bytes from netlink socket\n"));
     std::string found;
     for (const HBL_HostAdapter *adapter = chain.head; adapter != nullptr; adapter = adapter->next) {
         EXPECT_STREQ("veth", adapter->driverName);
@@ -222,13 +216,6 @@ TEST_F(BridgeChanges, RefusedRestartOfAnyNetworkPutsAdaptersAndServicesBack) {
         EXPECT_TRUE(Runs(0) && Runs(3) && Runs(5)) << row.refused;
     }
     EXPECT_TRUE(Move("hbl0", 3));
-}
-
-TEST_F(BridgeChanges, ServiceThatDidNotRunStaysDown) {
-    Run({3});
-    EXPECT_TRUE(Move("hbl0", 3));
-    EXPECT_EQ("3 -ihbl0\n", ReadFileText(STARTS));
-    EXPECT_FALSE(Runs(0) || Runs(5));
 }
 
 TEST_F(BridgeChanges, RemovedNetworkLeavesItsAdaptersToTheDefault) {

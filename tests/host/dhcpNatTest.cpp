@@ -53,14 +53,13 @@ class DhcpNat : public LibraryTest {
         std::filesystem::resize_file("/var/log/harbrel", 0);
         return text;
     }
-    static bool UpdateDhcp(const char *vnet = "zelan8") {
-        if (!HBL_UpdateDHCPFromConfig(vnet)) {
+    static bool UpdateDhcp() {
+        if (!HBL_UpdateDHCPFromConfig("zelan8")) {
             return false;
         }
-        const std::string conf = std::string("/etc/orvane/") + vnet + "/dhcpd/dhcpd.conf";
         if (access(DHCPD, X_OK) == 0) {
-            const CommandResult judged = RunCommand({DHCPD, "-t", "-cf", conf});
-            EXPECT_TRUE(judged.Succeeded()) << judged << ReadFileText(conf);
+            const CommandResult judged = RunCommand({DHCPD, "-t", "-cf", DHCP_CONF});
+            EXPECT_TRUE(judged.Succeeded()) << judged << ReadFileText(DHCP_CONF);
         }
         return true;
     }
@@ -174,21 +173,6 @@ TEST_F(DhcpNat, ForwardsOfAProtocolAreReplacedAndReadWithTheirDescriptions) {
         HBL_EnumNATPortForward("zelan8", true, &offset, &hostPort, ip, &ipLength, &port, text, &length));
     EXPECT_TRUE(HBL_GetNATPortForward("zelan8", false, 80, ip, &ipLength, &port, text, &length));
     EXPECT_EQ(std::tuple(82, 0U), std::tuple(port, length));
-}
-
-TEST_F(DhcpNat, SwitchOnWithoutASubnetAssignsOneThatWorks) {
-    EXPECT_TRUE(HBL_SetVnetUseDHCP("zelan9", true, false));
-    EXPECT_TRUE(HBL_GetVnetUseDHCP("zelan9"));
-    const std::string subnet = Answer("VNET_9_HOSTONLY_SUBNET");
-    EXPECT_TRUE(HBL_SetVnetUseNAT("zelan9", true, false));
-    EXPECT_TRUE(UpdateDhcp("zelan9"));
-    EXPECT_TRUE(HBL_SetVnetUseDHCP("zelan9", true, true));
-    EXPECT_EQ("(none)", Answer("VNET_9_DHCP_CFG_HASH"));
-    EXPECT_TRUE(HBL_SetVnetUseDHCP("zelan9", false, false));
-    EXPECT_TRUE(HBL_UpdateDHCPFromConfig("zelan9"));
-    EXPECT_FALSE(std::filesystem::exists("/etc/orvane/zelan9"));
-    EXPECT_EQ(subnet, Answer("VNET_9_HOSTONLY_SUBNET"));
-    ExpectLockIsFree();
 }
 
 TEST_F(DhcpNat, FilesAreLeftAloneWhileTheirDaemonRuns) {

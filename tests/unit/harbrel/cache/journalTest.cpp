@@ -119,23 +119,6 @@ TEST_F(JournalTest, CacheKeepsARecordWhenTheFileRefusesEveryLine) {
     }
 }
 
-TEST_F(JournalTest, EachFailedStepIsToldUnderTheFunctionOfItsChange) {
-    {
-        const FullDisk full(db);
-        EXPECT_FALSE(HBLNetCfgAddHostAdapterMapping(db, "eth0", 2, false));
-        EXPECT_FALSE(HBLNetCfgAddHostAdapterMapping(db, "eth0", -1, false));
-    }
-    EXPECT_EQ("\n" + log.Take(), R"(
-HBLNetCfgAddHostAdapterMapping - Failed to write bridge for adapter: eth0 To vnet: 2 to database file, error: No space left on device
-HBLNetCfgRemoveHostAdapterMapping - Failed to remove Bridge mapping for adapter: eth0 from database file
-HBLNetCfgRemoveHostAdapterMapping - Removing Bridge mapping failed
-HBLNetCfgAddHostAdapterMapping - Failed to remove newly added record, adapter: eth0, vnet:2
-HBLNetCfgAddHostAdapterMapping - Failed to remove bridge mapping for adapter: eth0 To vnet: -1 from database file, error: No space left on device
-HBLNetCfgAddHostAdapterMapping - Failed to remove bridge mapping for adapter: eth0 To vnet: 2 from database file, error: No space left on device
-HBLNetCfgAddHostAdapterMapping - Failed to restore previous values of Bridge mapping adapter: eth0, vnet: 2
-)");
-}
-
 // The room for further bytes runs out at each byte of the two lines of a replacement. Whatever the point, the
 // cache holds the old record and the file whole lines only, and the next change finds a sound file.
 TEST_F(JournalTest, FullDiskAtAnyByteLeavesWholeLines) {
@@ -179,33 +162,6 @@ TEST_F(JournalTest, UndoIsJournalledWhenThereIsRoomForIt) {
     }
     EXPECT_EQ(Records(), old);
     EXPECT_EQ(Journal(), removal + old + removal + removal + old);
-}
-
-TEST_F(JournalTest, EqualValuesAreJournalledAgainButForMappingsAndSwitches) {
-    const std::string longest(127, 'd');
-    const struct {
-        Change change;
-        std::string journal;
-    } cases[] = {
-        {[](auto *c) { return HBLNetCfgAddAnswerInt32(c, "K", -1); }, "answer K -1\n"},
-        {[](auto *c) { return HBLNetCfgAddAnswerInt32(c, "k", -1); }, "remove_answer k\nanswer k -1\n"},
-        {[](auto *c) { return HBLNetCfgSetAnswerBool(c, "B", false); }, ""},
-        {[](auto *c) { return HBLNetCfgSetAnswerBool(c, "B", true); }, "answer B yes\n"},
-        {[](auto *c) { return HBLNetCfgSetAnswerBool(c, "b", true); }, ""},
-        {[](auto *c) { return HBLNetCfgSetAnswerBool(c, "B", false); }, "remove_answer B\nanswer B no\n"},
-        {[](auto *c) { return HBLNetCfgAddHostAdapterMapping(c, "eth0", 3, false); },
-         "add_bridge_mapping eth0 3\n"},
-        {[](auto *c) { return HBLNetCfgAddHostAdapterMapping(c, "ETH0", 3, false); }, ""},
-        {[](auto *c) { return HBLNetCfgAddAnswerString(c, "BINDIR", "/opt/x"); }, ""},
-        {[&](auto *c) { return HBLNetCfgAddNATPortFwd(c, 8, true, 1, "1.2.3.4", 2, longest.c_str(), false); },
-         "add_nat_portfwd 8 tcp 1 1.2.3.4 2 " + longest + "\n"},
-        {[](auto *c) { return HBLNetCfgRemoveNATPortFwd(c, 8, true, 1); }, "remove_nat_portfwd 8 tcp 1\n"},
-    };
-    std::string journal;
-    for (const auto &row : cases) {
-        EXPECT_TRUE(row.change(db)) << row.journal;
-        EXPECT_EQ(Journal(), journal += row.journal);
-    }
 }
 
 TEST_F(JournalTest, RecordsThatWouldNotReadBackAreRefused) {

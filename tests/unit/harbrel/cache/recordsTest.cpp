@@ -9,26 +9,6 @@ using testing::Not;
 
 using RecordsTest = CacheTest;
 
-TEST_F(RecordsTest, RefusedVersionIsToldAndLeavesTheOutputs) {
-    const struct {
-        const char *text;
-        const char *line;
-    } cases[] = {
-        {"2,0", "Unsupported major version, supported: 1, actual: 2"},
-        {"-1,0", "Cannot parse major version of database file, aborting parsing"},
-        {",", "Cannot parse major version of database file, aborting parsing"},
-        {"1", "Cannot parse or invalid minor version of database file, aborting parsing"},
-        {"1,0 ", "Cannot parse or invalid minor version of database file, aborting parsing"},
-    };
-    for (const auto &row : cases) {
-        uint32_t major = 9;
-        uint32_t minor = 9;
-        EXPECT_FALSE(ParseVersionString(row.text, &major, &minor, 1)) << row.text;
-        EXPECT_TRUE(major == 9 && minor == 9) << row.text;
-        EXPECT_EQ(log.Take(), std::string("ParseVersionString - ") + row.line + "\n");
-    }
-}
-
 TEST_F(RecordsTest, ReplayedLinesLeaveTheirRecords) {
     const std::string long127(127, 'x');
     const struct {
@@ -36,10 +16,8 @@ TEST_F(RecordsTest, ReplayedLinesLeaveTheirRecords) {
     } cases[] = {
         {"answer MY_NOTE two  words \n", "answer MY_NOTE two  words \n"},
         {"  ANSWER   K v\n", "answer K v\n"},
-        {"answers K v\n# note\n", ""},
         {"answer K a\nanswer k b\n", "answer k b\n"},
         {"remove_answer K\nanswer K a\nremove_answer k\nremove_answer k\n", ""},
-        {"ADD_BRIDGE_MAPPING eth0 0\n", "add_bridge_mapping eth0 0\n"},
         {"add_bridge_mapping eth0 -1\n", "add_bridge_mapping eth0 -1\n"},
         {"add_bridge_mapping eth0 0xff\n", "add_bridge_mapping eth0 255\n"},
         {"add_bridge_mapping " + long127 + " 1\n", "add_bridge_mapping " + long127 + " 1\n"},

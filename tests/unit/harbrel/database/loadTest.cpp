@@ -25,6 +25,11 @@ TEST_F(DatabaseLoad, FirstLineDecides) {
         {"\nVERSION=1,0\n", false, "HBLNetCfgLoad - Database file must have version number, aborting", 0, 0},
         {"VERSION=2,0\n", false, "ParseVersionString - Unsupported major version, supported: 1, actual: 2", 0,
          0},
+        {"VERSION=-1,0\n", false,
+         "ParseVersionString - Cannot parse major version of database file, aborting parsing", 0, 0},
+        {"VERSION=1,0 \n", false,
+         "ParseVersionString - Cannot parse or invalid minor version of database file, aborting parsing", 0,
+         0},
         {"BACKUP_VERSION=1,3\nanswer K v\n", true, nullptr, 1, 3},
         {"VERSION=1,0\nanswer K v\n", true, nullptr, 0, 0},
     };
@@ -116,21 +121,6 @@ TEST_F(DatabaseLoad, UnlockThatFailsLeavesTheCacheLocked) {
         EXPECT_EQ(0u, log.Take().find("HBLNetCfgUnlockConfig - Failed to unlock database file: " + path));
     }
     EXPECT_FALSE(HBLNetCfgLockConfig(db));
-}
-
-TEST_F(DatabaseLoad, SecondLoadOfTheDefaultCacheIsNoRefresh) {
-    WriteFileText(path, "VERSION=1,0\nanswer K v\n");
-    ASSERT_TRUE(HBLNetCfgLoad(path.c_str(), nullptr, false));
-    WriteFileText(path, "VERSION=1,0\nanswer K w\n");
-    HBLLogSetMask(LOG_ERR | LOG_WRN);
-    log.Take();
-    EXPECT_TRUE(HBLNetCfgLoad(path.c_str(), nullptr, false));
-    EXPECT_EQ("HBLNetCfgLoad - Network configuration database cache is already loaded\n", log.Take());
-    EXPECT_EQ("v", Answer(nullptr, "K"));
-    HBLNetCfgUnload(nullptr, false);
-    EXPECT_EQ(nullptr, *HBLNetCfgDefaultSlot());
-    EXPECT_TRUE(HBLNetCfgUnload(nullptr, false));
-    EXPECT_EQ("HBLNetCfgUnload - Requested cache is not loaded\n", log.Take());
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "lib/harbrel/database/transfer.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -100,24 +99,6 @@ TEST_F(DatabaseTransfer, FailureLeavesDatabaseAndCacheAsTheyWere) {
     EXPECT_FALSE(std::filesystem::exists(path + ".bak.0"));
     EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "A", "b"));
     EXPECT_EQ(former + "answer A b\n", ReadFileText(path));
-}
-
-TEST_F(DatabaseTransfer, CheckedVersionIsThatOfALiveDatabase) {
-    static constexpr struct {
-        const char *text;
-        bool good;
-    } ROWS[] = {
-        {"VERSION=1,0\n", true},  {"VERSION=0,9", true},
-        {"VERSION=2,0\n", false}, {"BACKUP_VERSION=1,0\n", false},
-        {"version=1,0\n", false}, {"", false},
-        {"VERSION\n", false},     {"\nVERSION=1,0\n", false},
-    };
-    for (const auto &row : ROWS) {
-        WriteFileText(path, row.text);
-        EXPECT_EQ(row.good, HBLNetCfgCheckVersion(path.c_str())) << row.text;
-    }
-    EXPECT_FALSE(HBLNetCfgCheckVersion(folder.Path().c_str()));
-    EXPECT_FALSE(HBLNetCfgCheckVersion((folder / "none").c_str()));
 }
 
 }  // namespace

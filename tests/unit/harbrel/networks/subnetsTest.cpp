@@ -72,19 +72,6 @@ TEST_F(Subnets, ExitStatusesOfThePingsDecide) {
     }
 }
 
-TEST_F(Subnets, WhatCannotBePingedCountsAsBusy) {
-    PingsExitWith(NO_ANSWER, NO_ANSWER);
-    EXPECT_FALSE(HBLPingAndCheckSubnet("no address", false, 2, 1));
-    log_.Take();
-    cache_.Answer("BINDIR", std::string(256, 'x'));
-    EXPECT_FALSE(HBLPingAndCheckSubnet("192.168.40.0", false, 2, 1));
-    EXPECT_EQ("HBLPingAndCheckSubnet - Value of BINDIR is bigger than allowed 256 chracters\n", log_.Take());
-    EXPECT_EQ("", TakePings());
-    cache_.Answer("BINDIR", "/nowhere");
-    EXPECT_FALSE(HBLPingAndCheckSubnet("192.168.40.0", false, 2, 1));
-    EXPECT_EQ("HBLPingAndCheckSubnet - Return value of orvane-ping: 127\n", log_.Take());
-}
-
 TEST_F(Subnets, CandidatesAreAllThatIsNotConfiguredInRandomOrder) {
     cache_.Answer("VNET_3_HOSTONLY_SUBNET", "192.168.40.0");
     cache_.Answer("VNET_4_HOSTONLY_SUBNET", "172.16.255.0");
@@ -126,23 +113,6 @@ TEST_F(Subnets, TenBusyAnswersEndTheCallAndTheNextGoesOn) {
     EXPECT_STREQ("255.255.255.0", mask_);
 }
 
-TEST_F(Subnets, ProbedEntriesArePassedOverAndAUsedUpTableFails) {
-    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet_, 15, mask_, 16));
-    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet_, 16, mask_, 15));
-    SubnetTables &tables = HBLSubnetTables();
-    EXPECT_FALSE(tables.candidatesBuilt);
-    HBLBuildSubnetCandidates(tables);
-    PingsExitWith(UNREACHABLE, 0);
-    tables.cursor = tables.candidateCount - 2;
-    HBLMarkSubnetProbed(Candidate(tables.cursor).c_str(), 1);
-    EXPECT_TRUE(HBL_GetUnusedSubnet(subnet_, 16, mask_, 16));
-    EXPECT_EQ(Candidate(tables.candidateCount - 1), subnet_);
-    HBLMarkSubnetProbed(subnet_, 0);  // freed, but the walk has passed it
-    log_.Take();
-    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet_, 16, mask_, 16));
-    EXPECT_EQ("HBL_GetUnusedSubnet - Failed to probe for unused subnet\n", log_.Take());
-}
-
 TEST_F(Subnets, AssignmentOverwritesOnlyWhenAskedAndRemovalFreesTheCandidate) {
     PingsExitWith(UNREACHABLE, 0);
     cache_.Answer("VNET_8_HOSTONLY_SUBNET", "10.1.2.0");
@@ -157,20 +127,6 @@ TEST_F(Subnets, AssignmentOverwritesOnlyWhenAskedAndRemovalFreesTheCandidate) {
     EXPECT_EQ(nullptr, HBLGetVnetCfg(8, VNET_FIELD_SUBNET));
     EXPECT_EQ(nullptr, HBLGetVnetCfg(8, VNET_FIELD_NETMASK));
     EXPECT_TRUE(HBLRemoveVnetSubnet(8));
-}
-
-TEST_F(Subnets, BusySubnetIsAnAnswerAndNoSubnetIsAFailure) {
-    bool available = true;
-    EXPECT_FALSE(HBL_CheckSubnetAvailability("zelan8", false, 2, 1, &available));
-    EXPECT_TRUE(available);
-    PingsExitWith(0, 0);
-    HBLLogSetMask(LOG_OK);
-    ASSERT_TRUE(HBLSetVnetSubnetAddr(8, "10.0.8.0"));
-    EXPECT_TRUE(HBL_CheckSubnetAvailability("zelan8", false, 5, 3, &available));
-    EXPECT_FALSE(available);
-    EXPECT_EQ("-q 10.0.8.1 -t 5 -i 3\n", TakePings());
-    EXPECT_THAT(log_.Take(), EndsWith("Subnet: 10.0.8.0 on vnet: zelan8 is not rechable\n"));
-    EXPECT_FALSE(HBLSubnetTables().configuredFilled);
 }
 
 }  // namespace

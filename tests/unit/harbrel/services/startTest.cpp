@@ -120,21 +120,6 @@ TEST_F(ServiceStart, FailedExecLeavesItsReasonInTheLogOnce) {
               log_.Take());
 }
 
-TEST_F(ServiceStart, LogShowsTheVectorAndTakesTheDaemonsOutput) {
-    cache_.Program("zelan-detect", "echo out; echo err >&2\n" + std::string(REPORT));
-    HBLLogSetMask(127);
-    ASSERT_TRUE(HBLServiceStart(0, HBL_SVC_NETDETECT));
-    const std::string text = log_.Take();
-    const std::string path = cache_.Path("bin/zelan-detect");
-    EXPECT_THAT(text, HasSubstr("HBLServiceStart - Fork and exec command and arguments: " + path +
-                                "\nHBLServiceStart - Argument: 0, " + path +
-                                "\nHBLServiceStart - Argument: 1, -s\n"));
-    EXPECT_THAT(text, HasSubstr("Argument: 4, " + cache_.Path("run/zelan-detect.pid") +
-                                "\nHBLServiceStart - Attempting to fork a child for the service daemon\n"));
-    EXPECT_THAT(text, HasSubstr("HBLServiceStart - Duping Fds status 1, 2\n"
-                                "HBLServiceStart - Child process started\nout\nerr\n"));
-}
-
 // The script looks at itself from a subshell: for a plain command the shell changes its own descriptors for a
 // moment. The one on which it reads the script is left out.
 TEST_F(ServiceStart, DaemonInheritsStandardDescriptorsAndTheWriteEndAlone) {

@@ -3,9 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/networks/settings.h"
-#include "lib/harbrel/networks/subnetTables.h"
 #include "tests/support/fakePrograms.h"
 #include "tests/support/logCapture.h"
 
@@ -13,8 +11,6 @@ namespace {
 
 class VirtualAdapter : public testing::Test {
   protected:
-    VirtualAdapter() { HBLSubnetTables() = {}; }
-
     FakePrograms cache_;
     LogCapture log_;
 };
@@ -47,35 +43,6 @@ TEST_F(VirtualAdapter, EnableStopsAtTheFirstSettingThatIsWrong) {
                                          : HBLRemoveVnetCfg(8, row.field));
         EXPECT_FALSE(HBLVirtAdapterEnable(8)) << row.line;
         EXPECT_THAT(log_.Take(), testing::EndsWith("HBLVirtAdapterEnable - " + std::string(row.line) + "\n"));
-    }
-}
-
-TEST_F(VirtualAdapter, SwitchTakesASubnetWhereThereIsNoneAndGivesItBackOnFailure) {
-    cache_.Program("orvane-ping", "exit 0\n");
-    EXPECT_FALSE(HBL_SetVnetUseAdapter("zelan8", true, false));
-    EXPECT_THAT(log_.Take(), testing::HasSubstr("HBL_SetVnetUseAdapter - Failed to assign subnet to vnet\n"));
-    EXPECT_FALSE(HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
-    cache_.Program("orvane-ping", "exit 2\n");
-    for (const bool use : {true, false}) {
-        EXPECT_TRUE(HBL_SetVnetUseAdapter("zelan8", use, false));
-        EXPECT_TRUE(HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
-        EXPECT_EQ(use, HBLVnetIsOptionConfigured(8, HBL_OPTION_VIRTUAL_ADAPTER));
-    }
-}
-
-TEST_F(VirtualAdapter, StatusOfANetworkWithoutOneIsAReportAndNoFailure) {
-    bool installed = true;
-    bool enabled = true;
-    EXPECT_TRUE(HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled));
-    EXPECT_FALSE(installed || enabled);
-    EXPECT_EQ("HBL_GetVnetAdapterStatus - Hostonly virtual adapter is not configured on vnet: zelan8\n",
-              log_.Take());
-    cache_.Answer("VNET_8_VIRTUAL_ADAPTER", "yes");
-    for (const std::string link : {"no-such-link", "lo"}) {
-        cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", link);
-        EXPECT_TRUE(HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled));
-        EXPECT_TRUE(installed);
-        EXPECT_EQ(link == "lo", enabled);
     }
 }
 
