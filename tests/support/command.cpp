@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +18,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+constexpr int POLL_MILLISECONDS = 5;
 
 int MillisecondsLeft(Clock::time_point end) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
@@ -90,13 +90,13 @@ bool Collect(int output, int errors, Clock::time_point end, CommandResult *resul
 
 // The wait status of a child that ends before the deadline; false when it does not.
 bool WaitForEnd(pid_t child, Clock::time_point end, int *waitStatus) {
-    FileDescriptor handle(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
-    pollfd process = {handle.get(), POLLIN, 0};
-    int ready = 0;
-    do {
-        ready = poll(&process, 1, MillisecondsLeft(end));
-    } while (ready < 0 && errno == EINTR);
-    return ready > 0 && waitpid(child, waitStatus, 0) == child;
+    while (waitpid(child, waitStatus, WNOHANG) != child) {
+        if (Clock::now() >= end) {
+            return false;
+        }
+        poll(nullptr, 0, POLL_MILLISECONDS);
+    }
+    return true;
 }
 
 }  // namespace
@@ -134,7 +134,6 @@ CommandResult RunShell(const std::string &line, std::chrono::milliseconds deadli
 }
 
 bool WaitUntil(const std::function<bool()> &condition, std::chrono::milliseconds deadline) {
-    constexpr int POLL_MILLISECONDS = 5;
     Clock::time_point end = Clock::now() + deadline;
     while (!condition()) {
         if (Clock::now() >= end) {

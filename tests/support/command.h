@@ -26,8 +26,7 @@ struct CommandResult {
 // So that a failed EXPECT_TRUE(result.Succeeded()) << result says what happened.
 std::ostream &operator<<(std::ostream &stream, const CommandResult &result);
 
-// Runs a program, found through PATH, with its standard input empty, and waits for its end. At the deadline
-// the program is killed.
+// Runs a program, found through PATH, with its input empty, to its end; at the deadline it is killed.
 CommandResult RunCommand(const std::vector<std::string> &arguments,
                          std::chrono::milliseconds deadline = COMMAND_DEADLINE);
 
@@ -43,8 +42,7 @@ bool WaitUntil(const std::function<bool()> &condition,
 class BackgroundCommand {
   public:
     explicit BackgroundCommand(const std::vector<std::string> &arguments, const std::string &outputFile = "");
-    BackgroundCommand(const BackgroundCommand &) = delete;
-    BackgroundCommand &operator=(const BackgroundCommand &) = delete;
+    BackgroundCommand(BackgroundCommand &&) = delete;
     ~BackgroundCommand();
 
     // Waits for the program's own end; its exit status as in CommandResult, -1 at the deadline.
@@ -55,8 +53,7 @@ class BackgroundCommand {
     pid_t pid_ = -1;
 };
 
-// The path of a program of this build.
-std::string ProgramPath(const std::string &name);
+std::string ProgramPath(const std::string &name);  // of this build
 
 // The whole file; empty when it cannot be read.
 std::string ReadFileText(const std::string &path);

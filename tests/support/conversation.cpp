@@ -41,48 +41,29 @@ std::string ReceiveOnce(int descriptor, std::chrono::milliseconds deadline) {
 
 }  // namespace
 
-FileDescriptor SocketOn(const Machine *machine, int type) {
+FileDescriptor SocketOn(const Machine *machine, int type, int family) {
     FileDescriptor home(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
     if (machine != nullptr) {
         FileDescriptor there(open(("/var/run/netns/" + machine->name()).c_str(), O_RDONLY | O_CLOEXEC));
         EXPECT_EQ(0, setns(there.get(), CLONE_NEWNET)) << strerror(errno);
     }
-    FileDescriptor made(socket(AF_INET, type | SOCK_CLOEXEC, 0));
+    FileDescriptor made(socket(family, type | SOCK_CLOEXEC, 0));
     EXPECT_TRUE(made) << strerror(errno);
     EXPECT_EQ(0, setns(home.get(), CLONE_NEWNET)) << strerror(errno);
     return made;
 }
 
-void Serve(const FileDescriptor &socket, int type, const Endpoint &endpoint) {
-    constexpr int BACKLOG = 16;
-    sockaddr_in address = SocketAddress(endpoint);
-    int on = 1;
-    setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    ASSERT_EQ(0, bind(socket.get(), reinterpret_cast<sockaddr *>(&address), sizeof address))
-        << endpoint.address << ":" << endpoint.port << ": " << strerror(errno);
-    ASSERT_TRUE(type != SOCK_STREAM || listen(socket.get(), BACKLOG) == 0);
-}
-
-std::string Converse(const Machine *machine, int type, const Endpoint &server,
-                     const std::vector<std::string> &requests, std::chrono::milliseconds deadline) {
+std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,
+                     std::chrono::milliseconds deadline) {
     FileDescriptor client = SocketOn(machine, type | SOCK_NONBLOCK);
     sockaddr_in address = SocketAddress(server);
     connect(client.get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
-    std::string reply;
-    for (const std::string &request : requests) {
-        pollfd ready = {client.get(), POLLOUT, 0};
-        if (poll(&ready, 1, static_cast<int>(deadline.count())) <= 0 ||
-            send(client.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) {
-            return "";
-        }
-        reply = ReceiveOnce(client.get(), deadline);
+    pollfd ready = {client.get(), POLLOUT, 0};
+    if (poll(&ready, 1, static_cast<int>(deadline.count())) <= 0 ||
+        send(client.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) {
+        return "";
     }
-    return reply;
-}
-
-std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,
-                     std::chrono::milliseconds deadline) {
-    return Converse(machine, type, server, {request}, deadline);
+    return ReceiveOnce(client.get(), deadline);
 }
 
 Responder::Responder(const Machine *machine, int type, const Endpoint &endpoint, Answer answer)
@@ -90,7 +71,13 @@ Responder::Responder(const Machine *machine, int type, const Endpoint &endpoint,
       stop_(eventfd(0, EFD_CLOEXEC)),
       type_(type),
       answer_(std::move(answer)) {
-    Serve(socket_, type, endpoint);
+    constexpr int BACKLOG = 16;
+    const sockaddr_in address = SocketAddress(endpoint);
+    int on = 1;
+    setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    EXPECT_EQ(0, bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address))
+        << endpoint.address << ":" << endpoint.port << ": " << strerror(errno);
+    EXPECT_TRUE(type != SOCK_STREAM || listen(socket_.get(), BACKLOG) == 0);
     thread_ = std::thread([this] { Run(); });
 }
 

@@ -1,5 +1,4 @@
-// Servers and clients on machines of the test, as threads and calls of the test program: only their sockets
-// are made in the machines' namespaces.
+// Servers and clients of the test program whose sockets are made in the machines' namespaces.
 #pragma once
 
 #include <sys/socket.h>
@@ -7,7 +6,6 @@
 #include <functional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "lib/misc/owners.h"
 #include "tests/support/netns.h"
@@ -17,21 +15,14 @@ struct Endpoint {
     int port = 0;
 };
 
-// A socket of type SOCK_STREAM or SOCK_DGRAM in the namespace of a machine, or of the host with null. Fails
+// A socket of that type and family in the namespace of a machine, or of the host with null. Fails
 // the running test and is empty when it cannot be made.
-FileDescriptor SocketOn(const Machine *machine, int type);
-
-// Binds the socket to the endpoint and, for TCP, listens. Fails the running test when that does not work.
-void Serve(const FileDescriptor &socket, int type, const Endpoint &endpoint);
+FileDescriptor SocketOn(const Machine *machine, int type, int family = AF_INET);
 
 // Sends a request and returns what comes back first within the deadline; empty when nothing does. `machine`
 // null means from the host.
 std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,
                      std::chrono::milliseconds deadline = CONDITION_DEADLINE);
-
-// The same with a request after each reply; returns the last reply.
-std::string Converse(const Machine *machine, int type, const Endpoint &server,
-                     const std::vector<std::string> &requests, std::chrono::milliseconds deadline);
 
 // Answers every request until it is destroyed.
 class Responder {
@@ -41,8 +32,7 @@ class Responder {
 
     Responder(const Machine *machine, int type, const Endpoint &endpoint, Answer answer);
     ~Responder();
-    Responder(const Responder &) = delete;
-    Responder &operator=(const Responder &) = delete;
+    Responder(Responder &&) = delete;
 
   private:
     void Run();

@@ -1,60 +1,12 @@
 #include "tests/support/daemonStart.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
-#include <ostream>
-
-#include "lib/misc/owners.h"
-#include "tests/support/command.h"
-
-namespace {
-
-constexpr int START_DEADLINE_MILLISECONDS = 10000;
-
-[[noreturn]] void Execute(const std::string &path, std::vector<std::string> arguments, int status,
-                          const std::string &logFile) {
-    int log = open(logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    dup2(log, 1);
-    dup2(log, 2);
-    close(log);
-    fcntl(status, F_SETFD, 0);
-    std::vector<char *> vector = {const_cast<char *>(path.c_str())};
-    for (std::string &argument : arguments) {
-        if (argument == "{W}") {
-            argument = std::to_string(status);
-        }
-        vector.push_back(argument.data());
-    }
-    vector.push_back(nullptr);
-    execv(path.c_str(), vector.data());
-    _exit(127);
-}
-
-// Everything up to the end of the pipe, which comes when its last holder lets go.
-std::string ReadToEnd(int reader) {
-    std::string text;
-    char block[64];
-    pollfd ready = {reader, POLLIN, 0};
-    while (poll(&ready, 1, START_DEADLINE_MILLISECONDS) > 0) {
-        ssize_t size = read(reader, block, sizeof block);
-        if (size <= 0) {
-            return text;
-        }
-        text.append(block, static_cast<size_t>(size));
-    }
-    ADD_FAILURE() << "the status pipe is still held open";
-    return text;
-}
-
-}  // namespace
 
 std::string DaemonStart::Log() const {
     return ReadFileText(logFile);
@@ -76,25 +28,13 @@ DaemonStart StartDaemon(const std::string &program, const std::string &name,
 
 DaemonStart StartDaemonWith(const std::string &program, const std::string &pidFile,
                             const std::vector<std::string> &arguments) {
-    DaemonStart start;
-    start.pidFile = pidFile;
-    start.logFile = "/var/log/" + program + ".log";
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        ADD_FAILURE() << "pipe";
-        return start;
+    std::string line = "exec 9>&1 >> /var/log/" + program + ".log 2>&1; exec '" + ProgramPath(program) + "'";
+    for (const std::string &argument : arguments) {
+        line += " '" + (argument == "{W}" ? "9" : argument) + "'";
     }
-    FileDescriptor reader(ends[0]);
-    FileDescriptor writer(ends[1]);
-    pid_t child = fork();
-    if (child == 0) {
-        Execute(ProgramPath(program), arguments, writer.get(), start.logFile);
-    }
-    writer.reset();
-    start.report = ReadToEnd(reader.get());
-    int waitStatus = 0;
-    waitpid(child, &waitStatus, 0);
-    start.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
+    const CommandResult result = RunShell(line, std::chrono::seconds(10));
+    EXPECT_FALSE(result.timedOut) << "the status pipe is still held open";
+    DaemonStart start = {result.status, result.output, 0, pidFile, "/var/log/" + program + ".log"};
     start.pid = static_cast<pid_t>(strtol(ReadFileText(pidFile).c_str(), nullptr, 10));
     return start;
 }
@@ -112,4 +52,15 @@ DaemonStart StartNetifup(int network) {
     std::string name = "zelan" + std::to_string(network);
     mknod(("/dev/" + name).c_str(), S_IFCHR | 0600, makedev(ZELAN_MAJOR, static_cast<unsigned>(network)));
     return StartDaemon("zelan-netifup", "zelan-netifup-" + name, {"/dev/" + name, name});
+}
+
+std::string LeftOver() {
+    const CommandResult left = RunShell(
+        "ip -br link | grep '^zelan'; ip netns list-id | grep -v name:; "
+        "ps -e -o comm= | grep -E '^(zelan|dhcpd)'; nft list tables");
+    return left.output + left.errors;
+}
+
+bool NothingIsLeft() {
+    return LeftOver().empty();
 }

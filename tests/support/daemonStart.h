@@ -1,11 +1,12 @@
-// Starting a daemon the way the library does: as a direct child, with a status pipe, its output in a log
-// file.
+// Starting a daemon as the library does, with a status pipe and its output in a log file.
 #pragma once
 
 #include <sys/types.h>
 
 #include <string>
 #include <vector>
+
+#include "tests/support/netns.h"
 
 struct DaemonStart {
     int status = -1;     // of the foreground process
@@ -34,3 +35,8 @@ void KillDaemon(const DaemonStart &start);
 
 // Starts zelan-netifup for network N with the device node made, and the interface zelan<N>.
 DaemonStart StartNetifup(int network);
+
+// What daemons have made and not yet taken away: interfaces, namespaces that no machine of the test is,
+// processes and tables of the filter.
+std::string LeftOver();
+bool NothingIsLeft();

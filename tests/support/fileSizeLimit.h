@@ -18,8 +18,7 @@ class FileSizeLimit {
         setrlimit(RLIMIT_FSIZE, &former_);
         signal(SIGXFSZ, formerHandler_);
     }
-    FileSizeLimit(const FileSizeLimit &) = delete;
-    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
+    FileSizeLimit(FileSizeLimit &&) = delete;
 
   private:
     rlimit former_ = {};

@@ -16,8 +16,7 @@ class GeneralLog {
         SetHooks(nullptr);
         text_.clear();
     }
-    GeneralLog(const GeneralLog &) = delete;
-    GeneralLog &operator=(const GeneralLog &) = delete;
+    GeneralLog(GeneralLog &&) = delete;
 
     // What has come since the last call.
     std::string Take() { return std::exchange(text_, std::string()); }

@@ -6,26 +6,20 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <filesystem>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace {
 
 int RunOnPrivateHost(int argc, char **argv) {
-    static char program[4096];
-    if (readlink("/proc/self/exe", program, sizeof program - 1) < 0) {
-        perror("/proc/self/exe");
-        return EXIT_FAILURE;
-    }
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe");
     static char launcher[] = HARBREL_BIN_DIR "/private-host";
-    static char keep[] = "--keep";
-    static char folder[] = HARBREL_BIN_DIR;
-    static char endOfOptions[] = "--";
-    std::vector<char *> command = {launcher, keep, folder, endOfOptions, program};
+    std::vector<const char *> command = {launcher, "--keep", HARBREL_BIN_DIR, "--", program.c_str()};
     command.insert(command.end(), argv + 1, argv + argc);
     command.push_back(nullptr);
-    execv(launcher, command.data());
+    execv(launcher, const_cast<char **>(command.data()));
     perror(launcher);
     return EXIT_FAILURE;
 }

@@ -6,8 +6,10 @@
 
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "lib/harbrel/base/hblLog.h"
+#include "tests/support/command.h"
 
 // Opens the log for the object's life; with the default mask again afterwards.
 class LogCapture {
@@ -24,23 +26,15 @@ class LogCapture {
         HBLLogClose();
         HBLLogSetMask(HBL_DEFAULT_LOG_MASK);
     }
-    LogCapture(const LogCapture &) = delete;
-    LogCapture &operator=(const LogCapture &) = delete;
+    LogCapture(LogCapture &&) = delete;
 
     // The lines since the last call.
     std::string Take() {
-        std::string text;
-        FILE *const stream = HBLLogStream();
-        fflush(stream);
-        char buffer[4096];
-        ssize_t got;
-        while ((got = pread(fileno(stream), buffer, sizeof buffer, taken_)) > 0) {
-            text.append(buffer, static_cast<size_t>(got));
-            taken_ += got;
-        }
-        return text;
+        fflush(HBLLogStream());
+        const std::string all = ReadFileText("/proc/self/fd/" + std::to_string(fileno(HBLLogStream())));
+        return all.substr(std::exchange(taken_, all.size()));
     }
 
   private:
-    off_t taken_ = 0;
+    size_t taken_ = 0;
 };

@@ -1,5 +1,4 @@
-// Machines beside the private host: network namespaces that stand for guests and for computers outside, seen
-// and made through ip(8), so that kernel state is judged by a program that is not the one under test.
+// Network namespaces that stand for guests and for computers outside, seen and made through ip(8).
 #pragma once
 
 #include <string>
@@ -11,8 +10,7 @@
 class Machine {
   public:
     explicit Machine(const std::string &name);
-    Machine(const Machine &) = delete;
-    Machine &operator=(const Machine &) = delete;
+    Machine(Machine &&) = delete;
     ~Machine();
 
     const std::string &name() const { return name_; }

@@ -3,37 +3,31 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include "lib/harbrel/base/libraryState.h"
 #include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/database/database.h"
 #include "tests/support/command.h"
+#include "tests/support/tempFolder.h"
 
 class OpenCache {
   public:
     // `records` follow the version line. Daemons are looked for in the folder: it is RUNDIR.
     explicit OpenCache(const std::string &records = "") {
-        char folder[] = "/tmp/openCache.XXXXXX";
-        EXPECT_NE(nullptr, mkdtemp(folder));
-        folder_ = folder;
-        WriteFileText(Database(), "VERSION=1,0\nanswer RUNDIR " + folder_ + "\n" + records);
+        WriteFileText(Database(), "VERSION=1,0\nanswer RUNDIR " + Folder() + "\n" + records);
         EXPECT_TRUE(HBLNetCfgLoad(Database().c_str(), nullptr, false));
         HBLSetLoadCount(1);
     }
     ~OpenCache() {
         HBLSetLoadCount(0);
         HBLNetCfgUnload(nullptr, false);
-        std::filesystem::remove_all(folder_);
     }
-    OpenCache(const OpenCache &) = delete;
-    OpenCache &operator=(const OpenCache &) = delete;
+    OpenCache(OpenCache &&) = delete;
 
-    const std::string &Folder() const { return folder_; }
-    std::string Database() const { return folder_ + "/networking"; }
+    const std::string &Folder() const { return folder_.Path(); }
+    std::string Database() const { return folder_ / "networking"; }
 
   private:
-    std::string folder_;
+    TempFolder folder_;
 };

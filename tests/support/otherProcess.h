@@ -34,8 +34,7 @@ class OtherProcess {
         close(results_);
         waitpid(pid_, nullptr, 0);
     }
-    OtherProcess(const OtherProcess &) = delete;
-    OtherProcess &operator=(const OtherProcess &) = delete;
+    OtherProcess(OtherProcess &&) = delete;
 
     // Runs the action of that index there and gives its result.
     bool Do(unsigned char action) {

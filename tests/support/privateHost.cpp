@@ -1,14 +1,12 @@
 // private-host: runs one command on a host of its own.
 //
-//   private-host [--keep-tmp] [--keep DIR]... [--hostname NAME] [--] COMMAND [ARGUMENT]...
+//   private-host [--keep DIR]... [--hostname NAME] [--] COMMAND [ARGUMENT]...
 //
-// The command gets new mount, network, PID and UTS namespaces: an /etc whose changes are lost, empty folders
-// where the product writes, a /dev in which nodes can be made, and a network that is nothing but the
-// loopback. Nothing of it is seen outside, and everything ends with the command. --keep DIR leaves a folder
-// visible that would lie hidden below one of the emptied ones.
-//
-// Exit status: the command's own, or 128 and its signal; 77 where the kernel refuses (a skip for test
-// runners); 125 when the host could not be set up; 127 when the command could not be executed.
+// The command gets namespaces of its own: an /etc whose changes are lost, empty folders where the product
+// writes, a /dev in which nodes can be made, and the loopback alone. Everything ends with the command. --keep
+// DIR leaves a folder visible below an emptied one. Exit status: the command's own, or 128 and its signal; 77
+// where the kernel refuses (a skip for test runners); 125 when the setup failed; 127 when nothing could be
+// run.
 #include <fcntl.h>
 #include <getopt.h>
 #include <net/if.h>
@@ -41,7 +39,6 @@ constexpr int STATUS_SETUP_FAILED = 125;
 constexpr int STATUS_EXEC_FAILED = 127;
 
 struct Options {
-    bool keepTmp = false;
     std::vector<std::string> keptFolders;
     std::string hostname = "private-host";
 };
@@ -76,8 +73,7 @@ void MakeFolders(const std::string &path) {
     }
 }
 
-// The tool's configuration folder may be missing on the real host, where it must not appear. An overlay gives
-// an /etc in which it can be made; without overlays a copy in memory does the same.
+// An overlay, or a copy in memory, in which the tool's folder can be made without appearing on the real host.
 void MakePrivateEtc() {
     const char *scratch = "/tmp";
     MountOrStop("tmpfs", scratch, 0, "mode=0755");
@@ -184,9 +180,7 @@ void SetUpFolders(const Options &options) {
     if (!std::filesystem::equivalent("/var/run", "/run", ignored)) {
         EmptyFolder("/var/run", "mode=0755");
     }
-    if (!options.keepTmp) {
-        EmptyFolder("/tmp", "mode=1777");
-    }
+    EmptyFolder("/tmp", "mode=1777");
     MakePrivateDev();
     BringBackHidden(kept);
     if (workingFolder) {
@@ -245,24 +239,16 @@ int RunAsProcessOne(const Options &options, char **command) {
 }
 
 bool ReadOptions(int argc, char **argv, Options *options) {
-    static const option LONG_OPTIONS[] = {{"keep-tmp", no_argument, nullptr, 't'},
-                                          {"keep", required_argument, nullptr, 'k'},
+    static const option LONG_OPTIONS[] = {{"keep", required_argument, nullptr, 'k'},
                                           {"hostname", required_argument, nullptr, 'h'},
                                           {nullptr, 0, nullptr, 0}};
-    int letter = 0;
-    while ((letter = getopt_long(argc, argv, "+", LONG_OPTIONS, nullptr)) != -1) {
-        switch (letter) {
-            case 't':
-                options->keepTmp = true;
-                break;
-            case 'k':
-                options->keptFolders.emplace_back(optarg);
-                break;
-            case 'h':
-                options->hostname = optarg;
-                break;
-            default:
-                return false;
+    for (int letter = 0; (letter = getopt_long(argc, argv, "+", LONG_OPTIONS, nullptr)) != -1;) {
+        if (letter == 'k') {
+            options->keptFolders.emplace_back(optarg);
+        } else if (letter == 'h') {
+            options->hostname = optarg;
+        } else {
+            return false;
         }
     }
     return optind < argc;
@@ -273,9 +259,7 @@ bool ReadOptions(int argc, char **argv, Options *options) {
 int main(int argc, char **argv) {
     Options options;
     if (!ReadOptions(argc, argv, &options)) {
-        fprintf(stderr,
-                "usage: %s [--keep-tmp] [--keep DIR]... [--hostname NAME] [--] COMMAND [ARGUMENT]...\n",
-                argv[0]);
+        fprintf(stderr, "usage: %s [--keep DIR]... [--hostname NAME] [--] COMMAND [ARGUMENT]...\n", argv[0]);
         return STATUS_SETUP_FAILED;
     }
     if (unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWUTS) != 0) {
@@ -297,7 +281,6 @@ int main(int argc, char **argv) {
             return STATUS_SETUP_FAILED;
         }
     }
-    // Not through exit handlers: with process 1 gone nothing can be forked here any more, which the leak
-    // check of a sanitizer build does.
+    // Not through exit handlers: the leak check of a sanitizer build would fork, which is over.
     _exit(ExitStatus(status));
 }

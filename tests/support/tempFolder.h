@@ -15,8 +15,7 @@ class TempFolder {
         path_ = path;
     }
     ~TempFolder() { std::filesystem::remove_all(path_); }
-    TempFolder(const TempFolder &) = delete;
-    TempFolder &operator=(const TempFolder &) = delete;
+    TempFolder(TempFolder &&) = delete;
 
     const std::string &Path() const { return path_; }
     std::string operator/(const std::string &name) const { return path_ + "/" + name; }

@@ -6,19 +6,8 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <string>
-#include <vector>
 
-#include "tests/support/command.h"
 #include "tests/support/netns.h"
-
-// -s <fd>, and -d or -pf <pid file>, as every daemon gets them. The stand-in sleeps until it is killed.
-inline constexpr char FAKE_DAEMON[] = R"(
-while [ $# -gt 0 ]; do case $1 in -s) fd=$2 ;; -d | -pf) pidFile=$2 ;; esac; shift; done
-setsid sleep 600 > /dev/null 2>&1 &
-echo $! > "$pidFile"
-printf x > "/proc/self/fd/$fd"
-)";
 
 class ToolTest : public testing::Test {
   protected:
@@ -82,6 +71,10 @@ class ToolTest : public testing::Test {
         return static_cast<pid_t>(strtol(ReadFileText(PidFile(daemon)).c_str(), nullptr, 10));
     }
     static bool Runs(pid_t pid) { return pid > 0 && kill(pid, 0) == 0; }
+    // Those that run at all, whatever the PID files say.
+    static std::string Daemons() {
+        return RunShell("ps -e -o comm= | grep -E '^(zelan-|dhcpd)' | grep -v zelan-watch").output;
+    }
     // Names in a folder, in their order, with a blank behind each.
     static std::string Names(const std::string &pattern) {
         return RunShell("for f in " + pattern + "; do [ -e \"$f\" ] && printf '%s ' \"${f##*/}\"; done")

@@ -1,21 +1,15 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
-#include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/socket.h>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "lib/misc/owners.h"
-#include "tests/support/command.h"
+#include "tests/support/conversation.h"
 #include "tests/support/daemonStart.h"
-#include "tests/support/netns.h"
 
 namespace {
 
@@ -42,16 +36,17 @@ struct BridgedPair {
     Machine outside{"outside"};
     Machine guest{"guest"};
 
-    BridgedPair() { outside.ConnectToHost("eth1", "o0", "10.9.0.1/24"); }
-    void ConnectGuest(const std::string &bridge) { guest.ConnectToBridge(bridge, "g0", "10.9.0.2/24"); }
+    BridgedPair() {
+        outside.ConnectToHost("eth1", "o0", "10.9.0.1/24");
+        const DaemonStart start = StartBridge(0);
+        EXPECT_TRUE(start.CameUp()) << start;
+        guest.ConnectToBridge("zelan-sw0", "g0", "10.9.0.2/24");
+    }
 };
 
 TEST(Bridge, GuestAndMachineOutsideReachEachOtherAndTheAdapterStaysTheHosts) {
     BridgedPair pair;
     Must("ip address add 10.9.0.3/24 dev eth1");
-    DaemonStart start = StartBridge(0);
-    ASSERT_TRUE(start.CameUp()) << start;
-    pair.ConnectGuest("zelan-sw0");
     CommandResult ping = pair.guest.Run("ping -c 3 -i 0.2 -W 5 -s 4000 10.9.0.1");
     EXPECT_TRUE(ping.Succeeded()) << ping;
     EXPECT_EQ(std::string::npos, ping.output.find("DUP")) << ping;
@@ -62,22 +57,17 @@ TEST(Bridge, GuestAndMachineOutsideReachEachOtherAndTheAdapterStaysTheHosts) {
 // Segments larger than the link's frames, whose checksums nobody has filled in, in both directions.
 TEST(Bridge, BulkDataArrivesWhole) {
     BridgedPair pair;
-    DaemonStart start = StartBridge(0);
-    ASSERT_TRUE(start.CameUp()) << start;
-    pair.ConnectGuest("zelan-sw0");
     Must("head -c 50000000 /dev/urandom > /tmp/data");
-    struct Direction {
-        const Machine &from, &to;
-        const char *address;
-    };
-    for (const Direction &row :
-         {Direction{pair.guest, pair.outside, "10.9.0.1"}, Direction{pair.outside, pair.guest, "10.9.0.2"}}) {
-        BackgroundCommand receiver(row.to.Inside({"sh", "-c", "nc -l 7000 > /tmp/copy"}));
-        ASSERT_TRUE(WaitUntil([&row] { return row.to.Run("ss -ltn | grep -q :7000").Succeeded(); }));
-        CommandResult sender = row.from.Run(std::string("nc -N ") + row.address + " 7000 < /tmp/data");
+    for (const bool out : {true, false}) {
+        const Machine &from = out ? pair.guest : pair.outside;
+        const Machine &to = out ? pair.outside : pair.guest;
+        BackgroundCommand receiver(to.Inside({"sh", "-c", "nc -l 7000 > /tmp/copy"}));
+        ASSERT_TRUE(WaitUntil([&to] { return to.Run("ss -ltn | grep -q :7000").Succeeded(); }));
+        CommandResult sender =
+            from.Run(std::string("nc -N 10.9.0.") + (out ? "1" : "2") + " 7000 < /tmp/data");
         EXPECT_TRUE(sender.Succeeded()) << sender;
         EXPECT_EQ(0, receiver.Wait());
-        EXPECT_TRUE(RunShell("cmp /tmp/data /tmp/copy").Succeeded()) << row.address;
+        EXPECT_TRUE(RunShell("cmp /tmp/data /tmp/copy").Succeeded()) << out;
     }
 }
 
@@ -85,18 +75,15 @@ constexpr uint16_t TEST_PROTOCOL = 0x88b5;  // set aside for local experiments
 
 // A packet socket on a machine's interface that hears everything, with the tags that the kernel takes out.
 FileDescriptor OpenInside(const Machine &machine, const char *link) {
-    FileDescriptor own(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
-    FileDescriptor space(open(("/run/netns/" + machine.name()).c_str(), O_RDONLY | O_CLOEXEC));
-    EXPECT_EQ(0, setns(space.get(), CLONE_NEWNET));
-    FileDescriptor handle(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
-    int on = 1;
+    FileDescriptor handle = SocketOn(&machine, SOCK_RAW, AF_PACKET);
+    const int on = 1;
     sockaddr_ll address = {};
     address.sll_family = AF_PACKET;
     address.sll_protocol = htons(ETH_P_ALL);
-    address.sll_ifindex = static_cast<int>(if_nametoindex(link));
+    address.sll_ifindex =
+        std::stoi(machine.Run(std::string("cat /sys/class/net/") + link + "/ifindex").output);
     EXPECT_EQ(0, setsockopt(handle.get(), SOL_PACKET, PACKET_AUXDATA, &on, sizeof on));
     EXPECT_EQ(0, bind(handle.get(), reinterpret_cast<sockaddr *>(&address), sizeof address));
-    EXPECT_EQ(0, setns(own.get(), CLONE_NEWNET));
     return handle;
 }
 
@@ -123,9 +110,6 @@ TEST(Bridge, VlanTagsSurviveTheCrossing) {
     constexpr unsigned char FRAME[64] = {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 2,    0,    0,
                                          0,    0,    1,    0x81, 0x00, 0,    0x05, 0x88, 0xb5};
     BridgedPair pair;
-    DaemonStart start = StartBridge(0);
-    ASSERT_TRUE(start.CameUp()) << start;
-    pair.ConnectGuest("zelan-sw0");
     FileDescriptor outside = OpenInside(pair.outside, "o0");
     FileDescriptor guest = OpenInside(pair.guest, "g0");
     ASSERT_EQ(static_cast<ssize_t>(sizeof FRAME), send(outside.get(), FRAME, sizeof FRAME, 0));
@@ -164,17 +148,6 @@ TEST(Bridge, NamedAdaptersAloneAreTakenAndMayComeAndGo) {
     EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw3") == 0; })) << start;
 }
 
-TEST(Bridge, AdapterThatJoinsABridgeIsLeftToIt) {
-    Must("ip link add name eth1 type veth peer name eth2");
-    Must("ip link add name br9 type bridge");
-    DaemonStart start = StartBridge(0, {"-eeth2", "-ebr9"});
-    ASSERT_TRUE(start.CameUp()) << start;
-    Must("ip link set eth1 master br9");
-    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw0") == 0; })) << start;
-    Must("ip link set eth1 nomaster");
-    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw0") == 1; })) << start;
-}
-
 TEST(Bridge, TwoAdaptersOnOneWireMakeNoLoop) {
     Machine wire("wire");
     wire.ConnectToHost("eth1", "w1");
@@ -202,10 +175,7 @@ TEST(Bridge, KilledDaemonLeavesNothing) {
     ASSERT_TRUE(start.CameUp()) << start;
     ASSERT_EQ(2, PortCount("zelan-sw0"));
     KillDaemon(start);
-    EXPECT_TRUE(WaitUntil([] {
-        return RunShell("ip -br link | grep -q '^zelan'").status == 1 && !IsBridged("eth1") &&
-               RunShell("ps -e -o comm= | grep -q '^zelan'").status == 1;
-    })) << RunShell("ip -br link; ps -e").output;
+    EXPECT_TRUE(WaitUntil([] { return NothingIsLeft() && !IsBridged("eth1"); })) << LeftOver();
 }
 
 }  // namespace

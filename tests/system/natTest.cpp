@@ -3,13 +3,9 @@
 #include <unistd.h>
 
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "tests/support/command.h"
 #include "tests/support/conversation.h"
 #include "tests/support/daemonStart.h"
-#include "tests/support/netns.h"
 
 namespace {
 
@@ -23,11 +19,10 @@ constexpr const char *GATEWAY = "192.168.10.2";
 constexpr milliseconds SHORT{700};
 
 std::string Configuration(const std::string &host = "", const std::string &udp = "",
-                          const std::string &tcp = "", int timeout = 60) {
+                          const std::string &tcp = "") {
     return std::string("# Linux NAT configuration file\n[host]\n# NAT gateway address\nip = ") + GATEWAY +
            "\nnetmask = 255.255.255.0\ndevice = /dev/zelan8\n" + host +
-           "[udp]\ntimeout = " + std::to_string(timeout) + "\n[incomingudp]\n" + udp + "\n[incomingtcp]\n" +
-           tcp + "\n";
+           "[udp]\ntimeout = 1234\n[incomingudp]\n" + udp + "\n[incomingtcp]\n" + tcp + "\n";
 }
 
 DaemonStart StartNat(const std::string &configuration) {
@@ -52,12 +47,6 @@ class Nat : public testing::Test {
     void Start(const std::string &configuration) {
         start_ = StartNat(configuration);
         EXPECT_TRUE(start_.CameUp()) << start_;
-        if (guest_ == nullptr) {
-            PlugGuest();
-        }
-    }
-
-    void PlugGuest() {
         guest_ = std::make_unique<Machine>("zelan-g");
         guest_->ConnectToBridge("zelan-sw8", "eth0", std::string(GUEST) + "/24");
         Must(std::string("ip -n zelan-g route add default via ") + GATEWAY);
@@ -140,17 +129,12 @@ Responder::Answer Resolver(const std::string &name) {
     return [name](const std::string &request, const std::string &) {
         // Over TCP the message has its length before it.
         const size_t start = request.size() > 20 ? 2 : 0;
-        std::string reply = request.substr(0, start + 2) + "\x81" + request.substr(start + 3) + name;
-        return reply;
+        return request.substr(0, start + 2) + "\x81" + request.substr(start + 3) + name;
     };
 }
 
 std::string OverTcp(const std::string &message) {
     return std::string(1, '\0') + static_cast<char>(message.size()) + message;
-}
-
-bool EndsWith(const std::string &text, const std::string &end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
 TEST_F(Nat, GuestsQuestionsGoToTheHostsNameServers) {
@@ -168,8 +152,6 @@ TEST_F(Nat, GuestsQuestionsGoToTheHostsNameServers) {
     } cases[] = {
         {"a name server on the host's loopback", "", "host"},
         {"a changed file", std::string("nameserver ") + OUTSIDE + "\n", "outside"},
-        {"a first server that refuses", std::string("nameserver 127.0.0.9\nnameserver ") + OUTSIDE + "\n",
-         "outside"},
         {"a first server that is silent",
          std::string("nameserver 203.0.113.77\nnameserver ") + OUTSIDE + "\n", "outside"},
     };
@@ -181,9 +163,9 @@ TEST_F(Nat, GuestsQuestionsGoToTheHostsNameServers) {
         const std::string message = Question(number++);
         const std::string udp = Exchange(guest_.get(), SOCK_DGRAM, {GATEWAY, 53}, message);
         EXPECT_EQ(message.substr(0, 2), udp.substr(0, 2)) << row.condition;
-        EXPECT_TRUE(EndsWith(udp, row.answeredBy)) << row.condition << ": " << udp;
+        EXPECT_TRUE(udp.ends_with(row.answeredBy)) << row.condition << ": " << udp;
         const std::string tcp = Exchange(guest_.get(), SOCK_STREAM, {GATEWAY, 53}, OverTcp(message));
-        EXPECT_TRUE(EndsWith(tcp, row.answeredBy)) << row.condition << ": " << tcp;
+        EXPECT_TRUE(tcp.ends_with(row.answeredBy)) << row.condition << ": " << tcp;
     }
 }
 
@@ -195,21 +177,6 @@ TEST_F(Nat, QuestionThatNobodyAnswersIsRefusedAtOnce) {
     EXPECT_EQ(2, answer[3] & 0x0f) << "no server failure";
 }
 
-// Namespaces that an interface leads to and that no machine of the test is.
-bool HasForeignNamespaces() {
-    return RunShell("ip netns list-id | grep -vq name:").Succeeded();
-}
-
-bool NothingIsLeft() {
-    return RunShell("ip -br link | grep -q '^zelan-[^g]'").status == 1 && !HasForeignNamespaces() &&
-           RunShell("ps -e -o comm= | grep -q '^zelan'").status == 1 &&
-           RunCommand({"nft", "list", "tables"}).output.empty();
-}
-
-std::string LeftOver() {
-    return RunShell("ip -br link; ps -e -o pid,comm; nft list tables").output;
-}
-
 std::string ForwardingOf(const char *name) {
     return ReadFileText(std::string("/proc/sys/net/ipv4/conf/") + name + "/forwarding");
 }
@@ -218,7 +185,7 @@ TEST_F(Nat, KilledDaemonLeavesNothing) {
     Start(Configuration("", "", "8888 = 192.168.10.50:80\n"));
     EXPECT_EQ("1\n", ForwardingOf("eth0"));
     EXPECT_EQ("0\n", ForwardingOf("all"));
-    EXPECT_TRUE(HasForeignNamespaces());
+    EXPECT_NE(std::string::npos, LeftOver().find("nsid")) << "no namespace to look for";
     const std::string mac = ReadFileText("/var/run/zelan-natd-8.mac");
     guest_.reset();
     KillDaemon(start_);
@@ -260,35 +227,6 @@ TEST_F(Nat, OneStartedRightAfterAKillReplacesItsPredecessor) {
     EXPECT_EQ(mac, ReadFileText("/var/run/zelan-natd-8.mac"));
 }
 
-TEST_F(Nat, SecondDaemonOfANetworkIsRefusedAndHarmsNothing) {
-    Start(Configuration());
-    const DaemonStart second = StartDaemon(
-        "zelan-natd", "second", {"-m", "/var/run/zelan-natd-8.mac", "-c", "/etc/orvane/zelan8/nat/nat.conf"});
-    EXPECT_FALSE(second.CameUp());
-    EXPECT_NE(std::string::npos, second.Log().find("another daemon serves this network")) << second;
-    EXPECT_TRUE(GuestPings(OUTSIDE));
-}
-
-TEST_F(Nat, HostThatDropsWhatItForwardsIsNamed) {
-    Must(
-        "nft 'table inet mine { chain f { type filter hook forward priority 0; policy drop; }; "
-        "chain in { type filter hook input priority 0; policy accept; }; }'");
-    Start(Configuration());
-    EXPECT_TRUE(WaitUntil([this] {
-        return start_.Log().find("table mine drops forwarded") != std::string::npos;
-    })) << start_;
-    EXPECT_FALSE(GuestPings(OUTSIDE));
-}
-
-TEST_F(Nat, BrokenConfigurationIsRefusedWithItsLine) {
-    const DaemonStart start = StartNat("[host]\nip = 192.168.10.2\nnetmask = 255.255.255.0\nfoo = 1\n");
-    EXPECT_FALSE(start.CameUp());
-    EXPECT_EQ("", start.report);
-    EXPECT_NE(std::string::npos, start.Log().find("/etc/orvane/zelan8/nat/nat.conf:4: there is no such key"))
-        << start;
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
-}
-
 TEST_F(Nat, OtherNetworksStayClosedToTheGuests) {
     const DaemonStart netifup = StartNetifup(1);
     ASSERT_TRUE(netifup.CameUp()) << netifup;
@@ -306,69 +244,23 @@ TEST_F(Nat, SendersOfOtherMakersAreRefusedWhenAsked) {
     const struct {
         const char *mac;
         bool allowed;
-    } cases[] = {{"52:54:00:12:34:56", true},
-                 {"02:00:00:00:00:01", true},
-                 {"00:16:3e:00:00:01", true},
-                 {"00:1b:21:00:00:01", false}};
+    } cases[] = {{"52:54:00:12:34:56", true}, {"00:1b:21:00:00:01", false}};
     for (const auto &row : cases) {
         Must(std::string("ip -n zelan-g link set eth0 address ") + row.mac);
         EXPECT_EQ(row.allowed, GuestPings(OUTSIDE)) << row.mac;
     }
 }
 
-// Seconds until the host forgets its translation of a UDP flow to that port.
-int SecondsLeft(int port) {
-    const std::string line = RunShell("grep 'udp .*src=100.*dport=" + std::to_string(port) +
-                                      " ' /proc/net/nf_conntrack | awk '{print $5}'")
-                                 .output;
-    return line.empty() ? -1 : std::stoi(line);
-}
-
 TEST_F(Nat, UdpFlowsLiveAsLongAsConfigured) {
     Responder udp(&outside_, SOCK_DGRAM, {OUTSIDE, 7000}, Peer);
-    Start(Configuration("", "", "", 1234));
+    Start(Configuration());
     if (access("/proc/net/nf_conntrack", R_OK) != 0) {
         GTEST_SKIP() << "this kernel does not show its flows";
     }
     EXPECT_EQ(HOST, Exchange(guest_.get(), SOCK_DGRAM, {OUTSIDE, 7000}, "x"));
-    EXPECT_NEAR(1234, SecondsLeft(7000), 5);
-}
-
-// A server that connects back to where PORT tells it to, with "data".
-std::string ActiveFtpServer(const Machine &machine, const std::string &request) {
-    int a = 0, b = 0, c = 0, d = 0, high = 0, low = 0;
-    if (sscanf(request.c_str(), "PORT %d,%d,%d,%d,%d,%d", &a, &b, &c, &d, &high, &low) != 6) {
-        return "500 not understood\r\n";
-    }
-    const std::string address =
-        std::to_string(a) + "." + std::to_string(b) + "." + std::to_string(c) + "." + std::to_string(d);
-    return Exchange(&machine, SOCK_STREAM, {address, high * 256 + low}, "data", SHORT) == "thanks"
-               ? "226 sent\r\n"
-               : "425 no connection to " + address + "\r\n";
-}
-
-TEST_F(Nat, ActiveFtpWorksWhenAsked) {
-    constexpr int DATA_PORT = 5 * 256 + 1;
-    Responder server(&outside_, SOCK_STREAM, {OUTSIDE, 21},
-                     [this](const std::string &request, const std::string &) {
-                         return ActiveFtpServer(outside_, request);
-                     });
-    const struct {
-        const char *setting;
-        const char *answer;
-    } cases[] = {{"activeFTP = 1\n", "226 sent\r\n"},
-                 {"activeFTP = 0\n", "425 no connection to 192.168.10.50\r\n"}};
-    for (const auto &row : cases) {
-        Start(Configuration(row.setting));
-        if (start_.Log().find("lacks the FTP helper") != std::string::npos) {
-            GTEST_SKIP() << start_;
-        }
-        Responder client(guest_.get(), SOCK_STREAM, {GUEST, DATA_PORT},
-                         [](const std::string &, const std::string &) { return "thanks"; });
-        EXPECT_EQ(row.answer, Converse(guest_.get(), SOCK_STREAM, {OUTSIDE, 21},
-                                       {"USER x\r\n", "PORT 192,168,10,50,5,1\r\n"}, CONDITION_DEADLINE));
-        KillDaemon(start_);
-    }
+    const std::string left =
+        RunShell("awk '/udp .*src=100.*dport=7000 / {print $5}' /proc/net/nf_conntrack").output;
+    EXPECT_NEAR(1234, atoi(left.c_str()), 5);
 }
 
 }  // namespace

@@ -1,22 +1,9 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <string>
-
-#include "tests/support/command.h"
 #include "tests/support/daemonStart.h"
-#include "tests/support/netns.h"
 
 namespace {
-
-bool NothingIsLeft() {
-    return RunShell("ip -br link | grep -q '^zelan'").status == 1 &&
-           RunShell("ps -e -o comm= | grep -q '^zelan'").status == 1;
-}
-
-std::string LeftOver() {
-    return RunShell("ip -br link; ps -e -o pid,comm,args").output;
-}
 
 TEST(Netifup, InterfaceIsThereOnceReportedAndCarriesFrames) {
     DaemonStart start = StartNetifup(8);
@@ -30,13 +17,6 @@ TEST(Netifup, InterfaceIsThereOnceReportedAndCarriesFrames) {
     EXPECT_TRUE(ping.Succeeded()) << ping;
     CommandResult addresses = RunShell("ip -br address show zelan-sw8; ip -br address show zelan-if8");
     EXPECT_EQ(std::string::npos, addresses.output.find("fe80")) << "the switch is an endpoint\n" << addresses;
-}
-
-TEST(Netifup, KilledDaemonLeavesNothing) {
-    DaemonStart start = StartNetifup(8);
-    ASSERT_TRUE(start.CameUp()) << start;
-    KillDaemon(start);
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
 // The removal waits for a quiet moment; the tool, which asks by name, must not see the interface meanwhile.
@@ -118,31 +98,6 @@ TEST(Netifup, InterfaceOfSomebodyElseIsRefusedAndKept) {
     EXPECT_NE(std::string::npos, start.Log().find("zelan8 exists already")) << start;
     EXPECT_TRUE(HasLink("zelan8"));
     EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan-sw8"); })) << LeftOver();
-}
-
-TEST(Netifup, SwitchStaysForAnotherDaemonOfTheNetwork) {
-    DaemonStart bridge = StartDaemon("zelan-bridge", "zelan-bridge-8", {"-n", "8", "-inone"});
-    DaemonStart netifup = StartNetifup(8);
-    ASSERT_TRUE(bridge.CameUp() && netifup.CameUp()) << bridge << netifup;
-    KillDaemon(netifup);
-    ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep -c zelan-watch").output == "1\n"; }))
-        << LeftOver();
-    EXPECT_TRUE(HasLink("zelan-sw8"));
-    KillDaemon(bridge);
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
-}
-
-TEST(Netifup, ManyThatEndTogetherAreAllRemoved) {
-    constexpr int COUNT = 20;
-    std::vector<DaemonStart> starts;
-    for (int network = 1; network <= COUNT; network++) {
-        starts.push_back(StartNetifup(network));
-        ASSERT_TRUE(starts.back().CameUp()) << starts.back();
-    }
-    for (const DaemonStart &start : starts) {
-        KillDaemon(start);
-    }
-    EXPECT_TRUE(WaitUntil(NothingIsLeft, std::chrono::seconds(30))) << LeftOver();
 }
 
 }  // namespace

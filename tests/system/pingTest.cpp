@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <span>
 #include <string>
 
-#include "tests/support/command.h"
 #include "tests/support/netns.h"
 
 namespace {
@@ -16,6 +16,14 @@ struct PingCase {
     int status;
     const char *why;
 };
+
+void ExpectStatuses(std::span<const PingCase> cases) {
+    for (const PingCase &row : cases) {
+        CommandResult result = Ping(row.arguments);
+        EXPECT_EQ(row.status, result.status) << row.why << ": " << row.arguments << "\n" << result;
+        EXPECT_EQ("", result.output + result.errors) << row.arguments;
+    }
+}
 
 TEST(OrvanePing, StatusTellsWhetherTheSubnetIsFree) {
     Machine router("router");
@@ -32,17 +40,10 @@ TEST(OrvanePing, StatusTellsWhetherTheSubnetIsFree) {
         {"-q 192.168.40.1 -t 5 -i 1", 2, "no route"},
         {"-q 10.11.0.1 -t 5 -i 1", 2, "the host's own, of an interface that is down"},
     };
-    for (const PingCase &row : WITHOUT_DEFAULT_ROUTE) {
-        CommandResult result = Ping(row.arguments);
-        EXPECT_EQ(row.status, result.status) << row.why << ": " << row.arguments << "\n" << result;
-        EXPECT_EQ("", result.output + result.errors) << row.arguments;
-    }
-
-    ASSERT_TRUE(
-        router.Run("sysctl -qw net.ipv4.icmp_echo_ignore_broadcasts=0 net.ipv4.ip_forward=1").Succeeded());
+    ExpectStatuses(WITHOUT_DEFAULT_ROUTE);
     ASSERT_TRUE(router
-                    .Run("ip route add prohibit 10.20.0.0/16 && ip route add unreachable 10.21.0.0/16 && "
-                         "ip route add blackhole 10.22.0.0/16")
+                    .Run("sysctl -qw net.ipv4.icmp_echo_ignore_broadcasts=0 net.ipv4.ip_forward=1 && "
+                         "ip route add unreachable 10.21.0.0/16 && ip route add blackhole 10.22.0.0/16")
                     .Succeeded());
     Must("ip route add default via 10.9.0.1 && ip route add unreachable 10.30.0.0/16");
     static constexpr PingCase WITH_DEFAULT_ROUTE[] = {
@@ -52,10 +53,7 @@ TEST(OrvanePing, StatusTellsWhetherTheSubnetIsFree) {
         {"-q -b 10.22.0.0 -t 1 -i 1", 1, "the router says nothing"},
         {"-q -b 10.30.0.0 -t 5 -i 1", 2, "the host's own route refuses"},
     };
-    for (const PingCase &row : WITH_DEFAULT_ROUTE) {
-        CommandResult result = Ping(row.arguments);
-        EXPECT_EQ(row.status, result.status) << row.why << ": " << row.arguments << "\n" << result;
-    }
+    ExpectStatuses(WITH_DEFAULT_ROUTE);
 }
 
 // The library takes 3 and above for "not free".

@@ -45,7 +45,7 @@ class StartStop : public ToolTest {
         EXPECT_TRUE(WaitUntil([] { return RunShell("ip -br link | grep '^zelan'").output.empty(); },
                               std::chrono::seconds(30)))
             << RunShell("ip -br link").output;
-        EXPECT_EQ("", RunShell("ps -e -o comm= | grep -E '^(zelan-|dhcpd)' | grep -v zelan-watch").output);
+        EXPECT_EQ("", Daemons());
     }
 };
 
@@ -123,41 +123,14 @@ TEST_F(FullHost, SecondStartTouchesNothingAndRestartWaitsForNothing) {
     Expect(Run({"--status"}), 0, RUNNING, "");
 }
 
-TEST_F(FullHost, DaemonsInheritTheIgnoredInterrupt) {
-    ASSERT_TRUE(Run({"--start"}).Succeeded());
-    // ISC dhcpd sets a handler of its own.
-    for (const char *daemon : {"zelan-bridge-0", "zelan-netifup-zelan1", "zelan-natd-8", "zelan-detect"}) {
-        const std::string ignored =
-            RunShell("sed -n 's/^SigIgn:\t*//p' /proc/" + std::to_string(Pid(daemon)) + "/status").output;
-        EXPECT_NE(0u, strtoull(ignored.c_str(), nullptr, 16) & (1u << (SIGINT - 1))) << daemon << ignored;
-    }
-}
-
 TEST_F(StartStop, DaemonThatDoesNotComeUpFailsItsServiceOnly) {
-    struct BrokenProgram {
-        const char *how;  // to the file $P
-        const char *reason;
-    };
-    static constexpr BrokenProgram CASES[] = {
-        {"printf '#!/bin/sh\\nexit 0\\n' > $P; chmod 755 $P",
-         "HBLServiceStart - Daemon process did not report status, returning failure\n"},
-        {"echo data > $P; chmod 644 $P",
-         "HBLServiceStart - exec(): Error while starting daemon: /run/programs/zelan-bridge, error: "
-         "Permission denied\n"},
-        {"echo data > $P; chmod 755 $P", "zelan-bridge, error: Exec format error\n"},
-        {"mkdir $P", "zelan-bridge, error: Permission denied\n"},
-        {":", "zelan-bridge, error: No such file or directory\n"},
-    };
     WriteDatabase("");
-    for (const BrokenProgram &row : CASES) {
-        SCOPED_TRACE(row.how);
-        Must("P=" + Program("zelan-bridge") + "; rm -rf $P; " + row.how);
-        WriteFileText("/var/log/harbrel", "");
-        Expect(Run({"--start"}), 1, STARTED_DETECTION,
-               std::string("Failed to start Bridged networking on zelan0\n") + SOME_NOT_STARTED);
-        EXPECT_THAT(Log(), HasSubstr(row.reason));
-        EXPECT_EQ("zelan-detect.pid ", PidFiles());
-    }
+    Replace("zelan-bridge", "exit 0\n");
+    Expect(Run({"--start"}), 1, STARTED_DETECTION,
+           std::string("Failed to start Bridged networking on zelan0\n") + SOME_NOT_STARTED);
+    EXPECT_THAT(Log(),
+                HasSubstr("HBLServiceStart - Daemon process did not report status, returning failure\n"));
+    EXPECT_EQ("zelan-detect.pid ", PidFiles());
 }
 
 TEST_F(StartStop, PidFileDecidesWhatRuns) {
@@ -171,16 +144,6 @@ TEST_F(StartStop, PidFileDecidesWhatRuns) {
     EXPECT_EQ(128 + SIGKILL, stranger.Wait());
     EXPECT_EQ("", PidFiles());
 
-    for (const char *useless : {"zelan\n", "0\n", "-5\n", "", "4194304\n"}) {
-        SCOPED_TRACE(useless);
-        WriteFileText(PidFile("zelan-bridge-0"), useless);
-        EXPECT_EQ(1, Run({"--status"}).status);
-        EXPECT_TRUE(Run({"--stop"}).Succeeded());
-        EXPECT_EQ(useless, ReadFileText(PidFile("zelan-bridge-0")));
-        EXPECT_TRUE(Run({"--start"}).Succeeded());
-        EXPECT_TRUE(Runs(Pid("zelan-bridge-0")));
-        EXPECT_TRUE(Run({"--stop"}).Succeeded());
-    }
     WriteFileText(PidFile("zelan-detect"), "zelan\n");
     Expect(Run({"--stop"}), 1, "",
            "Failed to stop Network detection service\nFailed to stop some/all services\n");
@@ -188,67 +151,24 @@ TEST_F(StartStop, PidFileDecidesWhatRuns) {
 }
 
 TEST_F(StartStop, OnlyTheNetworkWhoseSubnetIsNotFreeStaysDown) {
-    struct SubnetCase {
-        const char *why;
-        const char *trouble;
-        const char *output;
-        std::string errors;
-        const char *nodes;
-    };
-    // Network 3 says DHCP, but has no subnet that could be asked for. The bridge makes a node as well.
-    const SubnetCase cases[] = {
-        {"answers", "ip address add 10.7.1.1/32 dev lo",
-         "Started Bridge networking on zelan1\nEnabled hostonly virtual adapter on zelan2\n",
-         Taken("zelan1") + Taken("zelan3"), "zelan0 zelan1 zelan2 "},
-        {"no program to ask with", "rm /run/programs/orvane-ping", "Started Bridge networking on zelan1\n",
-         Taken("zelan1") + Taken("zelan2") + Taken("zelan3"), "zelan0 zelan1 "},
-    };
     const std::string networks = std::string(NO_DEFAULT_BRIDGE) + "add_bridge_mapping eth7 1\n" + Subnet(1) +
                                  Feature(1, "VIRTUAL_ADAPTER") + Subnet(2) + Feature(2, "VIRTUAL_ADAPTER");
-    for (const SubnetCase &row : cases) {
-        SCOPED_TRACE(row.why);
-        WriteDatabase(networks + Feature(3, "DHCP"));
-        Must(row.trouble);
-        const CommandResult start = Run({"--start"});
-        EXPECT_EQ(1, start.status);
-        EXPECT_EQ(SortedLines(std::string(row.output) + STARTED_DETECTION), SortedLines(start.output));
-        std::vector<std::string> errors = SortedLines(start.errors);
-        std::erase_if(errors, [](const std::string &line) { return line.find("not found") != line.npos; });
-        EXPECT_EQ(SortedLines(row.errors + SOME_NOT_STARTED), errors) << start.errors;
-        EXPECT_FALSE(HasLink("zelan1"));
-        EXPECT_EQ(row.nodes, Nodes());
-        EXPECT_TRUE(Run({"--stop"}).Succeeded());
-    }
+    // Network 3 says DHCP, but has no subnet that could be asked for. The bridge makes a node as well.
+    WriteDatabase(networks + Feature(3, "DHCP"));
+    Must("ip address add 10.7.1.1/32 dev lo");
+    const CommandResult start = Run({"--start"});
+    EXPECT_EQ(1, start.status);
+    EXPECT_EQ(
+        SortedLines("Started Bridge networking on zelan1\nEnabled hostonly virtual adapter on zelan2\n" +
+                    std::string(STARTED_DETECTION)),
+        SortedLines(start.output));
+    EXPECT_EQ(SortedLines(Taken("zelan1") + Taken("zelan3") + SOME_NOT_STARTED), SortedLines(start.errors));
+    EXPECT_FALSE(HasLink("zelan1"));
+    EXPECT_EQ("zelan0 zelan1 zelan2 ", Nodes());
+    EXPECT_TRUE(Run({"--stop"}).Succeeded());
     // A later start is the repair.
     Must("ip address del 10.7.1.1/32 dev lo");
-    Replace("orvane-ping", "exit 1\n");
     WriteDatabase(networks);
-    EXPECT_TRUE(Run({"--start"}).Succeeded());
-    EXPECT_EQ("10.7.1.1/24 brd 10.7.1.255\n", Address("zelan1"));
-}
-
-// The stand-ins make it happen at one moment: DHCP, which starts first, takes the interface away.
-TEST_F(StartStop, InterfaceThatVanishesDuringTheSweepIsReported) {
-    Replace("zelan-dhcpd", std::string("ip link delete zelan1 2> /dev/null\n") + FAKE_DAEMON);
-    Replace("zelan-netifup", "ip link add zelan1 type veth\n" + std::string(FAKE_DAEMON));
-    Install(NO_DEFAULT_BRIDGE + Subnet(1) + Feature(1, "DHCP") + Feature(1, "VIRTUAL_ADAPTER"));
-    ASSERT_TRUE(Run({"--start"}).Succeeded());
-    const pid_t netifup = Pid("zelan-netifup-zelan1");
-    Must("kill -9 $(cat " + PidFile("zelan-dhcpd-zelan1") + ")");
-    EXPECT_TRUE(WaitUntil([] { return !Runs(Pid("zelan-dhcpd-zelan1")); }));
-    Expect(Run({"--start"}), 1, std::string("Started DHCP service on zelan1\n") + STARTED_DETECTION,
-           std::string("Failed to enable hostonly virtual adapter on zelan1\n") + SOME_NOT_STARTED);
-    EXPECT_THAT(Log(),
-                HasSubstr("HBLVirtAdapterEnable - ioctl: SIOCSIFADDR failed, error: No such device\n"));
-    EXPECT_TRUE(Runs(netifup)) << "it was there before";
-}
-
-TEST_F(StartStop, InterfaceThatWasDeletedIsMadeAnewByTheNextStart) {
-    WriteDatabase(Subnet(1) + Feature(1, "VIRTUAL_ADAPTER"));
-    ASSERT_TRUE(Run({"--start"}).Succeeded());
-    const pid_t netifup = Pid("zelan-netifup-zelan1");
-    Must("ip link delete zelan1");
-    EXPECT_TRUE(WaitUntil([netifup] { return !Runs(netifup); })) << "it keeps nothing in being any more";
     EXPECT_TRUE(Run({"--start"}).Succeeded());
     EXPECT_EQ("10.7.1.1/24 brd 10.7.1.255\n", Address("zelan1"));
 }
@@ -289,10 +209,6 @@ TEST_F(StartStop, DetectionDaemonAloneDoesNotCountTowardsTheStatus) {
            "Network detection service is not running\n"
            "All the services configured on all the networks are running\n",
            "");
-    Must("mkdir /dev/zelan9 && rm /run/programs/zelan-detect");
-    Expect(Run({"--start"}), 1, "",
-           std::string("Failed to start Network detection service\n") + SOME_NOT_STARTED);
-    Expect(Run({"--stop"}), 1, "", "Failed to delete device for zelan9\nFailed to stop some/all services\n");
 }
 
 }  // namespace
