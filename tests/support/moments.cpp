@@ -14,7 +14,9 @@ constexpr int HOSTS_AT_ONCE = 16;
 constexpr std::chrono::minutes BATCH_DEADLINE{10};
 
 // Programs that come up and stay, a keeper that makes its interface, and a subnet on which nobody answers.
+// The leak check of a sanitizer build cannot work on a traced process.
 constexpr char PREPARE[] = R"(
+export ASAN_OPTIONS=detect_leaks=0
 mkdir /run/programs
 cat > /run/programs/daemon <<'END'
 #!/bin/sh
@@ -142,7 +144,8 @@ std::string Moments::Script(const std::string &folder, const std::string &trace,
            "grep 'Failed to parse record' /var/log/harbrel > unreadable\n";
 }
 
-std::vector<Outcome> Moments::Disturb(const Injections &injections, int most, const std::string &next) const {
+std::vector<Outcome> Moments::Disturb(const Injections &injections, int most, const std::string &next,
+                                      const std::string &path) const {
     const TempFolder folder;
     std::vector<std::string> moments;
     for (const auto &[call, injection] : injections) {
@@ -151,12 +154,12 @@ std::vector<Outcome> Moments::Disturb(const Injections &injections, int most, co
         if (total == calls_.end()) {
             continue;
         }
-        for (const int n : Choose(total->second, most)) {
+        for (const int n : path.empty() ? Choose(total->second, most) : Choose(most, 3 * most)) {
             const std::string moment = call + "." + std::to_string(n);
             const std::string own = folder / moment;
             std::filesystem::create_directory(own);
-            const std::string inject =
-                "-e trace=" + call + " -e inject=" + call + ":" + injection + ":when=" + std::to_string(n);
+            const std::string inject = "-e trace=" + call + " -e inject=" + call + ":" + injection +
+                                       ":when=" + std::to_string(n) + (path.empty() ? "" : " -P " + path);
             WriteFileText(own + "/script", Script(own, Tracer(filter, inject), next));
             moments.push_back(moment);
         }

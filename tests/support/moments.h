@@ -47,8 +47,10 @@ class Moments {
     const std::string &twin() const { return twin_; }
 
     // Disturbs the command at up to `most` moments of each kind: the first ones, the last ones, and some
-    // between. Behind each run comes `next`, as shell words for the tool.
-    std::vector<Outcome> Disturb(const Injections &injections, int most, const std::string &next) const;
+    // between. With a path only the calls on that count, and it is the first `most`. Behind each run comes
+    // `next`, as shell words for the tool.
+    std::vector<Outcome> Disturb(const Injections &injections, int most, const std::string &next,
+                                 const std::string &path = "") const;
 
   private:
     std::string Script(const std::string &folder, const std::string &trace, const std::string &next) const;
