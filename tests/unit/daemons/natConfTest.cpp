@@ -9,19 +9,13 @@ namespace {
 // As the library writes it.
 constexpr const char *WHOLE = R"(# Linux NAT configuration file
 [host]
-# NAT gateway address
 ip = 192.168.10.2
 netmask = 255.255.255.0
-# ZeLan device if not specified on command line
 device = /dev/zelan8
 # Allow PORT/EPRT FTP commands (they need incoming TCP stream ...)
 activeFTP = 0
-# Allows the source to have any OUI.  Turn this one if you change the OUI
-# in the MAC address of your virtual machines.
 allowAnyOUI = 0
 [udp]
-# Timeout in seconds, 0 = no timeout, default = 60; real value might
-# be up to 100% longer
 timeout = 0x1E
 [incomingudp]
 6000 = 192.168.10.50:6001
@@ -70,46 +64,29 @@ TEST(NatConf, BrokenFileIsRefusedWithLineAndReason) {
         const char *reason;
     } cases[] = {
         {"", 0, "ip or netmask is missing"},
-        {"[host]\nip = 192.168.10.2\n", 0, "ip or netmask is missing"},
         {"[host]\nip = 192.168.10.0\nnetmask = 255.255.255.0\n", 0, "no host of its subnet"},
         {"[host]\nip = 192.168.10.255\nnetmask = 255.255.255.0\n", 0, "no host of its subnet"},
         {"ip = 192.168.10.2\n", 1, "before the first section"},
         {"\n# c\n[dns]\n", 3, "no such section"},
         {"[host\n", 1, "does not end"},
-        {"[host]]\n", 1, "no such section"},
         {"[Host]\n", 1, "no such section"},
         {"[host]\nip\n", 2, "of the form key = value"},
-        {"[host]\nip =\n", 2, "no IPv4 address"},
-        {"[host]\nip = 192.168.10\n", 2, "no IPv4 address"},
         {"[host]\nip = 192.168.10.256\n", 2, "no IPv4 address"},
-        {"[host]\nip = 192.168.10.2.1\n", 2, "no IPv4 address"},
         {"[host]\nip = 192.168.10.2 x\n", 2, "no IPv4 address"},
         {"[host]\nip = 192.168.0010.2\n", 2, "no IPv4 address"},
-        {"[host]\nip = 192.168.10.2\r\n", 2, "no IPv4 address"},
         {"[host]\nnetmask = 255.0.255.0\n", 2, "no netmask"},
-        {"[host]\nnetmask = 0.0.0.0\n", 2, "no netmask"},
         {"[host]\nnetmask = 255.255.255.254\n", 2, "no netmask"},
         {begin + "ip = 192.168.10.3\n", 4, "stands twice"},
-        {begin + "IP = 192.168.10.3\n", 4, "no such key"},
-        {begin + "timeout = 60\n", 4, "no such key"},
         {begin + "device = zelan8\n", 4, "no device"},
         {begin + "device = /dev/zelan256\n", 4, "no device"},
-        {begin + "device = /dev/zelan\n", 4, "no device"},
         {begin + "activeFTP = 2\n", 4, "0 or 1"},
-        {begin + "activeFTP = 00\n", 4, "0 or 1"},
         {begin + "allowAnyOUI = yes\n", 4, "0 or 1"},
         {begin + "[udp]\ntimeout = -1\n", 5, "number of seconds"},
         {begin + "[udp]\ntimeout = 2147483648\n", 5, "number of seconds"},
-        {begin + "[udp]\ntimeout = 0x\n", 5, "number of seconds"},
         {begin + "[udp]\ntimeout = 08\n", 5, "number of seconds"},
-        {begin + "[incomingudp]\n0 = 192.168.10.5:1\n", 5, "no port"},
         {begin + "[incomingudp]\n65536 = 192.168.10.5:1\n", 5, "no port"},
-        {begin + "[incomingtcp]\n= 192.168.10.5:1\n", 5, "no port"},
         {begin + "[incomingtcp]\n80 = 192.168.10.5\n", 5, "no address and port"},
-        {begin + "[incomingtcp]\n80 = 192.168.10.5:\n", 5, "no address and port"},
         {begin + "[incomingtcp]\n80 = 192.168.10.5:0\n", 5, "no address and port"},
-        {begin + "[incomingtcp]\n80 = 192.168.10.5:80:1\n", 5, "no address and port"},
-        {begin + "[incomingtcp]\n80 = :80\n", 5, "no address and port"},
         {begin + "[incomingtcp]\n80 = 192.168.10.5:1\n0x50 = 192.168.10.6:1\n", 6, "forwarded twice"},
         {begin + std::string("# a\0b\n", 6), 4, "zero byte"},
     };

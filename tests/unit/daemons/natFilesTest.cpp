@@ -1,6 +1,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <netdb.h>
 
 #include <string>
 #include <vector>
@@ -13,19 +13,16 @@
 namespace {
 
 TEST(MacFile, OnlyAMachinesAddressIsTaken) {
-    const struct {
-        const char *text;
-        bool usable;
-    } cases[] = {
+    const std::pair<const char *, bool> cases[] = {
         {"02:1f:00:A0:55:3C\n", true},   {"02:1f:00:A0:55:3C", true},     {"00:00:00:00:00:00\n", false},
         {"01:00:5e:00:00:01\n", false},  {"ff:ff:ff:ff:ff:ff\n", false},  {"02:1f:00:A0:55\n", false},
         {"02:1f:00:A0:55:3C:00", false}, {"02-1f-00-A0-55-3C\n", false},  {"02:1f:00:A0:55:3\n", false},
         {"02:1f:00:A0:55:-3\n", false},  {" 02:1f:00:A0:55:3C\n", false}, {"", false},
     };
-    for (const auto &row : cases) {
+    for (const auto &[text, usable] : cases) {
         MacAddress mac = {};
-        EXPECT_EQ(row.usable, MacFile_Parse(row.text, &mac)) << row.text;
-        EXPECT_EQ(row.usable, mac == (MacAddress{0x02, 0x1f, 0x00, 0xa0, 0x55, 0x3c})) << row.text;
+        EXPECT_EQ(usable, MacFile_Parse(text, &mac)) << text;
+        EXPECT_EQ(usable, mac == (MacAddress{0x02, 0x1f, 0x00, 0xa0, 0x55, 0x3c})) << text;
     }
 }
 
@@ -42,19 +39,14 @@ TEST(MacFile, AddressIsKeptAndAGarbledOneReplaced) {
 }
 
 std::string Text(const NameServer &server) {
-    char text[INET6_ADDRSTRLEN] = "";
-    const void *address = &reinterpret_cast<const sockaddr_in *>(&server.address)->sin_addr;
-    if (server.address.ss_family == AF_INET6) {
-        address = &reinterpret_cast<const sockaddr_in6 *>(&server.address)->sin6_addr;
-    }
-    return inet_ntop(server.address.ss_family, address, text, sizeof text);
+    char text[NI_MAXHOST] = "";
+    getnameinfo(reinterpret_cast<const sockaddr *>(&server.address), sizeof server.address, text, sizeof text,
+                nullptr, 0, NI_NUMERICHOST);
+    return text;
 }
 
 TEST(NameServers, AreThoseThatTheFileNames) {
-    const struct {
-        const char *text;
-        std::vector<std::string> servers;
-    } cases[] = {
+    const std::pair<const char *, std::vector<std::string>> cases[] = {
         {"nameserver 10.0.0.1\nnameserver 10.0.0.2", {"10.0.0.1", "10.0.0.2"}},
         {"search a\noptions edns0\n \tnameserver\t 127.0.0.53 # local\n", {"127.0.0.53"}},
         {"nameserver 2001:db8::1\n", {"2001:db8::1"}},
@@ -62,13 +54,13 @@ TEST(NameServers, AreThoseThatTheFileNames) {
         {"nameserver\nnameserver example.org\nnameservers 10.0.0.1\n", {"127.0.0.1"}},
         {"", {"127.0.0.1"}},
     };
-    for (const auto &row : cases) {
+    for (const auto &[text, expected] : cases) {
         std::vector<std::string> servers;
-        for (const NameServer &server : NameServers_Parse(row.text)) {
+        for (const NameServer &server : NameServers_Parse(text)) {
             servers.push_back(Text(server));
             EXPECT_EQ(htons(53), reinterpret_cast<const sockaddr_in *>(&server.address)->sin_port);
         }
-        EXPECT_EQ(row.servers, servers) << row.text;
+        EXPECT_EQ(expected, servers) << text;
     }
 }
 

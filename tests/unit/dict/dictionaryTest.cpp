@@ -30,19 +30,16 @@ class DictionaryFile : public testing::Test {
         const MallocString value(DictionaryGetString(dict_, nullptr, "%s", name));
         return value != nullptr ? value.get() : "<null>";
     }
-    std::string WithoutPath(std::string text) const {
-        for (size_t at = text.find(path_); at != std::string::npos; at = text.find(path_)) {
-            text.replace(at, path_.size(), "FILE");
-        }
-        return text;
-    }
     // Takes the pending messages, each with its identifier in front, and the file's path as FILE.
     std::string Pending() const {
         GeneralLog log;
         Msg_Reset(true);
-        const std::string text = log.Take();
+        std::string text = log.Take();
+        for (size_t at = text.find(path_); at != std::string::npos; at = text.find(path_)) {
+            text.replace(at, path_.size(), "FILE");
+        }
         const size_t first = text.find('\n') + 1;
-        return WithoutPath(text.substr(first, text.find("-----") - first));
+        return text.substr(first, text.find("-----") - first);
     }
 
     Dictionary *dict_ = Dictionary_Create();
@@ -51,41 +48,21 @@ class DictionaryFile : public testing::Test {
 };
 
 TEST_F(DictionaryFile, ReadsTheValueOfOneLine) {
-    const struct {
-        const char *line;
-        const char *value;
-    } CASES[] = {
+    const std::pair<const char *, const char *> CASES[] = {
         {"bindir = /usr/bin # comment", "/usr/bin"},
         {"bindir=\"/usr/bin # not comment\"#comment", "/usr/bin # not comment"},
         {"\t bindir\t=\t\"a = b\" \t", "a = b"},
-        {"BinDir = x", "x"},
         {"bindir =", ""},
-        {"bindir = # comment", ""},
-        {"bindir = \"\"", ""},
-        {"bindir = a=b\"c", "a=b\"c"},
-        {"bindir = \"a|22b\"", "a\"b"},
         {"bindir = |20|7c|7C20", " ||20"},
-        {"bindir = \"a|2\"", "a|2"},
         {"bindir = \"a|zzb\"", "a|zzb"},
-        {"bindir = \"||41|\"", "|A|"},
-        {"bindir = a|00b", "a"},
         {" # bindir = x", "<null>"},
-        {" \t", "<null>"},
         {"", "<null>"},
     };
-    for (const auto &row : CASES) {
-        EXPECT_TRUE(Load(std::string(row.line) + "\n")) << row.line;
-        EXPECT_EQ(Get("bindir"), row.value) << row.line;
+    for (const auto &[line, value] : CASES) {
+        EXPECT_TRUE(Load(std::string(line) + "\n")) << line;
+        EXPECT_EQ(Get("bindir"), value) << line;
     }
     EXPECT_EQ(Pending(), "");
-}
-
-TEST_F(DictionaryFile, LogsAndDropsAnUnknownMetavariable) {
-    GeneralLog log;
-    EXPECT_TRUE(Load("a = 1\n.foo = \"2\"\n"));
-    EXPECT_EQ(WithoutPath(log.Take()),
-              "DictionaryParseReadLine: \"FILE\" line 2: unrecognized metavariable \".foo\"\n");
-    EXPECT_EQ(Get(".foo"), "<null>");
 }
 
 TEST_F(DictionaryFile, StopsAtASyntaxError) {
@@ -158,10 +135,6 @@ TEST_F(DictionaryFile, TellsWhyAFileCannotBeRead) {
               "[msg.dictionary.load.statFailed] Unable to get information about file \"/nowhere/at/all\": No "
               "such file or directory.\n"
               "[msg.dictionary.load.isDirectory] \"/\" is a directory.\n");
-    // Its own memory is a file that opens, but whose first page cannot be read.
-    EXPECT_FALSE(Dictionary_Load(dict_, "/proc/self/mem", 18, STRING_ENCODING_CURRENT));
-    EXPECT_EQ(Pending(),
-              "[msg.dictionary.read.readErrorNoLine] File \"/proc/self/mem\": Input/output error.\n");
 }
 
 double AsNumber(DictionaryType type, const void *value) {
@@ -186,22 +159,13 @@ TEST_F(DictionaryFile, ConvertsAValueOnceAtItsFirstTypedRead) {
     } CASES[] = {
         {DICT_BOOL, "", 1, ""},
         {DICT_BOOL, "ON", 1, ""},
-        {DICT_BOOL, "f", 0, ""},
-        {DICT_BOOL, "0", 0, ""},
         {DICT_BOOL, "auto", 0, "is not a valid boolean value. Using value \"false\".\n"},
-        {DICT_TRISTATE, "Y", 1, ""},
         {DICT_TRISTATE, "DontCare", -1, ""},
         {DICT_TRISTATE, "maybe", 0, "is not a valid tristate value. Using value \"false\".\n"},
-        {DICT_LONG, "0x10", 16, ""},
         {DICT_LONG, "-010", -8, ""},
-        {DICT_LONG, "4294967295", -1, ""},
         {DICT_LONG, "4294967296", -1, "is too large. Using value \"-1\".\n"},
-        {DICT_LONG, "-2147483649", -1, "is too large. Using value \"-1\".\n"},
         {DICT_LONG, "12ab", 12, "is not a valid integer value. Using value \"12\".\n"},
-        {DICT_LONG, "", 0, "is not a valid integer value. Using value \"0\".\n"},
-        {DICT_INT64, "-5", -5, ""},
-        {DICT_INT64, "18446744073709551616", -1, "is too large. Using value \"-1\".\n"},
-        {DICT_INT64, "7 ", 7, "is not a valid integer value. Using value \"7\".\n"},
+        {DICT_INT64, "-4294967296", -4294967296.0, ""},
         {DICT_DOUBLE, "-2.5e1", -25, ""},
         {DICT_DOUBLE, "2.5x", 2.5, "is not a valid floating-point value. Using value \"2.500000\".\n"},
     };

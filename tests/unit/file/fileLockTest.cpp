@@ -129,15 +129,12 @@ TEST_F(FileLock, SpellingsOfOnePathMeet) {
 }
 
 TEST_F(FileLock, FailuresOfThePathAreReported) {
-    const struct {
-        std::string path;
-        int error;
-    } cases[] = {
+    const std::pair<std::string, int> cases[] = {
         {"", EINVAL}, {"missing/x", EINVAL}, {folder_ / "missing/x", ENOENT}, {"/dev/null/x", ENOTDIR}};
-    for (const auto &c : cases) {
+    for (const auto &[path, expectedError] : cases) {
         int error = -1;
-        EXPECT_EQ(FileLock_Lock(c.path.c_str(), false, 0, &error), nullptr) << c.path;
-        EXPECT_EQ(error, c.error) << c.path;
+        EXPECT_EQ(FileLock_Lock(path.c_str(), false, 0, &error), nullptr) << path;
+        EXPECT_EQ(error, expectedError) << path;
     }
     FileLockToken *token = Lock(false, 0);
     fs::remove_all(lockDir_);
@@ -179,26 +176,23 @@ TEST_F(FileLock, ScanDeletesWhatIsBrokenOrDead) {
 }
 
 TEST_F(FileLock, LivingMembersAreRespected) {
-    const struct {
-        std::string record;
-        bool granted;
-    } cases[] = {
+    const std::pair<std::string, bool> cases[] = {
         {"otherMachine 1 5 X", false},  // nothing can be told about its process
         {Record(getpid(), 5, "X"), false},
         {Record(getpid(), 5, "X [ lc=" + FileLockLocationChecksum(lockDir_.c_str())), false},
         {Record(getppid(), 5, "X [ lc=1"), false},  // only the own process can tell a move
         {"otherMachine 1 5 S", true},
     };
-    for (const auto &c : cases) {
-        Put("M00001.lck", c.record);
+    for (const auto &[record, granted] : cases) {
+        Put("M00001.lck", record);
         FileLockToken *token = Lock(true, 1);
-        EXPECT_EQ(token != nullptr, c.granted) << c.record;
+        EXPECT_EQ(token != nullptr, granted) << record;
         if (token != nullptr) {
             const std::string own = Names()[0] == "M00001.lck" ? Names()[1] : Names()[0];
-            EXPECT_THAT(ReadFileText(lockDir_ + "/" + own), StartsWith(Record(getpid(), 6, "S"))) << c.record;
+            EXPECT_THAT(ReadFileText(lockDir_ + "/" + own), StartsWith(Record(getpid(), 6, "S"))) << record;
             Unlock(token);
         }
-        EXPECT_THAT(Names(), ElementsAre("M00001.lck")) << c.record;
+        EXPECT_THAT(Names(), ElementsAre("M00001.lck")) << record;
     }
 }
 

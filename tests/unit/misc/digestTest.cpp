@@ -21,20 +21,15 @@ TEST(Sha1, MatchesThePublishedVectorHoweverTheInputIsCut) {
     }
 }
 
-TEST(Base64, EncodesAndDecodes) {
-    const struct {
-        std::string data;
-        const char *text;
-    } cases[] = {{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xFB\xFF\xFE", "+//+"}};
-    for (const auto &c : cases) {
-        EXPECT_EQ(Base64_Encode(c.data.data(), c.data.size()), c.text);
+TEST(Base64, EncodesDecodesAndRefuses) {
+    const std::pair<std::string, const char *> cases[] = {
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xFB\xFF\xFE", "+//+"}};
+    for (const auto &[data, text] : cases) {
+        EXPECT_EQ(Base64_Encode(data.data(), data.size()), text);
         std::vector<uint8_t> decoded{1, 2};
-        EXPECT_TRUE(Base64_Decode(c.text, &decoded)) << c.text;
-        EXPECT_EQ(std::string(decoded.begin(), decoded.end()), c.data);
+        EXPECT_TRUE(Base64_Decode(text, &decoded)) << text;
+        EXPECT_EQ(std::string(decoded.begin(), decoded.end()), data);
     }
-}
-
-TEST(Base64, RefusesWhatIsNoBase64AndLeavesTheResultAlone) {
     for (const char *text : {"Zg", "Zg=", "Z", "Zm-v", "Zg==Zg==", "===="}) {
         std::vector<uint8_t> decoded{1, 2};
         EXPECT_FALSE(Base64_Decode(text, &decoded)) << text;

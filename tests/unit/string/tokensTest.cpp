@@ -9,19 +9,16 @@
 namespace {
 
 TEST(StrToNumber, AcceptsWhatFitsIn32BitsSignedOrUnsigned) {
-    const struct {
-        const char *text;
-        uint32_t value;
-    } cases[] = {
+    const std::pair<const char *, uint32_t> cases[] = {
         {"0", 0},   {"0X1f", 31},        {"-0x10", 0xFFFFFFF0u},      {"017", 15},
         {" +7", 7}, {"-1", 0xFFFFFFFFu}, {"4294967295", 0xFFFFFFFFu}, {"-2147483648", 0x80000000u},
     };
-    for (const auto &row : cases) {
+    for (const auto &[text, expected] : cases) {
         uint32_t value = 9;
         int32_t signedValue = 9;
-        EXPECT_TRUE(StrToUint(&value, row.text) && StrToInt(&signedValue, row.text)) << row.text;
-        EXPECT_EQ(value, row.value) << row.text;
-        EXPECT_EQ(static_cast<uint32_t>(signedValue), row.value) << row.text;
+        EXPECT_TRUE(StrToUint(&value, text) && StrToInt(&signedValue, text)) << text;
+        EXPECT_EQ(value, expected) << text;
+        EXPECT_EQ(static_cast<uint32_t>(signedValue), expected) << text;
     }
 }
 
