@@ -6,7 +6,8 @@
 // Writes the entering line at once and the exiting line on every way out. `function` outlives the object.
 class FunctionTrace {
   public:
-    explicit FunctionTrace(const char *function, int line = __builtin_LINE()) : function_(function), line_(line) {
+    explicit FunctionTrace(const char *function, int line = __builtin_LINE())
+        : function_(function), line_(line) {
         HBLLog(LOG_INFO2, function_, " Entering Function, %s:%d", function_, line_);
     }
     ~FunctionTrace() { HBLLog(LOG_INFO2, function_, " Exiting Function, %s:%d", function_, line_); }
