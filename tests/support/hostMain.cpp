@@ -15,6 +15,11 @@ namespace {
 
 int RunOnPrivateHost(int argc, char **argv) {
     const std::string program = std::filesystem::read_symlink("/proc/self/exe");
+    // The present folder may be hidden there, and death tests go back to the one they were started in.
+    if (chdir("/") != 0) {
+        perror("/");
+        return EXIT_FAILURE;
+    }
     static char launcher[] = HARBREL_BIN_DIR "/private-host";
     std::vector<const char *> command = {launcher, "--keep", HARBREL_BIN_DIR, "--", program.c_str()};
     command.insert(command.end(), argv + 1, argv + argc);
