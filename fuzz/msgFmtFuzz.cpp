@@ -5,7 +5,7 @@
 #include <string>
 
 #include "lib/misc/msgFmt.h"
-#include "lib/misc/msgFmtSpec.h"
+#include "lib/misc/msgFmtConversion.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ bool IsHarmless(const char *format) {
     int conversions = 0;
     for (;;) {
         MsgFmtPiece piece = MsgFmt_NextPiece(&format);
-        if (piece.kind != MSGFMT_PIECE_SPEC) {
+        if (piece.kind != MSGFMT_PIECE_CONVERSION) {
             if (piece.kind == MSGFMT_PIECE_TEXT) {
                 continue;
             }
@@ -25,13 +25,13 @@ bool IsHarmless(const char *format) {
         }
         conversions++;
         size_t digits = 0;
-        for (const char letter : piece.spec.body) {
+        for (const char letter : piece.conversion.body) {
             digits = letter >= '0' && letter <= '9' ? digits + 1 : 0;
             if (digits > 4) {
                 return false;
             }
         }
-        if (piece.spec.number > ARGUMENTS || conversions > ARGUMENTS) {
+        if (piece.conversion.number > ARGUMENTS || conversions > ARGUMENTS) {
             return false;
         }
     }

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "lib/err/errText.h"
-#include "lib/misc/msgFmtSpec.h"
+#include "lib/misc/msgFmtConversion.h"
 #include "lib/misc/owners.h"
 #include "lib/string/str.h"
 
@@ -33,10 +33,6 @@ struct Outcome {
 
 Outcome Refused(char *text) {
     return {MSGFMT_BAD_FORMAT, MallocString(text)};
-}
-
-int Length(std::string_view view) {
-    return static_cast<int>(view.size());
 }
 
 // Makes room for the arguments up to `number`; new entries are zeroed.
@@ -69,28 +65,31 @@ int64_t WiderPrecision(int64_t one, int64_t other) {
     return one > other ? one : other;
 }
 
-Outcome RefuseType(const MsgFmtSpec &spec) {
-    if (spec.conversion == 'n') {
-        return Refused(Str_Asprintf(nullptr, "MsgFmtGetArg1: %%n not supported, pos \"%.*s\", type \"%.*s\"",
-                                    Length(spec.position), spec.position.data(), Length(spec.body),
-                                    spec.body.data()));
+// Tells what is wrong with a conversion, and which one it is. Takes `reason` over.
+Outcome RefusedConversion(const MsgFmtConversion &conversion, char *reason) {
+    const MallocString owner(reason);
+    const std::string position(conversion.position);
+    const std::string type(conversion.body);
+    return Refused(Str_Asprintf(nullptr, "MsgFmtGetArg1: %s, pos \"%s\", type \"%s\"", reason,
+                                position.c_str(), type.c_str()));
+}
+
+char *TypeNotSupported(const MsgFmtConversion &conversion) {
+    if (conversion.letter == 'n') {
+        return Str_Asprintf(nullptr, "%%n not supported");
     }
-    return Refused(Str_Asprintf(nullptr, "MsgFmtGetArg1: %%%c%c not supported, pos \"%.*s\", type \"%.*s\"",
-                                spec.size, spec.conversion, Length(spec.position), spec.position.data(),
-                                Length(spec.body), spec.body.data()));
+    return Str_Asprintf(nullptr, "%%%c%c not supported", conversion.size, conversion.letter);
 }
 
 // Enters what one conversion asks of argument `number`.
-Outcome NameArgument(MsgFmtSpec spec, int number, ArgArray *array) {
-    const MsgFmtStatus parsed = MsgFmt_AnalyseSpec(&spec);
+Outcome NameArgument(MsgFmtConversion conversion, int number, ArgArray *array) {
+    const MsgFmtStatus parsed = MsgFmt_Analyse(&conversion);
     if (parsed != MSGFMT_OK) {
-        return Refused(Str_Asprintf(
-            nullptr, "MsgFmtGetArg1: bad specifier, status %d, pos \"%.*s\", type \"%.*s\"", parsed,
-            Length(spec.position), spec.position.data(), Length(spec.body), spec.body.data()));
+        return RefusedConversion(conversion, Str_Asprintf(nullptr, "bad specifier, status %d", parsed));
     }
-    const MsgFmtArgType type = MsgFmt_ArgTypeOf(spec);
+    const MsgFmtArgType type = MsgFmt_ArgTypeOf(conversion);
     if (type == MSGFMT_ARG_INVALID) {
-        return RefuseType(spec);
+        return RefusedConversion(conversion, TypeNotSupported(conversion));
     }
     const MsgFmtStatus grown = Grow(array, number);
     if (grown != MSGFMT_OK) {
@@ -99,25 +98,23 @@ Outcome NameArgument(MsgFmtSpec spec, int number, ArgArray *array) {
     MsgFmtArg *arg = &array->args[number - 1];
     if (arg->type == MSGFMT_ARG_INVALID) {
         arg->type = type;
-        arg->p.precision = spec.precision;
+        arg->p.precision = conversion.precision;
         return {};
     }
     if (arg->type != type) {
-        return Refused(
-            Str_Asprintf(nullptr,
-                         "MsgFmtGetArg1: incompatible specifiers for argument %d, old type %d, new type %d, "
-                         "pos \"%.*s\", type \"%.*s\"",
-                         number, arg->type, type, Length(spec.position), spec.position.data(),
-                         Length(spec.body), spec.body.data()));
+        return RefusedConversion(
+            conversion,
+            Str_Asprintf(nullptr, "incompatible specifiers for argument %d, old type %d, new type %d", number,
+                         arg->type, type));
     }
-    arg->p.precision = WiderPrecision(arg->p.precision, spec.precision);
+    arg->p.precision = WiderPrecision(arg->p.precision, conversion.precision);
     return {};
 }
 
 // Walks the format and enters the type of every argument.
 Outcome NameArguments(const char *format, ArgArray *array) {
     bool anyPosition = false;
-    int specs = 0;
+    int conversions = 0;
     for (;;) {
         const MsgFmtPiece piece = MsgFmt_NextPiece(&format);
         if (piece.kind == MSGFMT_PIECE_END) {
@@ -126,13 +123,14 @@ Outcome NameArguments(const char *format, ArgArray *array) {
         if (piece.kind == MSGFMT_PIECE_TEXT) {
             continue;
         }
-        const bool positioned = piece.spec.number != 0;
-        if (piece.kind == MSGFMT_PIECE_BAD || (specs != 0 && positioned != anyPosition)) {
+        const bool positioned = piece.conversion.number != 0;
+        if (piece.kind == MSGFMT_PIECE_BAD || (conversions != 0 && positioned != anyPosition)) {
             return {MSGFMT_BAD_FORMAT, nullptr};
         }
         anyPosition = positioned;
-        ++specs;
-        Outcome named = NameArgument(piece.spec, positioned ? piece.spec.number : specs, array);
+        ++conversions;
+        Outcome named =
+            NameArgument(piece.conversion, positioned ? piece.conversion.number : conversions, array);
         if (named.status != MSGFMT_OK) {
             return named;
         }
@@ -158,7 +156,7 @@ MsgFmtStatus CopyString(const Unit *source, int64_t precision, LengthFn length, 
 
 MsgFmtStatus CaptureString8(const char *source, MsgFmtArg *arg) {
     const int errorNumber = source != nullptr ? Err_TextToErrno(source) : -1;
-    if (errorNumber >= 0) {
+    if (errorNumber != -1) {
         arg->type = MSGFMT_ARG_ERRNO;
         arg->errnoKind = 1;
         arg->errnoValue = static_cast<uint32_t>(errorNumber);
@@ -215,17 +213,17 @@ char *StatusText(MsgFmtStatus status) {
 }
 
 // The size prefix with which the formatted output takes the captured value.
-const char *EngineSize(const MsgFmtSpec &spec, MsgFmtArgType type) {
+const char *EngineSize(const MsgFmtConversion &conversion, MsgFmtArgType type) {
     switch (type) {
         case MSGFMT_ARG_INT64:
             return "l";
         case MSGFMT_ARG_STRING32:
-            return spec.conversion == 's' ? "l" : "";
+            return conversion.letter == 's' ? "l" : "";
         case MSGFMT_ARG_INT32:
-            if (spec.conversion == 'c') {
-                return spec.size == 'l' ? "l" : "";
+            if (conversion.letter == 'c') {
+                return conversion.size == 'l' ? "l" : "";
             }
-            return spec.size == 'h' ? "h" : spec.size == 'H' ? "hh" : "";
+            return conversion.size == 'h' ? "h" : conversion.size == 'H' ? "hh" : "";
         default:
             return "";
     }
@@ -252,16 +250,16 @@ char *FormatValue(size_t *length, const char *format, MsgFmtArgType type, const 
 
 // Expands one conversion behind what `out` holds already. A conversion that does not suit the captured
 // argument fails, so that a translated format can do no harm.
-bool AppendSpec(MsgFmtSpec spec, const MsgFmtArg &arg, std::string *out) {
-    if (MsgFmt_AnalyseSpec(&spec) != MSGFMT_OK) {
+bool AppendConversion(MsgFmtConversion conversion, const MsgFmtArg &arg, std::string *out) {
+    if (MsgFmt_Analyse(&conversion) != MSGFMT_OK) {
         return false;
     }
-    const MsgFmtArgType type = MsgFmt_ArgTypeOf(spec);
+    const MsgFmtArgType type = MsgFmt_ArgTypeOf(conversion);
     if (type != (arg.type == MSGFMT_ARG_ERRNO ? MSGFMT_ARG_STRING8 : arg.type)) {
         return false;
     }
     std::string format = "%";
-    format.append(spec.layout).append(EngineSize(spec, type)).push_back(spec.conversion);
+    format.append(conversion.layout).append(EngineSize(conversion, type)).push_back(conversion.letter);
     size_t length = 0;
     const MallocString text(FormatValue(&length, format.c_str(), type, arg));
     if (text == nullptr) {
@@ -311,7 +309,7 @@ void MsgFmt_FreeArgs(MsgFmtArg *args, int numArgs) {
 
 char *MsgFmt_Asprintf(size_t *length, const char *format, const MsgFmtArg *args, int numArgs) {
     std::string out;
-    int specs = 0;
+    int conversions = 0;
     for (;;) {
         const MsgFmtPiece piece = MsgFmt_NextPiece(&format);
         if (piece.kind == MSGFMT_PIECE_END) {
@@ -324,9 +322,9 @@ char *MsgFmt_Asprintf(size_t *length, const char *format, const MsgFmtArg *args,
         if (piece.kind == MSGFMT_PIECE_BAD) {
             return nullptr;
         }
-        ++specs;
-        const int number = piece.spec.number != 0 ? piece.spec.number : specs;
-        if (number > numArgs || !AppendSpec(piece.spec, args[number - 1], &out)) {
+        ++conversions;
+        const int number = piece.conversion.number != 0 ? piece.conversion.number : conversions;
+        if (number > numArgs || !AppendConversion(piece.conversion, args[number - 1], &out)) {
             return nullptr;
         }
     }

@@ -1,11 +1,11 @@
-#include "lib/misc/msgFmtSpec.h"
+#include "lib/misc/msgFmtConversion.h"
 
 #include <climits>
 #include <cstring>
 
 namespace {
 
-constexpr std::string_view CONVERSIONS = "ACEFGSXacdefginopsux";
+constexpr std::string_view LETTERS = "ACEFGSXacdefginopsux";
 constexpr std::string_view FLAGS = "#-+ '0";
 constexpr std::string_view BETWEEN = "0123456789.#- +'LZhltzqjI";
 
@@ -23,7 +23,7 @@ constexpr SizeName SIZE_NAMES[] = {
 };
 
 struct TypeRule {
-    std::string_view conversions;
+    std::string_view letters;
     std::string_view sizes;
     MsgFmtArgType type;
 };
@@ -57,7 +57,7 @@ bool TakeNumber(const char **cursor, int limit, int *number) {
 }
 
 // Takes "<digits>$" if it stands at the cursor. False for a position out of range.
-bool TakePosition(const char **cursor, MsgFmtSpec *spec) {
+bool TakePosition(const char **cursor, MsgFmtConversion *conversion) {
     const char *start = *cursor;
     const char *end = start;
     while (IsDigit(*end)) {
@@ -66,17 +66,17 @@ bool TakePosition(const char **cursor, MsgFmtSpec *spec) {
     if (*start == '0' || end == start || *end != '$') {
         return true;
     }
-    spec->position = std::string_view(start, static_cast<size_t>(end - start));
-    if (!TakeNumber(cursor, MAX_POSITION, &spec->number)) {
+    conversion->position = std::string_view(start, static_cast<size_t>(end - start));
+    if (!TakeNumber(cursor, MAX_POSITION, &conversion->number)) {
         return false;
     }
     *cursor = end + 1;
     return true;
 }
 
-MsgFmtPiece TakeSpec(const char **cursor) {
+MsgFmtPiece TakeConversion(const char **cursor) {
     MsgFmtPiece piece = {MSGFMT_PIECE_BAD, {}, {{}, {}, {}, 0, -1, '_', '\0'}};
-    if (!TakePosition(cursor, &piece.spec)) {
+    if (!TakePosition(cursor, &piece.conversion)) {
         return piece;
     }
     const char *start = *cursor;
@@ -84,9 +84,9 @@ MsgFmtPiece TakeSpec(const char **cursor) {
     while (Contains(BETWEEN, *end)) {
         ++end;
     }
-    if (Contains(CONVERSIONS, *end)) {
-        piece.kind = MSGFMT_PIECE_SPEC;
-        piece.spec.body = std::string_view(start, static_cast<size_t>(end + 1 - start));
+    if (Contains(LETTERS, *end)) {
+        piece.kind = MSGFMT_PIECE_CONVERSION;
+        piece.conversion.body = std::string_view(start, static_cast<size_t>(end + 1 - start));
         *cursor = end + 1;
     }
     return piece;
@@ -120,12 +120,12 @@ MsgFmtPiece MsgFmt_NextPiece(const char **cursor) {
         return {MSGFMT_PIECE_TEXT, std::string_view(start, 1), {}};
     }
     *cursor = start + 1;
-    return TakeSpec(cursor);
+    return TakeConversion(cursor);
 }
 
-MsgFmtStatus MsgFmt_AnalyseSpec(MsgFmtSpec *spec) {
-    const char *cursor = spec->body.data();
-    const char *conversion = cursor + spec->body.size() - 1;
+MsgFmtStatus MsgFmt_Analyse(MsgFmtConversion *conversion) {
+    const char *cursor = conversion->body.data();
+    const char *letter = cursor + conversion->body.size() - 1;
     while (Contains(FLAGS, *cursor)) {
         ++cursor;
     }
@@ -133,22 +133,22 @@ MsgFmtStatus MsgFmt_AnalyseSpec(MsgFmtSpec *spec) {
     if (!TakeNumber(&cursor, INT_MAX, &width)) {
         return MSGFMT_BAD_FORMAT;
     }
-    spec->precision = -1;
+    conversion->precision = -1;
     if (*cursor == '.') {
         ++cursor;
-        if (!TakeNumber(&cursor, INT_MAX, &spec->precision)) {
+        if (!TakeNumber(&cursor, INT_MAX, &conversion->precision)) {
             return MSGFMT_BAD_FORMAT;
         }
     }
-    spec->layout = spec->body.substr(0, static_cast<size_t>(cursor - spec->body.data()));
-    spec->size = TakeSize(&cursor, conversion);
-    spec->conversion = *conversion;
-    return cursor == conversion ? MSGFMT_OK : MSGFMT_BAD_FORMAT;
+    conversion->layout = conversion->body.substr(0, static_cast<size_t>(cursor - conversion->body.data()));
+    conversion->size = TakeSize(&cursor, letter);
+    conversion->letter = *letter;
+    return cursor == letter ? MSGFMT_OK : MSGFMT_BAD_FORMAT;
 }
 
-MsgFmtArgType MsgFmt_ArgTypeOf(const MsgFmtSpec &spec) {
+MsgFmtArgType MsgFmt_ArgTypeOf(const MsgFmtConversion &conversion) {
     for (const TypeRule &rule : TYPE_RULES) {
-        if (Contains(rule.conversions, spec.conversion) && Contains(rule.sizes, spec.size)) {
+        if (Contains(rule.letters, conversion.letter) && Contains(rule.sizes, conversion.size)) {
             return rule.type;
         }
     }
