@@ -11,8 +11,9 @@
 
 enum MsgSeverity : int { MSG_INFO = 0, MSG_INFO_POPUP = 1, MSG_WARNING = 2, MSG_ERROR = 3 };
 
+// One message. It owns what it points to, `next` apart.
 struct MsgList {
-    MsgList *next;
+    MsgList *next;  // null at the end
     char *id;
     char *format;
     MsgFmtArg *args;
@@ -22,12 +23,19 @@ struct MsgList {
 using MsgPostCallback = void (*)(int severity, const char *id, const char *text);
 using MsgListPostCallback = void (*)(int severity, MsgList *list);
 
-// The formats are not checked by the compiler: a localizable text carries its identifier in front.
+// Adds one message to the pending ones. The formats are not checked by the compiler: a localizable text
+// carries its identifier, of 127 characters at most, in front.
 void Msg_AppendFormatted(const char *message, ...);
+// One message that is not linked; the caller frees it with Msg_FreeList (lib/config/msgText.h).
 MsgList *Msg_VCreateMsgList(const char *message, va_list args);
+// Adds the message, then logs and shows all pending ones as one text and drops them.
 void Msg_Post(int severity, const char *message, ...);
+// Drops the pending messages, with logIt after logging them.
 void Msg_Reset(bool logIt);
+// The format text of a localizable text: a part of it, or its translation. *idOut (idOut may be null) is a
+// new text that the caller frees.
 const char *MsgLookupText(const char *message, bool noTranslation, char **idOut);
 // Null restores the default: the terminal post, and no list post.
 void Msg_SetPostCallbacks(MsgPostCallback post, MsgListPostCallback listPost);
+// Whether the terminal post goes on without the Enter key.
 void Msg_SetNoWait(bool noWait);

@@ -13,7 +13,7 @@ int Posix_Unlink(const char *path);
 FILE *Posix_Fopen(const char *path, const char *mode);
 int Posix_Open(const char *path, int flags, mode_t mode = 0);
 int Posix_Rename(const char *from, const char *to);
-int Posix_Link(const char *path, const char *secondName);
+int Posix_Link(const char *from, const char *to);
 int Posix_Stat(const char *path, struct stat *status);
 int Posix_Lstat(const char *path, struct stat *status);
 DIR *Posix_Opendir(const char *path);
