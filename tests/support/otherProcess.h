@@ -1,5 +1,4 @@
-// A second process that uses the library beside the test: it is forked while nothing is loaded and does what
-// it is told, one action at a time.
+// Second processes of a test, forked from it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +9,23 @@
 #include <utility>
 #include <vector>
 
+// A process that runs the body; EndsWell says whether that was true.
+inline pid_t StartChild(const std::function<bool()> &body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(body() ? 0 : 1);
+    }
+    return child;
+}
+
+// Waits for the process's end.
+inline bool EndsWell(pid_t child) {
+    int status = -1;
+    return waitpid(child, &status, 0) == child && status == 0;
+}
+
+// A process that uses the library beside the test: it is forked while nothing is loaded and does what it is
+// told, one action at a time.
 class OtherProcess {
   public:
     using Action = std::function<bool()>;

@@ -1,13 +1,13 @@
 // The file lock's rules that need no lock directory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 #include "lib/file/fileLockInternal.h"
 #include "lib/misc/digest.h"
+#include "tests/support/otherProcess.h"
 
 TEST(FileLockNames, AcceptsALetterFiveDigitsAndTheSuffix) {
     for (const char *name : {"M00000.lck", "D12345.lck", "E99999.lck", "M00001x.lck"}) {
@@ -109,21 +109,17 @@ TEST(FileLockOwner, CreationTimeIsField22WhateverTheCommandIsCalled) {
 }
 
 TEST(FileLockOwner, DeadProcessesAndReusedNumbersAreNoOwners) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(0);
-    }
-    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    const pid_t child = StartChild([] { return true; });
+    ASSERT_TRUE(EndsWell(child));
     const std::string dead = std::to_string(child);
     const std::string alive = std::to_string(getpid());
-    const unsigned long birth = FileLockProcessCreationTime(getpid());
-    EXPECT_FALSE(FileLockValidOwner(dead.c_str(), nullptr));
-    EXPECT_FALSE(FileLockValidOwner(dead.c_str(), ("pc=" + std::to_string(birth)).c_str()));
-    EXPECT_FALSE(FileLockValidOwner(alive.c_str(), ("pc=" + std::to_string(birth + 1)).c_str()));
-    EXPECT_TRUE(FileLockValidOwner(alive.c_str(), nullptr));
-    for (const std::string &payload : {"pc=" + std::to_string(birth), std::to_string(birth + 1),
-                                       std::string("pc=0"), std::string("pc=x")}) {
-        EXPECT_TRUE(FileLockValidOwner(alive.c_str(), payload.c_str())) << payload;
+    const std::string birth = std::to_string(FileLockProcessCreationTime(getpid()));
+    const std::tuple<std::string, std::string, bool> cases[] = {
+        {dead, birth, false},           {dead, "pc=" + birth, false}, {alive, "pc=" + birth, true},
+        {alive, "pc=1" + birth, false}, {alive, "1" + birth, true},   {alive, "pc=0", true},
+        {alive, "pc=x", true},          {"x", "pc=1", true},
+    };
+    for (const auto &[executionID, payload, valid] : cases) {
+        EXPECT_EQ(FileLockValidOwner(executionID.c_str(), payload.c_str()), valid) << executionID + payload;
     }
-    EXPECT_TRUE(FileLockValidOwner("x", "pc=1"));
 }

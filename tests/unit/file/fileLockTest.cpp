@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +12,7 @@
 
 #include "lib/file/fileLockInternal.h"
 #include "tests/support/command.h"
+#include "tests/support/otherProcess.h"
 #include "tests/support/tempFolder.h"
 
 namespace {
@@ -66,19 +66,6 @@ FileLockValues OwnValues() {
     own.memberName = "M50000.lck";
     own.lamportNumber = 7;
     return own;
-}
-
-pid_t StartChild(const std::function<bool()> &body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(body() ? 0 : 1);
-    }
-    return child;
-}
-
-bool EndsWell(pid_t child) {
-    int status = -1;
-    return waitpid(child, &status, 0) == child && status == 0;
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <optional>
@@ -13,6 +12,7 @@
 #include "tests/support/command.h"
 #include "tests/support/fakePrograms.h"
 #include "tests/support/logCapture.h"
+#include "tests/support/otherProcess.h"
 
 namespace {
 
@@ -69,11 +69,8 @@ TEST_F(Daemons, WithoutPidFileOrProcessIsStoppedAndStopSucceeds) {
                   ", error: No such file or directory\nHBLServiceStatus - Could not extract PID of NAT\n",
               log_.Take());
     EXPECT_TRUE(HBLServiceStop(VNET, HBL_SVC_NAT));
-    const pid_t ended = fork();
-    if (ended == 0) {
-        _exit(0);
-    }
-    waitpid(ended, nullptr, 0);
+    const pid_t ended = StartChild([] { return true; });
+    ASSERT_TRUE(EndsWell(ended));
     const std::string pid = std::to_string(ended);
     WritePid(pid);
     log_.Take();
@@ -88,14 +85,10 @@ TEST_F(Daemons, WithoutPidFileOrProcessIsStoppedAndStopSucceeds) {
 TEST_F(Daemons, ProcessThatIsNotOursToSignalIsAnError) {
     WritePid("1\n");
     std::filesystem::permissions(cache_.Path("."), std::filesystem::perms::all);
-    const pid_t child = fork();
-    if (child == 0) {
+    EXPECT_TRUE(EndsWell(StartChild([] {
         const bool dropped = geteuid() != 0 || setuid(65534) == 0;
-        _exit(dropped && HBLServiceStatus(VNET, HBL_SVC_NAT) == HBL_SERVICE_STATUS_ERROR ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
+        return dropped && HBLServiceStatus(VNET, HBL_SVC_NAT) == HBL_SERVICE_STATUS_ERROR;
+    })));
 }
 
 TEST_F(Daemons, RestartStartsWhatRanOrIsForcedAndIsConfigured) {

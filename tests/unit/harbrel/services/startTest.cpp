@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "lib/harbrel/base/services.h"
@@ -11,6 +10,7 @@
 #include "tests/support/command.h"
 #include "tests/support/fakePrograms.h"
 #include "tests/support/logCapture.h"
+#include "tests/support/otherProcess.h"
 
 namespace {
 
@@ -137,16 +137,12 @@ TEST_F(ServiceStart, DaemonInheritsStandardDescriptorsAndTheWriteEndAlone) {
 
 TEST_F(ServiceStart, WorksWithTheStandardDescriptorsClosed) {
     cache_.Program("zelan-detect", "echo output\n" + std::string(NOTE_AND_REPORT));
-    const pid_t child = fork();
-    if (child == 0) {
+    EXPECT_TRUE(EndsWell(StartChild([] {
         for (int fd : {0, 1, 2}) {
             close(fd);
         }
-        _exit(HBLServiceStart(0, HBL_SVC_NETDETECT) ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
+        return HBLServiceStart(0, HBL_SVC_NETDETECT);
+    })));
     EXPECT_EQ("output\n", log_.Take());
 }
 
