@@ -86,6 +86,11 @@ TEST_F(Lifecycle, SettersNeedALoadedLibraryAndGoodArguments) {
     HBL_Unload();
     ASSERT_TRUE(HBL_Load());
     EXPECT_EQ(127u, HBL_GetLogLevel());
+    EXPECT_THAT(Log(),
+                testing::HasSubstr(
+                    "HBL_Load - LOG_ERR logged\nHBL_Load - LOG_ERRCMN logged\nHBL_Load - LOG_WRN logged\n"
+                    "HBL_Load - LOG_OK logged\nHBL_Load - LOG_INFO logged\nHBL_Load - LOG_INFO2 logged\n"
+                    "HBL_Load - LOG_ARGS logged\nHBL_Load - Config file used: /etc/orvane/networking\n"));
     HBL_Unload();
     WriteDatabase("answer HBL_LOGLEVEL loud\n");
     ASSERT_TRUE(HBL_Load());

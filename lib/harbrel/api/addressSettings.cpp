@@ -1,7 +1,5 @@
 // The exported setters and getters of subnet, mask and adapter address: one setter and one getter over a
 // table.
-#include <cstring>
-
 #include "lib/harbrel/addresses/addresses.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/database/database.h"
@@ -92,7 +90,7 @@ bool GetAddress(const AddressGetter &getter, const char *function, const char *v
     if (!frame.Loaded()) {
         return false;
     }
-    const uint32_t size = len != nullptr ? *len : 0;
+    const uint32_t size = ValueOrZero(len);
     HBLLog(LOG_ARGS, function, getter.arguments, static_cast<const void *>(vnet), TextOrNull(vnet),
            static_cast<void *>(out), static_cast<void *>(len), size);
     if (vnet == nullptr || out == nullptr || size < HBL_IP_STR_SIZE) {
@@ -108,7 +106,7 @@ bool GetAddress(const AddressGetter &getter, const char *function, const char *v
         HBLLog(LOG_ERR, function, "%s", getter.failure);
         return false;
     }
-    *len = static_cast<uint32_t>(strlen(out)) + 1;
+    *len = LengthWithTerminator(out);
     HBLLog(LOG_INFO2, function, getter.success, out, *len);
     return true;
 }

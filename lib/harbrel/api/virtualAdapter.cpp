@@ -12,10 +12,6 @@
 
 namespace {
 
-void LogVnetArgument(const char *function, const char *vnet) {
-    HBLLog(LOG_ARGS, function, "Arguments - v: %p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));
-}
-
 // Whether netifup runs in the end. *wasStopped: it did not before, so that this call has to clean up.
 bool EnsureNetifup(const char *function, const char *vnet, uint32_t number, bool *wasStopped) {
     const uint32_t status = HBLServiceStatus(number, HBL_SVC_NETIFUP);
@@ -170,12 +166,8 @@ bool HBL_GetVnetAdapterStatus(const char *vnet, bool *installed, bool *enabled) 
 
 bool HBL_EnableNetworkAdapter(const char *vnet) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
-        return false;
-    }
-    LogVnetArgument(__func__, vnet);
     uint32_t number = 0;
-    if (!ApiVnetArgument(__func__, vnet, &number)) {
+    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number)) {
         return false;
     }
     if (!HBLVnetIsOptionConfigured(number, HBL_OPTION_VIRTUAL_ADAPTER)) {
@@ -197,12 +189,8 @@ bool HBL_EnableNetworkAdapter(const char *vnet) {
 
 bool HBL_DisableNetworkAdapter(const char *vnet) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
-        return false;
-    }
-    LogVnetArgument(__func__, vnet);
     uint32_t number = 0;
-    if (!ApiVnetArgument(__func__, vnet, &number)) {
+    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number)) {
         return false;
     }
     char name[HBL_ADAPTER_NAME_SIZE];
@@ -234,16 +222,8 @@ bool HBL_DisableNetworkAdapter(const char *vnet) {
 
 bool HBL_UpdateAdapterFromConfig(const char *vnet) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
-        return false;
-    }
-    LogVnetArgument(__func__, vnet);
-    if (vnet == nullptr) {
-        HBLLog(LOG_ERR, __func__, "Invalid argument - zelan: %p", static_cast<const void *>(vnet));
-        return false;
-    }
     uint32_t number = 0;
-    if (!ApiVnetNumber(__func__, vnet, &number)) {
+    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number, "zelan")) {
         return false;
     }
     const ConfigLock lock(__func__);

@@ -131,16 +131,8 @@ bool RemoveUnderLock(const char *function, const char *vnet, uint32_t number) {
 
 bool HBL_DeleteVnetFromDatabase(const char *vnet) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
-        return false;
-    }
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));
-    if (vnet == nullptr) {
-        HBLLog(LOG_ERR, __func__, "Invalid argument - zelan: %p", static_cast<const void *>(vnet));
-        return false;
-    }
     uint32_t number = 0;
-    if (!ApiVnetNumber(__func__, vnet, &number)) {
+    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number, "zelan")) {
         return false;
     }
     bool anyRunning = false;

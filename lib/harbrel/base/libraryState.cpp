@@ -17,15 +17,14 @@ void HBLSetLoadCount(uint16_t count) {
 }
 
 ShortLog::ShortLog() {
-    if (HBLIsLoaded()) {
-        return;
+    if (!HBLIsLoaded()) {
+        HBLLogOpen(HBL_DEFAULT_LOG_FILE);
+        HBLLogSetMask(HBL_DEFAULT_LOG_MASK);
     }
-    opened_ = HBLLogOpen(HBL_DEFAULT_LOG_FILE);
-    HBLLogSetMask(HBL_DEFAULT_LOG_MASK);
 }
 
 ShortLog::~ShortLog() {
-    if (opened_ && !HBLIsLoaded()) {
+    if (!HBLIsLoaded()) {
         HBLLogClose();
     }
 }

@@ -9,15 +9,12 @@ inline bool HBLIsLoaded() {
     return HBLLoadCount() != 0;
 }
 
-// With the library not loaded: opens the default log with the default mask for the object's life. Otherwise,
-// and when the log cannot be opened, it does nothing.
+// With the library not loaded: opens the default log with the default mask for the object's life. Otherwise
+// it does nothing. A log that cannot be opened is done without.
 class ShortLog {
   public:
     ShortLog();
     ~ShortLog();
     ShortLog(const ShortLog &) = delete;
     ShortLog &operator=(const ShortLog &) = delete;
-
-  private:
-    bool opened_ = false;
 };

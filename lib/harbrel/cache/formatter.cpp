@@ -10,26 +10,24 @@
 #include "lib/string/str.h"
 
 char *NetCfgFormatRecord(uint32_t recordType, const RecordFields &record) {
-    bool described = record.description != nullptr;
+    const auto vnet = static_cast<uint32_t>(record.vnet);  // a bridge mapping alone knows -1
+    const bool described = record.description != nullptr;
     switch (recordType) {
         case NETCFG_REC_ANSWER:
             return Str_Asprintf(nullptr, "answer %s %s\n", record.key, record.value);
         case NETCFG_REC_REMOVE_ANSWER:
             return Str_Asprintf(nullptr, "remove_answer %s\n", record.key);
         case NETCFG_REC_ADD_NAT_PORTFWD:
-            return Str_Asprintf(nullptr, "add_nat_portfwd %u %s %u %s %u%s%s\n",
-                                static_cast<uint32_t>(record.vnet), ProtocolName(record.isTcp),
-                                record.hostPort, record.value, record.vmPort, described ? " " : "",
-                                described ? record.description : "");
+            return Str_Asprintf(nullptr, "add_nat_portfwd %u %s %u %s %u%s%s\n", vnet,
+                                ProtocolName(record.isTcp), record.hostPort, record.value, record.vmPort,
+                                described ? " " : "", described ? record.description : "");
         case NETCFG_REC_REMOVE_NAT_PORTFWD:
-            return Str_Asprintf(nullptr, "remove_nat_portfwd %u %s %u\n", static_cast<uint32_t>(record.vnet),
-                                ProtocolName(record.isTcp), record.hostPort);
+            return Str_Asprintf(nullptr, "remove_nat_portfwd %u %s %u\n", vnet, ProtocolName(record.isTcp),
+                                record.hostPort);
         case NETCFG_REC_ADD_DHCP_MAC_TO_IP:
-            return Str_Asprintf(nullptr, "add_dhcp_mac_to_ip %u %s %s\n", static_cast<uint32_t>(record.vnet),
-                                record.key, record.value);
+            return Str_Asprintf(nullptr, "add_dhcp_mac_to_ip %u %s %s\n", vnet, record.key, record.value);
         case NETCFG_REC_REMOVE_DHCP_MAC_TO_IP:
-            return Str_Asprintf(nullptr, "remove_dhcp_mac_to_ip %u %s\n", static_cast<uint32_t>(record.vnet),
-                                record.key);
+            return Str_Asprintf(nullptr, "remove_dhcp_mac_to_ip %u %s\n", vnet, record.key);
         case NETCFG_REC_ADD_BRIDGE_MAPPING:
             return Str_Asprintf(nullptr, "add_bridge_mapping %s %d\n", record.key, record.vnet);
         case NETCFG_REC_REMOVE_BRIDGE_MAPPING:

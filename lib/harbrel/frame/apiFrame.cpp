@@ -31,12 +31,17 @@ void ApiLogExiting(const char *function, int line) {
     HBLLog(LOG_INFO2, nullptr, "\nExiting API Function, %s:%d\n-----------\n", function, line);
 }
 
-bool ApiVnetArgument(const char *function, const char *vnet, uint32_t *number) {
+bool ApiVnetArgument(const char *function, const char *vnet, uint32_t *number, const char *called) {
     if (vnet == nullptr) {
-        HBLLog(LOG_ERR, function, "Invalid argument - vnet: %p", static_cast<const void *>(vnet));
+        HBLLog(LOG_ERR, function, "Invalid argument - %s: %p", called, static_cast<const void *>(vnet));
         return false;
     }
     return ApiVnetNumber(function, vnet, number);
+}
+
+bool ApiOnlyVnetArgument(const char *function, const char *vnet, uint32_t *number, const char *called) {
+    HBLLog(LOG_ARGS, function, "Arguments - v: %p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));
+    return ApiVnetArgument(function, vnet, number, called);
 }
 
 bool ApiVnetNumber(const char *function, const char *vnet, uint32_t *number) {

@@ -33,10 +33,13 @@ class ApiFrame {
 void ApiLogEntering(const char *function, int line = __builtin_LINE());
 void ApiLogExiting(const char *function, int line = __builtin_LINE());
 
-// The number of a network named by a caller. A null name logs "Invalid argument - vnet: %p"; a name that
+// The number of a network named by a caller. A null name logs "Invalid argument - <called>: %p"; a name that
 // yields no number below 256 logs "Invalid vnet name: %s". Both under `function`, both false.
-bool ApiVnetArgument(const char *function, const char *vnet, uint32_t *number);
-// The second half alone, for functions whose null test has other words.
+bool ApiVnetArgument(const char *function, const char *vnet, uint32_t *number, const char *called = "vnet");
+// The same for a function that has no other argument: behind its argument line.
+bool ApiOnlyVnetArgument(const char *function, const char *vnet, uint32_t *number,
+                         const char *called = "vnet");
+// The test of the name alone, for functions whose null test has other words.
 bool ApiVnetNumber(const char *function, const char *vnet, uint32_t *number);
 
 // In/out lengths: what a caller's length, or other in/out number, holds, 0 when none was given; and what it

@@ -56,16 +56,8 @@ bool HBL_SetVnetUseNAT(const char *vnet, bool useNAT, bool cleanup) {
 
 bool HBL_GetVnetUseNAT(const char *vnet) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
-        return false;
-    }
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));
-    if (vnet == nullptr) {
-        HBLLog(LOG_ERR, __func__, "Invalid argument - zelan: %p", static_cast<const void *>(vnet));
-        return false;
-    }
-    uint32_t number;
-    if (!ApiVnetNumber(__func__, vnet, &number)) {
+    uint32_t number = 0;
+    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number, "zelan")) {
         return false;
     }
     const bool used = HBLVnetUsesNAT(number);

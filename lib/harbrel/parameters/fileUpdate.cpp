@@ -7,17 +7,8 @@
 
 bool HBLApiUpdateFromConfig(const FileUpdateWords &words, const char *vnet) {
     const ApiFrame frame(words.function);
-    if (!frame.Loaded()) {
-        return false;
-    }
-    const void *vnetAddress = vnet;
-    HBLLog(LOG_ARGS, words.function, "Arguments - v: %p,%s", vnetAddress, TextOrNull(vnet));
-    if (vnet == nullptr) {
-        HBLLog(LOG_ERR, words.function, "Invalid argument - zelan: %p", vnetAddress);
-        return false;
-    }
-    uint32_t number;
-    if (!ApiVnetNumber(words.function, vnet, &number)) {
+    uint32_t number = 0;
+    if (!frame.Loaded() || !ApiOnlyVnetArgument(words.function, vnet, &number, "zelan")) {
         return false;
     }
     HBLLog(LOG_INFO2, words.function, "%s", words.checking);

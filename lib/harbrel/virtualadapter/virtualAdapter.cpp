@@ -216,9 +216,8 @@ bool HBLVirtAdapterDisable(uint32_t vnet) {
 }
 
 bool HBLCreateDeleteZelanDevice(const char *vnet, bool create) {
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));
     uint32_t number = 0;
-    if (!ApiVnetArgument(__func__, vnet, &number)) {
+    if (!ApiOnlyVnetArgument(__func__, vnet, &number)) {
         return false;
     }
     const bool done = create ? HBLCreateFile(number, HBL_FILE_DEVICE, nullptr)

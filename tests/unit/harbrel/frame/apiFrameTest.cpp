@@ -1,0 +1,59 @@
+// The frame of the exported functions as it stands in the log.
+#include <gmock/gmock.h>
+
+#include <regex>
+
+#include "lib/harbrel/harbrel.h"
+#include "tests/support/logCapture.h"
+#include "tests/support/openCache.h"
+
+namespace {
+
+using testing::EndsWith;
+
+std::string WithoutLineNumbers(const std::string &log) {
+    return std::regex_replace(log, std::regex(":[0-9]+\n"), ":#\n");
+}
+
+TEST(ApiFrame, FunctionsOfOneNetworkOpenAndCloseAlike) {
+    static constexpr struct {
+        const char *function;
+        bool (*call)(const char *vnet);
+        const char *called;  // a null name in the log
+    } CASES[] = {
+        {"HBL_DeleteVnetFromDatabase", HBL_DeleteVnetFromDatabase, "zelan"},
+        {"HBL_DisableNetworkAdapter", HBL_DisableNetworkAdapter, "vnet"},
+        {"HBL_EnableNetworkAdapter", HBL_EnableNetworkAdapter, "vnet"},
+        {"HBL_GetVnetUseNAT", HBL_GetVnetUseNAT, "zelan"},
+        {"HBL_UpdateAdapterFromConfig", HBL_UpdateAdapterFromConfig, "zelan"},
+        {"HBL_UpdateDHCPFromConfig", HBL_UpdateDHCPFromConfig, "zelan"},
+    };
+    LogCapture log(HBL_MAX_LOG_MASK);
+    for (const auto &row : CASES) {
+        const std::string name = row.function;
+        const std::string entering =
+            "\n----------------------------------\nEntering API Function, " + name + ":#\n\n" + name + " - ";
+        const std::string exiting = "\n\nExiting API Function, " + name + ":#\n-----------\n\n";
+        EXPECT_FALSE(row.call("zelan8"));
+        EXPECT_EQ(entering + "Harbrel Un-Initialized. Aborting API Function: " + name + "\n",
+                  WithoutLineNumbers(log.Take()));
+        const OpenCache cache;
+        log.Take();
+        EXPECT_FALSE(row.call(nullptr));
+        EXPECT_EQ(entering + "Arguments - v: (nil),null\n" + name + " - Invalid argument - " + row.called +
+                      ": (nil)" + exiting,
+                  WithoutLineNumbers(log.Take()));
+        EXPECT_FALSE(row.call("zelan256"));
+        EXPECT_THAT(WithoutLineNumbers(log.Take()), EndsWith(" - Invalid vnet name: zelan256" + exiting));
+    }
+}
+
+TEST(ApiFrame, ServiceCallsWithoutALoadOrAnExitingLine) {
+    LogCapture log(LOG_ERR | LOG_INFO2);
+    EXPECT_EQ(0U, HBL_GetServiceStatus("zelan8", HBL_SERVICE_NAT)) << "none of the three status values";
+    const OpenCache cache;
+    EXPECT_FALSE(HBL_StopService("zelan8", 0));
+    EXPECT_THAT(log.Take(), EndsWith(", serviceType: 0\n"));
+}
+
+}  // namespace
