@@ -1,6 +1,4 @@
 // Exported: whether a network has a host-only adapter. Changes the configuration only.
-#include "lib/harbrel/base/hblLog.h"
-#include "lib/harbrel/frame/apiFrame.h"
 #include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/networks/featureSwitch.h"
 #include "lib/harbrel/networks/settings.h"
@@ -9,6 +7,7 @@ namespace {
 
 constexpr FeatureSwitch ADAPTER_SWITCH = {
     .function = "HBL_SetVnetUseAdapter",
+    .arguments = "Arguments - v: %p,%s, uA: %u, c: %u",
     .option = HBL_OPTION_VIRTUAL_ADAPTER,
     .set = HBLSetVnetUseAdapter,
     .same = "Current Adapter status and requested status are same",
@@ -29,13 +28,5 @@ constexpr FeatureSwitch ADAPTER_SWITCH = {
 }  // namespace
 
 bool HBL_SetVnetUseAdapter(const char *vnet, bool useAdapter, bool cleanup) {
-    const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
-        return false;
-    }
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, uA: %u, c: %u", static_cast<const void *>(vnet),
-           TextOrNull(vnet), useAdapter, cleanup);
-    uint32_t number = 0;
-    return ApiVnetArgument(__func__, vnet, &number) &&
-           HBLSwitchFeature(ADAPTER_SWITCH, vnet, number, useAdapter, cleanup);
+    return HBLApiSwitchFeature(ADAPTER_SWITCH, vnet, useAdapter, cleanup);
 }

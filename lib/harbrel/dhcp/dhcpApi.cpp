@@ -12,6 +12,7 @@ namespace {
 
 constexpr FeatureSwitch DHCP_SWITCH = {
     .function = "HBL_SetVnetUseDHCP",
+    .arguments = "Arguments - v: %p,%s, uD: %u",
     .option = HBL_OPTION_DHCP,
     .set = HBLSetVnetUseDHCP,
     .same = "Current DHCP status and requested status are same",
@@ -43,15 +44,7 @@ constexpr FileUpdateWords DHCP_FILE_UPDATE = {
 }  // namespace
 
 bool HBL_SetVnetUseDHCP(const char *vnet, bool useDHCP, bool cleanup) {
-    const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
-        return false;
-    }
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, uD: %u", static_cast<const void *>(vnet),
-           TextOrNull(vnet), useDHCP);
-    uint32_t number;
-    return ApiVnetArgument(__func__, vnet, &number) &&
-           HBLSwitchFeature(DHCP_SWITCH, vnet, number, useDHCP, cleanup);
+    return HBLApiSwitchFeature(DHCP_SWITCH, vnet, useDHCP, cleanup);
 }
 
 bool HBL_GetVnetUseDHCP(const char *vnet) {

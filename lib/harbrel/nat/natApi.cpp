@@ -12,6 +12,7 @@ namespace {
 
 constexpr FeatureSwitch NAT_SWITCH = {
     .function = "HBL_SetVnetUseNAT",
+    .arguments = "Arguments - v: %p,%s, uN: %u",
     .option = HBL_OPTION_NAT,
     .set = HBLSetVnetUseNAT,
     .same = "Current NAT status and requested status are same",
@@ -43,15 +44,7 @@ constexpr FileUpdateWords NAT_FILE_UPDATE = {
 }  // namespace
 
 bool HBL_SetVnetUseNAT(const char *vnet, bool useNAT, bool cleanup) {
-    const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
-        return false;
-    }
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, uN: %u", static_cast<const void *>(vnet),
-           TextOrNull(vnet), useNAT);
-    uint32_t number;
-    return ApiVnetArgument(__func__, vnet, &number) &&
-           HBLSwitchFeature(NAT_SWITCH, vnet, number, useNAT, cleanup);
+    return HBLApiSwitchFeature(NAT_SWITCH, vnet, useNAT, cleanup);
 }
 
 bool HBL_GetVnetUseNAT(const char *vnet) {

@@ -1,6 +1,7 @@
 #include "lib/harbrel/networks/featureSwitch.h"
 
 #include "lib/harbrel/database/database.h"
+#include "lib/harbrel/frame/apiFrame.h"
 #include "lib/harbrel/networks/settings.h"
 #include "lib/harbrel/networks/subnets.h"
 
@@ -60,16 +61,26 @@ bool TurnOff(const FeatureSwitch &feature, const char *name, uint32_t vnet, bool
 
 }  // namespace
 
-bool HBLSwitchFeature(const FeatureSwitch &feature, const char *name, uint32_t vnet, bool use, bool cleanup) {
+bool HBLApiSwitchFeature(const FeatureSwitch &feature, const char *vnet, bool use, bool cleanup) {
+    const ApiFrame frame(feature.function);
+    if (!frame.Loaded()) {
+        return false;
+    }
+    HBLLog(LOG_ARGS, feature.function, feature.arguments, static_cast<const void *>(vnet), TextOrNull(vnet),
+           use, cleanup);
+    uint32_t number = 0;
+    if (!ApiVnetArgument(feature.function, vnet, &number)) {
+        return false;
+    }
     const ConfigLock lock(feature.function);
     if (!lock.Held()) {
         return false;
     }
-    const bool inUse = HBLVnetIsOptionConfigured(vnet, feature.option);
+    const bool inUse = HBLVnetIsOptionConfigured(number, feature.option);
     if (inUse == use) {
-        HBLLog(LOG_INFO, feature.function, feature.same, name);
-        return !cleanup || CleanUp(feature, name, vnet, use);
+        HBLLog(LOG_INFO, feature.function, feature.same, vnet);
+        return !cleanup || CleanUp(feature, vnet, number, use);
     }
     HBLLog(LOG_INFO2, feature.function, feature.changing, inUse, use);
-    return use ? TurnOn(feature, name, vnet, cleanup) : TurnOff(feature, name, vnet, cleanup);
+    return use ? TurnOn(feature, vnet, number, cleanup) : TurnOff(feature, vnet, number, cleanup);
 }

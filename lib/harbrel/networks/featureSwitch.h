@@ -9,8 +9,9 @@
 // Formats that name a network take it as their one argument; `changing` takes the present and the requested
 // status.
 struct FeatureSwitch {
-    const char *function;  // the exported function, as it stands in the log
-    uint32_t option;       // the HBLOption that tells the present status
+    const char *function;   // the exported function, as it stands in the log
+    const char *arguments;  // takes the name's address and text, the requested status and `cleanup`
+    uint32_t option;        // the HBLOption that tells the present status
     bool (*set)(uint32_t vnet, bool use, bool cleanup);
     const char *same;
     const char *cleanedUp;
@@ -27,7 +28,7 @@ struct FeatureSwitch {
     const char *turnOffFailed;
 };
 
-// The work of the exported setter behind its frame and argument test: takes the database lock, assigns a
-// probed subnet when the feature is turned on without one, and gives that subnet back if a later step fails.
-// A subnet that the network had before is never removed.
-bool HBLSwitchFeature(const FeatureSwitch &feature, const char *name, uint32_t vnet, bool use, bool cleanup);
+// The whole exported setter. Takes the database lock, assigns a probed subnet when the feature is turned on
+// without one, and gives that subnet back if a later step fails. A subnet that the network had before is
+// never removed.
+bool HBLApiSwitchFeature(const FeatureSwitch &feature, const char *vnet, bool use, bool cleanup);

@@ -19,6 +19,7 @@ bool Refuses(uint32_t, bool, bool) {
 }
 
 constexpr FeatureSwitch WORDS = {.function = "Set",
+                                 .arguments = "",
                                  .option = HBL_OPTION_NAT,
                                  .set = Stores,
                                  .same = "same",
@@ -68,9 +69,9 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
         }
         FeatureSwitch feature = WORDS;
         feature.set = row.setWorks ? Stores : Refuses;
-        LogCapture log(HBL_MAX_LOG_MASK);
+        LogCapture log(HBL_MAX_LOG_MASK - LOG_ARGS);
         SCOPED_TRACE(row.lines);
-        EXPECT_EQ(row.done, HBLSwitchFeature(feature, "zelan8", 8, row.use, row.cleanup));
+        EXPECT_EQ(row.done, HBLApiSwitchFeature(feature, "zelan8", row.use, row.cleanup));
         std::string lines;
         std::istringstream all(log.Take());
         for (std::string line; std::getline(all, line);) {
