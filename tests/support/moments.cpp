@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <random>
 #include <regex>
 #include <sstream>
 
@@ -96,6 +97,10 @@ std::string Tracer(bool filter, const std::string &options) {
            options + " ";
 }
 
+std::string Options(const std::string &call, const std::string &injection, int n) {
+    return "-e trace=" + call + " -e inject=" + call + ":" + injection + ":when=" + std::to_string(n);
+}
+
 }  // namespace
 
 void PrintTo(const Scenario &scenario, std::ostream *stream) {
@@ -144,30 +149,51 @@ std::string Moments::Script(const std::string &folder, const std::string &trace,
            "grep 'Failed to parse record' /var/log/harbrel > unreadable\n";
 }
 
+std::vector<Outcome> Moments::Run(const Plan &plan, const std::string &next) const {
+    const TempFolder folder;
+    for (const auto &[moment, options] : plan) {
+        const bool kills = options.find("signal=") != std::string::npos;
+        const std::string own = folder / moment;
+        std::filesystem::create_directory(own);
+        WriteFileText(own + "/script", Script(own, Tracer(!scenario_.daemonsRun && !kills, options), next));
+    }
+    RunAll(folder.Path());
+    std::vector<Outcome> outcomes;
+    for (const auto &[moment, options] : plan) {
+        outcomes.push_back(Read(moment, folder / moment));
+    }
+    return outcomes;
+}
+
 std::vector<Outcome> Moments::Disturb(const Injections &injections, int most, const std::string &next,
                                       const std::string &path) const {
-    const TempFolder folder;
-    std::vector<std::string> moments;
+    Plan plan;
     for (const auto &[call, injection] : injections) {
-        const bool filter = !scenario_.daemonsRun && injection.find("signal=") == std::string::npos;
         const auto total = calls_.find(call);
         if (total == calls_.end()) {
             continue;
         }
         for (const int n : path.empty() ? Choose(total->second, most) : Choose(most, 3 * most)) {
-            const std::string moment = call + "." + std::to_string(n);
-            const std::string own = folder / moment;
-            std::filesystem::create_directory(own);
-            const std::string inject = "-e trace=" + call + " -e inject=" + call + ":" + injection +
-                                       ":when=" + std::to_string(n) + (path.empty() ? "" : " -P " + path);
-            WriteFileText(own + "/script", Script(own, Tracer(filter, inject), next));
-            moments.push_back(moment);
+            plan[call + "." + std::to_string(n)] =
+                Options(call, injection, n) + (path.empty() ? "" : " -P " + path);
         }
     }
-    RunAll(folder.Path());
-    std::vector<Outcome> outcomes;
-    for (const std::string &moment : moments) {
-        outcomes.push_back(Read(moment, folder / moment));
+    return Run(plan, next);
+}
+
+std::vector<Outcome> Moments::KillAtRandom(int moments, const std::string &next) const {
+    std::vector<std::pair<std::string, int>> all;
+    for (const auto &[call, count] : calls_) {
+        for (int n = 1; n <= count; n++) {
+            all.emplace_back(call, n);
+        }
     }
-    return outcomes;
+    std::vector<std::pair<std::string, int>> chosen;
+    std::sample(all.begin(), all.end(), std::back_inserter(chosen), moments,
+                std::mt19937(std::random_device{}()));
+    Plan plan;
+    for (const auto &[call, n] : chosen) {
+        plan[call + "." + std::to_string(n)] = Options(call, "signal=KILL", n);
+    }
+    return Run(plan, next);
 }

@@ -18,6 +18,7 @@ struct Scenario {
     int status = 0;                   // of the undisturbed command
     bool mayLeaveNoDatabase = false;  // when it fails
     bool changesNothing = false;      // in the records, whether it fails or not
+    int randomKills = 60;
 };
 
 // For the test runner's words.
@@ -51,8 +52,13 @@ class Moments {
     // `next`, as shell words for the tool.
     std::vector<Outcome> Disturb(const Injections &injections, int most, const std::string &next,
                                  const std::string &path = "") const;
+    // Kills the command at `moments` of all its calls, drawn at random; an outcome's moment tells which call.
+    std::vector<Outcome> KillAtRandom(int moments, const std::string &next) const;
 
   private:
+    // The options of strace for each moment.
+    using Plan = std::map<std::string, std::string>;
+    std::vector<Outcome> Run(const Plan &plan, const std::string &next) const;
     std::string Script(const std::string &folder, const std::string &trace, const std::string &next) const;
 
     Scenario scenario_;

@@ -106,7 +106,8 @@ TEST_F(FullHost, StartStatusAndStopOfEverything) {
 }
 
 TEST_F(FullHost, SecondStartTouchesNothingAndRestartWaitsForNothing) {
-    ASSERT_TRUE(Run({"--start"}).Succeeded());
+    const CommandResult first = Run({"--start"});
+    ASSERT_TRUE(first.Succeeded()) << first;
     const std::string pids = RunShell("cat /var/run/*.pid").output;
     const CommandResult again = Run({"--start"});
     EXPECT_EQ(0, again.status) << again;

@@ -1,6 +1,5 @@
 // Starting a daemon: argument vector, fork, exec, and the status report on a pipe.
 #include <fcntl.h>
-#include <sched.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,7 +8,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "lib/err/errText.h"
@@ -199,9 +197,8 @@ void ReceiveSignalsAgain(const sigset_t &mask) {
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
 }
 
-// Runs in the child, in the parent's memory: changes nothing there. What it returns is the exit status.
-int RunChild(void *context) {
-    const ChildTask &task = *static_cast<const ChildTask *>(context);
+// Runs in the child, in the parent's memory: changes nothing there. Ends without the parent's exit handlers.
+[[noreturn]] void RunChild(const ChildTask &task) {
     ReceiveSignalsAgain(task.signalMask);
     SendOutputToLog(task.function, task.logFd);
     PassOnlyStatusFd(task.statusPipe);
@@ -211,17 +208,19 @@ int RunChild(void *context) {
     const char *reason = strerrordesc_np(errno);  // constant text: no lock, no allocation
     ChildLog(LOG_ERR, task.function, "exec(): Error while starting daemon: %s, error: %s", path,
              TextOrNull(reason));
-    return 1;
+    _exit(1);
 }
 
 // A fork that borrows the memory until the exec instead of copying its page tables, which during a start with
-// hundreds of subnet threads costs more than all the rest. The child ends without the parent's exit handlers.
+// hundreds of subnet threads costs more than all the rest.
 pid_t ForkChild(ChildTask *task) {
-    constexpr size_t STACK_SIZE = 64 * 1024;
-    const auto stack = std::make_unique_for_overwrite<char[]>(STACK_SIZE);
     const SignalsBlocked blocked;
     task->signalMask = blocked.Former();
-    return clone(RunChild, stack.get() + STACK_SIZE, CLONE_VM | CLONE_VFORK | SIGCHLD, task);
+    const pid_t child = vfork();
+    if (child == 0) {
+        RunChild(*task);
+    }
+    return child;
 }
 
 // What stands in the buffers would else be written by both processes, and the log would mix up its order.
