@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,6 +31,28 @@ void CloseRange(unsigned first, unsigned last) {
     if (first <= last) {
         close_range(first, last, 0);
     }
+}
+
+// A standard descriptor that is closed would be taken by the next file, which then gets the log lines or, as
+// standard input, is replaced in LeaveStartersSession.
+void OpenStandardDescriptors() {
+    int descriptor = 0;
+    do {
+        descriptor = open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    close(descriptor);
+}
+
+void ShedInherited(int statusDescriptor) {
+    OpenStandardDescriptors();
+    auto status = static_cast<unsigned>(statusDescriptor);
+    if (status > STDERR_FILENO) {
+        CloseRange(STDERR_FILENO + 1, status - 1);
+        CloseRange(status + 1, UINT_MAX);
+        fcntl(statusDescriptor, F_SETFD, FD_CLOEXEC);
+    }
+    // The starter may be gone before the report.
+    signal(SIGPIPE, SIG_IGN);
 }
 
 void LeaveStartersSession() {
@@ -89,37 +110,40 @@ void RemoveTraces(const CleanUp &cleanUp) {
     _exit(EXIT_SUCCESS);
 }
 
+bool WritePidFile(const char *path, pid_t daemon) {
+    if (!File_Replace(path, std::to_string(daemon) + "\n")) {
+        Complain("cannot write the PID file %s: %s", path, strerror(errno));
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
-bool Daemon_ReadContract(const char *statusText, const char *pidFile, DaemonContract *contract) {
-    if (!Options_Number(statusText, INT_MAX, &contract->statusDescriptor)) {
-        Complain("option -s needs the number of a descriptor, not %s", statusText);
+bool Daemon_TakeContract(DaemonContract *contract) {
+    if (!Options_Number(contract->statusText, INT_MAX, &contract->statusDescriptor)) {
+        Complain("option -s needs the number of a descriptor, not %s", contract->statusText);
         return false;
     }
     if (fcntl(contract->statusDescriptor, F_GETFD) < 0) {
         Complain("the status descriptor %d is not open", contract->statusDescriptor);
         return false;
     }
-    if (*pidFile == '\0') {
-        Complain("option -d needs the path of the PID file");
+    if (*contract->pidFile == '\0') {
+        Complain("the PID file needs a path");
         return false;
     }
-    contract->pidFile = pidFile;
+    ShedInherited(contract->statusDescriptor);
     return true;
 }
 
-void Daemon_ShedInherited(const DaemonContract &contract) {
-    // A standard descriptor that is closed would be taken by the next file, which then gets the log lines.
-    while (fcntl(STDERR_FILENO, F_GETFD) < 0 && open("/dev/null", O_RDWR) >= 0) {
+void Daemon_GiveUp(const CleanUp &cleanUp) {
+    if (fork() == 0) {
+        CloseRange(STDERR_FILENO + 1, UINT_MAX);
+        LeaveStartersSession();
+        RemoveTraces(cleanUp);
     }
-    auto status = static_cast<unsigned>(contract.statusDescriptor);
-    if (status > STDERR_FILENO) {
-        CloseRange(STDERR_FILENO + 1, status - 1);
-        CloseRange(status + 1, UINT_MAX);
-        fcntl(contract.statusDescriptor, F_SETFD, FD_CLOEXEC);
-    }
-    // The starter may be gone before the report.
-    signal(SIGPIPE, SIG_IGN);
+    _exit(EXIT_FAILURE);
 }
 
 void Daemon_Detach(const DaemonContract &contract, const CleanUp &cleanUp) {
@@ -131,17 +155,15 @@ void Daemon_Detach(const DaemonContract &contract, const CleanUp &cleanUp) {
     }
     if (daemon < 0) {
         Complain("fork: %s", strerror(errno));
-        Daemon_CleanUpAfterFailure(cleanUp);
-        _exit(EXIT_FAILURE);
+        Daemon_GiveUp(cleanUp);
     }
     bool leavesTraces = cleanUp.network >= 0 || !cleanUp.links.empty();
     if (leavesTraces && !Daemon_StartWatcher(daemon, cleanUp)) {
         kill(daemon, SIGKILL);
         waitpid(daemon, nullptr, 0);
-        Daemon_CleanUpAfterFailure(cleanUp);
-        _exit(EXIT_FAILURE);
+        Daemon_GiveUp(cleanUp);
     }
-    if (!Daemon_WritePidFile(contract.pidFile, daemon)) {
+    if (!WritePidFile(contract.pidFile, daemon)) {
         kill(daemon, SIGKILL);
         _exit(EXIT_FAILURE);
     }
@@ -165,26 +187,9 @@ bool Daemon_StartWatcher(pid_t daemon, const CleanUp &cleanUp) {
     return watcher > 0;
 }
 
-bool Daemon_WritePidFile(const char *path, pid_t daemon) {
-    if (!File_Replace(path, std::to_string(daemon) + "\n")) {
-        Complain("cannot write the PID file %s: %s", path, strerror(errno));
-        return false;
-    }
-    return true;
-}
-
 void Daemon_Report(const DaemonContract &contract) {
     if (write(contract.statusDescriptor, &STATUS_UP, sizeof STATUS_UP) != sizeof STATUS_UP) {
         Complain("nobody takes the status report: %s", strerror(errno));
     }
     close(contract.statusDescriptor);
-}
-
-void Daemon_CleanUpAfterFailure(const CleanUp &cleanUp) {
-    if (fork() == 0) {
-        CloseRange(STDERR_FILENO + 1, UINT_MAX);
-        LeaveStartersSession();
-        RemoveTraces(cleanUp);
-        _exit(EXIT_SUCCESS);
-    }
 }

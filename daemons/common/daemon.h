@@ -6,10 +6,11 @@
 
 #include <vector>
 
-// The arguments that every daemon is given.
+// The arguments that every daemon is given; the texts point into argv.
 struct DaemonContract {
-    int statusDescriptor = -1;
-    const char *pidFile = nullptr;  // points into argv
+    const char *statusText = nullptr;
+    const char *pidFile = nullptr;
+    int statusDescriptor = -1;  // the number in statusText
 };
 
 // What the kernel does not remove by itself when a daemon dies.
@@ -20,12 +21,14 @@ struct CleanUp {
     void (*rest)() = nullptr;  // removes what else there is; null for nothing
 };
 
-// Reads the arguments of -s and -d. False after a line in the log, also when the descriptor is not open.
-bool Daemon_ReadContract(const char *statusText, const char *pidFile, DaemonContract *contract);
+// Tests the two texts of a contract, and sheds what the starter handed down by chance: every descriptor but 0
+// to 2 and the pipe's. Call before any file is opened. False after a line in the log, also when the pipe's
+// descriptor is not open.
+bool Daemon_TakeContract(DaemonContract *contract);
 
-// Sheds what the starter handed down by chance: every descriptor but 0 to 2 and the pipe's. Call before any
-// file is opened.
-void Daemon_ShedInherited(const DaemonContract &contract);
+// Ends a start that fails before there is a watcher, and cleans up behind it. That happens in a process of
+// its own, since the starter waits for the caller's end.
+[[noreturn]] void Daemon_GiveUp(const CleanUp &cleanUp);
 
 // Splits the process once everything is up: returns in the daemon, which has a session of its own; the
 // foreground process starts the watcher (if there is anything to clean up), writes the PID file, reports and
@@ -37,10 +40,5 @@ void Daemon_Detach(const DaemonContract &contract, const CleanUp &cleanUp);
 //
 // Starts a second process that waits for the end of the daemon, a child of the caller, and then cleans up.
 bool Daemon_StartWatcher(pid_t daemon, const CleanUp &cleanUp);
-// Writes "<pid>" and a line end, so that a reader sees the old file or the new one and nothing between.
-bool Daemon_WritePidFile(const char *path, pid_t daemon);
 // Tells the starter that the daemon is up, and lets go of the pipe.
 void Daemon_Report(const DaemonContract &contract);
-// Cleans up behind a start that fails before there is a watcher. It happens in a process of its own, since
-// the starter waits for the caller's end.
-void Daemon_CleanUpAfterFailure(const CleanUp &cleanUp);

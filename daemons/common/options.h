@@ -10,7 +10,7 @@
 struct OptionRule {
     const char *name;
     const char **value;
-    std::vector<const char *> *list;
+    std::vector<const char *> *list = nullptr;
 };
 
 // Sorts argv[1] and on into the values of the rules and the operands, all pointing into argv. False, after a

@@ -6,8 +6,7 @@
 //   0  something answered
 //   1  nothing answered
 //   2  the address cannot be reached at all: this host has no route there, or a router on the way says that
-//   it
-//      has none, which proves that the subnet is free
+//      it has none, which proves that the subnet is free
 //   3  it could not be found out, with the reason on standard error
 //
 // Without -q the answer is also told in words.
@@ -91,7 +90,7 @@ std::vector<char *> TakeSwitches(char **argv, Arguments *arguments) {
 bool ReadArguments(char **argv, Arguments *arguments) {
     const char *timeout = nullptr;
     const char *interval = nullptr;
-    const OptionRule rules[] = {{"-t", &timeout, nullptr}, {"-i", &interval, nullptr}};
+    const OptionRule rules[] = {{"-t", &timeout}, {"-i", &interval}};
     std::vector<const char *> operands;
     std::vector<char *> rest = TakeSwitches(argv, arguments);
     if (!Options_Read(rest.data(), rules, &operands)) {

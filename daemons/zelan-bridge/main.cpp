@@ -32,14 +32,12 @@ struct Arguments {
 };
 
 bool ReadArguments(char **argv, Arguments *arguments) {
-    const char *status = nullptr;
-    const char *pidFile = nullptr;
     const char *network = nullptr;
     std::vector<const char *> excluded;
     std::vector<const char *> included;
-    const OptionRule rules[] = {{"-s", &status, nullptr},
-                                {"-d", &pidFile, nullptr},
-                                {"-n", &network, nullptr},
+    const OptionRule rules[] = {{"-s", &arguments->contract.statusText},
+                                {"-d", &arguments->contract.pidFile},
+                                {"-n", &network},
                                 {"-e", nullptr, &excluded},
                                 {"-i", nullptr, &included}};
     std::vector<const char *> operands;
@@ -57,7 +55,7 @@ bool ReadArguments(char **argv, Arguments *arguments) {
     arguments->rule.takesAll = included.empty();
     const std::vector<const char *> &names = included.empty() ? excluded : included;
     arguments->rule.names.assign(names.begin(), names.end());
-    return Daemon_ReadContract(status, pidFile, &arguments->contract);
+    return Daemon_TakeContract(&arguments->contract);
 }
 
 // One end of a cable, or the announcements (without a cable), as epoll hands it back.
@@ -175,14 +173,12 @@ int main(int, char **argv) {
     if (!ReadArguments(argv, &arguments)) {
         return EXIT_FAILURE;
     }
-    Daemon_ShedInherited(arguments.contract);
     CleanUp cleanUp;
     cleanUp.network = arguments.network;
     SwitchUse use;
     CableSet cables(arguments.network, arguments.rule);
     if (!Begin(arguments.network, &use, &cables)) {
-        Daemon_CleanUpAfterFailure(cleanUp);
-        return EXIT_FAILURE;
+        Daemon_GiveUp(cleanUp);
     }
     Daemon_Detach(arguments.contract, cleanUp);
     FrameMover(&cables).Run();

@@ -24,9 +24,7 @@ const FactKey NAME_SERVERS = {"name servers", ""};
 constexpr int SETTLE_MILLISECONDS = 100;
 
 bool ReadArguments(char **argv, DaemonContract *contract) {
-    const char *status = nullptr;
-    const char *pidFile = nullptr;
-    const OptionRule rules[] = {{"-s", &status, nullptr}, {"-d", &pidFile, nullptr}};
+    const OptionRule rules[] = {{"-s", &contract->statusText}, {"-d", &contract->pidFile}};
     std::vector<const char *> operands;
     if (!Options_Read(argv, rules, &operands)) {
         return false;
@@ -35,7 +33,7 @@ bool ReadArguments(char **argv, DaemonContract *contract) {
         Complain("usage: -s DESCRIPTOR -d PIDFILE");
         return false;
     }
-    return Daemon_ReadContract(status, pidFile, contract);
+    return Daemon_TakeContract(contract);
 }
 
 [[noreturn]] void FollowChanges(KernelView *kernel, NameServers *nameServers, Facts *facts) {
@@ -68,7 +66,6 @@ int main(int, char **argv) {
     if (!ReadArguments(argv, &contract)) {
         return EXIT_FAILURE;
     }
-    Daemon_ShedInherited(contract);
     KernelView kernel;
     NameServers nameServers;
     FactMap first;

@@ -40,12 +40,10 @@ struct Arguments {
 };
 
 bool ReadArguments(char **argv, Arguments *arguments) {
-    const char *status = nullptr;
-    const char *pidFile = nullptr;
-    const OptionRule rules[] = {{"-s", &status, nullptr},
-                                {"-cf", &arguments->configuration, nullptr},
-                                {"-lf", &arguments->leases, nullptr},
-                                {"-pf", &pidFile, nullptr}};
+    const OptionRule rules[] = {{"-s", &arguments->contract.statusText},
+                                {"-cf", &arguments->configuration},
+                                {"-lf", &arguments->leases},
+                                {"-pf", &arguments->contract.pidFile}};
     std::vector<const char *> operands;
     if (!Options_Read(argv, rules, &operands)) {
         return false;
@@ -55,7 +53,7 @@ bool ReadArguments(char **argv, Arguments *arguments) {
         return false;
     }
     arguments->name = operands[0];
-    return Daemon_ReadContract(status, pidFile, &arguments->contract);
+    return Daemon_TakeContract(&arguments->contract);
 }
 
 const char *FindServer() {
@@ -158,6 +156,16 @@ FileDescriptor MakePlace(const Arguments &arguments, SwitchUse *use, CleanUp *cl
     _exit(EXIT_FAILURE);
 }
 
+// dhcpd serves on when it could not write its PID file. It is the only child of this process then.
+void KillServer() {
+    std::string child;
+    int pid = 0;
+    if (File_Read("/proc/thread-self/children", &child) &&
+        Options_Number(child.substr(0, child.find(' ')), INT_MAX, &pid)) {
+        kill(pid, SIGKILL);
+    }
+}
+
 // Starts dhcpd, which ends its foreground process once its configuration is read and its sockets are open,
 // and until then says on standard error what it does not like. Returns its process id; 0 after a line in the
 // log.
@@ -181,6 +189,7 @@ pid_t StartServer(const char *server, const Arguments &arguments, const FileDesc
     if (pid <= 0 || waitid(P_PID, static_cast<id_t>(pid), &state, WEXITED | WNOHANG | WNOWAIT) != 0 ||
         state.si_pid != 0) {
         Complain("dhcpd has ended, or left no process id in %s", arguments.contract.pidFile);
+        KillServer();
         return 0;
     }
     return pid;
@@ -210,12 +219,10 @@ int main(int, char **argv) {
     if (!ReadArguments(argv, &arguments)) {
         return EXIT_FAILURE;
     }
-    Daemon_ShedInherited(arguments.contract);
     SwitchUse use;
     CleanUp cleanUp;
     if (!Start(arguments, &use, &cleanUp)) {
-        Daemon_CleanUpAfterFailure(cleanUp);
-        return EXIT_FAILURE;
+        Daemon_GiveUp(cleanUp);
     }
     Daemon_Report(arguments.contract);
 }

@@ -77,13 +77,11 @@ bool FindNetwork(Arguments *arguments) {
 }
 
 bool ReadArguments(char **argv, Arguments *arguments) {
-    const char *status = nullptr;
-    const char *pidFile = nullptr;
     const char *configuration = nullptr;
-    const OptionRule rules[] = {{"-s", &status, nullptr},
-                                {"-d", &pidFile, nullptr},
-                                {"-m", &arguments->macFile, nullptr},
-                                {"-c", &configuration, nullptr}};
+    const OptionRule rules[] = {{"-s", &arguments->contract.statusText},
+                                {"-d", &arguments->contract.pidFile},
+                                {"-m", &arguments->macFile},
+                                {"-c", &configuration}};
     std::vector<const char *> operands;
     if (!Options_Read(argv, rules, &operands)) {
         return false;
@@ -92,8 +90,8 @@ bool ReadArguments(char **argv, Arguments *arguments) {
         Complain("usage: -s DESCRIPTOR -d PIDFILE -m MACFILE -c CONFIGURATION");
         return false;
     }
-    return Daemon_ReadContract(status, pidFile, &arguments->contract) &&
-           ReadConfiguration(configuration, &arguments->conf) && FindNetwork(arguments);
+    return Daemon_TakeContract(&arguments->contract) && ReadConfiguration(configuration, &arguments->conf) &&
+           FindNetwork(arguments);
 }
 
 // Applies a table. One that is still a dying predecessor's is waited for.
@@ -253,12 +251,10 @@ int main(int, char **argv) {
     if (!ReadArguments(argv, &arguments)) {
         return EXIT_FAILURE;
     }
-    Daemon_ShedInherited(arguments.contract);
     CleanUp cleanUp;
     NatDaemon daemon(arguments);
     if (!daemon.Begin(&cleanUp)) {
-        Daemon_CleanUpAfterFailure(cleanUp);
-        return EXIT_FAILURE;
+        Daemon_GiveUp(cleanUp);
     }
     Daemon_Detach(arguments.contract, cleanUp);
     daemon.Run();

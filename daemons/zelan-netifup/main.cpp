@@ -50,9 +50,8 @@ bool ReadNetwork(const char *node, int *network) {
 }
 
 bool ReadArguments(char **argv, Arguments *arguments) {
-    const char *status = nullptr;
-    const char *pidFile = nullptr;
-    const OptionRule rules[] = {{"-s", &status, nullptr}, {"-d", &pidFile, nullptr}};
+    const OptionRule rules[] = {{"-s", &arguments->contract.statusText},
+                                {"-d", &arguments->contract.pidFile}};
     std::vector<const char *> operands;
     if (!Options_Read(argv, rules, &operands)) {
         return false;
@@ -66,8 +65,7 @@ bool ReadArguments(char **argv, Arguments *arguments) {
         Complain("\"%s\" cannot name an interface", arguments->adapter);
         return false;
     }
-    return Daemon_ReadContract(status, pidFile, &arguments->contract) &&
-           ReadNetwork(operands[0], &arguments->network);
+    return Daemon_TakeContract(&arguments->contract) && ReadNetwork(operands[0], &arguments->network);
 }
 
 bool MakeInterface(const Arguments &arguments, SwitchUse *use, CleanUp *cleanUp) {
@@ -119,12 +117,10 @@ int main(int, char **argv) {
     if (!ReadArguments(argv, &arguments)) {
         return EXIT_FAILURE;
     }
-    Daemon_ShedInherited(arguments.contract);
     SwitchUse use;
     CleanUp cleanUp;
     if (!MakeInterface(arguments, &use, &cleanUp)) {
-        Daemon_CleanUpAfterFailure(cleanUp);
-        return EXIT_FAILURE;
+        Daemon_GiveUp(cleanUp);
     }
     Daemon_Detach(arguments.contract, cleanUp);
     AwaitEndOf(cleanUp.links.front());
