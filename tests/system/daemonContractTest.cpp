@@ -22,6 +22,7 @@ struct RefusedCase {
 TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
     constexpr char PID_FILE[] = "/var/run/x.pid";
     mknod("/dev/zelan8", S_IFCHR | 0600, makedev(119, 8));
+    WriteFileText("/tmp/conf", "subnet 10.1.2.0 netmask 255.255.255.0 {}\n");
     mknod("/dev/other", S_IFCHR | 0600, makedev(10, 8));
     static constexpr RefusedCase CASES[] = {
         {"zelan-netifup", "-s {W} -d /var/run/x.pid /dev/zelan8", "usage:"},
@@ -38,6 +39,8 @@ TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
         {"zelan-bridge", "-s {W} -d /var/run/x.pid -n 0 -i", "option -i needs a name"},
         {"zelan-bridge", "-s {W} -d /var/run/x.pid -n 0 -ia -eb", "usage:"},
         {"zelan-dhcpd", "-s {W} -cf c -lf l -pf /var/run/x.pid zelan256", "usage:"},
+        {"zelan-dhcpd", "-s {W} -cf /tmp/conf -lf /tmp/conf -pf /no/such/folder/x.pid zelan8",
+         "left no process id in /no/such/folder/x.pid"},
         {"zelan-natd", "-s {W} -d /var/run/x.pid -m m -c /no/nat.conf", "/no/nat.conf: No such"},
         {"zelan-detect", "-s {W} -s {W} -d /var/run/x.pid", "option -s is given twice"},
         {"zelan-detect", "-s {W} -d /no/such/folder/x.pid", "/no/such/folder/x.pid: No such file"},
@@ -56,26 +59,21 @@ TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
-TEST(DaemonContract, PidFileNamesTheProcessThatLivesOn) {
-    DaemonStart start = StartNetifup(8);
+TEST(DaemonContract, DaemonIsNamedByItsPidFileAndHoldsNothingOfItsStarters) {
+    const FileDescriptor stray(open("/etc/passwd", O_RDONLY));
+    const DaemonStart start = StartNetifup(8);
     ASSERT_TRUE(start.CameUp()) << start;
     EXPECT_EQ(0, start.status);
-    std::string process = "/proc/" + std::to_string(start.pid);
-    EXPECT_EQ("zelan-netifup\n", ReadFileText(process + "/comm"));
-    EXPECT_EQ(std::to_string(start.pid) + "\n", ReadFileText(start.pidFile));
+    const std::string pid = std::to_string(start.pid);
+    EXPECT_EQ("zelan-netifup\n", ReadFileText("/proc/" + pid + "/comm"));
+    EXPECT_EQ(pid + "\n", ReadFileText(start.pidFile));
     EXPECT_EQ("zelan-netifup-zelan8.pid\n", RunShell("ls /var/run | grep pid").output)
         << "a temporary file was left";
-    CommandResult session = RunShell("ps -o sid=,tty= -p " + std::to_string(start.pid));
-    EXPECT_NE(std::string::npos, session.output.find(std::to_string(start.pid))) << session;
-}
-
-TEST(DaemonContract, InheritedDescriptorsAreShed) {
-    FileDescriptor stray(open("/etc/passwd", O_RDONLY));
-    DaemonStart start = StartNetifup(8);
-    ASSERT_TRUE(start.CameUp()) << start;
-    CommandResult held = RunShell(
+    const CommandResult session = RunShell("ps -o sid=,tty= -p " + pid);
+    EXPECT_NE(std::string::npos, session.output.find(pid)) << session;
+    const CommandResult held = RunShell(
         "for pid in $(ps -e -o pid=,comm= | awk '/zelan/ {print $1}'); do ls -l /proc/$pid/fd; done");
-    EXPECT_NE(std::string::npos, held.output.find("/dev/null")) << "no process was looked at\n" << held;
+    EXPECT_NE(std::string::npos, held.output.find("pidfd")) << "the watcher looks at no process\n" << held;
     EXPECT_EQ(std::string::npos, held.output.find("passwd")) << held;
     EXPECT_EQ(std::string::npos, held.output.find("pipe:")) << held;
 }

@@ -56,8 +56,8 @@ std::vector<std::string> ClientCommand(const Machine &guest) {
     return guest.Inside({"udhcpc", "-i", "eth0", "-f", "-t", "20", "-T", "1", "-s", "/tmp/client"});
 }
 
-TEST(Dhcp, ClientsGetWhatTheConfigurationSays) {
-    const DaemonStart start = StartDhcp(CONFIGURATION);
+TEST(Dhcp, ClientsKeepWhatTheConfigurationSaysOverRenewalsAndRestarts) {
+    DaemonStart start = StartDhcp(CONFIGURATION);
     ASSERT_TRUE(start.CameUp()) << start;
     WriteClientScript();
     const struct {
@@ -74,39 +74,20 @@ TEST(Dhcp, ClientsGetWhatTheConfigurationSays) {
         BackgroundCommand client(ClientCommand(guest));
         ASSERT_TRUE(WaitUntil([] { return !Lease().empty(); })) << row.mac << start;
         EXPECT_THAT(Lease(), testing::MatchesRegex(row.lease)) << row.mac;
+        const std::string renewed = "renew" + Lease().substr(5, Lease().rfind(' ') - 5);
+        for (const char *server : {"the first", "another"}) {
+            unlink("/tmp/lease");
+            kill(client.pid(), SIGUSR1);
+            EXPECT_TRUE(WaitUntil([&] { return Lease().starts_with(renewed); }))
+                << server << Lease() << start;
+            KillDaemon(start);
+            start = StartDhcp(CONFIGURATION);
+            ASSERT_TRUE(start.CameUp()) << start;
+        }
     }
 }
 
-TEST(Dhcp, LeaseIsRenewedAndSurvivesTheServersRestart) {
-    DaemonStart start = StartDhcp(CONFIGURATION);
-    ASSERT_TRUE(start.CameUp()) << start;
-    WriteClientScript();
-    Machine guest("zelan-g");
-    guest.ConnectToBridge("zelan-sw8", "eth0");
-    BackgroundCommand client(ClientCommand(guest));
-    ASSERT_TRUE(WaitUntil([] { return !Lease().empty(); })) << start;
-    const std::string renewed = "renew" + Lease().substr(5, Lease().rfind(' ') - 5);
-    for (const char *server : {"the first", "another"}) {
-        unlink("/tmp/lease");
-        kill(client.pid(), SIGUSR1);
-        EXPECT_TRUE(WaitUntil([&] { return Lease().starts_with(renewed); })) << server << Lease() << start;
-        KillDaemon(start);
-        start = StartDhcp(CONFIGURATION);
-        ASSERT_TRUE(start.CameUp()) << start;
-    }
-}
-
-TEST(Dhcp, PidFileNamesTheServerAndItsDeathLeavesNothing) {
-    const DaemonStart start = StartDhcp(CONFIGURATION);
-    ASSERT_TRUE(start.CameUp()) << start;
-    EXPECT_EQ("dhcpd\n", ReadFileText("/proc/" + std::to_string(start.pid) + "/comm"));
-    EXPECT_FALSE(RunShell("ip -4 -br address | grep -q 192.168.10").Succeeded()) << "an address on the host";
-    EXPECT_TRUE(LeftOver().find("nsid") != std::string::npos) << "no namespace to look for";
-    KillDaemon(start);
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
-}
-
-TEST(Dhcp, RefusedConfigurationIsNoStartAndTheServersWordsAreInTheLog) {
+TEST(Dhcp, RefusedStartLeavesItsReasonInTheLogAndNothingElse) {
     const struct {
         const char *condition;
         std::string configuration;
@@ -117,27 +98,36 @@ TEST(Dhcp, RefusedConfigurationIsNoStartAndTheServersWordsAreInTheLog) {
         {"no room for the server",
          "subnet 192.168.10.0 netmask 255.255.255.248 { range 192.168.10.3 192.168.10.6; }\n",
          "no address of the subnet is left"},
+        {"a hidden dhcpd", CONFIGURATION, "ISC dhcpd is not installed: there is no /usr/sbin/dhcpd\n"},
     };
     for (const auto &row : cases) {
         unlink("/var/log/zelan-dhcpd.log");
+        if (row.configuration == CONFIGURATION) {
+            Must("mount --bind /dev/null /usr/sbin/dhcpd");
+        }
         const DaemonStart start = StartDhcp(row.configuration);
         EXPECT_EQ("", start.report) << row.condition;
         EXPECT_NE(0, start.status) << row.condition;
         EXPECT_NE(std::string::npos, start.Log().find(row.words)) << row.condition << start;
         EXPECT_NE(0, access(start.pidFile.c_str(), F_OK)) << row.condition;
     }
+    Must("umount /usr/sbin/dhcpd");
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
-TEST(Dhcp, StalePidFileDoesNotPreventAStart) {
+TEST(Dhcp, PidFileNamesTheOneServerAndItsDeathLeavesNothing) {
     BackgroundCommand stranger({"sleep", "600"});
     WriteFileText("/var/run/zelan-dhcpd-zelan8.pid", std::to_string(stranger.pid()) + "\n");
     const DaemonStart start = StartDhcp(CONFIGURATION);
-    EXPECT_TRUE(start.CameUp()) << start;
-    EXPECT_NE(stranger.pid(), start.pid);
+    ASSERT_TRUE(start.CameUp()) << start;
+    EXPECT_EQ("dhcpd\n", ReadFileText("/proc/" + std::to_string(start.pid) + "/comm"));
+    EXPECT_FALSE(RunShell("ip -4 -br address | grep -q 192.168.10").Succeeded()) << "an address on the host";
+    EXPECT_TRUE(LeftOver().find("nsid") != std::string::npos) << "no namespace to look for";
     const DaemonStart second = StartDhcp(CONFIGURATION);
     EXPECT_EQ("", second.report) << "two servers on one network";
     EXPECT_NE(std::string::npos, second.Log().find("running already")) << second;
+    KillDaemon(start);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
 }  // namespace
