@@ -89,18 +89,14 @@ class DhcpConfig : public testing::Test {
         return cache_.Path("conf/zelan8/dhcpd/" + name);
     }
     std::string Text(const std::string &name = "dhcpd.conf") { return ReadFileText(Path(name)); }
-    // With DATE in the place of each well-formed date.
+    // With DATE in the place of a well-formed date.
     static std::string Undated(std::string text) {
-        static const std::string WORDS = "\n# Written at: ";
-        for (size_t at = text.find(WORDS); at != std::string::npos; at = text.find(WORDS, at + 1)) {
-            const size_t start = at + WORDS.size();
-            tm date = {};
-            const char *end = strptime(text.c_str() + start, "%m/%d/%Y %H:%M:%S\n", &date);
-            if (end != nullptr && text[start + sizeof "mm/dd/yyyy hh:mm:ss" - 1] == '\n') {
-                text.replace(start, sizeof "mm/dd/yyyy hh:mm:ss" - 1, "DATE");
-            }
-        }
-        return text;
+        constexpr size_t DATE_LENGTH = sizeof "mm/dd/yyyy hh:mm:ss" - 1;
+        const size_t date = text.find("\n# Written at: ") + sizeof "\n# Written at: " - 1;
+        tm time = {};
+        const char *end = date < text.size() ? strptime(&text[date], "%m/%d/%Y %H:%M:%S\n", &time) : nullptr;
+        const bool isDate = end != nullptr && end == &text[date] + DATE_LENGTH + 1;
+        return isDate ? text.replace(date, DATE_LENGTH, "DATE") : text;
     }
     static std::string Hash() {
         const char *hash = HBLGetVnetCfg(8, VNET_FIELD_DHCP_CFG_HASH);
