@@ -54,6 +54,7 @@ TEST_F(DictionaryFile, ReadsTheValueOfOneLine) {
         {"\t bindir\t=\t\"a = b\" \t", "a = b"},
         {"bindir =", ""},
         {"bindir = |20|7c|7C20", " ||20"},
+        {"bindir = \"a|22b|2\"", "a\"b|2"},
         {"bindir = \"a|zzb\"", "a|zzb"},
         {" # bindir = x", "<null>"},
         {"", "<null>"},

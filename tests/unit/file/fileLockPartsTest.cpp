@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "lib/file/fileLockInternal.h"
 #include "lib/misc/digest.h"
@@ -79,11 +80,7 @@ TEST(FileLockMachine, MatchesByTheFormsOfBothIDs) {
     const std::string renamedHost = Base64_Encode(raw.data(), raw.size());
     raw[11] ^= 0xFF;
     const std::string otherHardware = Base64_Encode(raw.data(), raw.size());
-    const struct {
-        std::string mine;
-        std::string other;
-        bool match;
-    } cases[] = {
+    const std::tuple<std::string, std::string, bool> cases[] = {
         {own, own, true},
         {own, renamedHost, false},
         {own, "uuid=" + own, false},
@@ -94,9 +91,8 @@ TEST(FileLockMachine, MatchesByTheFormsOfBothIDs) {
         {"uuid=1-2", otherHardware, false},
         {"uuid=1-2", "AAAA", false},
     };
-    for (const auto &c : cases) {
-        EXPECT_EQ(FileLockMachineIDMatch(c.mine.c_str(), c.other.c_str()), c.match)
-            << c.mine << " " << c.other;
+    for (const auto &[mine, other, match] : cases) {
+        EXPECT_EQ(FileLockMachineIDMatch(mine.c_str(), other.c_str()), match) << mine << " " << other;
     }
 }
 
@@ -105,7 +101,6 @@ TEST(FileLockOwner, CreationTimeIsField22WhateverTheCommandIsCalled) {
     for (const char *name : {"4 (sh)", "4 (a b)", "4 (a) b) S 1 (c)"}) {
         EXPECT_EQ(FileLockCreationTimeFromStat((std::string(name) + numbers).c_str()), 815u) << name;
     }
-    EXPECT_NE(FileLockProcessCreationTime(getpid()), 0u);
 }
 
 TEST(FileLockOwner, DeadProcessesAndReusedNumbersAreNoOwners) {

@@ -118,6 +118,7 @@ TEST_F(FileLock, SpellingsOfOnePathMeet) {
 TEST_F(FileLock, FailuresOfThePathAreReported) {
     const std::pair<std::string, int> cases[] = {
         {"", EINVAL}, {"missing/x", EINVAL}, {folder_ / "missing/x", ENOENT}, {"/dev/null/x", ENOTDIR}};
+    testing::internal::CaptureStderr();
     for (const auto &[path, expectedError] : cases) {
         int error = -1;
         EXPECT_EQ(FileLock_Lock(path.c_str(), false, 0, &error), nullptr) << path;
@@ -126,6 +127,7 @@ TEST_F(FileLock, FailuresOfThePathAreReported) {
     FileLockToken *token = Lock(false, 0);
     fs::remove_all(lockDir_);
     EXPECT_EQ(FileLock_Unlock(path_.c_str(), token), ENOENT);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the caller's report is all that is seen";
 }
 
 TEST_F(FileLock, ScanDeletesWhatIsBrokenOrDead) {
@@ -137,11 +139,8 @@ TEST_F(FileLock, ScanDeletesWhatIsBrokenOrDead) {
         size_t size;
     } cases[] = {
         {"foo.lck", "", 0},
-        {"M1234.lck", "", 0},
         {"M00001.lck~\xC3", "", 0},
-        {"\xC3\xA9", "", 0},
         {"M00001.lck", Record(getpid(), 5, "X"), 511},
-        {"M00006.lck", "id 12 X", 512},
         {"M00009.lck", std::string(512, 'x'), 512},
         {"M00010.lck", Record(dead, 5, "X"), 512},
         {"M00012.lck", Record(getpid(), 5, "X pc=1"), 512},

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstring>
 #include <string>
 
 #include "lib/err/errText.h"
@@ -64,10 +65,12 @@ TEST(MsgFmt, CopiesStringsUpToTheirPrecision) {
 }
 
 TEST(MsgFmt, RecognisesTheTextOfAnErrorNumber) {
-    const Captured captured("%s %s", Err_ErrnoText(ENOENT), "No such file or directory");
-    EXPECT_EQ(captured.args[0].type, MSGFMT_ARG_ERRNO);
-    EXPECT_EQ(captured.args[0].errnoValue, static_cast<uint32_t>(ENOENT));
-    EXPECT_EQ(captured.args[1].type, MSGFMT_ARG_STRING8);
+    for (const int number : {ENOENT, -7}) {
+        const Captured captured("%s %s", Err_ErrnoText(number), strerror(number));
+        EXPECT_EQ(captured.args[0].type, MSGFMT_ARG_ERRNO);
+        EXPECT_EQ(captured.args[0].errnoValue, static_cast<uint32_t>(number));
+        EXPECT_EQ(captured.args[1].type, MSGFMT_ARG_STRING8);
+    }
 }
 
 TEST(MsgFmt, RefusesBadFormatsWithAReason) {
