@@ -17,13 +17,13 @@ namespace {
 constexpr const char *CREATE = "HBL_CreateNetworkingDB";
 constexpr const char *DEFAULT_BACKUP_FILE = "/tmp/networking_export";
 
-// The entering and the exiting line of the functions that work without a load.
-class TracedCall {
+// Writes the exiting line of a function that works without a load.
+class ExitingLine {
   public:
-    explicit TracedCall(const char *function) : function_(function) { ApiLogEntering(function); }
-    ~TracedCall() { ApiLogExiting(function_); }
-    TracedCall(const TracedCall &) = delete;
-    TracedCall &operator=(const TracedCall &) = delete;
+    explicit ExitingLine(const char *function) : function_(function) {}
+    ~ExitingLine() { ApiLogExiting(function_); }
+    ExitingLine(const ExitingLine &) = delete;
+    ExitingLine &operator=(const ExitingLine &) = delete;
 
   private:
     const char *function_;
@@ -54,8 +54,9 @@ class ShortSession {
     ShortLog log_;
 };
 
-// These functions turn the loaded test around.
-bool IsUnloaded(const char *function) {
+// The entering line and the loaded test turned around; like that, its refusal ends without an exiting line.
+bool EnterUnloaded(const char *function) {
+    ApiLogEntering(function);
     if (!HBLIsLoaded()) {
         return true;
     }
@@ -120,10 +121,10 @@ bool CreateDatabase(bool overwrite) {
 }  // namespace
 
 bool HBL_CreateNetworkingDB(bool overwrite) {
-    const TracedCall trace(__func__);
-    if (!IsUnloaded(__func__)) {
+    if (!EnterUnloaded(__func__)) {
         return false;
     }
+    const ExitingLine exiting(__func__);
     const ShortSession session(__func__);
     if (!session.IsUp()) {
         return false;
@@ -133,8 +134,11 @@ bool HBL_CreateNetworkingDB(bool overwrite) {
 }
 
 bool HBL_DeleteNetworkingDB(void) {
-    const TracedCall trace(__func__);
-    return IsUnloaded(__func__) && HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, HBL_NETWORKING_DB);
+    if (!EnterUnloaded(__func__)) {
+        return false;
+    }
+    const ExitingLine exiting(__func__);
+    return HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, HBL_NETWORKING_DB);
 }
 
 bool HBL_CheckNetworkingDB(void) {
@@ -167,7 +171,8 @@ bool HBL_ExportDatabaseToFile(const char *file) {
 }
 
 bool HBL_ImportDatabaseFromFile(const char *file) {
-    const TracedCall trace(__func__);
+    ApiLogEntering(__func__);
+    const ExitingLine exiting(__func__);
     HBLLog(LOG_INFO2, __func__, "harbrel is %sloaded", HBLIsLoaded() ? "" : "not ");
     const ShortSession session(__func__);
     if (!session.IsUp()) {

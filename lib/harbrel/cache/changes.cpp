@@ -49,8 +49,7 @@ constexpr JournalFamily NAT_FORWARDS = {&NAT_FAMILY, &NAT_JOURNAL_WORDS, LookupN
 
 bool NetCfgAddAnswerStringInt(HBLNetworkConfigurationDB *db, const char *key, const char *value,
                               bool isRollback) {
-    db = NetCfgResolveCache(db, __func__);
-    return db != nullptr && JournalledAdd(ANSWERS, db, {.key = key, .value = value}, isRollback);
+    return JournalledAdd(ANSWERS, db, {.key = key, .value = value}, isRollback);
 }
 
 bool HBLNetCfgAddAnswerString(HBLNetworkConfigurationDB *db, const char *key, const char *value) {
@@ -60,7 +59,7 @@ bool HBLNetCfgAddAnswerString(HBLNetworkConfigurationDB *db, const char *key, co
 bool HBLNetCfgAddAnswerInt32(HBLNetworkConfigurationDB *db, const char *key, int32_t value) {
     char text[16];
     Str_Sprintf(text, sizeof text, "%d", value);
-    return NetCfgAddAnswerStringInt(db, key, text, false);
+    return HBLNetCfgAddAnswerString(db, key, text);
 }
 
 bool HBLNetCfgSetAnswerBool(HBLNetworkConfigurationDB *db, const char *key, bool value) {
@@ -74,49 +73,41 @@ bool HBLNetCfgSetAnswerBool(HBLNetworkConfigurationDB *db, const char *key, bool
 }
 
 bool HBLNetCfgRemoveAnswer(HBLNetworkConfigurationDB *db, const char *key) {
-    db = NetCfgResolveCache(db, __func__);
-    return db != nullptr && JournalledRemove(ANSWERS, db, {.key = key});
+    return JournalledRemove(ANSWERS, db, {.key = key});
 }
 
 bool HBLNetCfgAddHostAdapterMapping(HBLNetworkConfigurationDB *db, const char *adapter, int32_t vnet,
                                     bool isRollback) {
-    db = NetCfgResolveCache(db, __func__);
-    return db != nullptr && JournalledAdd(BRIDGE_MAPPINGS, db, {.key = adapter, .vnet = vnet}, isRollback);
+    return JournalledAdd(BRIDGE_MAPPINGS, db, {.key = adapter, .vnet = vnet}, isRollback);
 }
 
 bool HBLNetCfgRemoveHostAdapterMapping(HBLNetworkConfigurationDB *db, const char *adapter) {
-    db = NetCfgResolveCache(db, __func__);
-    return db != nullptr && JournalledRemove(BRIDGE_MAPPINGS, db, {.key = adapter});
+    return JournalledRemove(BRIDGE_MAPPINGS, db, {.key = adapter});
 }
 
 bool HBLNetCfgAddDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, const char *mac, const char *ip,
                              bool isRollback) {
-    db = NetCfgResolveCache(db, __func__);
-    return db != nullptr &&
-           JournalledAdd(DHCP_MAPPINGS, db, {.key = mac, .value = ip, .vnet = static_cast<int32_t>(vnet)},
+    return JournalledAdd(DHCP_MAPPINGS, db, {.key = mac, .value = ip, .vnet = static_cast<int32_t>(vnet)},
                          isRollback);
 }
 
 bool HBLNetCfgRemoveDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, const char *mac) {
-    db = NetCfgResolveCache(db, __func__);
-    return db != nullptr &&
-           JournalledRemove(DHCP_MAPPINGS, db, {.key = mac, .vnet = static_cast<int32_t>(vnet)});
+    return JournalledRemove(DHCP_MAPPINGS, db, {.key = mac, .vnet = static_cast<int32_t>(vnet)});
 }
 
 bool HBLNetCfgAddNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool isTcp, uint16_t hostPort,
                             const char *vmIP, uint16_t vmPort, const char *description, bool isRollback) {
-    db = NetCfgResolveCache(db, __func__);
-    RecordFields record = {.value = vmIP,
-                           .vnet = static_cast<int32_t>(vnet),
-                           .isTcp = isTcp,
-                           .hostPort = hostPort,
-                           .vmPort = vmPort,
-                           .description = description};
-    return db != nullptr && JournalledAdd(NAT_FORWARDS, db, record, isRollback);
+    return JournalledAdd(NAT_FORWARDS, db,
+                         {.value = vmIP,
+                          .vnet = static_cast<int32_t>(vnet),
+                          .isTcp = isTcp,
+                          .hostPort = hostPort,
+                          .vmPort = vmPort,
+                          .description = description},
+                         isRollback);
 }
 
 bool HBLNetCfgRemoveNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool isTcp, uint16_t hostPort) {
-    db = NetCfgResolveCache(db, __func__);
-    RecordFields record = {.vnet = static_cast<int32_t>(vnet), .isTcp = isTcp, .hostPort = hostPort};
-    return db != nullptr && JournalledRemove(NAT_FORWARDS, db, record);
+    return JournalledRemove(NAT_FORWARDS, db,
+                            {.vnet = static_cast<int32_t>(vnet), .isTcp = isTcp, .hostPort = hostPort});
 }

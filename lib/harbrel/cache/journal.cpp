@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/defaultCache.h"
 #include "lib/harbrel/cache/formatter.h"
 #include "lib/harbrel/cache/journalFile.h"
 #include "lib/harbrel/cache/tableProtocol.h"
@@ -83,9 +84,13 @@ bool JournalledAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, c
                    bool isRollback) {
     const JournalWords &words = *family.words;
     const RecordFamily &records = *family.records;
+    db = NetCfgResolveCache(db, words.addFunction);
+    if (db == nullptr) {
+        return false;
+    }
     const OwnedRecord own(wanted);
     const RecordFields record = own.Fields();
-    const std::optional<OwnedRecord> old = family.lookup(*family.records, db, record);
+    const std::optional<OwnedRecord> old = family.lookup(records, db, record);
     if (old.has_value() && words.unchanged != nullptr && old->Fields().vnet == record.vnet) {
         HBLLog(LOG_INFO2, words.addFunction, words.unchanged, record.vnet, record.key);
         return true;
@@ -119,6 +124,10 @@ bool JournalledAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, c
 bool JournalledRemove(const JournalFamily &family, HBLNetworkConfigurationDB *db,
                       const RecordFields &wanted) {
     const JournalWords &words = *family.words;
+    db = NetCfgResolveCache(db, words.removeFunction);
+    if (db == nullptr) {
+        return false;
+    }
     const OwnedRecord own(wanted);
     const RecordFields record = own.Fields();
     const std::optional<OwnedRecord> old = family.lookup(*family.records, db, record);

@@ -29,6 +29,9 @@ struct JournalFamily {
                                          const RecordFields &record);
 };
 
+// Both take the default cache when `db` is null. False when the record could not be changed in the table and
+// in the file; the reason is logged under the family's function.
+
 // Adds or replaces. With `isRollback` nothing is undone on failure and nothing refused: it is the undo
 // itself.
 bool JournalledAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, const RecordFields &wanted,

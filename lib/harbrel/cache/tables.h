@@ -3,9 +3,10 @@
 
 #include "lib/harbrel/cache/cache.h"
 
+// Adding replaces a record under the same key. Removing what is not there fails, except for an answer.
 bool NetCfgHashAddAnswer(HBLNetworkConfigurationDB *db, const char *key, const char *value);
-bool NetCfgHashRemoveAnswer(HBLNetworkConfigurationDB *db,
-                            const char *key);  // true also when it was not there
+bool NetCfgHashRemoveAnswer(HBLNetworkConfigurationDB *db, const char *key);
+// The answer of a vnet's field.
 bool NetCfgUtilAddVnetRecord(HBLNetworkConfigurationDB *db, uint32_t vnet, const char *field,
                              const char *value);
 bool NetCfgHashAddBridgeMapping(HBLNetworkConfigurationDB *db, const char *adapter, int32_t vnet);

@@ -8,15 +8,22 @@ constexpr char HBL_NETWORKING_DB_TEMPLATE[] = "/etc/orvane/.networking.XXXXXX";
 constexpr const char *HBL_HOST_CONFIG_PATH = "/etc/orvane/config";
 constexpr uint32_t HBL_DB_LOCK_WAIT_MSEC = 2500;
 
-// With a null `out` the result becomes the default cache.
+// Reads the file at `path` into a new cache. With a null `out` that becomes the default cache, and when there
+// is one already, nothing is read. A failure leaves no cache, no lock and the slot as it was.
 bool HBLNetCfgLoad(const char *path, HBLNetworkConfigurationDB **out, bool isBackup);
-// `slot` null means the default cache's. Always true; the slot is cleared.
+// `slot` null means the default cache's. Always true; the slot is cleared. With `rewrite` the cache first
+// takes the place of its file, sorted and without journal; a failure leaves the file as it is.
 bool HBLNetCfgUnload(HBLNetworkConfigurationDB **slot, bool rewrite);
+// The lock between processes; `db` null means the default cache. Does not nest: a second lock is false. The
+// cache is brought up to the file if another process has changed that.
 bool HBLNetCfgLockConfig(HBLNetworkConfigurationDB *db);
+// True also when nothing was locked. After a failure the cache counts as locked.
 bool HBLNetCfgUnlockConfig(HBLNetworkConfigurationDB *db);
-// For a change that takes no lock: brings the cache up to the file if another process has changed that, as
-// HBLNetCfgLockConfig does. False when the file could not be read.
+// For a change that takes no lock: brings the cache up to the file as HBLNetCfgLockConfig does. False when
+// the file could not be read.
 bool HBLNetCfgFollowFile(HBLNetworkConfigurationDB *db);
+// Both write over what stands at `path` and leave no file there after a failure: one that holds the version
+// line alone, and one with all records of the cache.
 bool HBLNetCfgCreateDB(const char *path, bool isBackup);
 bool NetCfgWriteDatabaseFile(HBLNetworkConfigurationDB *db, const char *path, bool isBackup);
 

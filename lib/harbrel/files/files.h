@@ -29,14 +29,19 @@ constexpr uint32_t HBL_CUSTOM_VNET = ~0u;  // the vnet that goes with HBL_FILE_C
 // CONFIGDIR, the root of the per-network directories. The text belongs to the cache.
 const char *HBLConfigDir();
 bool HBLGetFileName(uint32_t vnet, uint32_t fileType, char *buffer, size_t bufferLength);
+
+// `customPath` goes with HBL_FILE_CUSTOM and is null otherwise. Failures are logged.
+// Whether the thing is there and of the kind that its type demands.
 bool HBLFileExists(uint32_t vnet, uint32_t fileType, const char *customPath);
-bool HBLCreateFile(uint32_t vnet, uint32_t fileType,
-                   const char *customPath);  // what exists already is success
+// What exists already is success.
+bool HBLCreateFile(uint32_t vnet, uint32_t fileType, const char *customPath);
+// What is gone already is success.
+bool HBLRemoveFile(uint32_t vnet, uint32_t fileType, const char *customPath);
+// The whole content; a failure leaves what was copied so far.
+bool HBLCopyFile(const char *sourcePath, const char *destinationPath);
+
 // Regular files only, as open(2) and fopen(3), never inherited and without waiting: at a path where anything
 // else stands, a FIFO for one, they fail with an errno, EISDIR or EINVAL where there is no other. The modes
 // are "r", "w" and "w+".
 int HBLOpenRegular(const char *path, int flags, mode_t mode);
 FILE *HBLFopenRegular(const char *path, const char *mode);
-bool HBLCopyFile(const char *sourcePath, const char *destinationPath);
-bool HBLRemoveFile(uint32_t vnet, uint32_t fileType,
-                   const char *customPath);  // what is gone already is success
