@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <functional>
-#include <utility>
 
 #include "lib/harbrel/cache/tables.h"
 #include "tests/support/cacheTest.h"
@@ -19,42 +18,27 @@ struct Family {
     Change addOld, addNew, remove;
     std::string oldLine, newLine, removeLine;
     bool absentIsRemoved;
+    bool equalIsNoChange;
 };
 const Family FAMILIES[] = {
     {[](auto *db) { return HBLNetCfgAddAnswerString(db, "K", "old"); },
      [](auto *db) { return HBLNetCfgAddAnswerString(db, "K", "new"); },
      [](auto *db) { return HBLNetCfgRemoveAnswer(db, "K"); }, "answer K old\n", "answer K new\n",
-     "remove_answer K\n", true},
+     "remove_answer K\n", true, false},
     {[](auto *db) { return HBLNetCfgAddHostAdapterMapping(db, "eth0", 2, false); },
      [](auto *db) { return HBLNetCfgAddHostAdapterMapping(db, "eth0", -1, false); },
      [](auto *db) { return HBLNetCfgRemoveHostAdapterMapping(db, "eth0"); }, "add_bridge_mapping eth0 2\n",
-     "add_bridge_mapping eth0 -1\n", "remove_bridge_mapping eth0\n", false},
+     "add_bridge_mapping eth0 -1\n", "remove_bridge_mapping eth0\n", false, true},
     {[](auto *db) { return HBLNetCfgAddDHCPMACToIP(db, 8, MAC, "10.0.0.1", false); },
      [](auto *db) { return HBLNetCfgAddDHCPMACToIP(db, 8, MAC, "10.0.0.2", false); },
      [](auto *db) { return HBLNetCfgRemoveDHCPMACToIP(db, 8, MAC); },
      "add_dhcp_mac_to_ip 8 02:00:00:11:22:33 10.0.0.1\n", "add_dhcp_mac_to_ip 8 02:00:00:11:22:33 10.0.0.2\n",
-     "remove_dhcp_mac_to_ip 8 02:00:00:11:22:33\n", false},
+     "remove_dhcp_mac_to_ip 8 02:00:00:11:22:33\n", false, false},
     {[](auto *db) { return HBLNetCfgAddNATPortFwd(db, 8, true, 80, "10.0.0.1", 81, "", false); },
      [](auto *db) { return HBLNetCfgAddNATPortFwd(db, 8, true, 80, "10.0.0.2", 82, nullptr, false); },
      [](auto *db) { return HBLNetCfgRemoveNATPortFwd(db, 8, true, 80); },
      "add_nat_portfwd 8 tcp 80 10.0.0.1 81 \n", "add_nat_portfwd 8 tcp 80 10.0.0.2 82\n",
-     "remove_nat_portfwd 8 tcp 80\n", false},
-};
-
-// The cache's journal takes no line for the object's life.
-class FullDisk {
-  public:
-    explicit FullDisk(HBLNetworkConfigurationDB *db)
-        : db_(db), former_(std::exchange(db->stream, fopen("/dev/full", "r+"))) {
-        setvbuf(db->stream, nullptr, _IONBF, 0);
-    }
-    ~FullDisk() { fclose(std::exchange(db_->stream, former_)); }
-    FullDisk(const FullDisk &) = delete;
-    FullDisk &operator=(const FullDisk &) = delete;
-
-  private:
-    HBLNetworkConfigurationDB *db_;
-    FILE *former_;
+     "remove_nat_portfwd 8 tcp 80\n", false, false},
 };
 
 class JournalTest : public CacheTest {
@@ -88,10 +72,13 @@ TEST_F(JournalTest, ChangesReachCacheAndFile) {
         EXPECT_TRUE(family.addOld(db));
         EXPECT_EQ(Records(), family.oldLine);
         EXPECT_TRUE(family.addNew(db));
+        EXPECT_TRUE(family.addNew(db));
         EXPECT_EQ(Records(), family.newLine);
         EXPECT_TRUE(family.remove(db));
         EXPECT_EQ(Records(), "");
-        EXPECT_EQ(Journal(), family.oldLine + family.removeLine + family.newLine + family.removeLine);
+        const std::string change = family.removeLine + family.newLine;
+        const std::string equalChange = family.equalIsNoChange ? "" : change;
+        EXPECT_EQ(Journal(), family.oldLine + change + equalChange + family.removeLine);
         EXPECT_EQ(family.remove(db), family.absentIsRemoved);
         EXPECT_TRUE(NetCfgFileIsAsLastSeen(db));
     }
@@ -102,14 +89,14 @@ TEST_F(JournalTest, CacheKeepsARecordWhenTheFileRefusesEveryLine) {
     for (const Family &family : FAMILIES) {
         Restart();
         {
-            const FullDisk full(db);
+            const FileSizeLimit full(db->fileIdentity.size);
             EXPECT_FALSE(family.addNew(db));
         }
         EXPECT_EQ(Records(), family.newLine);
         ASSERT_TRUE(family.addOld(db));
         const std::string journal = Journal();
         {
-            const FullDisk full(db);
+            const FileSizeLimit full(db->fileIdentity.size);
             EXPECT_FALSE(family.addNew(db));
             EXPECT_EQ(Records(), family.oldLine);
             EXPECT_FALSE(family.remove(db));
@@ -226,7 +213,7 @@ TEST_F(JournalTest, BulkRemovalEmptiesTheCacheEvenWhenTheFileRefuses) {
     NetCfgHashAddNATPortFwd(db, 8, false, 3, "1.2.3.4", 4, nullptr);
     NetCfgHashAddNATPortFwd(db, 8, false, 5, "1.2.3.4", 4, nullptr);
     NetCfgHashAddDHCPMACToIP(db, 8, MAC, "10.0.0.1");
-    const FullDisk full(db);
+    const FileSizeLimit full(db->fileIdentity.size);
     HBLLogSetMask(LOG_WRN | LOG_INFO2);
     EXPECT_FALSE(HBLNetCfgRemoveAllNATPortFwd(db, 8, true, true, true));
     EXPECT_THAT(log.Take(), HasSubstr("HBLNetCfgRemoveAllNATPortFwd - All the forwarded UDP ports could not "

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include "lib/file/fileLock.h"
@@ -69,15 +70,28 @@ TEST_F(DatabaseLoad, LineLimitIs2047Bytes) {
     EXPECT_TRUE(log.Take().starts_with("HBLNetCfgLoad - Error while reading database file, error: "));
 }
 
-TEST_F(DatabaseLoad, CutAtEveryByteLoadsOrIsRefused) {
-    const std::string text =
-        "VERSION=1,0\nanswer K v\nremove_answer K\nadd_nat_portfwd 8 tcp 80 10.0.0.2 80 web\n"
+// What a crash or a full disk may have left of a database and of a legacy backup.
+TEST_F(DatabaseLoad, CutAtEveryByteKeepsItsWholeLines) {
+    const std::string records =
+        "remove_answer K\nanswer VNET_8_DHCP yes\nadd_nat_portfwd 8 tcp 80 10.0.0.2 80 web server\n"
         "add_dhcp_mac_to_ip 8 02:00:00:11:22:33 10.0.0.3\nadd_bridge_mapping eth0 2\n";
-    for (size_t length = 0; length <= text.size(); length++) {
-        const bool hasVersion = length >= std::string("VERSION=1,0").size();
-        EXPECT_EQ(hasVersion, Load(text.substr(0, length))) << length;
+    for (const bool isBackup : {false, true}) {
+        const std::string text = (isBackup ? "answer FIRST 1\n" : VERSION_LINE) + records;
+        for (size_t length = 0; length <= text.size(); length++) {
+            const std::string cut = text.substr(0, length);
+            const bool loads = isBackup || length >= VERSION_LINE.size() - 1;
+            ASSERT_EQ(loads, Load(cut, isBackup)) << cut;
+            const std::string loaded = loads ? Records() : "";
+            std::istringstream lines(cut.substr(cut.find('\n') + 1));
+            for (std::string line; std::getline(lines, line) && !lines.eof();) {
+                EXPECT_TRUE(line.starts_with("remove_") || loaded.find(line + "\n") != std::string::npos)
+                    << line << "\nof\n"
+                    << cut;
+            }
+            EXPECT_EQ(cut, ReadFileText(path));
+            EXPECT_FALSE(std::filesystem::exists(path + ".lck"));
+        }
     }
-    EXPECT_EQ("(none)", Answer(db, "K"));
 }
 
 TEST_F(DatabaseLoad, JournalGoesBehindWhatWasRead) {
