@@ -11,10 +11,6 @@ namespace {
 
 using testing::EndsWith;
 
-std::string WithoutLineNumbers(const std::string &log) {
-    return std::regex_replace(log, std::regex(":[0-9]+\n"), ":#\n");
-}
-
 TEST(ApiFrame, FunctionsOfOneNetworkOpenAndCloseAlike) {
     static constexpr struct {
         const char *function;
@@ -29,22 +25,24 @@ TEST(ApiFrame, FunctionsOfOneNetworkOpenAndCloseAlike) {
         {"HBL_UpdateDHCPFromConfig", HBL_UpdateDHCPFromConfig, "zelan"},
     };
     LogCapture log(HBL_MAX_LOG_MASK);
+    const auto lines = [&log] {  // the source lines' numbers taken out
+        return std::regex_replace(log.Take(), std::regex(":[0-9]+\n"), ":#\n");
+    };
     for (const auto &row : CASES) {
         const std::string name = row.function;
         const std::string entering =
             "\n----------------------------------\nEntering API Function, " + name + ":#\n\n" + name + " - ";
         const std::string exiting = "\n\nExiting API Function, " + name + ":#\n-----------\n\n";
         EXPECT_FALSE(row.call("zelan8"));
-        EXPECT_EQ(entering + "Harbrel Un-Initialized. Aborting API Function: " + name + "\n",
-                  WithoutLineNumbers(log.Take()));
+        EXPECT_EQ(entering + "Harbrel Un-Initialized. Aborting API Function: " + name + "\n", lines());
         const OpenCache cache;
         log.Take();
         EXPECT_FALSE(row.call(nullptr));
         EXPECT_EQ(entering + "Arguments - v: (nil),null\n" + name + " - Invalid argument - " + row.called +
                       ": (nil)" + exiting,
-                  WithoutLineNumbers(log.Take()));
+                  lines());
         EXPECT_FALSE(row.call("zelan256"));
-        EXPECT_THAT(WithoutLineNumbers(log.Take()), EndsWith(" - Invalid vnet name: zelan256" + exiting));
+        EXPECT_THAT(lines(), EndsWith(" - Invalid vnet name: zelan256" + exiting));
     }
 }
 
