@@ -1,5 +1,8 @@
 // The administrator's and the installer's entry to the network library: one run-to-completion command per
 // run.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +21,16 @@
 
 namespace {
 
+// A standard descriptor that is closed would go to the next file that is opened, the database for one, and
+// reports would be written into that.
+void KeepStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) < 0) {
+            (void)!open("/dev/null", O_RDWR);
+        }
+    }
+}
+
 int RunSweep(SweepMode mode) {
     if (!SetLibraryLoaded(true)) {
         return EXIT_FAILURE;
@@ -33,12 +46,11 @@ int RunSweep(SweepMode mode) {
 int RunCommand(Command command, const Options &options) {
     switch (command) {
         case COMMAND_POSTINSTALL:
-            return PostInstall(options.oldVersion->c_str());
+            return PostInstall(options.oldVersion.get());
         case COMMAND_MIGRATE:
             return MigrateNetworkSettings(options.settingsPath);
         case COMMAND_INSTALL_POLICY:
-            return InstallHostPolicy(options.policySubnet ? options.policySubnet->c_str() : nullptr,
-                                     options.policyDhcp != 0);
+            return InstallHostPolicy(options.policySubnet.get(), options.policyDhcp != 0);
         case COMMAND_UNINSTALL_POLICY:
             return UninstallHostPolicy();
         case COMMAND_STOP:
@@ -55,6 +67,7 @@ int RunCommand(Command command, const Options &options) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    KeepStandardDescriptors();
     Mem_InstallNewHandler();
     setvbuf(stdout, nullptr, _IOLBF, 0);  // what goes to both streams keeps its order in one file or pipe
     Unicode_Init(argc, &argv, nullptr);
