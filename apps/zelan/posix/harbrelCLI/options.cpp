@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "apps/zelan/posix/harbrelCLI/report.h"
+#include "lib/fatal/memory.h"
 #include "lib/string/tokens.h"
 
 namespace {
@@ -46,10 +47,6 @@ constexpr const char *COMMAND_WORDS[COMMAND_COUNT] = {
     "postinstall ", "migrate ", "install-hostpolicy ", "uninstall-hostpolicy ", "start ", "stop ", "status ",
 };
 
-void ReportInvalidArgument(const char *argument, const char *optionName) {
-    Report(REPORT_ERROR, "Invalid argument %s specified for %s", argument, optionName);
-}
-
 // Overwrites the next comma with a terminator. Returns what stands behind it, or null without a comma.
 char *CutAtComma(char *text) {
     char *comma = strchr(text, ',');
@@ -66,16 +63,16 @@ bool ParsePostinstall(char *argument, Options *options) {
     if (oldVersion == nullptr) {
         return false;
     }
-    options->componentName = argument;
+    options->componentName.reset(Mem_Strdup(argument));
     char *newVersion = CutAtComma(oldVersion);
     if (newVersion == nullptr) {
         return false;
     }
-    options->oldVersion = oldVersion;
+    options->oldVersion.reset(Mem_Strdup(oldVersion));
     if (*newVersion == '\0') {
         return false;
     }
-    options->newVersion = newVersion;
+    options->newVersion.reset(Mem_Strdup(newVersion));
     Report(REPORT_VERBOSE, "postinstall options: %s %s %s", argument, oldVersion, newVersion);
     return true;
 }
@@ -88,7 +85,7 @@ bool ParsePolicy(char *argument, Options *options) {
     if (dhcpText == nullptr) {
         return false;
     }
-    options->policySubnet = argument;
+    options->policySubnet.reset(Mem_Strdup(argument));
     uint32_t dhcp = 0;
     if (!StrToUint(&dhcp, dhcpText) || dhcp > 1) {
         return false;
@@ -102,7 +99,7 @@ void CountIfValid(bool valid, Command command, const char *argument, const char 
     if (valid) {
         options->counts[command]++;
     } else {
-        ReportInvalidArgument(argument, optionName);
+        Report(REPORT_ERROR, "Invalid argument %s specified for %s", argument, optionName);
     }
 }
 

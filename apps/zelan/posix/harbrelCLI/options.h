@@ -3,7 +3,8 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
+
+#include "lib/misc/owners.h"
 
 enum Command : unsigned {
     COMMAND_POSTINSTALL,
@@ -18,11 +19,11 @@ enum Command : unsigned {
 
 struct Options {
     uint32_t counts[COMMAND_COUNT] = {};  // how many times each command was accepted
-    std::optional<std::string> componentName;
-    std::optional<std::string> oldVersion;
-    std::optional<std::string> newVersion;
+    MallocString componentName;
+    MallocString oldVersion;
+    MallocString newVersion;
     const char *settingsPath = nullptr;  // borrowed from argv
-    std::optional<std::string> policySubnet;
+    MallocString policySubnet;
     uint32_t policyDhcp = 0;  // 0 or 1
 };
 
