@@ -2,9 +2,9 @@
 
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
 #include "apps/zelan/posix/harbrelCLI/names.h"
 #include "apps/zelan/posix/harbrelCLI/report.h"
@@ -122,8 +122,7 @@ constexpr ConfigureStep NAT_STEPS[] = {
     {UseNAT, "Failed to add NAT to NAT network %s"},
 };
 
-template <size_t N>
-bool ConfigureNetwork(uint32_t vnet, const char *announcement, const ConfigureStep (&steps)[N]) {
+bool ConfigureNetwork(uint32_t vnet, const char *announcement, std::span<const ConfigureStep> steps) {
     const MallocString name = NetworkName(vnet);
     Report(REPORT_NORMAL, announcement, name.get());
     for (const ConfigureStep &step : steps) {

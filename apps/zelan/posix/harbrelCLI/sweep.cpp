@@ -6,30 +6,12 @@
 
 namespace {
 
-// Where one feature of a network stands in the structure, and the word that names it in verbose lines.
-struct Feature {
-    uint8_t HBL_FeatureGroup::*flag;
-    const char *word;
-};
-
-constexpr Feature FEATURES[] = {
-    {&HBL_FeatureGroup::dhcp, "DHCP"},
-    {&HBL_FeatureGroup::nat, "NAT"},
-    {&HBL_FeatureGroup::bridge, "Bridge"},
-    {&HBL_FeatureGroup::hostOnlyAdapter, "HostOnlyAdapter"},
-};
-
-const char *WordIfSet(const HBL_FeatureGroup &group, const Feature &feature) {
-    return group.*feature.flag == 1 ? feature.word : "";
+const char *WordIfSet(uint8_t flag, const char *word) {
+    return flag == 1 ? word : "";
 }
 
 bool AnySet(const HBL_FeatureGroup &group) {
-    for (const Feature &feature : FEATURES) {
-        if (group.*feature.flag == 1) {
-            return true;
-        }
-    }
-    return false;
+    return group.dhcp == 1 || group.nat == 1 || group.bridge == 1 || group.hostOnlyAdapter == 1;
 }
 
 void ReportFeatures(const char *name, const HBL_VnetFeatures &features) {
@@ -37,14 +19,14 @@ void ReportFeatures(const char *name, const HBL_VnetFeatures &features) {
     const HBL_FeatureGroup &runtime = features.runtime;
     if (features.subnet == 1 || AnySet(config)) {
         Report(REPORT_VERBOSE, "Features configured on %s are: %s %s %s %s %s", name,
-               features.subnet == 1 ? "subnet" : "", WordIfSet(config, FEATURES[0]),
-               WordIfSet(config, FEATURES[1]), WordIfSet(config, FEATURES[2]),
-               WordIfSet(config, FEATURES[3]));
+               WordIfSet(features.subnet, "subnet"), WordIfSet(config.dhcp, "DHCP"),
+               WordIfSet(config.nat, "NAT"), WordIfSet(config.bridge, "Bridge"),
+               WordIfSet(config.hostOnlyAdapter, "HostOnlyAdapter"));
     }
     if (AnySet(runtime)) {
         Report(REPORT_VERBOSE, "Runtime features on %s are: %s %s %s %s", name,
-               WordIfSet(runtime, FEATURES[0]), WordIfSet(runtime, FEATURES[1]),
-               WordIfSet(runtime, FEATURES[2]), WordIfSet(runtime, FEATURES[3]));
+               WordIfSet(runtime.dhcp, "DHCP"), WordIfSet(runtime.nat, "NAT"),
+               WordIfSet(runtime.bridge, "Bridge"), WordIfSet(runtime.hostOnlyAdapter, "HostOnlyAdapter"));
     }
 }
 
