@@ -5,6 +5,7 @@
 
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
 
 constexpr char POLICY_FILE[] = "/etc/orvane/orvane-lumet/host.qorp";
@@ -50,14 +51,15 @@ TEST_F(HostPolicy, InstallMovesTheRunningNatNetworkToTheSubnet) {
         Settings());
 }
 
-TEST_F(HostPolicy, InstallStartsWhatRanAndDhcpOnlyIfAsked) {
+TEST_F(HostPolicy, InstallStartsWhatRanPastAFailureAndDhcpOnlyIfAsked) {
     Expect(Run({"--install-host-policy=172.16.9.0,1"}), 0, std::string(CONFIGURED) + COMPLETED, "");
     EXPECT_EQ("zelan-detect.pid ", PidFiles());
     EXPECT_THAT(Settings(), HasSubstr("DHCP yes\n"));
     Start();
-    Expect(Run({"--install-host-policy=172.16.9.0,0"}), 0, std::string(STOPPED_8) + CONFIGURED + COMPLETED,
-           "");
-    EXPECT_EQ("zelan-bridge-8.pid zelan-detect.pid zelan-natd-8.pid zelan-netifup-zelan8.pid ", PidFiles());
+    Must("rm /run/programs/zelan-natd");
+    Expect(Run({"--install-host-policy=172.16.9.0,0"}), 1, std::string(STOPPED_8) + CONFIGURED,
+           "Failed to start NAT service on network zelan8\n");
+    EXPECT_EQ("zelan-bridge-8.pid zelan-detect.pid zelan-netifup-zelan8.pid ", PidFiles());
     EXPECT_EQ("", DhcpFile());
     EXPECT_THAT(Settings(), HasSubstr("DHCP no\n"));
 }
@@ -86,12 +88,15 @@ TEST_F(HostPolicy, InstallThatFailsInTheMiddleStripsTheNetwork) {
     Start();
     const pid_t detection = Pid("zelan-detect");
     Must("rm -r /etc/orvane/zelan8/nat && touch /etc/orvane/zelan8/nat");
+    const std::string rolledBack =
+        "Failed to configure all host policy network settings, cleanup up settigns on network zelan8 ...\n"
+        "Cleaned-up subnet, Cleaned-up netmask, Cleaned-up dhcp, Cleaned-up nat, Cleaned-up hostonly "
+        "adapter\n";
     Expect(Run({"--install-host-policy=172.16.9.0,1"}), 1, STOPPED_8,
-           "Failed to create NAT configuration file for network zelan8\n"
-           "Failed to configure all host policy network settings, cleanup up settigns on network zelan8 ...\n"
-           "Cleaned-up subnet, Cleaned-up netmask, Cleaned-up dhcp, Cleaned-up nat, Cleaned-up hostonly "
-           "adapter\n");
+           "Failed to create NAT configuration file for network zelan8\n" + rolledBack);
     EXPECT_EQ("DHCP no\nNAT no\nVIRTUAL_ADAPTER no\n", Settings());
+    Expect(Run({"--install-host-policy=172.16.9.x,1"}), 1, "",
+           "Failed to set the subnet address: 172.16.9.x for network zelan8\n" + rolledBack);
     EXPECT_EQ("zelan-bridge-0.pid zelan-detect.pid ", PidFiles());
     EXPECT_EQ(detection, Pid("zelan-detect"));
     EXPECT_TRUE(Runs(detection));
@@ -109,42 +114,39 @@ TEST_F(HostPolicy, InstallThatCannotStopTheNetworkChangesNoSetting) {
 TEST_F(HostPolicy, UninstallDeletesTheFileAndRestartsDetection) {
     struct UninstallCase {
         const char *before;
-        int status;
+        const char *location;  // the first word of its line's end
         std::string output;
         const char *errors;
-        bool detects;  // afterwards
+        bool detects;         // afterwards
+        const char *content;  // of the policy file afterwards
     };
-    const std::string done = std::string("Deleted host policy file: ") + POLICY_FILE +
-                             "\nUninstalled host policy network settings\n";
+    const std::string deleted = std::string("Deleted host policy file: ") + POLICY_FILE + "\n";
+    const std::string done = deleted + "Uninstalled host policy network settings\n";
     const UninstallCase cases[] = {
-        {"rmdir $F 2>&-; mkdir -p ${F%/*}; echo policy > $F", 0, done, "", true},
-        {"rm -f $F", 0, done, "", true},
-        {"mkdir $F", 1, "", "Failed to delete host policy file: /etc/orvane/orvane-lumet/host.qorp\n", false},
-        {"rmdir $F; rm $PROGRAM", 1, std::string("Deleted host policy file: ") + POLICY_FILE + "\n",
-         "Failed to start Netdetect service\n", false},
+        {"mkdir -p ${F%/*}; echo policy > $F", "exists", done, "", true, ""},
+        {"rm -f $F", "does not exist", done, "", true, ""},
+        {"mkdir $F", "exists", "", "Failed to delete host policy file: /etc/orvane/orvane-lumet/host.qorp\n",
+         false, ""},
+        {"rmdir $F; rm $PROGRAM", "does not exist", deleted, "Failed to start Netdetect service\n", false,
+         ""},
+        {"echo policy > $F; echo no number > /var/run/zelan-detect.pid", "exists", "",
+         "Failed to stop Netdetect service\n", false, "policy\n"},
     };
     const std::string database = ReadFileText(DATABASE);
     for (const UninstallCase &row : cases) {
         SCOPED_TRACE(row.before);
         Must(std::string("F=") + POLICY_FILE + " PROGRAM=" + Program("zelan-detect") + "; " + row.before);
         const pid_t detection = Pid("zelan-detect");
-        Expect(Run({"--uninstall-host-policy"}), row.status, row.output, row.errors);
+        Expect(Run({"-v", "--uninstall-host-policy"}), *row.errors != '\0' ? 1 : 0,
+               std::string("Commands specified: uninstall-hostpolicy \nHost policy file location: ") +
+                   POLICY_FILE + ", and " + row.location + "\n" + row.output,
+               row.errors);
         EXPECT_TRUE(WaitUntil([detection] { return !Runs(detection); }));
         EXPECT_EQ(row.detects, Runs(Pid("zelan-detect")));
-        EXPECT_FALSE(std::filesystem::is_regular_file(POLICY_FILE));
+        EXPECT_EQ(row.content, ReadFileText(POLICY_FILE));
         EXPECT_EQ(database, ReadFileText(DATABASE));
+        EXPECT_THAT(Log(), EndsWith("HBL_Unload - Harbrel unloaded.\n"));
     }
-}
-
-TEST_F(HostPolicy, UninstallKeepsTheFileWhenDetectionCannotBeStopped) {
-    Must(std::string("mkdir -p /etc/orvane/orvane-lumet && echo policy > ") + POLICY_FILE);
-    WriteFileText(PidFile("zelan-detect"), "no number\n");
-    Expect(Run({"-v", "--uninstall-host-policy"}), 1,
-           "Commands specified: uninstall-hostpolicy \nHost policy file location: "
-           "/etc/orvane/orvane-lumet/host.qorp, and exists\n",
-           "Failed to stop Netdetect service\n");
-    EXPECT_EQ("policy\n", ReadFileText(POLICY_FILE));
-    EXPECT_THAT(Log(), HasSubstr("HBL_Unload - Harbrel unloaded.\n"));
 }
 
 }  // namespace
