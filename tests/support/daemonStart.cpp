@@ -42,10 +42,7 @@ DaemonStart StartDaemonWith(const std::string &program, const std::string &pidFi
 }
 
 void KillDaemon(const DaemonStart &start) {
-    EXPECT_GT(start.pid, 0);
-    if (start.pid > 0) {
-        EXPECT_EQ(0, kill(start.pid, SIGKILL)) << start.pid;
-    }
+    EXPECT_TRUE(start.pid > 0 && kill(start.pid, SIGKILL) == 0) << start.pid;
     unlink(start.pidFile.c_str());
 }
 

@@ -193,6 +193,33 @@ bool WriteFile(uint32_t vnet, const KeptText &kept, const char *confPath, const 
     return written;
 }
 
+// Fewer bytes than asked for are no failure; a piece that comes in part is not written.
+bool CopyBytes(const char *function, size_t left, FILE *source, FILE *destination) {
+    char piece[COPY_PIECE];
+    while (left > 0) {
+        const size_t size = left < sizeof piece ? left : sizeof piece;
+        HBLLog(LOG_INFO2, function, "To read: %zu", size);
+        if (fread(piece, size, 1, source) != 1) {
+            if (ferror(source) != 0) {
+                HBLLog(LOG_ERR, function, "fread: failure while copying file, error: %s",
+                       Err_LastErrnoText());
+                return false;
+            }
+            HBLLog(LOG_ERR, function, "Finished copying");
+            return true;
+        }
+        const size_t written = fwrite(piece, size, 1, destination);
+        HBLLog(LOG_INFO2, function, "Written: %zu", written * size);
+        if (written != 1) {
+            HBLLog(LOG_ERR, function, "fwrite: failure while copying file, error: %s", Err_LastErrnoText());
+            return false;
+        }
+        left -= size;
+    }
+    HBLLog(LOG_INFO2, function, "Finished copying data");
+    return true;
+}
+
 }  // namespace
 
 bool HBLDHCPWriteDHCPCfg(uint32_t vnet) {
@@ -243,27 +270,5 @@ bool HBLCopyFileData(long startPos, long endPos, const char *sourcePath, FILE *d
         HBLLog(LOG_ERR, __func__, "fseek: failed, error: %s", Err_LastErrnoText());
         return false;
     }
-    char piece[COPY_PIECE];
-    while (left > 0) {
-        const size_t size = left < sizeof piece ? left : sizeof piece;
-        HBLLog(LOG_INFO2, __func__, "To read: %zu", size);
-        if (fread(piece, size, 1, source.get()) != 1) {
-            if (ferror(source.get()) != 0) {
-                HBLLog(LOG_ERR, __func__, "fread: failure while copying file, error: %s",
-                       Err_LastErrnoText());
-                return false;
-            }
-            HBLLog(LOG_ERR, __func__, "Finished copying");
-            return true;
-        }
-        const size_t written = fwrite(piece, size, 1, destStream);
-        HBLLog(LOG_INFO2, __func__, "Written: %zu", written * size);
-        if (written != 1) {
-            HBLLog(LOG_ERR, __func__, "fwrite: failure while copying file, error: %s", Err_LastErrnoText());
-            return false;
-        }
-        left -= size;
-    }
-    HBLLog(LOG_INFO2, __func__, "Finished copying data");
-    return true;
+    return CopyBytes(__func__, left, source.get(), destStream);
 }

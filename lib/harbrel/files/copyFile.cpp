@@ -13,21 +13,10 @@ namespace {
 
 constexpr size_t COPY_BLOCK = 1024;
 
-ssize_t ReadBlock(int file, char *block) {
-    ssize_t got = 0;
-    do {
-        got = read(file, block, COPY_BLOCK);
-    } while (got < 0 && errno == EINTR);
-    return got;
-}
-
 // After a short write the rest is tried again, so that a failure leaves its reason in errno.
 bool WriteBlock(int file, const char *block, size_t length) {
     while (length > 0) {
-        const ssize_t written = write(file, block, length);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t written = TEMP_FAILURE_RETRY(write(file, block, length));
         if (written <= 0) {
             return false;
         }
@@ -48,27 +37,27 @@ bool HBLCopyFile(const char *sourcePath, const char *destinationPath) {
     const FileDescriptor source(Posix_Open(sourcePath, O_RDONLY | O_CLOEXEC));
     if (!source) {
         HBLLog(LOG_ERR, __func__, "Could not open source file: %s, error: %s", sourcePath,
-               Err_ErrnoText(errno));
+               Err_LastErrnoText());
         return false;
     }
     const FileDescriptor destination(HBLOpenRegular(destinationPath, O_WRONLY | O_CREAT | O_TRUNC, 0666));
     if (!destination) {
         HBLLog(LOG_ERR, __func__, "Could not open destination file: %s, error: %s", destinationPath,
-               Err_ErrnoText(errno));
+               Err_LastErrnoText());
         return false;
     }
     char block[COPY_BLOCK];
     ssize_t got = 0;
-    while ((got = ReadBlock(source.get(), block)) > 0) {
+    while ((got = TEMP_FAILURE_RETRY(read(source.get(), block, sizeof block))) > 0) {
         if (!WriteBlock(destination.get(), block, static_cast<size_t>(got))) {
             HBLLog(LOG_ERR, __func__, "Writing to destination file: %s failed, error: %s", destinationPath,
-                   Err_ErrnoText(errno));
+                   Err_LastErrnoText());
             return false;
         }
     }
     if (got < 0) {
         HBLLog(LOG_ERR, __func__, "Reading from source file: %s failed, error: %s", sourcePath,
-               Err_ErrnoText(errno));
+               Err_LastErrnoText());
         return false;
     }
     HBLLog(LOG_INFO2, __func__, "Finished reading from source file: %s", sourcePath);

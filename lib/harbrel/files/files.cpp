@@ -78,7 +78,7 @@ bool MakeDirectory(const char *function, const char *path) {
         HBLLog(LOG_WRN, function, "Directory: %s already exists", path);
         return true;
     }
-    HBLLog(LOG_ERR, function, "Cannot create Directory: %s because of: %s", path, Err_ErrnoText(errno));
+    HBLLog(LOG_ERR, function, "Cannot create Directory: %s because of: %s", path, Err_LastErrnoText());
     return false;
 }
 
@@ -86,7 +86,7 @@ bool MakeDevice(const char *function, const char *path, uint32_t vnet) {
     if (Posix_Mknod(path, S_IFCHR | DEVICE_MODE, makedev(ZELAN_MAJOR, vnet)) == 0 || errno == EEXIST) {
         return true;
     }
-    HBLLog(LOG_ERR, function, "Creating zelan device failed, error: %s", Err_ErrnoText(errno));
+    HBLLog(LOG_ERR, function, "Creating zelan device failed, error: %s", Err_LastErrnoText());
     return false;
 }
 
@@ -94,7 +94,7 @@ bool MakeRegularFile(const char *function, const char *path) {
     // Without waiting, should a FIFO stand there.
     const FileDescriptor file(Posix_Open(path, O_CREAT | O_NONBLOCK | O_CLOEXEC, FILE_MODE));
     if (!file) {
-        HBLLog(LOG_ERR, function, "Cannot create File: %s because of: %s", path, Err_ErrnoText(errno));
+        HBLLog(LOG_ERR, function, "Cannot create File: %s because of: %s", path, Err_LastErrnoText());
         return false;
     }
     HBLLog(LOG_INFO2, function, "File: %s created", path);
@@ -137,7 +137,7 @@ bool Record(const char *function, HBLFileKind kind, const char *path) {
         result = RecordRegularFile(path);
     }
     if (result == Recorded::NoMemory) {
-        HBLLog(LOG_ERR, function, "Failed to allocate memory for mtime, error: %s", Err_ErrnoText(errno));
+        HBLLog(LOG_ERR, function, "Failed to allocate memory for mtime, error: %s", Err_LastErrnoText());
     } else if (result == Recorded::Refused) {
         HBLLog(LOG_ERR, function, "Error adding configuration record for creation of file: %s", path);
     }
@@ -178,7 +178,7 @@ bool HBLFileExists(uint32_t vnet, uint32_t fileType, const char *customPath) {
     struct stat status;
     if (Posix_Stat(path, &status) != 0) {
         HBLLog(LOG_ERR, __func__, "Cannot check for file or directory: %s , error: %s", path,
-               Err_ErrnoText(errno));
+               Err_LastErrnoText());
         return false;
     }
     HBLLog(LOG_INFO2, __func__, "File/Directory/Device: %s exists", path);
@@ -226,7 +226,7 @@ bool HBLRemoveFile(uint32_t vnet, uint32_t fileType, const char *customPath) {
     } else if (errno == ENOENT) {
         HBLLog(removal.missingLevel, __func__, removal.missing, path);
     } else {
-        HBLLog(LOG_ERR, __func__, removal.failed, path, Err_ErrnoText(errno));
+        HBLLog(LOG_ERR, __func__, removal.failed, path, Err_LastErrnoText());
         return false;
     }
     return removal.record(path);

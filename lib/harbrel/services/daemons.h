@@ -4,12 +4,19 @@
 
 #include <cstdint>
 
-// *path receives a new text that the caller frees; displayName may be null.
+// vnet is a network's number, service an HBLServiceId. Failures are false, with their reason in the log.
+
+// *path receives a new text that the caller frees; *displayName, which is not wanted when null, a constant.
 bool HBLGetPidFilename(uint32_t vnet, uint32_t service, char **path, const char **displayName);
 // The pid, or 0 if there is none. *openFailed must start false and is set only if the file cannot be opened.
 int32_t HBLExtractPidFromFile(const char *path, bool *openFailed);
 uint32_t HBLServiceStatus(uint32_t vnet, uint32_t service);  // one of the three HBL_SERVICE_STATUS values
+// Kills the daemon and removes its PID file, without waiting for its end. True also when nothing runs; false
+// when the PID file names no process or the process is not ours to signal.
 bool HBLServiceStop(uint32_t vnet, uint32_t service);
+// Blocks until the process that it starts has ended. True once the daemon has reported, whatever the value.
 bool HBLServiceStart(uint32_t vnet, uint32_t service);
-// Both out-parameters may be null.
+// Stops the daemon if it runs, and starts it if it ran (or in any case with `force`) and its option is
+// configured. Both out-parameters may be null; *restarted is set only if the start was decided on and did not
+// fail.
 bool HBLRestartService(uint32_t vnet, uint32_t service, bool *wasRunning, bool *restarted, bool force);
