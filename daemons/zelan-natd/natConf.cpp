@@ -21,6 +21,7 @@ using Setter = const char *(*)(std::string_view value, NatConf *conf);
 // A whole number in the base that its prefix tells, as the library stores what it is given.
 bool ParseNumber(std::string_view text, uint32_t maximum, uint32_t *number) {
     int base = 10;
+    text.remove_prefix(text.starts_with('+') ? 1 : 0);
     if (text.starts_with("0x") || text.starts_with("0X")) {
         text.remove_prefix(2);
         base = 16;
