@@ -250,19 +250,24 @@ TEST_F(DhcpNat, FullDiskInARewriteOfNatConfLeavesTheOldOneInTheBackup) {
 
 TEST_F(DhcpNat, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
     const struct {
-        const char *what;  // stands in the folder of dhcpd.conf
+        const char *what;  // stands in the network's folder
         const char *log;
     } cases[] = {
-        {"rm dhcpd.conf; mkfifo dhcpd.conf", "Cannot create DHCP Config File, "},
-        {"mkfifo dhcpd.conf.bak", "Failed to backup DHCP file. Aborting\n"},
-        {"rm dhcpd.conf; mkdir -p dhcpd.conf/mine", "Cannot create DHCP config file\n"},
+        {"rm dhcpd/dhcpd.conf; mkfifo dhcpd/dhcpd.conf",
+         "DHCPWriteDHCPCfg - Cannot create DHCP Config File, "},
+        {"mkfifo dhcpd/dhcpd.conf.bak", "DHCPWriteDHCPCfg - Failed to backup DHCP file. Aborting\n"},
+        {"rm nat/nat.conf; mkfifo nat/nat.conf",
+         "NATUpdateFromConfig - fopen: failed to open NAT config file, "},
+        {"mkfifo nat/nat.conf.bak", "NATUpdateFromConfig - Failed to backup NAT file\n"},
+        {"rm dhcpd/dhcpd.conf; mkdir -p dhcpd/dhcpd.conf/mine",
+         "DHCPWriteDHCPCfg - Cannot create DHCP config file\n"},
     };
     for (const auto &row : cases) {
         std::filesystem::remove_all(VNET_DIR);
-        ASSERT_TRUE(UpdateDhcp());
-        Must("cd /etc/orvane/zelan8/dhcpd; " + std::string(row.what));
-        EXPECT_FALSE(UpdateDhcp());
-        EXPECT_THAT(TakeLog(), HasSubstr(std::string("HBLDHCPWriteDHCPCfg - ") + row.log)) << row.what;
+        ASSERT_TRUE(UpdateDhcp() && HBL_UpdateNATFromConfig("zelan8"));
+        Must(std::string("cd /etc/orvane/zelan8; ") + row.what);
+        EXPECT_FALSE(UpdateDhcp() && HBL_UpdateNATFromConfig("zelan8"));
+        EXPECT_THAT(TakeLog(), HasSubstr(row.log)) << row.what;
     }
     EXPECT_TRUE(std::filesystem::exists(DHCP_CONF + "/mine"));
 }

@@ -1,6 +1,5 @@
 // The generated nat.conf: its bytes, its backup, and its removal.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <string>
 
@@ -8,7 +7,6 @@
 #include "lib/harbrel/dhcp/dhcp.h"
 #include "lib/harbrel/nat/nat.h"
 #include "tests/support/fakePrograms.h"
-#include "tests/support/logCapture.h"
 
 namespace {
 
@@ -64,22 +62,6 @@ TEST_F(NatConfig, FileIsWrittenAnewWithItsPredecessorInTheBackup) {
                   "[incomingtcp]\n8888 = 192.168.10.50:80\n\n",
               ReadFileText(Path()));
     EXPECT_EQ("mine", ReadFileText(Path("nat.conf.bak")));
-}
-
-TEST_F(NatConfig, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
-    ASSERT_TRUE(HBLNATUpdateFromConfig(8));
-    ASSERT_EQ(0, mkfifo(Path("nat.conf.bak").c_str(), 0600));
-    LogCapture log;
-    EXPECT_FALSE(HBLNATUpdateFromConfig(8));
-    EXPECT_EQ("HBLCopyFile - Could not open destination file: " + Path("nat.conf.bak") +
-                  ", error: No such device or address\nHBLNATUpdateFromConfig - Failed to backup NAT file\n",
-              log.Take());
-    std::filesystem::remove(Path("nat.conf.bak"));
-    std::filesystem::remove(Path());
-    ASSERT_EQ(0, mkfifo(Path().c_str(), 0600));
-    EXPECT_FALSE(HBLNATUpdateFromConfig(8));
-    EXPECT_FALSE(std::filesystem::exists(Path(""))) << "removed as newly created";
-    EXPECT_TRUE(HBLNATUpdateFromConfig(8));
 }
 
 TEST_F(NatConfig, SecondServiceToGoTakesTheNetworksFolder) {
