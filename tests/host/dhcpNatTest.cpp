@@ -52,12 +52,6 @@ class DhcpNat : public LibraryTest {
         EXPECT_TRUE(judged.Succeeded()) << judged << ReadFileText(DHCP_CONF);
         return true;
     }
-    static void AddMappings(int count) {
-        for (int i = 10; i < 10 + count; i++) {
-            EXPECT_TRUE(HBL_SetDHCPIPToMAC("zelan8", ("192.168.10." + std::to_string(i)).c_str(),
-                                           ("02:00:00:00:00:" + std::to_string(i)).c_str()));
-        }
-    }
     // Gives the network's folder a file system of so many pages.
     static void MountVnetDir(size_t pages) {
         mkdir(VNET_DIR, 0755);
@@ -209,7 +203,10 @@ TEST_F(DhcpNat, FullDiskInARewriteOfDhcpdConfLeavesTheOldOneWhole) {
         std::string before = ReadFileText(DHCP_CONF);
         before.resize(std::max(before.size(), row.oldPages * static_cast<size_t>(getpagesize())), '#');
         WriteFileText(DHCP_CONF, before);
-        AddMappings(row.mappings);
+        for (int i = 10; i < 10 + row.mappings; i++) {
+            EXPECT_TRUE(HBL_SetDHCPIPToMAC("zelan8", ("192.168.10." + std::to_string(i)).c_str(),
+                                           ("02:00:00:00:00:" + std::to_string(i)).c_str()));
+        }
         TakeLog();
         EXPECT_FALSE(UpdateDhcp());
         const std::string log = TakeLog();

@@ -61,7 +61,11 @@ class Nat : public testing::Test {
     std::unique_ptr<Machine> guest_;
 };
 
-TEST_F(Nat, GuestGetsOutUnderTheHostsAddress) {
+std::string ForwardingOf(const char *name) {
+    return ReadFileText(std::string("/proc/sys/net/ipv4/conf/") + name + "/forwarding");
+}
+
+TEST_F(Nat, GuestGetsOutUnderTheHostsAddressByAnyAdapter) {
     Start(Configuration());
     Responder tcp(&outside_, SOCK_STREAM, {OUTSIDE, 7000}, Peer);
     Responder udp(&outside_, SOCK_DGRAM, {OUTSIDE, 7000}, Peer);
@@ -69,6 +73,11 @@ TEST_F(Nat, GuestGetsOutUnderTheHostsAddress) {
     EXPECT_EQ(HOST, Exchange(guest_.get(), SOCK_DGRAM, {OUTSIDE, 7000}, "x")) << start_;
     EXPECT_TRUE(GuestPings(OUTSIDE)) << start_;
     EXPECT_EQ("", Exchange(&outside_, SOCK_STREAM, {GUEST, 22}, "x", SHORT)) << "the way in is open";
+    Machine late("late");
+    late.ConnectToHost("eth1", "eth0", "198.51.100.9/24");
+    Must("ip address add 198.51.100.1/24 dev eth1");
+    EXPECT_TRUE(WaitUntil([] { return ForwardingOf("eth1") == "1\n"; }));
+    EXPECT_TRUE(GuestPings("198.51.100.9"));
     if (access("/proc/net/nf_conntrack", R_OK) != 0) {
         GTEST_SKIP() << "this kernel does not show how long its flows live";
     }
@@ -107,7 +116,7 @@ TEST_F(Nat, ForwardThatCannotBeIsNamedAndThousandsOfOthersWork) {
         forwards += std::to_string(port) + " = 192.168.10.50:" + std::to_string(port) + "\n";
     }
     Responder taken(nullptr, SOCK_STREAM, {"127.0.0.1", 8888}, Peer);
-    Start(Configuration("", "6000 = 10.1.1.1:1\n", forwards));
+    Start(Configuration("activeFTP = 0\n", "6000 = 10.1.1.1:1\n", forwards));
     EXPECT_EQ(
         "zelan-natd - UDP port 6000 is not forwarded: 10.1.1.1 is no address of the network\n"
         "zelan-natd - TCP port 8888 is not forwarded to 192.168.10.50: Address already in use\n",
@@ -129,10 +138,6 @@ Responder::Answer Resolver(const std::string &name) {
         const size_t start = request.size() > 20 ? 2 : 0;
         return request.substr(0, start + 2) + "\x81" + request.substr(start + 3) + name;
     };
-}
-
-std::string OverTcp(const std::string &message) {
-    return std::string(1, '\0') + static_cast<char>(message.size()) + message;
 }
 
 TEST_F(Nat, GuestsQuestionsGoToTheHostsNameServers) {
@@ -162,17 +167,14 @@ TEST_F(Nat, GuestsQuestionsGoToTheHostsNameServers) {
         const std::string udp = Exchange(guest_.get(), SOCK_DGRAM, {GATEWAY, 53}, message);
         EXPECT_EQ(message.substr(0, 2), udp.substr(0, 2)) << row.condition;
         EXPECT_TRUE(udp.ends_with(row.answeredBy)) << row.condition << ": " << udp;
-        const std::string tcp = Exchange(guest_.get(), SOCK_STREAM, {GATEWAY, 53}, OverTcp(message));
+        const std::string length = {'\0', static_cast<char>(message.size())};
+        const std::string tcp = Exchange(guest_.get(), SOCK_STREAM, {GATEWAY, 53}, length + message);
         EXPECT_TRUE(tcp.ends_with(row.answeredBy)) << row.condition << ": " << tcp;
     }
     WriteFileText("/etc/resolv.conf", "nameserver 127.0.0.9\n");
     const std::string refusal = Exchange(guest_.get(), SOCK_DGRAM, {GATEWAY, 53}, Question(number), SHORT);
     ASSERT_GE(refusal.size(), 4U) << start_;
     EXPECT_EQ(2, refusal[3] & 0x0f) << "no server failure";
-}
-
-std::string ForwardingOf(const char *name) {
-    return ReadFileText(std::string("/proc/sys/net/ipv4/conf/") + name + "/forwarding");
 }
 
 TEST_F(Nat, KilledDaemonLeavesNothingButForwardingThatTheHostHasTurnedOn) {
@@ -190,15 +192,6 @@ TEST_F(Nat, KilledDaemonLeavesNothingButForwardingThatTheHostHasTurnedOn) {
     KillDaemon(start_);
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
     EXPECT_EQ("1\n", ForwardingOf("eth0"));
-}
-
-TEST_F(Nat, AdapterThatComesLaterIsForwardedToo) {
-    Start(Configuration());
-    Machine late("late");
-    late.ConnectToHost("eth1", "eth0", "198.51.100.9/24");
-    Must("ip address add 198.51.100.1/24 dev eth1");
-    EXPECT_TRUE(WaitUntil([] { return ForwardingOf("eth1") == "1\n"; }));
-    EXPECT_TRUE(GuestPings("198.51.100.9"));
 }
 
 TEST_F(Nat, OneStartedRightAfterAKillReplacesItsPredecessor) {
@@ -266,16 +259,15 @@ TEST_F(Nat, ActiveFtpReachesTheGuestWhenAsked) {
     const std::string client = "exec 3<>/dev/tcp/" + std::string(OUTSIDE) +
                                "/21; for line in 'USER x' 'PORT 192,168,10,50,5,1'; do"
                                " printf '%s\r\n' \"$line\" >&3; read -r reply <&3; done; echo $reply";
+    Start(Configuration());
+    if (start_.Log().find("lacks the FTP helper") != std::string::npos) {
+        GTEST_SKIP() << start_;
+    }
+    Responder data(guest_.get(), SOCK_STREAM, {GUEST, 5 * 256 + 1}, [](auto &, auto &) { return "thanks"; });
     for (const auto &[setting, reply] : {std::pair{"1", "thanks\n"}, {"0", "\n"}}) {
-        Start(Configuration(std::string("activeFTP = ") + setting + "\n"));
-        if (start_.Log().find("lacks the FTP helper") != std::string::npos) {
-            GTEST_SKIP() << start_;
-        }
-        Responder data(guest_.get(), SOCK_STREAM, {GUEST, 5 * 256 + 1},
-                       [](auto &, auto &) { return "thanks"; });
-        EXPECT_EQ(reply, RunCommand(guest_->Inside({"bash", "-c", client})).output) << start_;
         KillDaemon(start_);
-        guest_.reset();
+        start_ = StartNat(Configuration(std::string("activeFTP = ") + setting + "\n"));
+        EXPECT_EQ(reply, RunCommand(guest_->Inside({"bash", "-c", client})).output) << start_;
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 namespace {
@@ -26,34 +27,30 @@ timeout = +0x1E
 
 )";
 
-TEST(NatConf, WholeFileIsRead) {
-    NatConf conf;
-    NatConfFault fault;
-    ASSERT_TRUE(NatConf_Parse(WHOLE, &conf, &fault)) << fault.line << ": " << fault.reason;
-    EXPECT_EQ("192.168.10.2", Ipv4_Text(conf.gateway));
-    EXPECT_EQ(24, conf.prefix);
-    EXPECT_EQ(8, conf.network);
-    EXPECT_FALSE(conf.activeFtp);
-    EXPECT_FALSE(conf.allowAnyOui);
-    EXPECT_EQ(30U, conf.udpTimeout);
-    ASSERT_EQ(3U, conf.forwards.size());
-    EXPECT_FALSE(conf.forwards[0].tcp);
-    EXPECT_TRUE(conf.forwards[1].tcp);
-    EXPECT_EQ(65535, conf.forwards[2].hostPort);
-    EXPECT_EQ("192.168.10.52", Ipv4_Text(conf.forwards[2].guest));
-    EXPECT_EQ(1, conf.forwards[2].guestPort);
+std::string Shown(const NatConf &conf) {
+    std::ostringstream text;
+    text << Ipv4_Text(conf.gateway) << "/" << conf.prefix << " on " << conf.network << ", FTP "
+         << conf.activeFtp << ", OUI " << conf.allowAnyOui << ", " << conf.udpTimeout << " s";
+    for (const PortForward &forward : conf.forwards) {
+        text << (forward.tcp ? ", TCP " : ", UDP ") << forward.hostPort << " to " << Ipv4_Text(forward.guest)
+             << ":" << forward.guestPort;
+    }
+    return text.str();
 }
 
 TEST(NatConf, WhatIsLeftOutHasItsDefault) {
-    NatConf conf;
-    NatConfFault fault;
-    ASSERT_TRUE(NatConf_Parse("[host]\n\tip=10.0.0.1 \nnetmask\t=\t255.255.255.252", &conf, &fault))
-        << fault.reason;
-    EXPECT_EQ(-1, conf.network);
-    EXPECT_TRUE(conf.activeFtp);
-    EXPECT_TRUE(conf.allowAnyOui);
-    EXPECT_EQ(60U, conf.udpTimeout);
-    EXPECT_TRUE(conf.forwards.empty());
+    const std::pair<const char *, const char *> cases[] = {
+        {WHOLE,
+         "192.168.10.2/24 on 8, FTP 0, OUI 0, 30 s, UDP 6000 to 192.168.10.50:6001, "
+         "TCP 6000 to 192.168.10.51:80, TCP 65535 to 192.168.10.52:1"},
+        {"[host]\n\tip=10.0.0.1 \nnetmask\t=\t255.255.255.252", "10.0.0.1/30 on -1, FTP 1, OUI 1, 60 s"},
+    };
+    for (const auto &[text, shown] : cases) {
+        NatConf conf;
+        NatConfFault fault;
+        ASSERT_TRUE(NatConf_Parse(text, &conf, &fault)) << fault.line << ": " << fault.reason;
+        EXPECT_EQ(shown, Shown(conf));
+    }
 }
 
 TEST(NatConf, BrokenFileIsRefusedWithLineAndReason) {

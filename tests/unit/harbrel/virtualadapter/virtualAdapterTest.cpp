@@ -9,14 +9,10 @@
 
 namespace {
 
-class VirtualAdapter : public testing::Test {
-  protected:
-    FakePrograms cache_;
-    LogCapture log_;
-};
-
 // The interface does not exist, so that settings in order would end at the first ioctl.
-TEST_F(VirtualAdapter, EnableStopsAtTheFirstSettingThatIsWrong) {
+TEST(VirtualAdapter, EnableStopsAtTheFirstSettingThatIsWrong) {
+    FakePrograms cache;
+    LogCapture log;
     static constexpr struct {
         const char *field;
         const char *value;  // what spoils it; null: removed
@@ -35,14 +31,14 @@ TEST_F(VirtualAdapter, EnableStopsAtTheFirstSettingThatIsWrong) {
          "Converting subnet address: 192.168.40.00 to network format failed"},
     };
     for (const auto &row : CASES) {
-        cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", "no-such-link");
-        cache_.Answer("VNET_8_VIRTUAL_ADAPTER_ADDR", "192.168.40.7");
-        cache_.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
-        cache_.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
+        cache.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", "no-such-link");
+        cache.Answer("VNET_8_VIRTUAL_ADAPTER_ADDR", "192.168.40.7");
+        cache.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
+        cache.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
         ASSERT_TRUE(row.value != nullptr ? HBLSetVnetCfg(8, row.field, row.value)
                                          : HBLRemoveVnetCfg(8, row.field));
         EXPECT_FALSE(HBLVirtAdapterEnable(8)) << row.line;
-        EXPECT_THAT(log_.Take(), testing::EndsWith("HBLVirtAdapterEnable - " + std::string(row.line) + "\n"));
+        EXPECT_THAT(log.Take(), testing::EndsWith("HBLVirtAdapterEnable - " + std::string(row.line) + "\n"));
     }
 }
 
