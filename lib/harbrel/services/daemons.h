@@ -16,7 +16,7 @@ uint32_t HBLServiceStatus(uint32_t vnet, uint32_t service);  // one of the three
 bool HBLServiceStop(uint32_t vnet, uint32_t service);
 // Blocks until the process that it starts has ended. True once the daemon has reported, whatever the value.
 bool HBLServiceStart(uint32_t vnet, uint32_t service);
-// Stops the daemon if it runs, and starts it if it ran (or in any case with `force`) and its option is
-// configured. Both out-parameters may be null; *restarted is set only if the start was decided on and did not
-// fail.
+// Stops the daemon if it runs, and starts it again if its option is configured; one that does not run is
+// started with `force` only. Both out-parameters may be null. *restarted tells whether it was started, and
+// stays untouched when nothing was tried and when anything fails.
 bool HBLRestartService(uint32_t vnet, uint32_t service, bool *wasRunning, bool *restarted, bool force);
