@@ -107,6 +107,9 @@ VThreadID VThreadTable_ReserveDynamic() {
 
 void VThreadTable_Release(VThreadID id) {
     VThreadInfo *info = VThreadTable_Get(id);
+    if (info == nullptr) {
+        return;
+    }
     info->state.store(VTHREAD_SLOT_RELEASING);
     memset(info->name, 0, sizeof info->name);
     info->autoRelease = false;
