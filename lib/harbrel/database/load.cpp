@@ -1,5 +1,3 @@
-#include <cerrno>
-
 #include "lib/dict/dictionary.h"
 #include "lib/err/errText.h"
 #include "lib/file/fileLock.h"

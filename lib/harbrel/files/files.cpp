@@ -5,7 +5,6 @@
 #include <sys/sysmacros.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "lib/err/errText.h"

@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "lib/harbrel/addresses/addresses.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 #include "lib/string/str.h"
