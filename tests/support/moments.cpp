@@ -111,10 +111,11 @@ Moments::Moments(const Scenario &scenario) : scenario_(scenario) {
     // The first process of the trace is the tool.
     const std::string folder = folder_ / "undisturbed";
     std::filesystem::create_directory(folder);
-    WriteFileText(folder + "/script", Script(folder, Tracer(!scenario_.daemonsRun, ""), "") +
-                                          "awk '{ sub(/\\(.*/, \"\", $2); if (NR == 1) tool = $1; if ($1 == "
-                                          "tool) count[$2]++ } END { for (call in count) print call, "
-                                          "count[call] }' trace > calls\n");
+    WriteFileText(folder + "/script",
+                  Script(folder, Tracer(!scenario_.daemonsRun, ""), "") +
+                      "awk '$2 ~ /^[a-z]/ { sub(/\\(.*/, \"\", $2); if (NR == 1) tool = $1; if ($1 == "
+                      "tool) count[$2]++ } END { for (call in count) print call, "
+                      "count[call] }' trace > calls\n");
     RunAll(folder_.Path());
     std::istringstream lines(ReadFileText(folder + "/calls"));
     std::string call;
