@@ -85,7 +85,7 @@ class DnsOverTcp {
     static void Connect(Connection *connection, NameServers *servers);
     static void Advance(Connection *connection, NameServers *servers);
     static bool Move(int from, int to, Stream *stream);
-    static short Events(const Connection &connection, bool guest);
+    static pollfd WaitFor(const Connection &connection, bool guest);
 
     FileDescriptor listener_;
     std::vector<Connection> connections_;

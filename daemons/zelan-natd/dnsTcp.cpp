@@ -27,23 +27,25 @@ bool DnsOverTcp::Listen(Ipv4 gateway) {
     return listener_ && listen(listener_.get(), BACKLOG) == 0;
 }
 
-// The ends of a connection that take nothing and give nothing are still watched for their failure.
-short DnsOverTcp::Events(const Connection &connection, bool guest) {
+// An end that has nothing to take or to give is not watched: poll would tell that it has hung up for as long
+// as the other end lives.
+pollfd DnsOverTcp::WaitFor(const Connection &connection, bool guest) {
     const Stream &in = guest ? connection.up : connection.down;
     const Stream &out = guest ? connection.down : connection.up;
+    const int handle = (guest ? connection.guest : connection.server).get();
     if (connection.connecting) {
-        return guest ? 0 : POLLOUT;
+        return {guest ? -1 : handle, POLLOUT, 0};
     }
-    return static_cast<short>((in.bytes.empty() && !in.ended ? POLLIN : 0) |
-                              (out.bytes.empty() ? 0 : POLLOUT));
+    const int events = (in.bytes.empty() && !in.ended ? POLLIN : 0) | (out.bytes.empty() ? 0 : POLLOUT);
+    return {events != 0 ? handle : -1, static_cast<short>(events), 0};
 }
 
 void DnsOverTcp::Collect(std::vector<pollfd> *waits) const {
     bool full = connections_.size() >= MAX_CONNECTIONS;
     waits->push_back({full ? -1 : listener_.get(), POLLIN, 0});
     for (const Connection &connection : connections_) {
-        waits->push_back({connection.guest.get(), Events(connection, true), 0});
-        waits->push_back({connection.server.get(), Events(connection, false), 0});
+        waits->push_back(WaitFor(connection, true));
+        waits->push_back(WaitFor(connection, false));
     }
 }
 
