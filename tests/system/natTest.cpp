@@ -222,13 +222,9 @@ TEST_F(Nat, OtherNetworksStayClosedToTheGuests) {
 
 TEST_F(Nat, SendersOfOtherMakersAreRefusedWhenAsked) {
     Start(Configuration("allowAnyOUI = 0\n"));
-    const struct {
-        const char *mac;
-        bool allowed;
-    } cases[] = {{"52:54:00:12:34:56", true}, {"00:1b:21:00:00:01", false}};
-    for (const auto &row : cases) {
-        Must(std::string("ip -n zelan-g link set eth0 address ") + row.mac);
-        EXPECT_EQ(row.allowed, GuestPings(OUTSIDE)) << row.mac;
+    for (const auto &[mac, allowed] : {std::pair{"52:54:00:12:34:56", true}, {"00:1b:21:00:00:01", false}}) {
+        Must(std::string("ip -n zelan-g link set eth0 address ") + mac);
+        EXPECT_EQ(allowed, GuestPings(OUTSIDE)) << mac;
     }
 }
 

@@ -34,9 +34,7 @@ class NatConfig : public testing::Test {
         Answer("HOSTONLY_SUBNET", "192.168.10.0");
         Answer("HOSTONLY_NETMASK", "255.255.255.0");
     }
-    void Answer(const std::string &field, const std::string &value) {
-        cache_.Answer("VNET_8_" + field, value);
-    }
+    void Answer(const std::string &field, const char *value) { cache_.Answer("VNET_8_" + field, value); }
     std::string Path(const std::string &name = "nat.conf") { return cache_.Path("conf/zelan8/nat/" + name); }
 
     FakePrograms cache_;
@@ -61,14 +59,14 @@ TEST_F(NatConfig, FileIsWrittenAnewWithItsPredecessorInTheBackup) {
                   "timeout = 0\n[incomingudp]\n6000 = 192.168.10.50:6001\n\n"
                   "[incomingtcp]\n8888 = 192.168.10.50:80\n\n",
               ReadFileText(Path()));
+    Answer("NAT_PARAM_UDP_TIMEOUT", "1000000000");
+    EXPECT_FALSE(HBLNATUpdateFromConfig(8)) << "there is room for nine digits";
     EXPECT_EQ("mine", ReadFileText(Path("nat.conf.bak")));
 }
 
 TEST_F(NatConfig, SecondServiceToGoTakesTheNetworksFolder) {
-    using Update = bool (*)(uint32_t);
-    const std::pair<Update, Update> orders[] = {{HBLNATUpdateFromConfig, HBLDHCPUpdateFromConfig},
-                                                {HBLDHCPUpdateFromConfig, HBLNATUpdateFromConfig}};
-    for (const auto &[first, second] : orders) {
+    for (const auto &[first, second] : {std::pair{&HBLNATUpdateFromConfig, &HBLDHCPUpdateFromConfig},
+                                        {&HBLDHCPUpdateFromConfig, &HBLNATUpdateFromConfig}}) {
         Answer("NAT", "yes");
         Answer("DHCP", "yes");
         ASSERT_TRUE(first(8) && second(8) && second(8));
