@@ -8,13 +8,24 @@
 #include "daemons/common/complain.h"
 #include "daemons/common/switch.h"
 
+namespace {
+
+// Without regard to case, as the library names adapters.
+bool IsNamed(const AdapterRule &rule, const std::string &name) {
+    return std::any_of(rule.names.begin(), rule.names.end(), [&name](const std::string &listed) {
+        return strcasecmp(listed.c_str(), name.c_str()) == 0;
+    });
+}
+
+}  // namespace
+
 bool Adapters_Takes(const AdapterRule &rule, const LinkInfo &link) {
     constexpr char OWN_PREFIX[] = "zelan";
     if (link.type != ARPHRD_ETHER || (link.flags & IFF_LOOPBACK) != 0 ||
         strncasecmp(link.name.c_str(), OWN_PREFIX, sizeof OWN_PREFIX - 1) == 0) {
         return false;
     }
-    bool named = std::find(rule.names.begin(), rule.names.end(), link.name) != rule.names.end();
+    bool named = IsNamed(rule, link.name);
     return rule.takesAll ? !named && link.master == 0 : named;
 }
 

@@ -10,7 +10,7 @@
 #include "daemons/common/link.h"
 #include "daemons/zelan-bridge/cable.h"
 
-// Either every Ethernet adapter but those named, or those named alone.
+// Either every Ethernet adapter but those named, or those named alone. Case is not significant.
 struct AdapterRule {
     bool takesAll = false;
     std::vector<std::string> names;
@@ -32,7 +32,7 @@ class CableSet {
     // only noted, since an interface that is being set up is seldom what it will be a moment later.
     void TakeAnnouncements();
 
-    // Looks at the noted ones as they are now. Returns whether any cable was added.
+    // Looks at the noted ones as they are now, and connects those that the rule still takes.
     void TakeNoted();
     bool HasNoted() const { return !noted_.empty(); }
 

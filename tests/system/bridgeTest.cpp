@@ -123,7 +123,7 @@ TEST(Bridge, DefaultNetworkTakesEveryAdapterButTheExcluded) {
     Must("ip link add name eth3 type veth peer name eth4");
     Must("ip link add name ZELANx type veth peer name slave");
     Must("ip link add name br9 type bridge && ip link set slave master br9");
-    DaemonStart start = StartBridge(0, {"-eeth2", "-eeth4"});
+    DaemonStart start = StartBridge(0, {"-eeth2", "-eETH4"});
     ASSERT_TRUE(start.CameUp()) << start;
     for (const char *taken : {"eth1", "eth3", "br9"}) {
         EXPECT_TRUE(IsBridged(taken)) << taken;
