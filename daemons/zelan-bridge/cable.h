@@ -50,10 +50,6 @@ class Cable {
     bool OpenSocket();
     bool SendHeld();
 
-    // The largest frame that an offloading sender makes, its Ethernet and VLAN headers and the virtio-net
-    // header.
-    static constexpr size_t FRAME_SPACE = 65536 + 64;
-
     int adapterIndex_ = 0;
     uint32_t mtu_ = 0;
     std::string adapterName_;

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "daemons/common/link.h"
+
 uint64_t GuestTable::Sender(const uint8_t *frame) {
     constexpr size_t SENDER_OFFSET = 6;
     uint64_t address = 0;

@@ -8,9 +8,8 @@
 
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
-
-#include "daemons/common/link.h"
 
 class GuestTable {
   public:

@@ -4,6 +4,7 @@
 #include <linux/if_addr.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "daemons/common/complain.h"

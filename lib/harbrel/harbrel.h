@@ -295,7 +295,8 @@ HBL_API bool HBL_DisableNetworkAdapter(const char *vnet);
  * no adapter is configured any more. Locks. */
 HBL_API bool HBL_UpdateAdapterFromConfig(const char *vnet);
 
-/* *installed: an adapter is configured; *enabled: its interface is up. */
+/* *installed: an adapter is configured; *enabled: its interface is up. When the interface cannot be asked the
+ * call fails, with *installed set. */
 HBL_CHECKED bool HBL_GetVnetAdapterStatus(const char *vnet, bool *installed, bool *enabled);
 
 /* Makes /dev/zelan<N>; one that exists is success. */

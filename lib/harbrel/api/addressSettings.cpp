@@ -58,7 +58,7 @@ constexpr AddressGetter ADAPTER_GETTER = {"Arguments - v: %p,%s, ad: %p, sz:%p,%
 
 // A null value removes the setting.
 bool SetAddress(const AddressSetter &setter, const char *function, const char *vnet, const char *value) {
-    ApiFrame frame(function);
+    const ApiFrame frame(function);
     if (!frame.Loaded()) {
         return false;
     }
@@ -86,7 +86,7 @@ bool SetAddress(const AddressSetter &setter, const char *function, const char *v
 
 bool GetAddress(const AddressGetter &getter, const char *function, const char *vnet, char *out, uint32_t *len,
                 bool computeDefault) {
-    ApiFrame frame(function);
+    const ApiFrame frame(function);
     if (!frame.Loaded()) {
         return false;
     }

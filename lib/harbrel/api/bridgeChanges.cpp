@@ -78,7 +78,7 @@ bool CheckNewDefault(const char *function, const HBL_NetworkID *netId) {
 }  // namespace
 
 bool HBL_SetBridgeDefaultNetwork(const HBL_NetworkID *netId) {
-    ApiFrame frame(__func__);
+    const ApiFrame frame(__func__);
     if (!frame.Loaded()) {
         return false;
     }

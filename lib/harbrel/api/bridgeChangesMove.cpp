@@ -152,7 +152,7 @@ bool MoveUnderLock(const char *function, AdapterMove *move) {
 
 bool HBL_BridgeMoveAdapter(const HBL_HostAdapter *adapter, const HBL_NetworkID *source,
                            const HBL_NetworkID *destination) {
-    ApiFrame frame(__func__);
+    const ApiFrame frame(__func__);
     if (!frame.Loaded()) {
         return false;
     }

@@ -1,6 +1,4 @@
 // What a network is configured to do and what runs on it, and the search for a network by both.
-#include <cstddef>
-
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/frame/apiFrame.h"
@@ -10,13 +8,6 @@
 #include "lib/harbrel/virtualadapter/virtualAdapter.h"
 
 namespace {
-
-// Callers of the library read these structures by offset.
-static_assert(sizeof(HBL_FeatureGroup) == 32);
-static_assert(offsetof(HBL_VnetFeatures, net) == 4);
-static_assert(offsetof(HBL_VnetFeatures, subnet) == 32);
-static_assert(offsetof(HBL_VnetFeatures, config) == 33);
-static_assert(offsetof(HBL_VnetFeatures, runtime) == 65);
 
 struct Feature {
     uint8_t HBL_FeatureGroup::*byte;
@@ -158,7 +149,7 @@ bool ReadFeatures(const char *function, HBL_VnetFeatures *ft) {
 }  // namespace
 
 bool HBL_GetVnetFeatures(HBL_VnetFeatures *ft) {
-    ApiFrame frame(__func__);
+    const ApiFrame frame(__func__);
     if (!frame.Loaded()) {
         return false;
     }
@@ -172,7 +163,7 @@ bool HBL_GetVnetFeatures(HBL_VnetFeatures *ft) {
 }
 
 bool HBL_FindVnetWithFeatures(HBL_VnetFeatures *ft) {
-    ApiFrame frame(__func__);
+    const ApiFrame frame(__func__);
     if (!frame.Loaded()) {
         return false;
     }

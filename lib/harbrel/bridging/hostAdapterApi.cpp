@@ -76,7 +76,7 @@ AdapterListBlock MakeContiguous(const char *function, const HostAdapterChain &ch
 }  // namespace
 
 bool HBL_GetHostAdapterList(uint32_t version, HBL_HostAdapterList **header) {
-    ApiFrame frame(__func__);
+    const ApiFrame frame(__func__);
     if (!frame.Loaded()) {
         return false;
     }
@@ -112,7 +112,7 @@ void HBL_FreeHostAdapterList(HBL_HostAdapterList *header) {
 }
 
 bool HBL_GetBridgeDefaultNetwork(HBL_NetworkID *netId) {
-    ApiFrame frame(__func__);
+    const ApiFrame frame(__func__);
     if (!frame.Loaded()) {
         return false;
     }

@@ -7,7 +7,7 @@
 // The constructor writes the entering line and makes the loaded test; the destructor writes the exiting line,
 // unless the library was not loaded. A function reads:
 //
-//     ApiFrame frame(__func__);
+//     const ApiFrame frame(__func__);
 //     if (!frame.Loaded()) return false;
 //     HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s", ...);
 class ApiFrame {

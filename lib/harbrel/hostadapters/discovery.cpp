@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 
 #include "lib/err/errText.h"
@@ -38,7 +37,7 @@ bool SendLinkDumpRequest(int netlinkSocket) {
     if (sendto(netlinkSocket, &request, sizeof request, 0, reinterpret_cast<const sockaddr *>(&kernel),
                sizeof kernel) == -1) {
         HBLLog(LOG_ERR, FUNCTION, "Failure in sending request message on netlink socket: %s",
-               Err_ErrnoText(errno));
+               Err_LastErrnoText());
         return false;
     }
     return true;
@@ -68,7 +67,7 @@ bool PeekDatagram(int netlinkSocket, MallocBlock<void> *buffer, size_t *length) 
         const ssize_t received = recv(netlinkSocket, buffer->get(), size, MSG_PEEK);
         if (received == -1) {
             HBLLog(LOG_ERR, FUNCTION, "Failed while reading data from netlink socket:  %s",
-                   Err_ErrnoText(errno));
+                   Err_LastErrnoText());
             return false;
         }
         *length = static_cast<size_t>(received);
@@ -95,7 +94,7 @@ bool HBLCreateHostAdapList(uint32_t *count, HBL_HostAdapter **head) {
     const auto processId = static_cast<uint32_t>(getpid());
     const FileDescriptor netlinkSocket(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
     if (!netlinkSocket) {
-        HBLLog(LOG_ERR, FUNCTION, "Failure in creating netlink socket, error: %s", Err_ErrnoText(errno));
+        HBLLog(LOG_ERR, FUNCTION, "Failure in creating netlink socket, error: %s", Err_LastErrnoText());
         return false;
     }
     MallocBlock<void> buffer;

@@ -8,7 +8,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -80,13 +79,13 @@ void QueryDriverName(HBL_HostAdapter *adapter) {
     const FileDescriptor querySocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!querySocket) {
         HBLLog(LOG_ERR, FUNCTION, "Error opening socket for querying driver name for adapter: %s, error: %s",
-               adapter->displayName, Err_ErrnoText(errno));
+               adapter->displayName, Err_LastErrnoText());
         return;
     }
     if (ioctl(querySocket.get(), SIOCETHTOOL, &request) == -1) {
         HBLLog(LOG_ERR, FUNCTION,
                "Ioctl on socket for querying driver name for adapter: %s failed, error: %s",
-               adapter->displayName, Err_ErrnoText(errno));
+               adapter->displayName, Err_LastErrnoText());
         return;
     }
     CopyDriverName(info, adapter);

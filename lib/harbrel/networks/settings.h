@@ -27,9 +27,9 @@ const char *HBLGetVnetCfg(uint32_t vnet, const char *field);  // belongs to the 
 // *size: in the buffer's size, out the length with its terminator (also when it does not fit).
 bool HBLGetVnetCfgCpy(uint32_t vnet, const char *field, char *out, size_t *size);
 bool HBLSetVnetCfg(uint32_t vnet, const char *field, const char *value);
-bool HBLRemoveVnetCfg(uint32_t vnet, const char *field);
-bool HBLGetVnetCfgBool(uint32_t vnet, const char *field);
-bool HBLSetVnetCfgBool(uint32_t vnet, const char *field, bool value);
+bool HBLRemoveVnetCfg(uint32_t vnet, const char *field);   // true also when there was nothing to remove
+bool HBLGetVnetCfgBool(uint32_t vnet, const char *field);  // false when absent
+bool HBLSetVnetCfgBool(uint32_t vnet, const char *field, bool value);  // not if it reads so already
 
 bool HBLVnetUsesDHCP(uint32_t vnet);
 bool HBLVnetUsesNAT(uint32_t vnet);
@@ -41,10 +41,13 @@ bool HBLSetVnetVirtAdapterAddr(uint32_t vnet, const char *value);
 bool HBLSetVnetVirtAdapterName(uint32_t vnet, const char *value);
 bool HBLRemoveVnetSubnetMask(uint32_t vnet);
 bool HBLRemoveVnetVirtAdapterAddr(uint32_t vnet);
+// The stored name, else the vnet's own. False when it does not fit.
 bool HBLGetVnetVirtAdapterName(uint32_t vnet, char *out, size_t size);
+// The stored address; without one, if `computeDefault`, the first address of the subnet, which is not stored.
 bool HBLGetVnetVirtAdapterAddr(uint32_t vnet, char *out, size_t size, bool computeDefault);
-bool HBLVnetIsOptionConfigured(uint32_t vnet, uint32_t option);
-uint32_t HBLServiceToVnetOption(uint32_t service);
+bool HBLVnetIsOptionConfigured(uint32_t vnet, uint32_t option);  // false for an unknown HBLOption
+uint32_t HBLServiceToVnetOption(uint32_t service);               // HBL_OPTION_NONE for a service without one
+// `cleanup` also removes the adapter's stored address and name, whatever `useAdapter` says.
 bool HBLSetVnetUseAdapter(uint32_t vnet, bool useAdapter, bool cleanup);
 // Whether the address lies in the subnet configured on the vnet.
 bool HBLIPBelongsToSubnet(uint32_t vnet, const char *address);
