@@ -74,15 +74,32 @@ class BridgeChanges : public testing::Test {
     static void RefuseNextStart(uint32_t vnet) {
         WriteFileText(std::string(BIN_FOLDER) + "/refuse-" + std::to_string(vnet), "");
     }
+    static std::string TakeStarts() {
+        const std::string starts = ReadFileText(STARTS);
+        WriteFileText(STARTS, "");
+        return starts;
+    }
+    static int32_t VnetOf(const char *adapter) {
+        int32_t vnet = 77;
+        EXPECT_TRUE(HBLGetHostAdapterBridge(adapter, &vnet));
+        return vnet;
+    }
     // The effective networks of hbl0 to hbl3.
     static std::string Vnets() {
         std::string vnets;
         for (const char *adapter : {"hbl0", "hbl1", "hbl2", "hbl3"}) {
-            int32_t vnet = 77;
-            EXPECT_TRUE(HBLGetHostAdapterBridge(adapter, &vnet));
-            vnets.append(vnets.empty() ? "" : " ").append(std::to_string(vnet));
+            vnets.append(vnets.empty() ? "" : " ").append(std::to_string(VnetOf(adapter)));
         }
         return vnets;
+    }
+    static int32_t Default() {
+        int32_t vnet = 77;
+        EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
+        return vnet;
+    }
+    static bool SetDefault(int32_t vnet) {
+        const HBL_NetworkID network = Network(vnet);
+        return HBL_SetBridgeDefaultNetwork(&network);
     }
     static bool Move(const char *name, int32_t destination) {
         HBL_HostAdapter adapter{};
@@ -126,93 +143,77 @@ TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExpor
 TEST_F(BridgeChanges, RemovedDefaultPinsItsAdaptersAndItsReturnTakesTheUnmappedOnes) {
     Must("ip link del hbl0 && ip link del hbl1 && ip link del hbl2");
     Run({0});
-    const HBL_NetworkID none = Network(HBL_VNET_NONE);
-    EXPECT_TRUE(HBL_SetBridgeDefaultNetwork(&none));
+    EXPECT_TRUE(SetDefault(HBL_VNET_NONE));
     EXPECT_EQ("5 3 5 0", Vnets());
-    EXPECT_EQ("0 -ihbl3\n", ReadFileText(STARTS));
+    EXPECT_EQ("0 -ihbl3\n", TakeStarts());
     AddAdapter("hbl4");
-    int32_t vnet = 77;
-    EXPECT_TRUE(HBLGetHostAdapterBridge("hbl4", &vnet));
-    EXPECT_EQ(HBL_VNET_NONE, vnet);
-    WriteFileText(STARTS, "");
-    const HBL_NetworkID zero = Network(0);
-    EXPECT_TRUE(HBL_SetBridgeDefaultNetwork(&zero));
-    EXPECT_EQ("0 -ehbl0 -ehbl1 -ehbl2\n", ReadFileText(STARTS));
-    EXPECT_TRUE(HBLNetCfgLookupVnetForHostAdapter(nullptr, "hbl4", &vnet));
-    EXPECT_EQ(0, vnet);
+    EXPECT_EQ(HBL_VNET_NONE, VnetOf("hbl4"));
+    EXPECT_TRUE(SetDefault(0));
+    EXPECT_EQ("0 -ehbl0 -ehbl1 -ehbl2\n", TakeStarts());
+    int32_t mapped = 77;
+    EXPECT_TRUE(HBLNetCfgLookupVnetForHostAdapter(nullptr, "hbl4", &mapped));
+    EXPECT_EQ(0, mapped);
 }
 
 TEST_F(BridgeChanges, RefusedRestartBringsTheDefaultBack) {
     Must("ip link del hbl0 && ip link del hbl1 && ip link del hbl2");
     Run({0});
     RefuseNextStart(0);
-    const HBL_NetworkID none = Network(HBL_VNET_NONE);
-    EXPECT_FALSE(HBL_SetBridgeDefaultNetwork(&none));
-    int32_t vnet = 77;
-    EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
-    EXPECT_EQ(0, vnet);
-    EXPECT_EQ("0 -ihbl3\n0 -ehbl0 -ehbl1 -ehbl2\n", ReadFileText(STARTS));
+    EXPECT_FALSE(SetDefault(HBL_VNET_NONE));
+    EXPECT_EQ(0, Default());
+    EXPECT_EQ("0 -ihbl3\n0 -ehbl0 -ehbl1 -ehbl2\n", TakeStarts());
     EXPECT_TRUE(Runs(0));
     // The other way round: an adapter without a mapping gets one to none, which it effectively had.
-    EXPECT_TRUE(HBL_SetBridgeDefaultNetwork(&none));
+    EXPECT_TRUE(SetDefault(HBL_VNET_NONE));
     AddAdapter("hbl4");
-    WriteFileText(STARTS, "");
+    TakeStarts();
     RefuseNextStart(0);
-    const HBL_NetworkID zero = Network(0);
-    EXPECT_FALSE(HBL_SetBridgeDefaultNetwork(&zero));
-    EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
-    EXPECT_EQ(HBL_VNET_NONE, vnet);
-    EXPECT_TRUE(HBLGetHostAdapterBridge("hbl4", &vnet));
-    EXPECT_EQ(HBL_VNET_NONE, vnet);
-    EXPECT_EQ("0 -ehbl0 -ehbl1 -ehbl2\n0 -ihbl3\n", ReadFileText(STARTS));
+    EXPECT_FALSE(SetDefault(0));
+    EXPECT_EQ(HBL_VNET_NONE, Default());
+    EXPECT_EQ(HBL_VNET_NONE, VnetOf("hbl4"));
+    EXPECT_EQ("0 -ehbl0 -ehbl1 -ehbl2\n0 -ihbl3\n", TakeStarts());
     EXPECT_TRUE(Runs(0));
     EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)) << "the lock was not given back";
 }
 
-struct MoveCase {
-    const char *what;
-    const char *adapter;
-    int32_t destination;
-    const char *vnets;
-    const char *starts;
-};
-
 TEST_F(BridgeChanges, MoveRestartsDestinationDefaultAndSourceInThisOrder) {
-    const MoveCase cases[] = {
+    static constexpr struct {
+        const char *what;
+        const char *adapter;
+        int32_t destination;
+        const char *vnets;
+        const char *starts;
+    } CASES[] = {
         {"to a network with another adapter", "hbl0", 3, "3 0 5 0", "3 -ihbl0\n0 -ehbl0 -ehbl2\n5 -ihbl2\n"},
         {"to the default", "hbl0", 0, "0 0 5 0", "0 -ehbl2\n0 -ehbl2\n"},
         {"to none", "hbl1", HBL_VNET_NONE, "0 -1 5 0", "0 -ehbl1 -ehbl2\n"},
         {"from none to an empty network", "hbl1", 9, "0 9 5 0", "0 -ehbl1 -ehbl2\n"},
-        {"to where it is", "hbl1", 9, "0 9 5 0", ""},
     };
     Run({0, 3, 5});
-    for (const MoveCase &row : cases) {
-        WriteFileText(STARTS, "");
+    for (const auto &row : CASES) {
         EXPECT_TRUE(Move(row.adapter, row.destination)) << row.what;
         EXPECT_EQ(row.vnets, Vnets()) << row.what;
-        EXPECT_EQ(row.starts, ReadFileText(STARTS)) << row.what;
+        EXPECT_EQ(row.starts, TakeStarts()) << row.what;
     }
     // The second move took the last adapter off network 3.
-    EXPECT_FALSE(Runs(3));
-    EXPECT_FALSE(Runs(9));
+    EXPECT_FALSE(Runs(3) || Runs(9));
 }
 
 TEST_F(BridgeChanges, RefusedRestartOfAnyNetworkPutsAdaptersAndServicesBack) {
-    const struct {
+    static constexpr struct {
         uint32_t refused;
         const char *starts;
-    } cases[] = {
+    } CASES[] = {
         {3, "3 -ihbl0\n3 -ihbl1\n"},
         {0, "3 -ihbl0\n0 -ehbl0 -ehbl2\n3 -ihbl1\n0 -ehbl0 -ehbl1 -ehbl2\n"},
         {5, "3 -ihbl0\n0 -ehbl0 -ehbl2\n5 -ihbl2\n5 -ihbl0 -ihbl2\n3 -ihbl1\n0 -ehbl0 -ehbl1 -ehbl2\n"},
     };
     Run({0, 3, 5});
-    for (const auto &row : cases) {
-        WriteFileText(STARTS, "");
+    for (const auto &row : CASES) {
         RefuseNextStart(row.refused);
         EXPECT_FALSE(Move("hbl0", 3)) << row.refused;
         EXPECT_EQ("5 3 5 0", Vnets()) << row.refused;
-        EXPECT_EQ(row.starts, ReadFileText(STARTS)) << row.refused;
+        EXPECT_EQ(row.starts, TakeStarts()) << row.refused;
         EXPECT_TRUE(Runs(0) && Runs(3) && Runs(5)) << row.refused;
     }
     EXPECT_TRUE(Move("hbl0", 3));
@@ -222,14 +223,11 @@ TEST_F(BridgeChanges, RemovedNetworkLeavesItsAdaptersToTheDefault) {
     Run({0, 5});
     EXPECT_TRUE(HBLRemoveBridgeMappingsForVnet(5));
     EXPECT_EQ("0 3 0 0", Vnets());
-    EXPECT_EQ("0 -ehbl1\n", ReadFileText(STARTS));
-    WriteFileText(STARTS, "");
+    EXPECT_EQ("0 -ehbl1\n", TakeStarts());
     EXPECT_TRUE(HBLRemoveBridgeMappingsForVnet(0));
     EXPECT_EQ("-1 3 -1 -1", Vnets());
-    EXPECT_EQ("", ReadFileText(STARTS));
-    int32_t vnet = 77;
-    EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
-    EXPECT_EQ(HBL_VNET_NONE, vnet);
+    EXPECT_EQ("", TakeStarts());
+    EXPECT_EQ(HBL_VNET_NONE, Default());
 }
 
 }  // namespace

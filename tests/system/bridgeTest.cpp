@@ -118,7 +118,7 @@ TEST(Bridge, VlanTagsSurviveTheCrossing) {
     EXPECT_EQ(5, VlanOfTestFrame(outside));
 }
 
-TEST(Bridge, DefaultNetworkTakesEveryAdapterButTheExcluded) {
+TEST(Bridge, DefaultNetworkTakesEveryAdapterButTheExcludedAndAKillLeavesNothing) {
     Must("ip link add name eth1 type veth peer name eth2");
     Must("ip link add name eth3 type veth peer name eth4");
     Must("ip link add name ZELANx type veth peer name slave");
@@ -132,6 +132,8 @@ TEST(Bridge, DefaultNetworkTakesEveryAdapterButTheExcluded) {
         EXPECT_FALSE(IsBridged(left)) << left;
     }
     EXPECT_EQ(3, PortCount("zelan-sw0"));
+    KillDaemon(start);
+    EXPECT_TRUE(WaitUntil([] { return NothingIsLeft() && !IsBridged("eth1"); })) << LeftOver();
 }
 
 TEST(Bridge, NamedAdaptersAloneAreTakenAndMayComeAndGo) {
@@ -167,15 +169,6 @@ TEST(Bridge, TwoAdaptersOnOneWireMakeNoLoop) {
     EXPECT_TRUE(ping.Succeeded()) << ping;
     EXPECT_EQ(std::string::npos, ping.output.find("DUP")) << ping;
     EXPECT_LT(ReceivedPackets(guest, "g0") - before, 100) << "frames go round";
-}
-
-TEST(Bridge, KilledDaemonLeavesNothing) {
-    Must("ip link add name eth1 type veth peer name eth2");
-    DaemonStart start = StartBridge(0);
-    ASSERT_TRUE(start.CameUp()) << start;
-    ASSERT_EQ(2, PortCount("zelan-sw0"));
-    KillDaemon(start);
-    EXPECT_TRUE(WaitUntil([] { return NothingIsLeft() && !IsBridged("eth1"); })) << LeftOver();
 }
 
 }  // namespace

@@ -57,6 +57,7 @@ TEST(BridgeChanges, MoveChecksAdapterDestinationAndSource) {
     ASSERT_TRUE(HBLSetDefaultBridgeVnet(0));
     const std::string before = ReadFileText(cache.Database());
     const HBL_HostAdapter eth0 = Adapter("eth0");
+    const HBL_HostAdapter unmapped = Adapter("eth1");
     HBL_HostAdapter otherVersion = eth0;
     otherVersion.version = 2;
     const HBL_NetworkID three = Network(3);
@@ -79,14 +80,13 @@ TEST(BridgeChanges, MoveChecksAdapterDestinationAndSource) {
          prefix + "Souce vnet: 4 is not bridged to specified host adapter: eth0\n"},
         {&eth0, &three, &three, true, ""},
         {&eth0, nullptr, &three, true, ""},
+        {&unmapped, nullptr, nullptr, true, ""},
     };
     LogCapture log;
     for (const auto &row : cases) {
         EXPECT_EQ(row.accepted, HBL_BridgeMoveAdapter(row.adapter, row.source, row.destination)) << row.log;
         EXPECT_EQ(row.log, log.Take());
     }
-    const HBL_HostAdapter unmapped = Adapter("eth1");
-    EXPECT_TRUE(HBL_BridgeMoveAdapter(&unmapped, nullptr, nullptr));
     EXPECT_EQ(before, ReadFileText(cache.Database()));
     ASSERT_TRUE(HBLNetCfgLockConfig(nullptr));
     EXPECT_FALSE(HBL_BridgeMoveAdapter(&eth0, nullptr, &four));
