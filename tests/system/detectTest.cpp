@@ -4,11 +4,6 @@
 
 namespace {
 
-struct ChangeCase {
-    const char *change;
-    const char *line;  // what the log gains, once
-};
-
 long Count(const std::string &text, const std::string &part) {
     long count = 0;
     for (size_t place = text.find(part); place != std::string::npos; place = text.find(part, place + 1)) {
@@ -23,7 +18,10 @@ TEST(Detect, EachChangeIsOneLine) {
     DaemonStart start = StartDaemon("zelan-detect", "zelan-detect", {});
     ASSERT_TRUE(start.CameUp()) << start;
     EXPECT_EQ("", start.Log()) << "the first picture is no change";
-    static constexpr ChangeCase CASES[] = {
+    static constexpr struct {
+        const char *change;
+        const char *line;  // what the log gains, once
+    } CASES[] = {
         {"ip link add name eth1 type veth peer name eth2", "link added: eth1, down"},
         {"ip link set eth2 up && ip link set eth1 up", "link changed: eth1, up, running"},
         {"ip address add 10.9.0.1/24 dev eth1", "address added: 10.9.0.1/24 on eth1\n"},
@@ -43,7 +41,7 @@ TEST(Detect, EachChangeIsOneLine) {
         {"ip link set eth1 down", "route removed: 10.8.0.0/16 via 10.9.0.7 on eth1 metric 5\n"},
         {"ip link delete eth1", "address removed: 10.9.0.1/24 on eth1\n"},
     };
-    for (const ChangeCase &row : CASES) {
+    for (const auto &row : CASES) {
         Must(row.change);
         EXPECT_TRUE(WaitUntil([&] { return Count(start.Log(), row.line) == 1; })) << row.change << "\n"
                                                                                   << row.line << "\n"

@@ -30,12 +30,7 @@ class Features : public testing::Test {
 };
 
 HBL_VnetFeatures Query(int32_t vnet) {
-    HBL_VnetFeatures ft;
-    memset(&ft, 0, sizeof ft);
-    ft.version = 1;
-    ft.net.type = HBL_NETWORK_TYPE_VNET;
-    ft.net.vnet = vnet;
-    return ft;
+    return {1, {0, HBL_NETWORK_TYPE_VNET, vnet, {}}, 0, {}, {}};
 }
 
 // The nine bytes: subnet, then DHCP, NAT, bridge and adapter as configured and as running.

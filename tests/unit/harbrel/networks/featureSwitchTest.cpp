@@ -14,9 +14,6 @@ namespace {
 bool Stores(uint32_t vnet, bool use, bool) {
     return HBLSetVnetCfgBool(vnet, VNET_FIELD_NAT, use);
 }
-bool Refuses(uint32_t, bool, bool) {
-    return false;
-}
 
 // In the order of the fields; each text says which one it is.
 constexpr FeatureSwitch WORDS = {"Set",
@@ -67,7 +64,9 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
             cache.Answer("VNET_8_HOSTONLY_SUBNET", "10.0.0.0");
         }
         FeatureSwitch feature = WORDS;
-        feature.set = row.setWorks ? Stores : Refuses;
+        if (!row.setWorks) {
+            feature.set = [](uint32_t, bool, bool) { return false; };
+        }
         LogCapture log(HBL_MAX_LOG_MASK);
         SCOPED_TRACE(row.lines);
         EXPECT_EQ(row.done, HBLSwitchFeature(feature, "zelan8", 8, row.use, row.cleanup));
