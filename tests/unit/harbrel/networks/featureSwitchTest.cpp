@@ -14,33 +14,37 @@ namespace {
 bool Stores(uint32_t vnet, bool use, bool) {
     return HBLSetVnetCfgBool(vnet, VNET_FIELD_NAT, use);
 }
+bool Refuses(uint32_t, bool, bool) {
+    return false;
+}
 
-// In the order of the fields; each text says which one it is.
-constexpr FeatureSwitch WORDS = {"Set",
-                                 "",
-                                 HBL_OPTION_NAT,
-                                 Stores,
-                                 "same",
-                                 "cleaned %s",
-                                 "not cleaned %s",
-                                 "from %u to %u",
-                                 "assigning %s",
-                                 "not assigned %s",
-                                 "assigned %s",
-                                 LOG_INFO,
-                                 "on %s",
-                                 "not on %s",
-                                 "taking back %s",
-                                 "off %s",
-                                 "not off %s"};
+constexpr FeatureSwitch WORDS = {.function = "Set",
+                                 .arguments = "",
+                                 .option = HBL_OPTION_NAT,
+                                 .set = Stores,
+                                 .same = "same",
+                                 .cleanedUp = "cleaned %s",
+                                 .cleanupFailed = "not cleaned %s",
+                                 .changing = "from %u to %u",
+                                 .assigning = "assigning %s",
+                                 .assignFailed = "not assigned %s",
+                                 .assigned = "assigned %s",
+                                 .assignedLevel = LOG_INFO,
+                                 .turnedOn = "on %s",
+                                 .turnOnFailed = "not on %s",
+                                 .takingBack = "taking back %s",
+                                 .turnedOff = "off %s",
+                                 .turnOffFailed = "not off %s"};
+
+struct SwitchCase {
+    bool inUse, hasSubnet, subnetIsFree, setWorks;  // before
+    bool use, cleanup;
+    bool done, hasSubnetAfter;
+    const char *lines;
+};
 
 TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
-    static constexpr struct {
-        bool inUse, hasSubnet, subnetIsFree, setWorks;  // before
-        bool use, cleanup;
-        bool done, hasSubnetAfter;
-        const char *lines;
-    } CASES[] = {
+    static constexpr SwitchCase CASES[] = {
         {false, false, true, true, true, false, true, true,
          "from 0 to 1, assigning zelan8, assigned zelan8, on zelan8, "},
         {false, false, true, false, true, false, false, false,
@@ -55,7 +59,7 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
         {true, false, true, true, true, true, true, false, "same, cleaned zelan8, "},
         {false, true, true, false, false, true, false, true, "same, not cleaned zelan8, "},
     };
-    for (const auto &row : CASES) {
+    for (const SwitchCase &row : CASES) {
         FakePrograms cache;
         HBLSubnetTables() = {};
         cache.Program("orvane-ping", row.subnetIsFree ? "exit 1" : "exit 0");
@@ -64,12 +68,10 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
             cache.Answer("VNET_8_HOSTONLY_SUBNET", "10.0.0.0");
         }
         FeatureSwitch feature = WORDS;
-        if (!row.setWorks) {
-            feature.set = [](uint32_t, bool, bool) { return false; };
-        }
-        LogCapture log(HBL_MAX_LOG_MASK);
+        feature.set = row.setWorks ? Stores : Refuses;
+        LogCapture log(HBL_MAX_LOG_MASK - LOG_ARGS);
         SCOPED_TRACE(row.lines);
-        EXPECT_EQ(row.done, HBLSwitchFeature(feature, "zelan8", 8, row.use, row.cleanup));
+        EXPECT_EQ(row.done, HBLApiSwitchFeature(feature, "zelan8", row.use, row.cleanup));
         std::string lines;
         std::istringstream all(log.Take());
         for (std::string line; std::getline(all, line);) {
