@@ -114,35 +114,34 @@ TEST_F(HostPolicy, InstallThatCannotStopTheNetworkChangesNoSetting) {
 TEST_F(HostPolicy, UninstallDeletesTheFileAndRestartsDetection) {
     struct UninstallCase {
         const char *before;
-        const char *location;  // the first word of its line's end
+        const char *location;  // how the line about it ends
         std::string output;
         const char *errors;
-        bool detects;         // afterwards
         const char *content;  // of the policy file afterwards
     };
     const std::string deleted = std::string("Deleted host policy file: ") + POLICY_FILE + "\n";
     const std::string done = deleted + "Uninstalled host policy network settings\n";
     const UninstallCase cases[] = {
-        {"mkdir -p ${F%/*}; echo policy > $F", "exists", done, "", true, ""},
-        {"rm -f $F", "does not exist", done, "", true, ""},
+        {"mkdir -p ${F%/*}; echo policy > $F", "exists", done, "", ""},
+        {"rm -f $F", "does not exist", done, "", ""},
         {"mkdir $F", "exists", "", "Failed to delete host policy file: /etc/orvane/orvane-lumet/host.qorp\n",
-         false, ""},
-        {"rmdir $F; rm $PROGRAM", "does not exist", deleted, "Failed to start Netdetect service\n", false,
          ""},
+        {"rmdir $F; rm $PROGRAM", "does not exist", deleted, "Failed to start Netdetect service\n", ""},
         {"echo policy > $F; echo no number > /var/run/zelan-detect.pid", "exists", "",
-         "Failed to stop Netdetect service\n", false, "policy\n"},
+         "Failed to stop Netdetect service\n", "policy\n"},
     };
     const std::string database = ReadFileText(DATABASE);
     for (const UninstallCase &row : cases) {
         SCOPED_TRACE(row.before);
         Must(std::string("F=") + POLICY_FILE + " PROGRAM=" + Program("zelan-detect") + "; " + row.before);
         const pid_t detection = Pid("zelan-detect");
-        Expect(Run({"-v", "--uninstall-host-policy"}), *row.errors != '\0' ? 1 : 0,
+        const bool withdrawn = *row.errors == '\0';
+        Expect(Run({"-v", "--uninstall-host-policy"}), withdrawn ? 0 : 1,
                std::string("Commands specified: uninstall-hostpolicy \nHost policy file location: ") +
                    POLICY_FILE + ", and " + row.location + "\n" + row.output,
                row.errors);
         EXPECT_TRUE(WaitUntil([detection] { return !Runs(detection); }));
-        EXPECT_EQ(row.detects, Runs(Pid("zelan-detect")));
+        EXPECT_EQ(withdrawn, Runs(Pid("zelan-detect")));
         EXPECT_EQ(row.content, ReadFileText(POLICY_FILE));
         EXPECT_EQ(database, ReadFileText(DATABASE));
         EXPECT_THAT(Log(), EndsWith("HBL_Unload - Harbrel unloaded.\n"));
