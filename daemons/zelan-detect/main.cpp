@@ -42,9 +42,9 @@ bool ReadArguments(char **argv, DaemonContract *contract) {
     bool incomplete = false;
     for (;;) {
         int ready = poll(sources.data(), sources.size(), incomplete ? SETTLE_MILLISECONDS : -1);
-        FactMap whole;
         if (ready == 0) {
             incomplete = false;
+            FactMap whole;
             if (kernel->ReadAll(&whole)) {
                 facts->Replace(whole, NAME_SERVERS.kind);
             }

@@ -39,19 +39,11 @@ struct BridgedPair {
     }
 };
 
-TEST(Bridge, GuestAndMachineOutsideReachEachOtherAndTheAdapterStaysTheHosts) {
+// Segments larger than the link's frames, whose checksums nobody has filled in, in both directions.
+TEST(Bridge, BulkDataArrivesWholeAndTheAdapterStaysTheHosts) {
     BridgedPair pair;
     Must("ip address add 10.9.0.3/24 dev eth1");
-    CommandResult ping = pair.guest.Run("ping -c 3 -i 0.2 -W 5 -s 4000 10.9.0.1");
-    EXPECT_TRUE(ping.Succeeded()) << ping;
-    EXPECT_EQ(std::string::npos, ping.output.find("DUP")) << ping;
-    EXPECT_TRUE(pair.outside.Run("ping -c 1 -W 5 10.9.0.2").Succeeded());
-    EXPECT_TRUE(RunShell("ping -c 1 -W 5 10.9.0.1").Succeeded()) << "the host has lost its adapter";
-}
-
-// Segments larger than the link's frames, whose checksums nobody has filled in, in both directions.
-TEST(Bridge, BulkDataArrivesWhole) {
-    BridgedPair pair;
+    Must("ping -c 1 -W 5 10.9.0.1");
     Must("head -c 50000000 /dev/urandom > /tmp/data");
     for (const bool out : {true, false}) {
         const Machine &from = out ? pair.guest : pair.outside;
