@@ -177,10 +177,12 @@ TEST_F(Postinstall, FailedPropagationKeepsAnUpgradeAndClearsAMigration) {
 TEST_F(Postinstall, MigrationTakesARegularFileOnly) {
     WriteDatabase(Subnet(1));
     const std::string before = ReadFileText(DATABASE);
-    Must("mkdir /tmp/folder && mkfifo /tmp/fifo && ln -s /tmp/nothing /tmp/link");
-    for (const std::string path : {"/tmp/missing", "/tmp/folder", "/tmp/fifo", "/tmp/link", ""}) {
+    Must("cd /tmp && mkdir folder && mkfifo fifo && ln -s nothing link && ln -s /etc/orvane/networking self");
+    for (const std::string path :
+         {"/tmp/missing", "/tmp/folder", "/tmp/fifo", "/tmp/link", "", "/tmp/self"}) {
+        const char *reason = path == "/tmp/self" ? "is the networking database itself" : "does not exist";
         Expect(Run({"--migrate-network-settings", path}), 1, "",
-               "Settings file \"" + path + "\" does not exist\n");
+               "Settings file \"" + path + "\" " + reason + "\n");
         EXPECT_EQ(before, ReadFileText(DATABASE)) << path;
     }
 }

@@ -18,6 +18,7 @@
 namespace {
 
 constexpr const char *FRESH_INSTALL = "0";
+constexpr const char *NETWORKING_DATABASE = "/etc/orvane/networking";
 
 void StopAllServices() {
     SweepAllNetworks(SWEEP_STOP);
@@ -27,6 +28,13 @@ void StopAllServices() {
 bool IsRegularFile(const char *path) {
     struct stat status;
     return Posix_Stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool IsDatabase(const char *path) {
+    struct stat given;
+    struct stat database;
+    return Posix_Stat(path, &given) == 0 && Posix_Stat(NETWORKING_DATABASE, &database) == 0 &&
+           given.st_dev == database.st_dev && given.st_ino == database.st_ino;
 }
 
 // The existing settings in a file of their own under /tmp, which goes with the object.
@@ -230,6 +238,10 @@ int PostInstall(const char *oldVersion) {
 int MigrateNetworkSettings(const char *path) {
     if (!IsRegularFile(path)) {
         Report(REPORT_ERROR, "Settings file \"%s\" does not exist", path);
+        return 1;
+    }
+    if (IsDatabase(path)) {  // the clean-up would delete what is to be imported
+        Report(REPORT_ERROR, "Settings file \"%s\" is the networking database itself", path);
         return 1;
     }
     CleanupExistingConfig();
