@@ -86,8 +86,9 @@ void RemoveIfEmpty(const std::string &directory) {
 
 // From the doorway to the member file. 0, or an errno value and nothing left of the attempt.
 int TakeTicket(const std::string &lockDir, const FileLockEntry &entry, FileLockValues *own) {
-    FileDescriptor entryFile(
-        Posix_Open(entry.filePath.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, ENTRY_FILE_MODE));
+    // Everyone may write to the directory, so that a link or a FIFO may stand there already.
+    FileDescriptor entryFile(Posix_Open(
+        entry.filePath.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, ENTRY_FILE_MODE));
     if (!entryFile) {
         const int error = errno;
         RemoveIfEmpty(entry.directoryPath);

@@ -63,25 +63,19 @@ LockPlace RemoveForeignObject(const char *lockDir, const char *function, int *er
 
 LockPlace MakeMissingLockDirectory(const char *lockDir, const char *function, int *error) {
     *error = MakeLockDirectory(lockDir);
-    if (*error == 0) {
-        return LockPlace::Ready;
-    }
-    if (*error != EEXIST) {
+    if (*error != 0 && *error != EEXIST) {
         Warning("FILE: %s creation failure on '%s': %s\n", function, lockDir, Err_ErrnoText(*error));
         return LockPlace::Failed;
     }
     *error = 0;
-    // A link to nowhere is missing and exists at once, and no entry could ever be made in it.
-    struct stat status;
-    if (Posix_Lstat(lockDir, &status) == 0 && S_ISLNK(status.st_mode)) {
-        return RemoveForeignObject(lockDir, function, error);
-    }
     return LockPlace::Ready;
 }
 
 LockPlace PrepareLockDirectory(const char *lockDir, const char *function, int *error) {
     struct stat status;
-    if (Posix_Stat(lockDir, &status) != 0) {
+    // A link is a foreign object wherever it leads: the scan deletes what is no lock file, and whoever may
+    // write beside a backup in /tmp could have that done to any folder.
+    if (Posix_Lstat(lockDir, &status) != 0) {
         *error = errno;
         if (*error == ENOENT) {
             return MakeMissingLockDirectory(lockDir, function, error);

@@ -52,10 +52,14 @@ bool TakePair(char *pair, FileLockValues *member) {
 
 // Reads the whole record into a buffer that the caller has zeroed. 0, MEMBER_CORRUPT or an errno value.
 int ReadMemberFile(const char *path, char *buffer, size_t size) {
-    // Without blocking: a FIFO under the name of a member must not hold up the lock.
-    const FileDescriptor file(Posix_Open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    // Without blocking: a FIFO under the name of a member must not hold up the lock, nor may a link lead the
+    // superuser to a device.
+    const FileDescriptor file(Posix_Open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     if (!file) {
         const int error = errno;
+        if (error == ELOOP) {
+            return MEMBER_CORRUPT;
+        }
         if (error != ENOENT) {
             Warning("FILE: %s open failure on '%s': %s\n", MEMBER_VALUES, path, Err_ErrnoText(error));
         }
