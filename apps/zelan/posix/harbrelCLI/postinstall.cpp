@@ -1,5 +1,6 @@
 #include "apps/zelan/posix/harbrelCLI/postinstall.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -40,7 +41,7 @@ bool IsDatabase(const char *path) {
 // The existing settings in a file of their own under /tmp, which goes with the object.
 class SettingsBackup {
   public:
-    // Reserves the name; the file itself is made by the export.
+    // Reserves the name.
     SettingsBackup() : descriptor_(mkstemp(path_)) {
         if (descriptor_) {
             Posix_Unlink(path_);
@@ -56,6 +57,11 @@ class SettingsBackup {
     SettingsBackup &operator=(const SettingsBackup &) = delete;
 
     bool Reserved() const { return static_cast<bool>(descriptor_); }
+    // Everyone may have put a file or a link there since, and the export writes to what it finds.
+    bool MakeOwn() const {
+        constexpr int EXCLUSIVE = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+        return static_cast<bool>(FileDescriptor(Posix_Open(path_, EXCLUSIVE, S_IRUSR | S_IWUSR)));
+    }
     const char *Path() const { return path_; }
 
   private:
@@ -73,7 +79,7 @@ int UpgradeExistingSettings() {
     if (HBL_CheckNetworkingDB() && SetLibraryLoaded(true)) {
         StopAllServices();
     }
-    if (!HBL_ExportDatabaseToFile(backup.Path())) {
+    if (!backup.MakeOwn() || !HBL_ExportDatabaseToFile(backup.Path())) {
         Report(REPORT_ERROR, "Failed to export network settings to a backup file");
         SetLibraryLoaded(false);
         return 1;
