@@ -42,14 +42,14 @@ bool CableSet::Begin() {
 
 void CableSet::TakeAnnouncements() {
     if (!announcements_.TakeAnnouncements([this](const nlmsghdr *message) { TakeAnnouncement(message); })) {
-        std::vector<int> connected;
+        std::vector<std::pair<int, int>> connected;
         for (const auto &cable : cables_) {
-            connected.push_back(cable->adapterIndex());
+            connected.emplace_back(cable->adapterIndex(), cable->tapIndex());
         }
-        for (int index : connected) {
+        for (const auto &[adapter, tap] : connected) {
             LinkInfo link;
-            if (Link_Get(&requests_, index, &link) != 0) {
-                Remove(index);
+            if (Link_Get(&requests_, adapter, &link) != 0 || Link_Get(&requests_, tap, &link) != 0) {
+                Remove(adapter);
             }
         }
         ConsiderAll();
@@ -65,6 +65,12 @@ void CableSet::TakeAnnouncement(const nlmsghdr *message) {
     if (message->nlmsg_type == RTM_DELLINK) {
         noted_.erase(link.index);
         Remove(link.index);
+        // Without its TAP a cable carries nothing, and its descriptor reports that without end.
+        const int adapter = AdapterOf(link.index);
+        if (adapter != 0) {
+            Remove(adapter);
+            noted_.insert(adapter);
+        }
     } else if (connected) {
         Consider(link);
     } else if (Adapters_Takes(rule_, link)) {
@@ -112,6 +118,15 @@ void CableSet::Remove(int adapterIndex) {
         Tell("%s is no longer connected to network %d", (*place)->adapterName().c_str(), network_);
         cables_.erase(place);
     }
+}
+
+int CableSet::AdapterOf(int tapIndex) const {
+    for (const auto &cable : cables_) {
+        if (cable->tapIndex() == tapIndex) {
+            return cable->adapterIndex();
+        }
+    }
+    return 0;
 }
 
 Cable *CableSet::Find(int adapterIndex) {

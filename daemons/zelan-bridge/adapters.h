@@ -48,6 +48,7 @@ class CableSet {
     void ConsiderAll();
     void Remove(int adapterIndex);
     Cable *Find(int adapterIndex);
+    int AdapterOf(int tapIndex) const;  // 0 for a TAP of no cable
 
     int network_;
     AdapterRule rule_;

@@ -156,16 +156,16 @@ bool Cable::OpenTap(RtSocket *socket, int network, const LinkInfo &adapter) {
         return false;
     }
     memcpy(tapName_, request.ifr_name, sizeof tapName_);
-    int index = static_cast<int>(if_nametoindex(tapName_));
+    tapIndex_ = static_cast<int>(if_nametoindex(tapName_));
     Link_DisableIpv6(tapName_);
     Follow(socket, adapter);
     int master = Switch_Ensure(socket, network);
-    int error = master == 0 ? ENODEV : Link_SetMaster(socket, index, master);
+    int error = master == 0 ? ENODEV : Link_SetMaster(socket, tapIndex_, master);
     if (error == 0) {
-        error = IsolatePort(socket, index);
+        error = IsolatePort(socket, tapIndex_);
     }
     if (error == 0) {
-        error = Link_SetFlags(socket, index, IFF_UP, IFF_UP);
+        error = Link_SetFlags(socket, tapIndex_, IFF_UP, IFF_UP);
     }
     if (error != 0) {
         Complain("cannot attach %s to the switch: %s", adapter.name.c_str(), strerror(error));
@@ -201,8 +201,7 @@ bool Cable::OpenSocket() {
 
 void Cable::Follow(RtSocket *socket, const LinkInfo &adapter) {
     adapterName_ = adapter.name;
-    if (adapter.mtu != mtu_ &&
-        Link_SetMtu(socket, static_cast<int>(if_nametoindex(tapName_)), adapter.mtu) == 0) {
+    if (adapter.mtu != mtu_ && Link_SetMtu(socket, tapIndex_, adapter.mtu) == 0) {
         mtu_ = adapter.mtu;
     }
 }

@@ -42,6 +42,7 @@ class Cable {
 
     int adapterIndex() const { return adapterIndex_; }
     const std::string &adapterName() const { return adapterName_; }
+    int tapIndex() const { return tapIndex_; }
     int tap() const { return tap_.get(); }
     int adapterSocket() const { return socket_.get(); }
 
@@ -51,6 +52,7 @@ class Cable {
     bool SendHeld();
 
     int adapterIndex_ = 0;
+    int tapIndex_ = 0;
     uint32_t mtu_ = 0;
     std::string adapterName_;
     char tapName_[IFNAMSIZ] = {};
