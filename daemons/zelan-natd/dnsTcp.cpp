@@ -61,8 +61,8 @@ void DnsOverTcp::Serve(std::span<const pollfd> waits, DnsClock::time_point now, 
     for (size_t i = 0; i < connections_.size(); i++) {
         Connection &connection = connections_[i];
         if (waits[2 * i + 1].revents != 0 || waits[2 * i + 2].revents != 0) {
-            connection.deadline = now + IDLE_TIME;
             Advance(&connection, servers);
+            connection.deadline = now + (connection.connecting ? CONNECT_TIME : IDLE_TIME);
         } else if (connection.deadline <= now && connection.connecting) {
             connection.deadline = now + CONNECT_TIME;
             Connect(&connection, servers);
