@@ -79,14 +79,19 @@ std::string ToGuests(const std::vector<PortForward> &forwards) {
     return text;
 }
 
-// Virtual machines and containers have locally administered MAC addresses (as 52:54:00 and 02:00:00) or one
-// of the OUI 00:16:3e; any other sender is a machine that has got onto the switch.
+// A sender outside the subnet gets nothing: what the router itself answers, DNS, would leave by the uplink to
+// whoever really has the address. Virtual machines and containers have locally administered MAC addresses (as
+// 52:54:00 and 02:00:00) or one of the OUI 00:16:3e; any other sender is a machine that has got onto the
+// switch.
 std::string GuestsAllowed(const NatConf &conf) {
+    const std::string in = std::string("iifname \"") + GUESTS_LINK + "\"";
+    const std::string text = in + " ip saddr != " + Ipv4_Text(conf.subnet().first()) + "/" +
+                             std::to_string(conf.prefix) + " drop\n";
     if (conf.allowAnyOui) {
-        return "";
+        return text;
     }
-    return std::string("iifname \"") + GUESTS_LINK +
-           "\" ether saddr & 02:00:00:00:00:00 == 00:00:00:00:00:00"
+    return text + in +
+           " ether saddr & 02:00:00:00:00:00 == 00:00:00:00:00:00"
            " ether saddr & ff:ff:ff:00:00:00 != 00:16:3e:00:00:00 drop\n";
 }
 
