@@ -12,7 +12,7 @@ namespace {
 void WriteLine(int descriptor, const char *format, va_list arguments) {
     int errorBefore = errno;
     char line[1024];
-    int length = snprintf(line, sizeof line, "%s - ", program_invocation_short_name);
+    int length = snprintf(line, sizeof line, "%.255s - ", program_invocation_short_name);
     length += vsnprintf(line + length, sizeof line - static_cast<size_t>(length), format, arguments);
     size_t used = std::min(static_cast<size_t>(length), sizeof line - 1);
     line[used] = '\n';

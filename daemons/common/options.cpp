@@ -86,6 +86,7 @@ bool Options_Number(std::string_view text, int maximum, int *number) {
 
 bool Options_Network(std::string_view name, int *network) {
     constexpr std::string_view PREFIX = "zelan";
-    return name.starts_with(PREFIX) &&
+    constexpr std::string_view LONGEST = "zelan255";
+    return name.size() <= LONGEST.size() && name.starts_with(PREFIX) &&
            Options_Number(name.substr(PREFIX.size()), SWITCH_MAX_NETWORK, network);
 }

@@ -27,7 +27,7 @@ ssize_t Receive(int descriptor, AnswerBuffer *buffer, int flags) {
 
 void ForEachMessage(const AnswerBuffer &buffer, ssize_t size,
                     const std::function<void(const nlmsghdr *)> &visit) {
-    auto left = static_cast<unsigned>(size);
+    ssize_t left = size;  // signed: a last message without its padding takes it below 0
     for (auto *message = reinterpret_cast<const nlmsghdr *>(buffer.data()); NLMSG_OK(message, left);
          message = NLMSG_NEXT(message, left)) {
         visit(message);

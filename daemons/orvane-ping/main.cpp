@@ -254,8 +254,9 @@ Verdict Judge(const char *packet, size_t size, const EchoRequest &request) {
 }
 
 Verdict TakeAnswers(int icmp, const EchoRequest &request) {
+    constexpr int PACKETS_PER_TURN = 256;  // so that a flood of them does not outlast the deadline
     std::array<char, 2048> packet;
-    for (;;) {
+    for (int taken = 0; taken < PACKETS_PER_TURN; taken++) {
         ssize_t size = recv(icmp, packet.data(), packet.size(), 0);
         if (size < 0 && errno != EINTR) {
             return SILENT;  // nothing more, or the error of an earlier request, which taking it has cleared
@@ -265,6 +266,7 @@ Verdict TakeAnswers(int icmp, const EchoRequest &request) {
             return verdict;
         }
     }
+    return SILENT;
 }
 
 Verdict WaitForAnswer(int icmp, const EchoRequest &request, Clock::time_point end) {
