@@ -110,6 +110,8 @@ TEST(Bridge, NamedAdaptersAloneAreTakenAndMayComeAndGo) {
     EXPECT_FALSE(IsBridged("eth2"));
     Must("ip link add name eth3 type veth peer name eth4");
     EXPECT_TRUE(WaitUntil([] { return IsBridged("eth3") && PortCount("zelan-sw3") == 2; })) << start;
+    Must("ip link delete zelan-b3-0");
+    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw3") == 2; })) << "a TAP is gone for good\n" << start;
     Must("ip link delete eth1");
     EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw3") == 1; })) << start;
     Must("ip link set eth3 down && ip link set eth3 name eth5");
