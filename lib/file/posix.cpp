@@ -103,10 +103,8 @@ const char *Publish(EnvironmentValue *cached, MallocString value) {
         if (present != nullptr && strcmp(present, value.get()) == 0) {
             return present;
         }
-    } while (!cached->present.compare_exchange_weak(present, value.get(), std::memory_order_acq_rel));
-    AtomicFence_AfterReadModifyWrite();
-    free(cached->previous.exchange(present, std::memory_order_acq_rel));
-    AtomicFence_AfterReadModifyWrite();
+    } while (!AtomicFence_CompareExchange(cached->present, &present, value.get()));
+    free(AtomicFence_Exchange(cached->previous, present));
     return value.release();
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <type_traits>
 
 // Set when the fence is needed. Meaningful once atomicFenceInitialized says that the test has run; clear
 // before.
@@ -23,4 +24,20 @@ inline void AtomicFence_AfterReadModifyWrite() {
         __builtin_ia32_lfence();
     }
 #endif
+}
+
+// Compare-and-swap and exchange of a std::atomic or std::atomic_ref, with what belongs behind them. *expected
+// receives what stood there instead when the swap fails.
+template <typename Atomic, typename Value>
+bool AtomicFence_CompareExchange(Atomic &target, Value *expected, std::type_identity_t<Value> desired) {
+    const bool swapped = target.compare_exchange_strong(*expected, desired);
+    AtomicFence_AfterReadModifyWrite();
+    return swapped;
+}
+
+template <typename Atomic, typename Value>
+Value AtomicFence_Exchange(Atomic &target, Value value) {
+    const Value old = target.exchange(value);
+    AtomicFence_AfterReadModifyWrite();
+    return old;
 }

@@ -1,6 +1,7 @@
 #include "lib/misc/hashTable.h"
 
 #include <strings.h>
+
 #include <atomic>
 #include <bit>
 #include <cctype>
@@ -219,10 +220,7 @@ bool PublishHead(HashTable *table, uint32_t bucket, Entry *expected, Entry *entr
         head.store(entry, std::memory_order_relaxed);
         return true;
     }
-    const bool won =
-        head.compare_exchange_strong(expected, entry, std::memory_order_release, std::memory_order_relaxed);
-    AtomicFence_AfterReadModifyWrite();
-    return won;
+    return AtomicFence_CompareExchange(head, &expected, entry);
 }
 
 void CountNewElement(HashTable *table) {
@@ -275,9 +273,7 @@ void *ExchangeValue(const HashTable *table, Entry *entry, void *value) {
         shared.store(value, std::memory_order_relaxed);
         return old;
     }
-    void *old = shared.exchange(value, std::memory_order_acq_rel);
-    AtomicFence_AfterReadModifyWrite();
-    return old;
+    return AtomicFence_Exchange(shared, value);
 }
 
 }  // namespace
@@ -310,10 +306,7 @@ HashTable *HashTable_AllocOnce(HashTable **var, uint32_t numEntries, uint32_t fl
         return table;
     }
     HashTable *created = HashTable_Alloc(numEntries, flags, freeEntryFn);
-    const bool won = published.compare_exchange_strong(table, created, std::memory_order_acq_rel,
-                                                       std::memory_order_acquire);
-    AtomicFence_AfterReadModifyWrite();
-    if (won) {
+    if (AtomicFence_CompareExchange(published, &table, created)) {
         return created;
     }
     HashTable_Free(created);

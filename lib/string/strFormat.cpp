@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "lib/misc/owners.h"
 #include "lib/string/utf8.h"
 
 namespace {
@@ -395,16 +396,15 @@ bool WriteWide(FILE *out, const Directive &directive, const wchar_t *text) {
     if (!MeasureWide(text, maxBytes, &characters, &bytes)) {
         return false;
     }
-    const size_t width = static_cast<size_t>(directive.width);
-    const size_t padding = width > bytes ? width - bytes : 0;
-    const bool left = strchr(directive.flags, '-') != nullptr;
-    bool good = WriteBlanks(out, left ? 0 : padding);
-    char encoded[UTF8_MAX_BYTES];
-    for (size_t i = 0; good && i < characters; i++) {
-        const size_t count = Utf8_Encode(static_cast<uint32_t>(text[i]), encoded);
-        good = fwrite(encoded, 1, count, out) == count;
+    const MallocString encoded(static_cast<char *>(malloc(bytes + 1)));
+    if (encoded == nullptr) {
+        return false;
     }
-    return good && WriteBlanks(out, left ? padding : 0);
+    char *end = encoded.get();
+    for (size_t i = 0; i < characters; i++) {
+        end += Utf8_Encode(static_cast<uint32_t>(text[i]), end);
+    }
+    return WriteText(out, directive, encoded.get(), bytes);
 }
 
 bool WriteCharacter(FILE *out, const Directive &directive, int character) {

@@ -71,9 +71,7 @@ bool SyncMutex_Lock(SyncMutex *mutex) {
 
 bool SyncMutex_Trylock(SyncMutex *mutex) {
     uint32_t expected = 1;
-    const bool taken = mutex->unlocked.compare_exchange_strong(expected, 0);
-    AtomicFence_AfterReadModifyWrite();
-    return taken;
+    return AtomicFence_CompareExchange(mutex->unlocked, &expected, 0);
 }
 
 bool SyncMutex_Unlock(SyncMutex *mutex) {
@@ -90,9 +88,7 @@ SyncMutex *SyncMutex_CreateSingleton(std::atomic<SyncMutex *> *storage) {
     if (!SyncMutex_Init(fresh.get(), nullptr)) {
         PanicInconsistent();
     }
-    const bool won = storage->compare_exchange_strong(present, fresh.get());
-    AtomicFence_AfterReadModifyWrite();
-    if (!won) {
+    if (!AtomicFence_CompareExchange(*storage, &present, fresh.get())) {
         SyncMutex_Destroy(fresh.get());
         return present;
     }

@@ -61,9 +61,8 @@ MallocString FifoPath(const SyncWaitQ &queue, uint64_t sequence) {
 // one has just done so, or a waiter could miss that the pipe it read has been closed.
 uint64_t AdvanceSequence(SyncWaitQ *queue) {
     uint64_t old = queue->sequence.load();
-    while (!queue->sequence.compare_exchange_weak(old, old + 1)) {
+    while (!AtomicFence_CompareExchange(queue->sequence, &old, old + 1)) {
     }
-    AtomicFence_AfterReadModifyWrite();
     return old;
 }
 
@@ -162,8 +161,7 @@ bool WakeUpAnonymous(SyncWaitQ *queue) {
         Warning("SyncWaitQWakeupAnon: fcntl failed, errno = %d\n", errno);
         return false;
     }
-    const SyncPipe old = queue->pipe.exchange(fresh);
-    AtomicFence_AfterReadModifyWrite();
+    const SyncPipe old = AtomicFence_Exchange(queue->pipe, fresh);
     AdvanceSequence(queue);
     const FileDescriptor readEnd(old.readEnd);
     const FileDescriptor writeEnd(old.writeEnd);

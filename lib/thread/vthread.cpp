@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "lib/config/msg.h"
 #include "lib/err/errText.h"
@@ -165,10 +166,9 @@ int Start(void (*function)(void *), void *argument, VThreadID id) {
     return error;
 }
 
-VThreadID ReportFailure(int error) {
+void ReportFailure(int error) {
     Msg_AppendFormatted(MSGID("msg.vthreadPosix.createThreadFailed") "Cannot start thread: %s\n",
                         Err_ErrnoText(error));
-    return VTHREAD_INVALID_ID;
 }
 
 }  // namespace
@@ -195,12 +195,12 @@ void VThread_Init(VThreadID id, const char *name) {
 }
 
 VThreadID VThread_CreateThread(void (*function)(void *), void *argument, VThreadID id, const char *name) {
-    const VThreadID parent = VThread_CurID();
     const bool dynamic = id == VTHREAD_INVALID_ID;
     if (dynamic) {
         id = VThreadTable_ReserveDynamic();
         if (id == VTHREAD_INVALID_ID) {
-            return ReportFailure(ENOMEM);
+            ReportFailure(ENOMEM);
+            return VTHREAD_INVALID_ID;
         }
     } else if (!VThreadTable_Reserve(id)) {
         PanicNotReached();
@@ -209,13 +209,17 @@ VThreadID VThread_CreateThread(void (*function)(void *), void *argument, VThread
     info->autoRelease = dynamic;
     VThreadTable_SetName(id, name);
     info->priority = 0;
-    info->parent = parent;
+    info->parent = VThread_CurID();
     const int error = Start(function, argument, id);
-    if (error != 0) {
-        VThreadTable_Release(id);
-        return ReportFailure(error);
+    if (error == 0) {
+        return id;
     }
-    return id;
+    ReportFailure(error);
+    memset(info->name, 0, sizeof info->name);
+    if (dynamic) {
+        VThreadTable_Release(id);
+    }
+    return VTHREAD_INVALID_ID;
 }
 
 void VThread_WaitThread(VThreadID id) {

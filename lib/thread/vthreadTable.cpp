@@ -29,9 +29,7 @@ void ForgetParents(VThreadInfo (&infos)[VTHREAD_TABLE_SIZE]) {
 
 bool Take(VThreadInfo *info) {
     int32_t expected = VTHREAD_SLOT_FREE;
-    const bool taken = info->state.compare_exchange_strong(expected, VTHREAD_SLOT_RESERVED);
-    AtomicFence_AfterReadModifyWrite();
-    return taken;
+    return AtomicFence_CompareExchange(info->state, &expected, VTHREAD_SLOT_RESERVED);
 }
 
 int FirstFree(VThreadInfo (&infos)[VTHREAD_TABLE_SIZE], int from) {
@@ -56,9 +54,7 @@ VThreadBlock *BlockAt(std::atomic<VThreadBlock *> *link) {
     }
     VThreadBlock *fresh = new (memory) VThreadBlock();
     ForgetParents(fresh->infos);
-    const bool won = link->compare_exchange_strong(present, fresh);
-    AtomicFence_AfterReadModifyWrite();
-    if (!won) {
+    if (!AtomicFence_CompareExchange(*link, &present, fresh)) {
         free(memory);
         return present;
     }
@@ -111,7 +107,6 @@ void VThreadTable_Release(VThreadID id) {
         return;
     }
     info->state.store(VTHREAD_SLOT_RELEASING);
-    memset(info->name, 0, sizeof info->name);
     info->autoRelease = false;
     info->parent = VTHREAD_INVALID_ID;
     info->state.store(VTHREAD_SLOT_FREE);

@@ -54,11 +54,8 @@ bool IsTrail(char16_t unit) {
     return (unit & 0xFC00) == 0xDC00;
 }
 
-// The folded unit at an index, or the whole code point when the unit is half of a pair; 0 behind the end.
+// The folded unit at an index, or the whole code point when the unit is half of a pair.
 uint32_t CodePointAt(const std::u16string &units, size_t index, bool ignoreCase) {
-    if (index >= units.size()) {
-        return 0;
-    }
     const size_t lead = IsTrail(units[index]) && index > 0 ? index - 1 : index;
     if (IsLead(units[lead]) && lead + 1 < units.size() && IsTrail(units[lead + 1])) {
         return 0x10000 + ((units[lead] & 0x3FFu) << 10 | (units[lead + 1] & 0x3FFu));

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <memory>
@@ -95,6 +96,11 @@ TEST(HashTable, LetsGoOfExactlyTheValuesThatLeave) {
     EXPECT_EQ(HashTable_GetNumElements(table.get()), 2u);
     HashTable_Clear(table.get());
     EXPECT_EQ(HashTable_GetNumElements(table.get()), 0u);
+    void *unset = nullptr;
+    void **array = &unset;
+    size_t size = 9;
+    HashTable_ToArray(table.get(), &array, &size);
+    EXPECT_TRUE(array == nullptr && size == 0);
     EXPECT_THAT(freedValues, testing::UnorderedElementsAre(10, 20, 13, 30));
 }
 
@@ -120,7 +126,7 @@ TEST(HashTable, ConcurrentInsertsAddEachKeyOnce) {
     constexpr uintptr_t KEYS = 400;
     Table table = MakeTable(8, HASH_INT_KEY | HASH_FLAG_ATOMIC);
     std::atomic<size_t> added = 0;
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int t = 0; t < 4; t++) {
         threads.emplace_back([&] {
             for (uintptr_t key = 1; key <= KEYS; key++) {
@@ -129,9 +135,7 @@ TEST(HashTable, ConcurrentInsertsAddEachKeyOnce) {
             }
         });
     }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     EXPECT_EQ(added, KEYS);
     EXPECT_EQ(Walk(table.get()).size(), KEYS);
 }
@@ -142,4 +146,9 @@ TEST(AtomicFence, IsNeededOnEarlyModelsOfOneFamilyOnly) {
     EXPECT_FALSE(AtomicFence_NeededBy("AuthenticAMD", 0x00040F02)) << "model 0x40";
     EXPECT_FALSE(AtomicFence_NeededBy("AuthenticAMD", 0x00100F42)) << "family 16";
     EXPECT_FALSE(AtomicFence_NeededBy("GenuineIntel", 0x00000F4A));
+}
+
+TEST(HashTableDeathTest, StopsAtACountThatIsNoPowerOfTwo) {
+    EXPECT_EXIT((dup2(STDERR_FILENO, STDOUT_FILENO), HashTable_Alloc(3, 0, nullptr)),
+                testing::ExitedWithCode(1), "HashTable_Alloc only takes powers of 2 \n");
 }

@@ -1,14 +1,19 @@
 #include "lib/thread/vthread.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <barrier>
+#include <cerrno>
+#include <cstring>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "lib/config/msg.h"
 #include "tests/support/generalLog.h"
 
 namespace {
@@ -54,6 +59,19 @@ Seen RunThread(const char *name) {
     EXPECT_EQ(foreign.nameAtFirst, "unknown");
     EXPECT_EQ(foreign.id, 38);
     EXPECT_EQ(foreign.name, "vthread-38");
+
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, size_t{1} << 47);  // as large as the address space
+    pthread_setattr_default_np(&attributes);
+    EXPECT_EQ(VThread_CreateThread(Look, nullptr, VTHREAD_INVALID_ID, nullptr), VTHREAD_INVALID_ID);
+    EXPECT_EQ(log.Take(), "") << "appended, not posted: nobody may be there to press a key";
+    Msg_Reset(true);
+    EXPECT_THAT(log.Take(), testing::HasSubstr("[msg.vthreadPosix.createThreadFailed] Cannot start thread: " +
+                                               std::string(strerror(EAGAIN)) + "\n"));
+    pthread_attr_setstacksize(&attributes, size_t{1} << 20);
+    pthread_setattr_default_np(&attributes);
+    EXPECT_EQ(RunThread(nullptr).name, "vthread-39") << "the id is free again";
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
