@@ -57,100 +57,106 @@ void RunThreads(int count, Body body) {
 // Every case runs on an anonymous queue and on a named one, in a directory of its own.
 class Sync : public testing::TestWithParam<bool> {
   protected:
-    ~Sync() override { EXPECT_FALSE(FifoIsThere()); }
-    const char *Prefix() const { return GetParam() ? prefix_.c_str() : nullptr; }
+    Sync() {
+        const std::string prefix = directory_ / "queue";
+        EXPECT_TRUE(SyncRecMutex_Init(&recursive_, GetParam() ? prefix.c_str() : nullptr));
+    }
+    ~Sync() override {
+        SyncRecMutex_Destroy(&recursive_);
+        EXPECT_FALSE(FifoIsThere());
+    }
+    FileDescriptor Wait() { return FileDescriptor(SyncWaitQ_Add(&queue_)); }
     bool FifoIsThere() const { return !std::filesystem::is_empty(directory_.Path()); }
 
     TempFolder directory_;
-    const std::string prefix_ = directory_ / "queue";
+    SyncRecMutex recursive_ = {};
+    SyncMutex &mutex_ = recursive_.mutex;
+    SyncWaitQ &queue_ = mutex_.queue;
 };
 INSTANTIATE_TEST_SUITE_P(Queue, Sync, testing::Bool(),
                          [](const auto &row) { return row.param ? "Named" : "Anonymous"; });
 
 TEST_P(Sync, WakeUpReachesAllWhoWaitAndNobodyLater) {
-    SyncWaitQ queue = {};
-    ASSERT_TRUE(SyncWaitQ_Init(&queue, Prefix()));
-    EXPECT_TRUE(SyncWaitQ_WakeUp(&queue)) << "nobody waits";
-    const FileDescriptor first(SyncWaitQ_Add(&queue));
-    const FileDescriptor second(SyncWaitQ_Add(&queue));
+    EXPECT_TRUE(SyncWaitQ_WakeUp(&queue_)) << "nobody waits";
+    const FileDescriptor first = Wait();
+    const FileDescriptor second = Wait();
     EXPECT_FALSE(IsReadable(first));
-    EXPECT_TRUE(SyncWaitQ_WakeUp(&queue));
-    EXPECT_TRUE(IsReadable(first));
-    EXPECT_TRUE(IsReadable(second));
-    FileDescriptor later(SyncWaitQ_Add(&queue));
+    EXPECT_TRUE(SyncWaitQ_WakeUp(&queue_));
+    EXPECT_TRUE(IsReadable(first) && IsReadable(second));
+    FileDescriptor later = Wait();
     EXPECT_FALSE(IsReadable(later));
     later.reset();
     EXPECT_EQ(FifoIsThere(), GetParam());
-    EXPECT_TRUE(SyncWaitQ_WakeUp(&queue)) << "the waiter has gone";
+    EXPECT_TRUE(SyncWaitQ_WakeUp(&queue_)) << "the waiter has gone";
     EXPECT_FALSE(FifoIsThere());
-    SyncWaitQ_Destroy(&queue);
 }
 
 TEST_P(Sync, AWaiterWhomAWakeUpRacesPastIsWokenAtOnce) {
-    SyncWaitQ queue = {};
-    ASSERT_TRUE(SyncWaitQ_Init(&queue, Prefix()));
-    const FileDescriptor early(SyncWaitQ_Add(&queue));
-    atNextDescriptor = [&] { EXPECT_TRUE(SyncWaitQ_WakeUp(&queue)); };
-    const FileDescriptor late(SyncWaitQ_Add(&queue));
+    const FileDescriptor early = Wait();
+    atNextDescriptor = [&] { EXPECT_TRUE(SyncWaitQ_WakeUp(&queue_)); };
+    const FileDescriptor late = Wait();
     EXPECT_FALSE(atNextDescriptor) << "the wake-up has come in between";
-    EXPECT_TRUE(IsReadable(early));
-    EXPECT_TRUE(IsReadable(late));
+    EXPECT_TRUE(IsReadable(early) && IsReadable(late));
     EXPECT_FALSE(FifoIsThere());
-    SyncWaitQ_Destroy(&queue);
 }
 
 // Whenever a waiter comes, the wake-up under way or the next one reaches it: one alone, whom nobody else's
 // arrival helps, and several, who may take each other's place of waiting away.
 TEST_P(Sync, WaitersAmongConstantWakeUpsMissNone) {
+    std::jthread waker([&](const std::stop_token &finished) {
+        while (!finished.stop_requested()) {
+            EXPECT_TRUE(SyncWaitQ_WakeUp(&queue_));
+        }
+    });
     for (const int waiters : {1, THREADS}) {
-        SyncWaitQ queue = {};
-        ASSERT_TRUE(SyncWaitQ_Init(&queue, Prefix()));
-        std::jthread waker([&](const std::stop_token &finished) {
-            while (!finished.stop_requested()) {
-                EXPECT_TRUE(SyncWaitQ_WakeUp(&queue));
-            }
-        });
         RunThreads(waiters, [&] {
             for (int i = 0; i < ROUNDS && !HasFailure(); ++i) {
-                EXPECT_TRUE(IsReadable(FileDescriptor(SyncWaitQ_Add(&queue)), 20000));
+                EXPECT_TRUE(IsReadable(Wait(), 20000));
             }
         });
-        waker = {};
-        SyncWaitQ_Destroy(&queue);
     }
 }
 
 TEST_P(Sync, MutexKeepsThreadsApart) {
-    SyncMutex mutex = {};
-    ASSERT_TRUE(SyncMutex_Init(&mutex, Prefix()));
     int counter = 0;  // not atomic: the mutex is what makes it right
     RunThreads(THREADS, [&] {
         for (int i = 0; i < ROUNDS; ++i) {
-            ASSERT_TRUE(SyncMutex_Lock(&mutex));
+            ASSERT_TRUE(SyncMutex_Lock(&mutex_));
             counter++;
             if (i % 8 == 0) {
                 std::this_thread::yield();  // so that others come and wait
             }
-            EXPECT_TRUE(SyncMutex_Unlock(&mutex));
+            EXPECT_TRUE(SyncMutex_Unlock(&mutex_));
         }
     });
     EXPECT_EQ(counter, THREADS * ROUNDS);
-    EXPECT_TRUE(SyncMutex_Trylock(&mutex));
-    EXPECT_FALSE(SyncMutex_Trylock(&mutex));
-    SyncMutex_Destroy(&mutex);
+    EXPECT_TRUE(SyncMutex_Trylock(&mutex_));
+    EXPECT_FALSE(SyncMutex_Trylock(&mutex_));
 }
 
 TEST_P(Sync, RecursiveMutexIsFreeAfterAsManyReleases) {
-    SyncRecMutex mutex = {};
-    ASSERT_TRUE(SyncRecMutex_Init(&mutex, Prefix()));
-    EXPECT_TRUE(SyncRecMutex_Lock(&mutex) && SyncRecMutex_Trylock(&mutex));
+    EXPECT_TRUE(SyncRecMutex_Lock(&recursive_) && SyncRecMutex_Trylock(&recursive_));
     for (const bool free : {false, true}) {
-        EXPECT_TRUE(SyncRecMutex_Unlock(&mutex));
-        bool taken = false;
-        std::thread([&] { taken = SyncRecMutex_Trylock(&mutex) && SyncRecMutex_Unlock(&mutex); }).join();
-        EXPECT_EQ(taken, free);
+        EXPECT_TRUE(SyncRecMutex_Unlock(&recursive_));
+        RunThreads(1, [&] {
+            EXPECT_EQ(SyncRecMutex_Trylock(&recursive_) && SyncRecMutex_Unlock(&recursive_), free);
+        });
     }
-    SyncRecMutex_Destroy(&mutex);
+}
+
+TEST_P(Sync, OnlyAWaiterNeedsADescriptorAndStopsWithoutOne) {
+    const auto lockWithoutDescriptors = [&] {
+        dup2(STDERR_FILENO, STDOUT_FILENO);  // where the stop writes; the death test reads standard error
+        const rlimit none = {1, 1};
+        setrlimit(RLIMIT_NOFILE, &none);
+        if (SyncMutex_Lock(&mutex_) && SyncMutex_Unlock(&mutex_) && SyncMutex_Lock(&mutex_)) {
+            fputs("uncontended\n", stderr);
+        }
+        SyncMutex_Lock(&mutex_);
+        _exit(0);
+    };
+    EXPECT_EXIT(lockWithoutDescriptors(), testing::ExitedWithCode(1),
+                "uncontended\n(.|\n)*SyncWaitQ: Too many file descriptors are in use by the process.\n");
 }
 
 TEST(SyncMutex, SingletonIsOneForAllThreads) {
@@ -161,28 +167,6 @@ TEST(SyncMutex, SingletonIsOneForAllThreads) {
     });
     SyncMutex_Destroy(storage.load());
     delete storage.load();
-}
-
-[[noreturn]] void LockWithoutDescriptors(const char *prefix) {
-    SyncMutex mutex = {};
-    SyncMutex_Init(&mutex, prefix);
-    dup2(STDERR_FILENO, STDOUT_FILENO);  // where the stop writes; the death test reads standard error
-    const rlimit none = {1, 1};
-    setrlimit(RLIMIT_NOFILE, &none);
-    for (int i = 0; i < ROUNDS; ++i) {
-        SyncMutex_Lock(&mutex);
-        SyncMutex_Unlock(&mutex);
-    }
-    fprintf(stderr, "uncontended\n");
-    SyncMutex_Lock(&mutex);
-    SyncMutex_Lock(&mutex);
-    _exit(0);
-}
-
-TEST_P(Sync, OnlyAWaiterNeedsADescriptorAndStopsWithoutOne) {
-    EXPECT_EXIT(LockWithoutDescriptors(Prefix()), testing::ExitedWithCode(1),
-                "uncontended\n(.|\n)*SyncWaitQ: Too many file descriptors are in use by the process.\n");
-    EXPECT_EQ(std::filesystem::remove(prefix_ + ".0"), GetParam()) << "the FIFO that could not be opened";
 }
 
 }  // namespace
