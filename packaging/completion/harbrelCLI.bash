@@ -3,7 +3,7 @@ _harbrelCLI() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} word
     # The equals sign is a word of its own.
     if [[ $current == = ]]; then
-        previous+==
+        previous+='='
         current=
     elif [[ $previous == = ]]; then
         previous=${COMP_WORDS[COMP_CWORD - 2]}=
