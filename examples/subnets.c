@@ -1,4 +1,5 @@
-/* Prints the subnet of every network that has one. Build: cc subnets.c $(pkg-config --cflags --libs harbrel) */
+/* Prints the subnet of every network that has one. Build: cc subnets.c $(pkg-config --cflags --libs harbrel)
+ * Run it as root, which the library needs. */
 #include <harbrel.h>
 #include <stdio.h>
 
