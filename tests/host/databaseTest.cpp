@@ -1,8 +1,6 @@
-// The database file through the exported calls: rewrite at unload, its failures, other processes, and the
-// calls on the database as a whole.
+// The database file through the exported calls, with full disks and other processes in their way.
+#include <gmock/gmock.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <string>
 
@@ -11,30 +9,24 @@
 #include "tests/support/fileSizeLimit.h"
 #include "tests/support/otherProcess.h"
 
-namespace {
-
 using DatabaseOnHost = LibraryTest;
+using testing::HasSubstr;
 
 constexpr const char *DATABASE = "/etc/orvane/networking";
 constexpr const char *EXPORT = "/tmp/networking_export";
 
 TEST_F(DatabaseOnHost, RewriteOnAFullDiskKeepsTheJournal) {
     const std::string records = "answer HBL_LOGLEVEL 1\nanswer A " + std::string(1500, 'a') + "\n";
-    WriteDatabase(records);
-    ASSERT_TRUE(HBL_Load());
+    LoadWith(records);
     EXPECT_TRUE(HBL_VnetCfgAddAnswer("B", "2"));
     Log();
-    {
-        const FileSizeLimit full(1000);
-        HBL_Unload();
-    }
+    OnFullDisk(1000, HBL_Unload);
     EXPECT_EQ("VERSION=1,0\n" + records + "answer B 2\n", Database());
     EXPECT_EQ("", OtherFiles());
 }
 
 TEST_F(DatabaseOnHost, ReadOnlyFolderLosesNothingAndTheReasonIsLogged) {
-    WriteDatabase("answer HBL_LOGLEVEL 1\nanswer A 1\n");
-    ASSERT_TRUE(HBL_Load());
+    LoadWith("answer HBL_LOGLEVEL 1\nanswer A 1\n");
     EXPECT_TRUE(HBL_VnetCfgAddAnswer("B", "2"));
     const std::string journal = Database();
     ASSERT_EQ(0, mount("/etc/orvane", "/etc/orvane", nullptr, MS_BIND, nullptr));
@@ -51,7 +43,7 @@ TEST_F(DatabaseOnHost, ReadOnlyFolderLosesNothingAndTheReasonIsLogged) {
           "HBLNetCfgUnload - Failed to create temporary backup file, error: Read-only file system\n",
           "HBLNetCfgLoad - Failed to lock config database file, error: Read-only file system\n",
           "HBL_CreateNetworkingDB - Failed to backup existing database file, error: Read-only file"}) {
-        EXPECT_NE(std::string::npos, log.find(line)) << log;
+        EXPECT_THAT(log, HasSubstr(line));
     }
     EXPECT_EQ(journal, Database());
 }
@@ -89,12 +81,9 @@ TEST_F(DatabaseOnHost, LockedDatabaseIsNotRewritten) {
     EXPECT_FALSE(HBL_SetDefaultLogLevel(1));
     HBL_Unload();
     EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 9\nanswer A 1\nremove_answer A\nanswer A 2\n", Database());
-    const std::string log = Log();
-    EXPECT_NE(
-        std::string::npos,
-        log.find("HBLNetCfgLockConfig - Failed to lock config file, file: /etc/orvane/networking, error: "
-                 "timed out\nHBL_SetDefaultLogLevel - Failed to obtain lock on vnet config\n"))
-        << log;
+    EXPECT_THAT(Log(), HasSubstr("HBLNetCfgLockConfig - Failed to lock config file, file: "
+                                 "/etc/orvane/networking, error: timed out\n"
+                                 "HBL_SetDefaultLogLevel - Failed to obtain lock on vnet config\n"));
 }
 
 TEST_F(DatabaseOnHost, CreationAndDeletionNeedAnUnloadedLibrary) {
@@ -104,10 +93,7 @@ TEST_F(DatabaseOnHost, CreationAndDeletionNeedAnUnloadedLibrary) {
     EXPECT_EQ("", OtherFiles());
     WriteDatabase("answer A 1\n");
     EXPECT_FALSE(HBL_CreateNetworkingDB(false));
-    {
-        const FileSizeLimit full(5);
-        EXPECT_FALSE(HBL_CreateNetworkingDB(true));
-    }
+    EXPECT_FALSE(OnFullDisk(5, [] { return HBL_CreateNetworkingDB(true); }));
     EXPECT_EQ("VERSION=1,0\nanswer A 1\n", Database());
     EXPECT_EQ("", OtherFiles());
     EXPECT_TRUE(HBL_CreateNetworkingDB(true));
@@ -130,9 +116,8 @@ TEST_F(DatabaseOnHost, ExportAndImportMeetAtTheDefaultFile) {
     std::filesystem::remove(EXPORT);
     EXPECT_FALSE(HBL_ExportDatabaseToFile(nullptr));
     EXPECT_FALSE(HBL_ImportDatabaseFromFile(nullptr));
-    EXPECT_NE(std::string::npos, Log().find("HBL_ImportDatabaseFromFile - Import file does not exist\n"));
-    WriteDatabase("answer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\nanswer MY_NOTE kept\n");
-    ASSERT_TRUE(HBL_Load());
+    EXPECT_THAT(Log(), HasSubstr("HBL_ImportDatabaseFromFile - Import file does not exist\n"));
+    LoadWith("answer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\nanswer MY_NOTE kept\n");
     EXPECT_TRUE(HBL_ExportDatabaseToFile(nullptr));
     EXPECT_EQ("BACKUP_VERSION=1,0\nanswer HBL_LOGLEVEL 1\nanswer MY_NOTE kept\nanswer VNET_1_DHCP yes\n",
               ReadFileText(EXPORT));
@@ -144,14 +129,13 @@ TEST_F(DatabaseOnHost, ExportAndImportMeetAtTheDefaultFile) {
 }
 
 TEST_F(DatabaseOnHost, ImportWhileLoadedKeepsTheDaemonsFolder) {
-    WriteDatabase("answer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\n");
     WriteFileText("/etc/orvane/config", "bindir = \"/usr/bin\"\n");
     WriteFileText("/tmp/settings", "BACKUP_VERSION=1,0\nadd_bridge_mapping eth1 2\n");
-    ASSERT_TRUE(HBL_Load());
+    LoadWith("answer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\n");
     EXPECT_TRUE(HBL_ImportDatabaseFromFile("/tmp/settings"));
-    EXPECT_NE(std::string::npos,
-              Log().find("NetCfgUpdateDatabaseFields - Source and destination database versions are same\n"
-                         "HBLNetCfgImportConfig - Reopened database file: /etc/orvane/networking\n"));
+    EXPECT_THAT(Log(),
+                HasSubstr("NetCfgUpdateDatabaseFields - Source and destination database versions are same\n"
+                          "HBLNetCfgImportConfig - Reopened database file: /etc/orvane/networking\n"));
     EXPECT_EQ("/usr/bin", Answer("BINDIR"));
     EXPECT_EQ("(none)", Answer("VNET_1_DHCP"));
     EXPECT_TRUE(HBL_SetDefaultLogLevel(2));
@@ -161,13 +145,10 @@ TEST_F(DatabaseOnHost, ImportWhileLoadedKeepsTheDaemonsFolder) {
 
 TEST_F(DatabaseOnHost, SpoiltDatabaseHealsAtTheUnload) {
     for (const bool deleted : {false, true}) {
-        WriteDatabase("answer HBL_LOGLEVEL 1\n");
-        ASSERT_TRUE(HBL_Load());
+        LoadWith("answer HBL_LOGLEVEL 1\n");
         EXPECT_TRUE(deleted ? std::filesystem::remove(DATABASE) : HBL_ExportDatabaseToFile(DATABASE));
         EXPECT_TRUE(HBL_SetDefaultLogLevel(2));
         HBL_Unload();
         EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x2\n", Database()) << deleted;
     }
 }
-
-}  // namespace

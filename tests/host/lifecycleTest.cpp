@@ -6,8 +6,6 @@
 
 #include "tests/host/loadedLibrary.h"
 
-namespace {
-
 using Lifecycle = LibraryTest;
 
 TEST_F(Lifecycle, LoadWithoutALogOrADatabaseFails) {
@@ -31,8 +29,7 @@ TEST_F(Lifecycle, LoadWithoutALogOrADatabaseFails) {
 TEST_F(Lifecycle, LogMovesToTheStoredFile) {
     for (const std::string path : {"/tmp/moved", "/tmp/none/log"}) {
         std::filesystem::remove("/var/log/harbrel");
-        WriteDatabase("answer HBL_LOGLEVEL 17\nanswer HBL_LOG_FILE " + path + "\n");
-        ASSERT_TRUE(HBL_Load());
+        LoadWith("answer HBL_LOGLEVEL 17\nanswer HBL_LOG_FILE " + path + "\n");
         const bool moved = path == "/tmp/moved";
         EXPECT_THAT(Log(moved ? path : "/var/log/harbrel"),
                     testing::HasSubstr("HBL_Load - Successfully initialized Harbrel\n"));
@@ -42,9 +39,8 @@ TEST_F(Lifecycle, LogMovesToTheStoredFile) {
 }
 
 TEST_F(Lifecycle, OnlyTheLastUnloadWritesTheDatabase) {
-    WriteDatabase("answer HBL_LOGLEVEL 16\nadd_bridge_mapping eth0 2\nanswer A 1\nanswer BINDIR /old\n");
     WriteFileText("/etc/orvane/config", "bindir = \"/usr/bin\"\n");
-    ASSERT_TRUE(HBL_Load());
+    LoadWith("answer HBL_LOGLEVEL 16\nadd_bridge_mapping eth0 2\nanswer A 1\nanswer BINDIR /old\n");
     const std::string before = Database();
     WriteFileText("/etc/orvane/config", "bindir = \"/other\"\n");
     ASSERT_TRUE(HBL_Load());
@@ -69,8 +65,7 @@ TEST_F(Lifecycle, SettersNeedALoadedLibraryAndGoodArguments) {
     EXPECT_FALSE(HBL_VnetCfgAddAnswer("K", "v"));
     EXPECT_FALSE(HBL_VnetCfgRemoveAnswer("K"));
     EXPECT_FALSE(HBL_SetDefaultLogLevel(1));
-    WriteDatabase("answer HBL_LOGLEVEL 1\n");
-    ASSERT_TRUE(HBL_Load());
+    LoadWith("answer HBL_LOGLEVEL 1\n");
     EXPECT_FALSE(HBL_VnetCfgGetAnswer("K", nullptr));
     EXPECT_FALSE(HBL_VnetCfgAddAnswer("K", nullptr));
     EXPECT_FALSE(HBL_VnetCfgAddAnswer(nullptr, "v"));
@@ -92,9 +87,6 @@ TEST_F(Lifecycle, SettersNeedALoadedLibraryAndGoodArguments) {
                     "HBL_Load - LOG_OK logged\nHBL_Load - LOG_INFO logged\nHBL_Load - LOG_INFO2 logged\n"
                     "HBL_Load - LOG_ARGS logged\nHBL_Load - Config file used: /etc/orvane/networking\n"));
     HBL_Unload();
-    WriteDatabase("answer HBL_LOGLEVEL loud\n");
-    ASSERT_TRUE(HBL_Load());
+    LoadWith("answer HBL_LOGLEVEL loud\n");
     EXPECT_EQ(LOG_ERR | LOG_WRN | LOG_OK, HBL_GetLogLevel());
 }
-
-}  // namespace

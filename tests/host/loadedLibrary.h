@@ -30,6 +30,10 @@ class LibraryTest : public testing::Test {
     static void WriteDatabase(const std::string &records) {
         WriteFileText("/etc/orvane/networking", "VERSION=1,0\n" + records);
     }
+    static void LoadWith(const std::string &records) {
+        WriteDatabase(records);
+        ASSERT_TRUE(HBL_Load());
+    }
     static std::string Database() { return ReadFileText("/etc/orvane/networking"); }
     // The library's log so far, what it still holds in its buffer included.
     static std::string Log(const std::string &path = "/var/log/harbrel") {

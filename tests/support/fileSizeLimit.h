@@ -24,3 +24,10 @@ class FileSizeLimit {
     rlimit former_ = {};
     sighandler_t formerHandler_ = SIG_DFL;
 };
+
+// What the body gives on a disk that is full at that size.
+template <typename Body>
+auto OnFullDisk(rlim_t bytes, Body body) {
+    const FileSizeLimit full(bytes);
+    return body();
+}

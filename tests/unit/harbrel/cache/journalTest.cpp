@@ -17,8 +17,7 @@ constexpr const char *MAC = "02:00:00:11:22:33";
 struct Family {
     Change addOld, addNew, remove;
     std::string oldLine, newLine, removeLine;
-    bool absentIsRemoved;
-    bool equalIsNoChange;
+    bool absentIsRemoved, equalIsNoChange;
 };
 const Family FAMILIES[] = {
     {[](auto *db) { return HBLNetCfgAddAnswerString(db, "K", "old"); },
@@ -58,6 +57,11 @@ class JournalTest : public CacheTest {
         return text.substr(start_.size());
     }
 
+    // Makes the change while the file can grow by so many bytes.
+    bool WithRoomFor(size_t bytes, const Change &change) const {
+        return OnFullDisk(db->fileIdentity.size + bytes, [&] { return change(db); });
+    }
+
   private:
     std::string start_ = VERSION_LINE;
 };
@@ -88,20 +92,14 @@ TEST_F(JournalTest, ChangesReachCacheAndFile) {
 TEST_F(JournalTest, CacheKeepsARecordWhenTheFileRefusesEveryLine) {
     for (const Family &family : FAMILIES) {
         Restart();
-        {
-            const FileSizeLimit full(db->fileIdentity.size);
-            EXPECT_FALSE(family.addNew(db));
-        }
+        EXPECT_FALSE(WithRoomFor(0, family.addNew));
         EXPECT_EQ(Records(), family.newLine);
         ASSERT_TRUE(family.addOld(db));
         const std::string journal = Journal();
-        {
-            const FileSizeLimit full(db->fileIdentity.size);
-            EXPECT_FALSE(family.addNew(db));
+        for (const Change &change : {family.addNew, family.remove}) {
+            EXPECT_FALSE(WithRoomFor(0, change));
             EXPECT_EQ(Records(), family.oldLine);
-            EXPECT_FALSE(family.remove(db));
         }
-        EXPECT_EQ(Records(), family.oldLine);
         EXPECT_EQ(Journal(), journal);
     }
 }
@@ -115,10 +113,7 @@ TEST_F(JournalTest, FullDiskAtAnyByteLeavesWholeLines) {
         const size_t needed = family.removeLine.size() + family.newLine.size();
         std::string journal = Journal();
         for (size_t room = 0; room < needed; ++room) {
-            {
-                const FileSizeLimit limit(db->fileIdentity.size + room);
-                EXPECT_FALSE(family.addNew(db)) << room;
-            }
+            EXPECT_FALSE(WithRoomFor(room, family.addNew)) << room;
             EXPECT_EQ(Records(), family.oldLine) << room;
             // The undo writes its removal line too as soon as there is room for a second one.
             for (size_t fits = room / family.removeLine.size(); fits > 0; --fits) {
@@ -135,18 +130,14 @@ TEST_F(JournalTest, FullDiskAtAnyByteLeavesWholeLines) {
 TEST_F(JournalTest, UndoIsJournalledWhenThereIsRoomForIt) {
     const std::string removal = "remove_answer K\n";
     const std::string old = "answer K old\n";
-    const std::string tooLong(200, 'n');
-    {
-        const FileSizeLimit limit(db->fileIdentity.size + removal.size());
-        EXPECT_FALSE(HBLNetCfgAddAnswerString(db, "K", tooLong.c_str()));
-    }
+    const Change tooLong = [](auto *cache) {
+        return HBLNetCfgAddAnswerString(cache, "K", std::string(200, 'n').c_str());
+    };
+    EXPECT_FALSE(WithRoomFor(removal.size(), tooLong));
     EXPECT_EQ(Records(), "");
     EXPECT_EQ(Journal(), removal);
     ASSERT_TRUE(HBLNetCfgAddAnswerString(db, "K", "old"));
-    {
-        const FileSizeLimit limit(db->fileIdentity.size + 2 * removal.size() + old.size());
-        EXPECT_FALSE(HBLNetCfgAddAnswerString(db, "K", tooLong.c_str()));
-    }
+    EXPECT_FALSE(WithRoomFor(2 * removal.size() + old.size(), tooLong));
     EXPECT_EQ(Records(), old);
     EXPECT_EQ(Journal(), removal + old + removal + removal + old);
 }

@@ -53,23 +53,16 @@ TEST_F(DatabaseRewrite, FullDiskAtAnyPointLeavesNoFile) {
         NetCfgHashAddAnswer(db, ("VNET_" + std::to_string(number)).c_str(), "value");
     }
     ASSERT_TRUE(NetCfgWriteDatabaseFile(db, copy.c_str(), false));
-    const struct {
-        rlim_t room;
-        const char *failure;
-    } cases[] = {
+    const std::pair<rlim_t, const char *> cases[] = {
         {5, "HBLNetCfgCreateDB - Failed to write intialization data into file: "},
         {2000, "NetCfgWriteDatabaseFile - Failed to write record of type: 1 to  database file\n"},
         {std::filesystem::file_size(copy) - 1, "NetCfgWriteDatabaseFile - Failed to finish database file: "},
     };
-    for (const auto &row : cases) {
-        bool written = true;
-        {
-            const FileSizeLimit full(row.room);
-            written = NetCfgWriteDatabaseFile(db, copy.c_str(), false);
-        }
-        EXPECT_FALSE(written) << row.failure;
-        EXPECT_NE(std::string::npos, log.Take().find(row.failure)) << row.failure;
-        EXPECT_FALSE(std::filesystem::exists(copy)) << row.failure;
+    for (const auto &[room, failure] : cases) {
+        const auto write = [this] { return NetCfgWriteDatabaseFile(db, copy.c_str(), false); };
+        EXPECT_FALSE(OnFullDisk(room, write)) << failure;
+        EXPECT_NE(std::string::npos, log.Take().find(failure)) << failure;
+        EXPECT_FALSE(std::filesystem::exists(copy)) << failure;
     }
 }
 

@@ -34,8 +34,7 @@ class DatabaseTransfer : public testing::Test {
 
 TEST_F(DatabaseTransfer, ImportFiltersAndUpgrades) {
     static constexpr struct {
-        const char *behaviour;
-        const char *backup;
+        const char *behaviour, *backup;
         const char *database;  // behind the version line
     } ROWS[] = {
         {"empty legacy file", "", ""},
@@ -89,10 +88,8 @@ TEST_F(DatabaseTransfer, FailureLeavesDatabaseAndCacheAsTheyWere) {
     EXPECT_FALSE(HBLNetCfgImportConfig((folder / "none").c_str(), path.c_str()));
     WriteFileText(backup, "answer VNET_1_DHCP yes\nanswer VNET_2_DHCP " + std::string(1500, 'y') + "\n");
     LogCapture log(LOG_ERR | LOG_INFO);
-    {
-        const FileSizeLimit full(1000);  // enough for the lock, not for the new database
-        EXPECT_FALSE(HBLNetCfgImportConfig(backup.c_str(), path.c_str()));
-    }
+    // Enough for the lock, not for the new database.
+    EXPECT_FALSE(OnFullDisk(1000, [&] { return HBLNetCfgImportConfig(backup.c_str(), path.c_str()); }));
     EXPECT_NE(std::string::npos,
               log.Take().find("HBLNetCfgImportConfig - Restored database file during error handling\n"));
     EXPECT_EQ(former, ReadFileText(path));
