@@ -1,7 +1,5 @@
-// Bridge changes with adapters that the kernel really has and bridge daemons that really run: which mappings
-// are left, and which daemons were restarted in which order and with what.
+// Bridge changes with real adapters and daemons: the mappings left, and what was restarted in which order.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <cstring>
 #include <string>
@@ -13,20 +11,16 @@
 #include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/hostadapters/discovery.h"
 #include "lib/harbrel/services/daemons.h"
-#include "tests/support/logCapture.h"
+#include "tests/support/fakePrograms.h"
 #include "tests/support/netns.h"
-#include "tests/support/openCache.h"
 
 namespace {
 
-constexpr char BIN_FOLDER[] = "/tmp/bin";
-constexpr char STARTS[] = "/tmp/bin/starts";
-
 // Notes each start as "<vnet> <adapters>". A file refuse-<vnet> makes the next start of that vnet fail.
-constexpr char FAKE_BRIDGE[] = R"(#!/bin/sh
+constexpr char FAKE_BRIDGE[] = R"(
 fd=$2; pidFile=$4; vnet=$6; shift 6
-echo $vnet $(printf '%s\n' "$@" | sort) >> /tmp/bin/starts
-rm "/tmp/bin/refuse-$vnet" 2> /dev/null && exit 1
+echo $vnet $(printf '%s\n' "$@" | sort) >> $DIR/starts
+rm "$DIR/refuse-$vnet" 2> /dev/null && exit 1
 setsid sleep 600 > /dev/null 2>&1 &
 echo $! > "$pidFile"
 printf x > "/proc/self/fd/$fd"
@@ -37,15 +31,13 @@ HBL_NetworkID Network(int32_t vnet) {
 }
 
 // Adapters hbl0 to hbl3 on the host; hbl0 and hbl2 are mapped to network 5, hbl1 to network 3.
-class BridgeChanges : public testing::Test {
+class BridgeChanges : public FakeProgramsTest {
   protected:
-    BridgeChanges()
-        : cache_(std::string("answer BINDIR ") + BIN_FOLDER +
-                 "\nadd_bridge_mapping hbl0 5\nadd_bridge_mapping hbl1 3\nadd_bridge_mapping hbl2 5\n") {
-        mkdir(BIN_FOLDER, 0755);
-        const std::string program = std::string(BIN_FOLDER) + "/zelan-bridge";
-        WriteFileText(program, FAKE_BRIDGE);
-        chmod(program.c_str(), 0755);
+    BridgeChanges() {
+        cache_.Program("zelan-bridge", FAKE_BRIDGE);
+        for (const auto &[adapter, vnet] : {std::pair{"hbl0", 5}, {"hbl1", 3}, {"hbl2", 5}}) {
+            EXPECT_TRUE(HBLSetBridgeMapping(adapter, vnet));
+        }
         Must("ip link set lo mtu 1000");
         for (const char *adapter : {"hbl0", "hbl1", "hbl2", "hbl3"}) {
             AddAdapter(adapter);
@@ -66,17 +58,15 @@ class BridgeChanges : public testing::Test {
         for (const uint32_t vnet : vnets) {
             ASSERT_TRUE(HBLServiceStart(vnet, HBL_SVC_BRIDGE));
         }
-        WriteFileText(STARTS, "");
+        TakeStarts();
     }
     static bool Runs(uint32_t vnet) {
         return HBLServiceStatus(vnet, HBL_SVC_BRIDGE) == HBL_SERVICE_STATUS_RUNNING;
     }
-    static void RefuseNextStart(uint32_t vnet) {
-        WriteFileText(std::string(BIN_FOLDER) + "/refuse-" + std::to_string(vnet), "");
-    }
-    static std::string TakeStarts() {
-        const std::string starts = ReadFileText(STARTS);
-        WriteFileText(STARTS, "");
+    void RefuseNextStart(uint32_t vnet) { WriteFileText(cache_.Path("refuse-" + std::to_string(vnet)), ""); }
+    std::string TakeStarts() {
+        const std::string starts = ReadFileText(cache_.Path("starts"));
+        std::filesystem::remove(cache_.Path("starts"));
         return starts;
     }
     static int32_t VnetOf(const char *adapter) {
@@ -110,8 +100,6 @@ class BridgeChanges : public testing::Test {
     }
 
     const Machine others_{"others"};
-    LogCapture log_;  // takes what the daemons print
-    OpenCache cache_;
 };
 
 TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExportedList) {
@@ -178,11 +166,9 @@ TEST_F(BridgeChanges, RefusedRestartBringsTheDefaultBack) {
 
 TEST_F(BridgeChanges, MoveRestartsDestinationDefaultAndSourceInThisOrder) {
     static constexpr struct {
-        const char *what;
-        const char *adapter;
+        const char *what, *adapter;
         int32_t destination;
-        const char *vnets;
-        const char *starts;
+        const char *vnets, *starts;
     } CASES[] = {
         {"to a network with another adapter", "hbl0", 3, "3 0 5 0", "3 -ihbl0\n0 -ehbl0 -ehbl2\n5 -ihbl2\n"},
         {"to the default", "hbl0", 0, "0 0 5 0", "0 -ehbl2\n0 -ehbl2\n"},
@@ -200,21 +186,18 @@ TEST_F(BridgeChanges, MoveRestartsDestinationDefaultAndSourceInThisOrder) {
 }
 
 TEST_F(BridgeChanges, RefusedRestartOfAnyNetworkPutsAdaptersAndServicesBack) {
-    static constexpr struct {
-        uint32_t refused;
-        const char *starts;
-    } CASES[] = {
+    static constexpr std::pair<uint32_t, const char *> CASES[] = {
         {3, "3 -ihbl0\n3 -ihbl1\n"},
         {0, "3 -ihbl0\n0 -ehbl0 -ehbl2\n3 -ihbl1\n0 -ehbl0 -ehbl1 -ehbl2\n"},
         {5, "3 -ihbl0\n0 -ehbl0 -ehbl2\n5 -ihbl2\n5 -ihbl0 -ihbl2\n3 -ihbl1\n0 -ehbl0 -ehbl1 -ehbl2\n"},
     };
     Run({0, 3, 5});
-    for (const auto &row : CASES) {
-        RefuseNextStart(row.refused);
-        EXPECT_FALSE(Move("hbl0", 3)) << row.refused;
-        EXPECT_EQ("5 3 5 0", Vnets()) << row.refused;
-        EXPECT_EQ(row.starts, TakeStarts()) << row.refused;
-        EXPECT_TRUE(Runs(0) && Runs(3) && Runs(5)) << row.refused;
+    for (const auto &[refused, starts] : CASES) {
+        RefuseNextStart(refused);
+        EXPECT_FALSE(Move("hbl0", 3)) << refused;
+        EXPECT_EQ("5 3 5 0", Vnets()) << refused;
+        EXPECT_EQ(starts, TakeStarts()) << refused;
+        EXPECT_TRUE(Runs(0) && Runs(3) && Runs(5)) << refused;
     }
     EXPECT_TRUE(Move("hbl0", 3));
 }

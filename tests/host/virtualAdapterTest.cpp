@@ -1,7 +1,5 @@
-// Host-only adapters, device nodes, services and removal on a host of the test's own, with a stand-in for
-// netifup that makes real interfaces. The kernel's state is read with ip(8).
+// Host-only adapters, device nodes and removal, with a stand-in for netifup that makes real interfaces.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <string>
@@ -11,15 +9,10 @@
 #include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/networks/settings.h"
 #include "lib/harbrel/services/daemons.h"
-#include "lib/harbrel/virtualadapter/virtualAdapter.h"
 #include "tests/support/fakePrograms.h"
-#include "tests/support/logCapture.h"
 #include "tests/support/netns.h"
 
 namespace {
-
-using testing::EndsWith;
-using testing::HasSubstr;
 
 // -s <fd> -d <pid file> ...
 const std::string FAKE_DAEMON =
@@ -27,27 +20,21 @@ const std::string FAKE_DAEMON =
 // ... <node> <adapter>. Refuses to come up without the node.
 const std::string FAKE_NETIFUP = "[ -c $5 ] && ip link add $6 type veth || exit 1\n" + FAKE_DAEMON;
 
-std::string AddressOf(const std::string &link) {
-    return RunShell("ip -o -4 addr show dev " + link + " | sed -n 's/.*inet \\(.*\\) scope.*/\\1/p'").output;
-}
 bool IsUp(const std::string &link) {
     return RunShell("ip -o link show dev " + link + " | grep -q '[<,]UP[,>]'").Succeeded();
 }
 
-class HostOnly : public testing::Test {
+class HostOnly : public FakeProgramsTest {
   protected:
     HostOnly() {
-        files_.Program("zelan-netifup", FAKE_NETIFUP);
-        files_.Program("zelan-natd", FAKE_DAEMON);
-        files_.Answer("VNET_8_VIRTUAL_ADAPTER", "yes");
-        files_.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
-        files_.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
+        cache_.Program("zelan-netifup", FAKE_NETIFUP);
+        cache_.Program("zelan-natd", FAKE_DAEMON);
+        cache_.Answer("VNET_8_VIRTUAL_ADAPTER", "yes");
+        cache_.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
+        cache_.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
         EXPECT_TRUE(HBLSetDefaultBridgeVnet(0));
     }
     static bool NetifupRuns() { return HBLServiceStatus(8, HBL_SVC_NETIFUP) == HBL_SERVICE_STATUS_RUNNING; }
-
-    LogCapture log_;  // takes what the daemons print
-    FakePrograms files_;
 };
 
 TEST_F(HostOnly, InterfaceThatIsUpIsLeftAlone) {
@@ -80,16 +67,16 @@ TEST_F(HostOnly, TakeDownStopsTheDaemonAndKeepsTheNode) {
 
 TEST_F(HostOnly, UpdateFollowsTheConfigurationUnderAnyInterfaceName) {
     const std::string name = "fifteen-letters";
-    files_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", name);
+    cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", name);
     EXPECT_TRUE(HBL_UpdateAdapterFromConfig("zelan8"));
     EXPECT_FALSE(NetifupRuns());
     ASSERT_TRUE(HBL_EnableNetworkAdapter("zelan8"));
-    files_.Answer("VNET_8_VIRTUAL_ADAPTER_ADDR", "192.168.40.7");
+    cache_.Answer("VNET_8_VIRTUAL_ADAPTER_ADDR", "192.168.40.7");
     EXPECT_TRUE(HBL_UpdateAdapterFromConfig("zelan8"));
     EXPECT_EQ("192.168.40.7/24 brd 192.168.40.255\n", AddressOf(name));
     EXPECT_TRUE(IsUp(name));
     EXPECT_TRUE(NetifupRuns());
-    files_.Answer("VNET_8_VIRTUAL_ADAPTER", "no");
+    cache_.Answer("VNET_8_VIRTUAL_ADAPTER", "no");
     EXPECT_TRUE(HBL_UpdateAdapterFromConfig("zelan8"));
     EXPECT_FALSE(IsUp(name));
     EXPECT_FALSE(NetifupRuns());
@@ -103,8 +90,8 @@ TEST_F(HostOnly, RemovalRefusesWhileAnythingOfTheNetworkIsThere) {
     for (const char *line :
          {"NAT service is still running on this vnet", "NETIFUP service is still running on this vnet",
           "Hostonly Adapter zelan8 is still enabled on vnet: zelan8."}) {
-        EXPECT_THAT(lines, HasSubstr(std::string("HBL_DeleteVnetFromDatabase - ") + line +
-                                     " Cannot delete config information\n"));
+        EXPECT_THAT(lines, testing::HasSubstr(std::string("HBL_DeleteVnetFromDatabase - ") + line +
+                                              " Cannot delete config information\n"));
     }
     // A daemon alone is enough, and so is an interface that is down.
     Must("ip link del zelan8");
@@ -119,22 +106,23 @@ TEST_F(HostOnly, RemovalRefusesWhileAnythingOfTheNetworkIsThere) {
 
 TEST_F(HostOnly, RemovalTakesEverythingAndGoesOnPastAFailure) {
     for (const char *field : {"NAT", "DHCP"}) {
-        files_.Answer(std::string("VNET_8_") + field, "yes");
+        cache_.Answer(std::string("VNET_8_") + field, "yes");
     }
     ASSERT_TRUE(HBLSetBridgeMapping("eth9", 8));
     ASSERT_TRUE(HBL_UpdateNATFromConfig("zelan8"));
     ASSERT_TRUE(HBL_UpdateDHCPFromConfig("zelan8"));
     Must("mkdir /dev/zelan8");
     EXPECT_FALSE(HBL_DeleteVnetFromDatabase("zelan8"));
-    EXPECT_THAT(log_.Take(),
-                EndsWith("HBL_DeleteVnetFromDatabase - Failed to delete zelan device\n"
-                         "HBL_DeleteVnetFromDatabase - Not able to delete some configration information for "
-                         "one/more of the services for vnet: zelan8\n"));
+    EXPECT_THAT(
+        log_.Take(),
+        testing::EndsWith("HBL_DeleteVnetFromDatabase - Failed to delete zelan device\n"
+                          "HBL_DeleteVnetFromDatabase - Not able to delete some configration information for "
+                          "one/more of the services for vnet: zelan8\n"));
     for (const uint32_t option : {HBL_OPTION_BRIDGE, HBL_OPTION_DHCP, HBL_OPTION_NAT,
                                   HBL_OPTION_VIRTUAL_ADAPTER, HBL_OPTION_SUBNET}) {
         EXPECT_FALSE(HBLVnetIsOptionConfigured(8, option)) << option;
     }
-    EXPECT_EQ("", RunCommand({"find", files_.Path("conf"), "-name", "*.conf"}).output);
+    EXPECT_EQ("", RunCommand({"find", cache_.Path("conf"), "-name", "*.conf"}).output);
     Must("rmdir /dev/zelan8");
     EXPECT_TRUE(HBL_CreateZelanDevice("zelan8"));
     HBLLogSetMask(LOG_OK);

@@ -1,5 +1,4 @@
-// An open cache whose run, configuration and program directories are the test's own, with shell scripts in
-// the place of the daemons and of orvane-ping.
+// An open cache whose directories are the test's own, with shell scripts in the place of the programs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +9,7 @@
 
 #include "lib/harbrel/cache/cache.h"
 #include "tests/support/command.h"
+#include "tests/support/logCapture.h"
 #include "tests/support/openCache.h"
 
 class FakePrograms {
@@ -35,4 +35,11 @@ class FakePrograms {
 
   private:
     OpenCache cache_;
+};
+
+// Tests on such a cache that read the library's log.
+class FakeProgramsTest : public testing::Test {
+  protected:
+    FakePrograms cache_;
+    LogCapture log_;
 };

@@ -7,8 +7,8 @@ void Must(const std::string &line) {
     EXPECT_TRUE(result.Succeeded()) << line << "\n" << result;
 }
 
-bool HasLink(const std::string &name) {
-    return RunCommand({"ip", "link", "show", "dev", name}).Succeeded();
+std::string AddressOf(const std::string &link) {
+    return RunShell("ip -o -4 addr show dev " + link + " | sed -n 's/.*inet \\(.*\\) scope.*/\\1/p'").output;
 }
 
 Machine::Machine(const std::string &name) : name_(name) {

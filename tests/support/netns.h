@@ -20,8 +20,7 @@ class Machine {
     // The words that start a program inside, for BackgroundCommand.
     std::vector<std::string> Inside(const std::vector<std::string> &arguments) const;
 
-    // Joins this machine to the host by a cable: hostName on the host, machineName inside with the address
-    // (as in "192.168.8.5/24", or none when empty). Both ends are up.
+    // Joins this machine to the host by a cable, up at both ends; an address is as in "192.168.8.5/24".
     void ConnectToHost(const std::string &hostName, const std::string &machineName,
                        const std::string &address = "");
     // The same with the host's end plugged into a bridge, which is how a guest joins a network.
@@ -36,4 +35,9 @@ class Machine {
 void Must(const std::string &line);
 
 // Whether the host has an interface of that name, as ip(8) sees it.
-bool HasLink(const std::string &name);
+inline bool HasLink(const std::string &name) {
+    return RunCommand({"ip", "link", "show", "dev", name}).Succeeded();
+}
+
+// The IPv4 address, its width and its broadcast address, as "10.0.0.1/24 brd 10.0.0.255", and a line end.
+std::string AddressOf(const std::string &link);

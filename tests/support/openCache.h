@@ -6,7 +6,6 @@
 #include <string>
 
 #include "lib/harbrel/base/libraryState.h"
-#include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/database/database.h"
 #include "tests/support/command.h"
 #include "tests/support/tempFolder.h"

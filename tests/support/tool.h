@@ -82,9 +82,5 @@ class ToolTest : public testing::Test {
     }
     static std::string PidFiles() { return Names("/var/run/*.pid"); }
     static std::string Nodes() { return Names("/dev/zelan*"); }
-    static std::string Address(const std::string &link) {
-        return RunShell("ip -o -4 addr show dev " + link + " | sed -n 's/.*inet \\(.*\\) scope.*/\\1/p'")
-            .output;
-    }
     static std::string Log() { return ReadFileText("/var/log/harbrel"); }
 };

@@ -5,7 +5,6 @@
 
 namespace {
 
-using testing::EndsWith;
 using testing::HasSubstr;
 
 constexpr char POLICY_FILE[] = "/etc/orvane/orvane-lumet/host.qorp";
@@ -24,7 +23,6 @@ class HostPolicy : public ToolTest {
     }
     static void Start() { ASSERT_TRUE(Run({"--start"}).Succeeded()); }
     static std::string DhcpFile() { return ReadFileText("/etc/orvane/zelan8/dhcpd/dhcpd.conf"); }
-    static std::string NatFile() { return ReadFileText("/etc/orvane/zelan8/nat/nat.conf"); }
     // The settings of network 8 in the database, without the hash.
     static std::string Settings() {
         return RunShell(std::string("grep VNET_8 ") + DATABASE + " | grep -v HASH | cut -d_ -f3-").output;
@@ -37,9 +35,9 @@ TEST_F(HostPolicy, InstallMovesTheRunningNatNetworkToTheSubnet) {
     const pid_t detection = Pid("zelan-detect");
     Expect(Run({"--install-host-policy=172.16.9.0,0x1"}), 0, std::string(STOPPED_8) + CONFIGURED + COMPLETED,
            "");
-    EXPECT_EQ("172.16.9.1/24 brd 172.16.9.255\n", Address("zelan8"));
+    EXPECT_EQ("172.16.9.1/24 brd 172.16.9.255\n", AddressOf("zelan8"));
     EXPECT_THAT(DhcpFile(), HasSubstr("subnet 172.16.9.0 netmask 255.255.255.0"));
-    EXPECT_THAT(NatFile(), HasSubstr("172.16.9.2"));
+    EXPECT_THAT(ReadFileText("/etc/orvane/zelan8/nat/nat.conf"), HasSubstr("172.16.9.2"));
     EXPECT_TRUE(Runs(Pid("zelan-dhcpd-zelan8")) && Runs(Pid("zelan-natd-8")));
     EXPECT_EQ(bridge, Pid("zelan-bridge-8"));
     EXPECT_TRUE(Runs(bridge));
@@ -112,16 +110,15 @@ TEST_F(HostPolicy, InstallThatCannotStopTheNetworkChangesNoSetting) {
 }
 
 TEST_F(HostPolicy, UninstallDeletesTheFileAndRestartsDetection) {
-    struct UninstallCase {
+    const std::string deleted = std::string("Deleted host policy file: ") + POLICY_FILE + "\n";
+    const std::string done = deleted + "Uninstalled host policy network settings\n";
+    const struct {
         const char *before;
         const char *location;  // how the line about it ends
         std::string output;
         const char *errors;
         const char *content;  // of the policy file afterwards
-    };
-    const std::string deleted = std::string("Deleted host policy file: ") + POLICY_FILE + "\n";
-    const std::string done = deleted + "Uninstalled host policy network settings\n";
-    const UninstallCase cases[] = {
+    } cases[] = {
         {"mkdir -p ${F%/*}; echo policy > $F", "exists", done, "", ""},
         {"rm -f $F", "does not exist", done, "", ""},
         {"mkdir $F", "exists", "", "Failed to delete host policy file: /etc/orvane/orvane-lumet/host.qorp\n",
@@ -131,7 +128,7 @@ TEST_F(HostPolicy, UninstallDeletesTheFileAndRestartsDetection) {
          "Failed to stop Netdetect service\n", "policy\n"},
     };
     const std::string database = ReadFileText(DATABASE);
-    for (const UninstallCase &row : cases) {
+    for (const auto &row : cases) {
         SCOPED_TRACE(row.before);
         Must(std::string("F=") + POLICY_FILE + " PROGRAM=" + Program("zelan-detect") + "; " + row.before);
         const pid_t detection = Pid("zelan-detect");
@@ -144,7 +141,7 @@ TEST_F(HostPolicy, UninstallDeletesTheFileAndRestartsDetection) {
         EXPECT_EQ(withdrawn, Runs(Pid("zelan-detect")));
         EXPECT_EQ(row.content, ReadFileText(POLICY_FILE));
         EXPECT_EQ(database, ReadFileText(DATABASE));
-        EXPECT_THAT(Log(), EndsWith("HBL_Unload - Harbrel unloaded.\n"));
+        EXPECT_THAT(Log(), testing::EndsWith("HBL_Unload - Harbrel unloaded.\n"));
     }
 }
 

@@ -10,7 +10,6 @@
 
 namespace {
 
-using testing::EndsWith;
 using testing::HasSubstr;
 
 constexpr char STARTED_DETECTION[] = "Started Network detection service\n";
@@ -30,7 +29,15 @@ std::string SortedLines(const std::string &text) {
     return RunShell("printf '" + text + "' | sort").output;
 }
 
-class StartStop : public ToolTest {};
+class StartStop : public ToolTest {
+  protected:
+    static void ExpectInAnyOrder(CommandResult result, int status, const std::string &output,
+                                 const std::string &errors) {
+        result.output = SortedLines(result.output);
+        result.errors = SortedLines(result.errors);
+        Expect(result, status, SortedLines(output), SortedLines(errors));
+    }
+};
 
 // Two bridges, a host-only network, a subnet of its own and a NAT network.
 class FullHost : public StartStop {
@@ -67,11 +74,7 @@ TEST_F(FullHost, StartStatusAndStopOfEverything) {
                  "' | sed '/^All/d; s/is running/is not running/; s/enabled/disabled/'")
             .output;
     Expect(Run({"--status"}), 1, notRunning, "Some/All of the configured services are not running\n");
-    const CommandResult start = Run({"--start"});
-    EXPECT_EQ(0, start.status) << start;
-    EXPECT_EQ(SortedLines(STARTED), SortedLines(start.output));
-    EXPECT_EQ("", start.errors);
-
+    ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");
     Expect(Run({"--status"}), 0, RUNNING, "");
     EXPECT_EQ(
         "zelan-bridge-0.pid zelan-bridge-3.pid zelan-detect.pid zelan-dhcpd-zelan1.pid "
@@ -79,8 +82,8 @@ TEST_F(FullHost, StartStatusAndStopOfEverything) {
         PidFiles());
     EXPECT_EQ("zelan0 zelan1 zelan2 zelan3 zelan8 ", Nodes());
     EXPECT_EQ("character special file 77,2 600\n", RunShell("stat -c '%F %t,%T %a' /dev/zelan2").output);
-    EXPECT_EQ("10.7.1.1/24 brd 10.7.1.255\n", Address("zelan1"));
-    EXPECT_EQ("10.7.8.1/24 brd 10.7.8.255\n", Address("zelan8"));
+    EXPECT_EQ("10.7.1.1/24 brd 10.7.1.255\n", AddressOf("zelan1"));
+    EXPECT_EQ("10.7.8.1/24 brd 10.7.8.255\n", AddressOf("zelan8"));
     EXPECT_TRUE(RunShell("ip -o link show zelan8 | grep -q '[<,]UP[,>]'").Succeeded());
 
     Expect(Run({"--stop"}), 0, STOPPED, "");
@@ -92,21 +95,17 @@ TEST_F(FullHost, StartStatusAndStopOfEverything) {
 }
 
 TEST_F(FullHost, SecondStartTouchesNothingAndRestartWaitsForNothing) {
-    const CommandResult first = Run({"--start"});
-    ASSERT_TRUE(first.Succeeded()) << first;
+    ASSERT_TRUE(Run({"--start"}).Succeeded());
     const std::string pids = RunShell("cat /var/run/*.pid").output;
-    const CommandResult again = Run({"--start"});
-    EXPECT_EQ(0, again.status) << again;
-    EXPECT_EQ(SortedLines(STARTED), SortedLines(again.output));
+    ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");
     EXPECT_EQ(pids, RunShell("cat /var/run/*.pid").output);
 
     // An interface that is down has its daemon all the same. The former interfaces and switches are still
     // being removed when the new ones are made.
     Must("ip link set zelan1 down");
     Expect(Run({"--stop"}), 0, STOPPED, "");
-    const CommandResult restart = Run({"--start"});
-    EXPECT_EQ(0, restart.status) << restart;
-    EXPECT_EQ("10.7.8.1/24 brd 10.7.8.255\n", Address("zelan8"));
+    ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");
+    EXPECT_EQ("10.7.8.1/24 brd 10.7.8.255\n", AddressOf("zelan8"));
     Expect(Run({"--status"}), 0, RUNNING, "");
 }
 
@@ -140,13 +139,10 @@ TEST_F(StartStop, OnlyTheNetworkWhoseSubnetIsNotFreeStaysDown) {
     // Network 3 says DHCP, but has no subnet that could be asked for. The bridge makes a node as well.
     WriteDatabase(networks + Feature(3, "DHCP"));
     Must("ip address add 10.7.1.1/32 dev lo");
-    const CommandResult start = Run({"--start"});
-    EXPECT_EQ(1, start.status);
-    EXPECT_EQ(
-        SortedLines("Started Bridge networking on zelan1\nEnabled hostonly virtual adapter on zelan2\n" +
-                    std::string(STARTED_DETECTION)),
-        SortedLines(start.output));
-    EXPECT_EQ(SortedLines(Taken("zelan1") + Taken("zelan3") + SOME_NOT_STARTED), SortedLines(start.errors));
+    ExpectInAnyOrder(Run({"--start"}), 1,
+                     "Started Bridge networking on zelan1\nEnabled hostonly virtual adapter on zelan2\n" +
+                         std::string(STARTED_DETECTION),
+                     Taken("zelan1") + Taken("zelan3") + SOME_NOT_STARTED);
     EXPECT_FALSE(HasLink("zelan1"));
     EXPECT_EQ("zelan0 zelan1 zelan2 ", Nodes());
     EXPECT_TRUE(Run({"--stop"}).Succeeded());
@@ -154,13 +150,13 @@ TEST_F(StartStop, OnlyTheNetworkWhoseSubnetIsNotFreeStaysDown) {
     Must("ip address del 10.7.1.1/32 dev lo");
     WriteDatabase(networks);
     EXPECT_TRUE(Run({"--start"}).Succeeded());
-    EXPECT_EQ("10.7.1.1/24 brd 10.7.1.255\n", Address("zelan1"));
+    EXPECT_EQ("10.7.1.1/24 brd 10.7.1.255\n", AddressOf("zelan1"));
     // A check that cannot be made counts as a taken subnet.
     EXPECT_TRUE(Run({"--stop"}).Succeeded());
     Must("rm /run/programs/orvane-ping");
     const CommandResult unasked = Run({"--start"});
     EXPECT_EQ("Started Bridge networking on zelan1\n" + std::string(STARTED_DETECTION), unasked.output);
-    EXPECT_THAT(unasked.errors, EndsWith(Taken("zelan1") + Taken("zelan2") + SOME_NOT_STARTED));
+    EXPECT_THAT(unasked.errors, testing::EndsWith(Taken("zelan1") + Taken("zelan2") + SOME_NOT_STARTED));
 }
 
 // No ping ends before all have begun, and before an interrupt has come.

@@ -1,23 +1,14 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 
 #include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/harbrel.h"
-#include "tests/support/command.h"
 #include "tests/support/fakePrograms.h"
-#include "tests/support/logCapture.h"
-
-namespace {
 
 using testing::EndsWith;
 using testing::HasSubstr;
 
-class ServiceControl : public testing::Test {
-  protected:
-    FakePrograms cache_;
-    LogCapture log_;
-};
+using ServiceControl = FakeProgramsTest;
 
 TEST_F(ServiceControl, RefusesWhatNamesNoService) {
     static constexpr struct {
@@ -76,5 +67,3 @@ TEST_F(ServiceControl, RunningDaemonIsReportedLeftAloneAndStopped) {
     EXPECT_EQ(128 + SIGKILL, daemon.Wait());
     EXPECT_EQ(HBL_SERVICE_STATUS_STOPPED, HBL_GetServiceStatus(nullptr, HBL_SERVICE_NETDETECT));
 }
-
-}  // namespace

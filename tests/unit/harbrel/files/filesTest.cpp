@@ -1,18 +1,16 @@
 #include "lib/harbrel/files/files.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <string>
 
 #include "tests/support/fakePrograms.h"
 #include "tests/support/fileSizeLimit.h"
-#include "tests/support/logCapture.h"
 
 namespace {
 
-class Files : public testing::Test {
+class Files : public FakeProgramsTest {
   protected:
     static std::string Name(uint32_t vnet, uint32_t type) {
         char path[HBL_PATH_SIZE] = "unset";
@@ -23,8 +21,6 @@ class Files : public testing::Test {
         return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
     }
 
-    FakePrograms cache_;
-    LogCapture log_;
     const std::string natDir_ = Name(8, HBL_FILE_NAT_DIR);
     const std::string natConf_ = Name(8, HBL_FILE_NAT_CONF);
 };
@@ -65,10 +61,8 @@ TEST_F(Files, CopyTakesTheWholeContentOrNamesTheFileAndTheReason) {
     }
     EXPECT_EQ(0665u, Mode(copy));
     WriteFileText(source, std::string(5000, 'x'));
-    {
-        const FileSizeLimit limit(1500);  // the second block goes in half
-        EXPECT_FALSE(HBLCopyFile(source.c_str(), copy.c_str()));
-    }
+    // The second block goes in half.
+    EXPECT_FALSE(OnFullDisk(1500, [&] { return HBLCopyFile(source.c_str(), copy.c_str()); }));
     EXPECT_FALSE(HBLCopyFile(folder.c_str(), copy.c_str()));
     EXPECT_FALSE(HBLCopyFile("/none", copy.c_str()));
     EXPECT_EQ("HBLCopyFile - Writing to destination file: " + copy +

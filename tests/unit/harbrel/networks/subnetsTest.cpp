@@ -2,7 +2,6 @@
 #include "lib/harbrel/networks/subnets.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <set>
@@ -11,18 +10,14 @@
 #include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/networks/settings.h"
 #include "lib/harbrel/networks/subnetTables.h"
-#include "tests/support/command.h"
 #include "tests/support/fakePrograms.h"
-#include "tests/support/logCapture.h"
 
 namespace {
-
-using testing::EndsWith;
 
 constexpr int NO_ANSWER = 1;
 constexpr int UNREACHABLE = 2;
 
-class Subnets : public testing::Test {
+class Subnets : public FakeProgramsTest {
   protected:
     Subnets() { HBLSubnetTables() = {}; }
     void PingsExitWith(int broadcast, int direct) {
@@ -41,8 +36,6 @@ class Subnets : public testing::Test {
         return text;
     }
 
-    FakePrograms cache_;
-    LogCapture log_;
     char subnet_[HBL_IP_STR_SIZE] = "untouched";
     char mask_[HBL_IP_STR_SIZE] = "untouched";
 };
@@ -102,7 +95,7 @@ TEST_F(Subnets, TenBusyAnswersEndTheCallAndTheNextGoesOn) {
     EXPECT_FALSE(HBLSubnetProbe(subnet_, mask_));
     EXPECT_STREQ("untouched", subnet_);
     EXPECT_THAT(log_.Take(),
-                EndsWith("HBLSubnetProbe - Could not automatically determine available subnet.\n"));
+                testing::EndsWith("HBLSubnetProbe - Could not automatically determine available subnet.\n"));
     const std::string pings = TakePings();
     EXPECT_EQ(10, std::count(pings.begin(), pings.end(), '\n'));
 

@@ -2,23 +2,20 @@
 #include "lib/harbrel/services/daemons.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <optional>
 
 #include "lib/harbrel/base/services.h"
-#include "tests/support/command.h"
 #include "tests/support/fakePrograms.h"
-#include "tests/support/logCapture.h"
 #include "tests/support/otherProcess.h"
 
 namespace {
 
 constexpr uint32_t VNET = 8;
 
-class Daemons : public testing::Test {
+class Daemons : public FakeProgramsTest {
   protected:
     void WritePid(const std::string &text) { WriteFileText(pidFile_, text); }
     bool HasPidFile() const { return access(pidFile_.c_str(), F_OK) == 0; }
@@ -28,16 +25,11 @@ class Daemons : public testing::Test {
         EXPECT_TRUE(HasPidFile());
     }
 
-    FakePrograms cache_;
-    LogCapture log_;
     const std::string pidFile_ = cache_.Path("run/zelan-natd-8.pid");
 };
 
 TEST_F(Daemons, FirstLineMustConvertAsAWholeAndBePositive) {
-    static constexpr struct {
-        const char *text;
-        int32_t pid;
-    } CASES[] = {
+    static constexpr std::pair<const char *, int32_t> CASES[] = {
         {"4711\r\nmore\n", 4711},
         {"2147483647\n", INT32_MAX},
         {"2147483648\n", 0},
@@ -48,13 +40,13 @@ TEST_F(Daemons, FirstLineMustConvertAsAWholeAndBePositive) {
         {"\n4711\n", 0},
         {"47x\n", 0},
     };
-    for (const auto &row : CASES) {
-        SCOPED_TRACE(row.text);
-        WritePid(row.text);
+    for (const auto &[text, pid] : CASES) {
+        SCOPED_TRACE(text);
+        WritePid(text);
         bool openFailed = false;
-        EXPECT_EQ(row.pid, HBLExtractPidFromFile(pidFile_.c_str(), &openFailed));
+        EXPECT_EQ(pid, HBLExtractPidFromFile(pidFile_.c_str(), &openFailed));
         EXPECT_FALSE(openFailed);
-        if (row.pid == 0) {
+        if (pid == 0) {
             ExpectErrorAndNoStop();
         }
     }

@@ -1,20 +1,15 @@
 // Starting daemons, with shell scripts in their place that note what they were given.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/services/daemons.h"
-#include "tests/support/command.h"
 #include "tests/support/fakePrograms.h"
-#include "tests/support/logCapture.h"
 #include "tests/support/otherProcess.h"
 
 namespace {
-
-using testing::HasSubstr;
 
 constexpr const char *REPORT = "printf x > /proc/self/fd/$2\n";
 // "-s <fd>" is checked and left out, and so is the test's directory wherever it stands.
@@ -22,7 +17,7 @@ constexpr const char *NOTE_AND_REPORT =
     "[ $1 = -s ] && [ $2 -gt 2 ] || exit 1\nend=$2; shift 2\n"
     "printf '%s' \"$0 $*\" | sed \"s|$DIR/||g\" > $DIR/noted; printf x > /proc/self/fd/$end\n";
 
-class ServiceStart : public testing::Test {
+class ServiceStart : public FakeProgramsTest {
   protected:
     std::string Noted(uint32_t vnet, uint32_t service) {
         EXPECT_TRUE(HBLServiceStart(vnet, service));
@@ -31,9 +26,6 @@ class ServiceStart : public testing::Test {
     void Bridge(const char *adapter, int32_t vnet) {
         EXPECT_TRUE(HBLNetCfgAddHostAdapterMapping(nullptr, adapter, vnet, false));
     }
-
-    FakePrograms cache_;
-    LogCapture log_;
 };
 
 TEST_F(ServiceStart, EachDaemonGetsItsVector) {
@@ -78,8 +70,7 @@ TEST_F(ServiceStart, BridgeOfTheDefaultNetworkExcludesWhatIsMappedElsewhere) {
 TEST_F(ServiceStart, VectorGrowsWithTheAdapters) {
     cache_.Program("zelan-bridge", "echo $# > $DIR/noted\n" + std::string(REPORT));
     ASSERT_TRUE(HBLSetDefaultBridgeVnet(0));
-    // Seven elements stand before the adapters: these counts leave two slots of 16 free, one, none, and far
-    // less.
+    // Behind the seven elements before the adapters two slots of 16 are free, one, none, and far less.
     for (int count = 0; count < 109; count++) {
         if (count == 7 || count == 8 || count == 9 || count == 108) {
             EXPECT_EQ(std::to_string(6 + count) + "\n", Noted(2, HBL_SVC_BRIDGE));
@@ -103,7 +94,8 @@ TEST_F(ServiceStart, SuccessIsAnyReportAndNothingElse) {
     for (const auto &row : CASES) {
         cache_.Program("zelan-detect", row.script);
         EXPECT_EQ(row.result, HBLServiceStart(0, HBL_SVC_NETDETECT)) << row.script;
-        EXPECT_THAT(log_.Take(), AllOf(HasSubstr(row.log), HasSubstr(", reported error: none\n")));
+        EXPECT_THAT(log_.Take(),
+                    AllOf(testing::HasSubstr(row.log), testing::HasSubstr(", reported error: none\n")));
     }
 }
 
