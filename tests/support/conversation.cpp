@@ -28,14 +28,15 @@ std::string Dotted(const sockaddr_in &address) {
     return text;
 }
 
-bool WaitReadable(int descriptor, std::chrono::milliseconds deadline) {
-    pollfd wait = {descriptor, POLLIN, 0};
+bool WaitFor(short event, int descriptor, std::chrono::milliseconds deadline) {
+    pollfd wait = {descriptor, event, 0};
     return poll(&wait, 1, static_cast<int>(deadline.count())) > 0;
 }
 
 std::string ReceiveOnce(int descriptor, std::chrono::milliseconds deadline) {
     std::array<char, 65536> block;
-    ssize_t size = WaitReadable(descriptor, deadline) ? recv(descriptor, block.data(), block.size(), 0) : 0;
+    ssize_t size =
+        WaitFor(POLLIN, descriptor, deadline) ? recv(descriptor, block.data(), block.size(), 0) : 0;
     return size > 0 ? std::string(block.data(), static_cast<size_t>(size)) : "";
 }
 
@@ -58,8 +59,7 @@ std::string Exchange(const Machine *machine, int type, const Endpoint &server, c
     FileDescriptor client = SocketOn(machine, type | SOCK_NONBLOCK);
     sockaddr_in address = SocketAddress(server);
     connect(client.get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
-    pollfd ready = {client.get(), POLLOUT, 0};
-    if (poll(&ready, 1, static_cast<int>(deadline.count())) <= 0 ||
+    if (!WaitFor(POLLOUT, client.get(), deadline) ||
         send(client.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) {
         return "";
     }

@@ -15,12 +15,10 @@ struct Endpoint {
     int port = 0;
 };
 
-// A socket of that type and family in the namespace of a machine, or of the host with null. Fails
-// the running test and is empty when it cannot be made.
+// A socket in the namespace of a machine, or of the host with null. One that cannot be made fails the test.
 FileDescriptor SocketOn(const Machine *machine, int type, int family = AF_INET);
 
-// Sends a request and returns what comes back first within the deadline; empty when nothing does. `machine`
-// null means from the host.
+// Sends a request and returns what comes back first within the deadline; empty when nothing does.
 std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,
                      std::chrono::milliseconds deadline = CONDITION_DEADLINE);
 

@@ -8,14 +8,15 @@
 #include <csignal>
 #include <cstdlib>
 
-std::string DaemonStart::Log() const {
-    return ReadFileText(logFile);
-}
-
 std::ostream &operator<<(std::ostream &stream, const DaemonStart &start) {
     return stream << "status " << start.status << ", report of " << start.report.size() << " bytes, pid "
                   << start.pid << ", log:\n"
                   << start.Log();
+}
+
+DaemonStart MustComeUp(DaemonStart start) {
+    EXPECT_TRUE(start.CameUp()) << start;
+    return start;
 }
 
 DaemonStart StartDaemon(const std::string &program, const std::string &name,
@@ -58,8 +59,4 @@ std::string LeftOver() {
         "ip -br link | grep '^zelan'; ip netns list-id | grep -v name:; "
         "ps -e -o comm= | grep -E '^(zelan|dhcpd)'; nft list tables");
     return left.output + left.errors;
-}
-
-bool NothingIsLeft() {
-    return LeftOver().empty();
 }

@@ -16,7 +16,7 @@ struct DaemonStart {
     std::string logFile;
 
     bool CameUp() const { return report.size() == 2 && pid > 0; }
-    std::string Log() const;
+    std::string Log() const { return ReadFileText(logFile); }
 };
 
 std::ostream &operator<<(std::ostream &stream, const DaemonStart &start);
@@ -30,13 +30,17 @@ DaemonStart StartDaemon(const std::string &program, const std::string &name,
 DaemonStart StartDaemonWith(const std::string &program, const std::string &pidFile,
                             const std::vector<std::string> &arguments);
 
+// The same start, which must have succeeded.
+DaemonStart MustComeUp(DaemonStart start);
+
 // Stops a daemon as the library does: SIGKILL, without waiting for its end.
 void KillDaemon(const DaemonStart &start);
 
 // Starts zelan-netifup for network N with the device node made, and the interface zelan<N>.
 DaemonStart StartNetifup(int network);
 
-// What daemons have made and not yet taken away: interfaces, namespaces that no machine of the test is,
-// processes and tables of the filter.
+// What daemons have not yet taken away: interfaces, namespaces of no Machine, processes and filter tables.
 std::string LeftOver();
-bool NothingIsLeft();
+inline bool NothingIsLeft() {
+    return LeftOver().empty();
+}

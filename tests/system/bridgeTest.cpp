@@ -33,8 +33,7 @@ struct BridgedPair {
 
     BridgedPair() {
         outside.ConnectToHost("eth1", "o0", "10.9.0.1/24");
-        const DaemonStart start = StartBridge(0);
-        EXPECT_TRUE(start.CameUp()) << start;
+        MustComeUp(StartBridge(0));
         guest.ConnectToBridge("zelan-sw0", "g0", "10.9.0.2/24");
     }
 };
@@ -89,8 +88,7 @@ TEST(Bridge, DefaultNetworkTakesAllButTheExcludedAndLeavesNothingWhenKilled) {
     Must("ip link add name eth3 type veth peer name eth4");
     Must("ip link add name ZELANx type veth peer name slave");
     Must("ip link add name br9 type bridge && ip link set slave master br9");
-    DaemonStart start = StartBridge(0, {"-eeth2", "-eETH4"});
-    ASSERT_TRUE(start.CameUp()) << start;
+    DaemonStart start = MustComeUp(StartBridge(0, {"-eeth2", "-eETH4"}));
     for (const char *taken : {"eth1", "eth3", "br9"}) {
         EXPECT_TRUE(IsBridged(taken)) << taken;
     }
@@ -104,8 +102,7 @@ TEST(Bridge, DefaultNetworkTakesAllButTheExcludedAndLeavesNothingWhenKilled) {
 
 TEST(Bridge, NamedAdaptersAloneAreTakenAndMayComeAndGo) {
     Must("ip link add name eth1 type veth peer name eth2");
-    DaemonStart start = StartBridge(3, {"-ieth1", "-ieth3"});
-    ASSERT_TRUE(start.CameUp()) << start;
+    DaemonStart start = MustComeUp(StartBridge(3, {"-ieth1", "-ieth3"}));
     EXPECT_TRUE(IsBridged("eth1"));
     EXPECT_FALSE(IsBridged("eth2"));
     Must("ip link add name eth3 type veth peer name eth4");
@@ -126,8 +123,7 @@ TEST(Bridge, TwoAdaptersOnOneWireMakeNoLoop) {
                          "ip link set w1 master lan && ip link set w2 master lan && "
                          "ip address add 10.9.0.1/24 dev lan")
                     .Succeeded());
-    DaemonStart start = StartBridge(0);
-    ASSERT_TRUE(start.CameUp()) << start;
+    DaemonStart start = MustComeUp(StartBridge(0));
     Machine guest("guest");
     guest.ConnectToBridge("zelan-sw0", "g0", "10.9.0.2/24");
     long before = ReceivedPackets(guest, "g0");

@@ -13,18 +13,14 @@
 
 namespace {
 
-struct RefusedCase {
-    const char *program;
-    const char *arguments;
-    const char *complaint;
-};
-
 TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
     constexpr char PID_FILE[] = "/var/run/x.pid";
     mknod("/dev/zelan8", S_IFCHR | 0600, makedev(119, 8));
     WriteFileText("/tmp/conf", "subnet 10.1.2.0 netmask 255.255.255.0 {}\n");
     mknod("/dev/other", S_IFCHR | 0600, makedev(10, 8));
-    static constexpr RefusedCase CASES[] = {
+    static constexpr struct {
+        const char *program, *arguments, *complaint;
+    } CASES[] = {
         {"zelan-netifup", "-s {W} -d /var/run/x.pid /dev/zelan8", "usage:"},
         {"zelan-netifup", "-s {W} /dev/zelan8 zelan8", "option -d is missing"},
         {"zelan-netifup", "-d /var/run/x.pid /dev/zelan8 zelan8 -s", "option -s needs an argument"},
@@ -45,7 +41,7 @@ TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
         {"zelan-detect", "-s {W} -s {W} -d /var/run/x.pid", "option -s is given twice"},
         {"zelan-netifup", "-s {W} -d /no/such/folder/x.pid /dev/zelan8 zelan8", "x.pid: No such file"},
     };
-    for (const RefusedCase &row : CASES) {
+    for (const auto &row : CASES) {
         unlink(("/var/log/" + std::string(row.program) + ".log").c_str());
         std::istringstream words(row.arguments);
         const std::vector<std::string> arguments(std::istream_iterator<std::string>(words), {});
@@ -60,8 +56,7 @@ TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
 
 TEST(DaemonContract, DaemonIsNamedByItsPidFileAndHoldsNothingOfItsStarters) {
     const FileDescriptor stray(open("/etc/passwd", O_RDONLY));
-    const DaemonStart start = StartNetifup(8);
-    ASSERT_TRUE(start.CameUp()) << start;
+    const DaemonStart start = MustComeUp(StartNetifup(8));
     EXPECT_EQ(0, start.status);
     const std::string pid = std::to_string(start.pid);
     EXPECT_EQ("zelan-netifup\n", ReadFileText("/proc/" + pid + "/comm"));

@@ -15,13 +15,10 @@ long Count(const std::string &text, const std::string &part) {
 TEST(Detect, EachChangeIsOneLine) {
     // A resolver service keeps the file elsewhere and a link in its place.
     Must("mkdir /run/r && echo nameserver 10.9.0.9 > /run/r/list && ln -sf /run/r/list /etc/resolv.conf");
-    DaemonStart start = StartDaemon("zelan-detect", "zelan-detect", {});
-    ASSERT_TRUE(start.CameUp()) << start;
+    DaemonStart start = MustComeUp(StartDaemon("zelan-detect", "zelan-detect", {}));
     EXPECT_EQ("", start.Log()) << "the first picture is no change";
-    static constexpr struct {
-        const char *change;
-        const char *line;  // what the log gains, once
-    } CASES[] = {
+    // What happens, and the line that the log gains once.
+    static constexpr std::pair<const char *, const char *> CASES[] = {
         {"ip link add name eth1 type veth peer name eth2", "link added: eth1, down"},
         {"ip link set eth2 up && ip link set eth1 up", "link changed: eth1, up, running"},
         {"ip address add 10.9.0.1/24 dev eth1", "address added: 10.9.0.1/24 on eth1\n"},
@@ -41,18 +38,15 @@ TEST(Detect, EachChangeIsOneLine) {
         {"ip link set eth1 down", "route removed: 10.8.0.0/16 via 10.9.0.7 on eth1 metric 5\n"},
         {"ip link delete eth1", "address removed: 10.9.0.1/24 on eth1\n"},
     };
-    for (const auto &row : CASES) {
-        Must(row.change);
-        EXPECT_TRUE(WaitUntil([&] { return Count(start.Log(), row.line) == 1; })) << row.change << "\n"
-                                                                                  << row.line << "\n"
-                                                                                  << start.Log();
+    for (const auto &[change, line] : CASES) {
+        Must(change);
+        EXPECT_TRUE(WaitUntil([&] { return Count(start.Log(), line) == 1; })) << change << start;
     }
     EXPECT_EQ(0, Count(start.Log(), "10.7.0.0")) << "of a table that is not the main one\n" << start.Log();
 }
 
 TEST(Detect, BurstOfChangesLosesNothing) {
-    DaemonStart start = StartDaemon("zelan-detect", "zelan-detect", {});
-    ASSERT_TRUE(start.CameUp()) << start;
+    DaemonStart start = MustComeUp(StartDaemon("zelan-detect", "zelan-detect", {}));
     Must("for i in $(seq 200); do echo \"link add name a$i type veth peer name b$i\"; done | ip -batch -");
     Must("for i in $(seq 200); do echo \"address add 10.1.$i.1/24 dev a$i\"; done | ip -batch -");
     EXPECT_TRUE(WaitUntil([&] {

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr const char *FOLDER = "/etc/orvane/zelan8/dhcpd";
+const std::string FOLDER = "/etc/orvane/zelan8/dhcpd";
 
 // As the library writes it, with a range of five addresses.
 constexpr const char *CONFIGURATION = R"(
@@ -31,12 +31,11 @@ host 192.168.10.50 {
 )";
 
 DaemonStart StartDhcp(const std::string &configuration) {
-    const std::string folder = FOLDER;
-    Must("mkdir -p " + folder + " && touch " + folder + "/dhcpd.leases");
-    WriteFileText(folder + "/dhcpd.conf", configuration);
+    Must("mkdir -p " + FOLDER + " && touch " + FOLDER + "/dhcpd.leases");
+    WriteFileText(FOLDER + "/dhcpd.conf", configuration);
     const std::string pidFile = "/var/run/zelan-dhcpd-zelan8.pid";
     return StartDaemonWith("zelan-dhcpd", pidFile,
-                           {"-s", "{W}", "-cf", folder + "/dhcpd.conf", "-lf", folder + "/dhcpd.leases",
+                           {"-s", "{W}", "-cf", FOLDER + "/dhcpd.conf", "-lf", FOLDER + "/dhcpd.leases",
                             "-pf", pidFile, "zelan8"});
 }
 
@@ -45,35 +44,24 @@ std::string Lease() {
     return ReadFileText("/tmp/lease");
 }
 
-void WriteClientScript() {
+TEST(Dhcp, ClientsKeepWhatTheConfigurationSaysOverRenewalsAndRestarts) {
+    DaemonStart start = MustComeUp(StartDhcp(CONFIGURATION));
     WriteFileText("/tmp/client",
                   "#!/bin/sh\n[ \"$1\" = deconfig ] && exit 0\nip address replace $ip/$mask dev $interface\n"
                   "echo $1 $ip $router $dns $domain $lease > /tmp/lease.new\nmv /tmp/lease.new /tmp/lease\n");
     Must("chmod +x /tmp/client");
-}
-
-std::vector<std::string> ClientCommand(const Machine &guest) {
-    return guest.Inside({"udhcpc", "-i", "eth0", "-f", "-t", "20", "-T", "1", "-s", "/tmp/client"});
-}
-
-TEST(Dhcp, ClientsKeepWhatTheConfigurationSaysOverRenewalsAndRestarts) {
-    DaemonStart start = StartDhcp(CONFIGURATION);
-    ASSERT_TRUE(start.CameUp()) << start;
-    WriteClientScript();
-    const struct {
-        const char *mac;
-        const char *lease;
-    } cases[] = {
+    const std::pair<const char *, const char *> cases[] = {
         {"02:00:00:0a:0b:0c", "bound 192.168.10.13[0-4] 192.168.10.2 192.168.10.2 localdomain 1800\n"},
         {"02:00:00:01:02:03", "bound 192.168.10.50 192.168.10.2 192.168.10.3 localdomain 1800\n"}};
-    for (const auto &row : cases) {
+    for (const auto &[mac, lease] : cases) {
         unlink("/tmp/lease");
-        Machine guest(std::string("zelan-") + row.mac[16]);
+        Machine guest(std::string("zelan-") + mac[16]);
         guest.ConnectToBridge("zelan-sw8", "eth0");
-        Must("ip -n " + guest.name() + " link set eth0 address " + row.mac);
-        BackgroundCommand client(ClientCommand(guest));
-        ASSERT_TRUE(WaitUntil([] { return !Lease().empty(); })) << row.mac << start;
-        EXPECT_THAT(Lease(), testing::MatchesRegex(row.lease)) << row.mac;
+        Must("ip -n " + guest.name() + " link set eth0 address " + mac);
+        BackgroundCommand client(
+            guest.Inside({"udhcpc", "-i", "eth0", "-f", "-t", "20", "-T", "1", "-s", "/tmp/client"}));
+        ASSERT_TRUE(WaitUntil([] { return !Lease().empty(); })) << mac << start;
+        EXPECT_THAT(Lease(), testing::MatchesRegex(lease)) << mac;
         const std::string renewed = "renew" + Lease().substr(5, Lease().rfind(' ') - 5);
         for (const char *server : {"the first", "another"}) {
             unlink("/tmp/lease");
@@ -81,8 +69,7 @@ TEST(Dhcp, ClientsKeepWhatTheConfigurationSaysOverRenewalsAndRestarts) {
             EXPECT_TRUE(WaitUntil([&] { return Lease().starts_with(renewed); }))
                 << server << Lease() << start;
             KillDaemon(start);
-            start = StartDhcp(CONFIGURATION);
-            ASSERT_TRUE(start.CameUp()) << start;
+            start = MustComeUp(StartDhcp(CONFIGURATION));
         }
     }
 }
@@ -118,8 +105,7 @@ TEST(Dhcp, RefusedStartLeavesItsReasonInTheLogAndNothingElse) {
 TEST(Dhcp, PidFileNamesTheOneServerAndItsDeathLeavesNothing) {
     BackgroundCommand stranger({"sleep", "600"});
     WriteFileText("/var/run/zelan-dhcpd-zelan8.pid", std::to_string(stranger.pid()) + "\n");
-    const DaemonStart start = StartDhcp(CONFIGURATION);
-    ASSERT_TRUE(start.CameUp()) << start;
+    const DaemonStart start = MustComeUp(StartDhcp(CONFIGURATION));
     EXPECT_EQ("dhcpd\n", ReadFileText("/proc/" + std::to_string(start.pid) + "/comm"));
     EXPECT_FALSE(RunShell("ip -4 -br address | grep -q 192.168.10").Succeeded()) << "an address on the host";
     EXPECT_TRUE(LeftOver().find("nsid") != std::string::npos) << "no namespace to look for";

@@ -25,10 +25,10 @@ std::string Configuration(const std::string &host = "", const std::string &udp =
            "[udp]\ntimeout = 1234\n[incomingudp]\n" + udp + "\n[incomingtcp]\n" + tcp + "\n";
 }
 
-DaemonStart StartNat(const std::string &configuration) {
+DaemonStart StartNat(const std::string &configuration, const std::string &name = "zelan-natd-8") {
     Must("mkdir -p /etc/orvane/zelan8/nat");
     WriteFileText("/etc/orvane/zelan8/nat/nat.conf", configuration);
-    return StartDaemon("zelan-natd", "zelan-natd-8",
+    return StartDaemon("zelan-natd", name,
                        {"-m", "/var/run/zelan-natd-8.mac", "-c", "/etc/orvane/zelan8/nat/nat.conf"});
 }
 
@@ -45,8 +45,7 @@ class Nat : public testing::Test {
     }
 
     void Start(const std::string &configuration) {
-        start_ = StartNat(configuration);
-        EXPECT_TRUE(start_.CameUp()) << start_;
+        start_ = MustComeUp(StartNat(configuration));
         guest_ = std::make_unique<Machine>("zelan-g");
         guest_->ConnectToBridge("zelan-sw8", "eth0", std::string(GUEST) + "/24");
         Must(std::string("ip -n zelan-g route add default via ") + GATEWAY);
@@ -200,8 +199,7 @@ TEST_F(Nat, OneStartedRightAfterAKillReplacesItsPredecessor) {
     Responder guest(guest_.get(), SOCK_STREAM, {GUEST, 80}, Peer);
     for (int round = 0; round < 5; round++) {
         KillDaemon(start_);
-        start_ = StartNat(Configuration("", "", "8888 = 192.168.10.50:80\n"));
-        ASSERT_TRUE(start_.CameUp()) << "round " << round << "\n" << start_;
+        start_ = MustComeUp(StartNat(Configuration("", "", "8888 = 192.168.10.50:80\n")));
         ASSERT_EQ(std::string::npos, start_.Log().find("not forwarded")) << start_;
         ASSERT_EQ(OUTSIDE, Exchange(&outside_, SOCK_STREAM, {HOST, 8888}, "x")) << "round " << round;
     }
@@ -209,8 +207,7 @@ TEST_F(Nat, OneStartedRightAfterAKillReplacesItsPredecessor) {
 }
 
 TEST_F(Nat, OtherNetworksStayClosedToTheGuests) {
-    const DaemonStart netifup = StartNetifup(1);
-    ASSERT_TRUE(netifup.CameUp()) << netifup;
+    MustComeUp(StartNetifup(1));
     Must("ip address add 192.168.1.1/24 dev zelan1 && ip link set zelan1 up");
     WriteFileText("/proc/sys/net/ipv4/ip_forward", "1");
     Machine other("zelan-o");
@@ -230,8 +227,7 @@ TEST_F(Nat, SendersOfOtherMakersAreRefusedWhenAsked) {
 
 TEST_F(Nat, SecondDaemonOfANetworkIsRefusedAndHarmsNothing) {
     Start(Configuration());
-    const DaemonStart second = StartDaemon(
-        "zelan-natd", "second", {"-m", "/var/run/zelan-natd-8.mac", "-c", "/etc/orvane/zelan8/nat/nat.conf"});
+    const DaemonStart second = StartNat(Configuration(), "second");
     EXPECT_FALSE(second.CameUp());
     EXPECT_NE(std::string::npos, second.Log().find("another daemon serves this network")) << second;
     EXPECT_TRUE(GuestPings(OUTSIDE));

@@ -6,8 +6,7 @@
 namespace {
 
 TEST(Netifup, InterfaceCarriesFramesOnASwitchThatOutlivesItWhileAGuestIsAttached) {
-    DaemonStart start = StartNetifup(8);
-    ASSERT_TRUE(start.CameUp()) << start;
+    DaemonStart start = MustComeUp(StartNetifup(8));
     EXPECT_TRUE(RunShell("ip -br link show zelan8 | grep -q DOWN").Succeeded())
         << "left to the tool to bring up";
     {
@@ -16,8 +15,7 @@ TEST(Netifup, InterfaceCarriesFramesOnASwitchThatOutlivesItWhileAGuestIsAttached
         KillDaemon(start);
         ASSERT_TRUE(WaitUntil([] { return !HasLink("zelan8"); })) << LeftOver();
         EXPECT_TRUE(HasLink("zelan-sw8"));
-        start = StartNetifup(8);
-        ASSERT_TRUE(start.CameUp()) << start;
+        start = MustComeUp(StartNetifup(8));
         Must("ip address add 192.168.8.1/24 dev zelan8 && ip link set zelan8 up");
         CommandResult ping = guest.Run("ping -c 1 -W 5 192.168.8.1");
         EXPECT_TRUE(ping.Succeeded()) << ping;
@@ -32,8 +30,7 @@ TEST(Netifup, InterfaceCarriesFramesOnASwitchThatOutlivesItWhileAGuestIsAttached
 
 // The removal waits for a quiet moment; the tool, which asks by name, must not see the interface meanwhile.
 TEST(Netifup, KilledDaemonsInterfaceLosesItsNameAndIsDownBeforeItIsRemoved) {
-    DaemonStart start = StartNetifup(8);
-    ASSERT_TRUE(start.CameUp()) << start;
+    DaemonStart start = MustComeUp(StartNetifup(8));
     Must("ip link set zelan8 up");
     const std::string index = RunShell("printf %x $(cat /sys/class/net/zelan8/ifindex)").output;
     KillDaemon(start);
@@ -45,13 +42,12 @@ TEST(Netifup, KilledDaemonsInterfaceLosesItsNameAndIsDownBeforeItIsRemoved) {
 }
 
 TEST(Netifup, OneStartedRightAfterAKillReplacesItsPredecessor) {
-    DaemonStart start = StartNetifup(8);
-    ASSERT_TRUE(start.CameUp()) << start;
+    DaemonStart start = MustComeUp(StartNetifup(8));
     for (int round = 0; round < 10; round++) {
+        SCOPED_TRACE(round);
         Must("ip address add 192.168.8.1/24 dev zelan8");
         KillDaemon(start);
-        start = StartNetifup(8);
-        ASSERT_TRUE(start.CameUp()) << "round " << round << "\n" << start;
+        start = MustComeUp(StartNetifup(8));
         ASSERT_EQ("", RunShell("ip -4 -br address show zelan8 | grep 192").output) << "the old interface";
     }
     // The watchers of the nine predecessors wake up now; they must not touch the tenth.
@@ -61,20 +57,17 @@ TEST(Netifup, OneStartedRightAfterAKillReplacesItsPredecessor) {
 }
 
 TEST(Netifup, LeftoverWithoutAWatcherIsReplaced) {
-    DaemonStart start = StartNetifup(8);
-    ASSERT_TRUE(start.CameUp()) << start;
+    DaemonStart start = MustComeUp(StartNetifup(8));
     Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 == \"zelan-watch\" {print $1}')");
     KillDaemon(start);
-    start = StartNetifup(8);
-    ASSERT_TRUE(start.CameUp()) << start;
+    start = MustComeUp(StartNetifup(8));
     KillDaemon(start);
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
 TEST(Netifup, EndsWhenSomebodyRemovesItsInterface) {
     for (const char *end : {"zelan8", "zelan-if8"}) {
-        DaemonStart start = StartNetifup(8);
-        ASSERT_TRUE(start.CameUp()) << start;
+        DaemonStart start = MustComeUp(StartNetifup(8));
         Must(std::string("ip link set zelan8 up && ip link delete ") + end);
         EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
         EXPECT_NE(std::string::npos, start.Log().find("zelan8 has been removed\n")) << start;
