@@ -22,19 +22,15 @@ namespace {
 TEST(CodeSetLayerDeathTest, IsIcuOnlyWhenTheDataFileIsThere) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     constexpr int ICU_SUBSTITUTE = 0x1A;
-    const struct {
-        const char *preparation;
-        int substitute;
-    } cases[] = {
+    const std::pair<const char *, int> cases[] = {
         {"rm -rf /etc/orvane/icu", '?'},
         {"mkdir -p /etc/orvane/icu/icudt38l.dat", '?'},
         {"mkdir -p /etc/orvane/icu; cd /etc/orvane/icu; rm -rf icudt38l.dat; : > icudt38l.dat",
          ICU_SUBSTITUTE},
         {"mkdir -p /etc/orvane/icu; cd /etc/orvane/icu; rm -rf icudt38l.dat; ln -s gone icudt38l.dat", '?'},
     };
-    for (const auto &row : cases) {
-        EXPECT_EXIT(ExitWithSubstitute(row.preparation), testing::ExitedWithCode(row.substitute), "")
-            << row.preparation;
+    for (const auto &[preparation, substitute] : cases) {
+        EXPECT_EXIT(ExitWithSubstitute(preparation), testing::ExitedWithCode(substitute), "") << preparation;
     }
 }
 

@@ -1,5 +1,4 @@
-// The exported functions of DHCP and NAT on a loaded library, and the generated files where a disk is full or
-// something strange stands in their place. ISC dhcpd judges each dhcpd.conf that comes out.
+// The exported functions of DHCP and NAT, and the generated files, full disks and strange things in the way.
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -64,17 +63,15 @@ class DhcpNat : public LibraryTest {
     }
 };
 
-struct CallCase {
-    bool done;
-    std::function<bool()> call;
-    const char *lastLine;
-};
-
 TEST_F(DhcpNat, CallsEndWithTheirLineAndFreeTheLock) {
     char text[128] = "";
     uint32_t length = 2;
     uint16_t port = 0;
-    const CallCase cases[] = {
+    const struct {
+        bool done;
+        std::function<bool()> call;
+        const char *lastLine;
+    } cases[] = {
         {true, [] { return HBL_SetDHCPParam("ZELAN8", 13354, "0x708s", 5); },
          "succeeded, vnet: ZELAN8, paramID: 13354, param: 0x708\n"},
         {false, [] { return HBL_SetDHCPParam("zelan8", 13350, "10.0.0", 6); },
@@ -108,7 +105,7 @@ TEST_F(DhcpNat, CallsEndWithTheirLineAndFreeTheLock) {
          [&] { return HBL_GetNATPortForward("zelan8", true, 80, text, &length, &port, text, nullptr); },
          ", descLen: (nil)\n"},
     };
-    for (const CallCase &row : cases) {
+    for (const auto &row : cases) {
         SCOPED_TRACE(row.lastLine);
         EXPECT_EQ(row.done, row.call());
         EXPECT_THAT(TakeLog(), EndsWith(row.lastLine));
@@ -178,17 +175,14 @@ TEST_F(DhcpNat, FilesAreLeftAloneWhileTheirDaemonRuns) {
     }
 }
 
-struct FullDiskCase {
-    const char *what;
-    size_t diskPages;
-    size_t oldPages;  // the old file is filled up to so many by a tail; 0: it has none
-    int mappings;     // added before the rewrite
-    const char *log;
-    bool touched;
-};
-
 TEST_F(DhcpNat, FullDiskInARewriteOfDhcpdConfLeavesTheOldOneWhole) {
-    static constexpr FullDiskCase CASES[] = {
+    static constexpr struct {
+        const char *what;
+        size_t diskPages, oldPages;  // the old file is filled up to so many by a tail; 0: it has none
+        int mappings;                // added before the rewrite
+        const char *log;
+        bool touched;
+    } CASES[] = {
         {"backup", 1, 0, 0, "dhcpd.conf.bak failed, error: No space left on device\n", false},
         {"block", 2, 0, 60, "DHCP MAC/IP mapping, error: No space left on device\n", true},
         {"tail", 2, 1, 1, "fclose: failed while writing DHCP config file, error: No space left on device\n",
@@ -196,7 +190,7 @@ TEST_F(DhcpNat, FullDiskInARewriteOfDhcpdConfLeavesTheOldOneWhole) {
         {"large tail", 6, 3, 35, "fwrite: failure while copying file, error: No space left on device\n",
          true},
     };
-    for (const FullDiskCase &row : CASES) {
+    for (const auto &row : CASES) {
         SCOPED_TRACE(row.what);
         MountVnetDir(row.diskPages);
         ASSERT_TRUE(UpdateDhcp());
@@ -246,10 +240,8 @@ TEST_F(DhcpNat, FullDiskInARewriteOfNatConfLeavesTheOldOneInTheBackup) {
 }
 
 TEST_F(DhcpNat, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
-    const struct {
-        const char *what;  // stands in the network's folder
-        const char *log;
-    } cases[] = {
+    // Done in the network's folder, and what the log says of it.
+    const std::pair<const char *, const char *> cases[] = {
         {"rm dhcpd/dhcpd.conf; mkfifo dhcpd/dhcpd.conf",
          "DHCPWriteDHCPCfg - Cannot create DHCP Config File, "},
         {"mkfifo dhcpd/dhcpd.conf.bak", "DHCPWriteDHCPCfg - Failed to backup DHCP file. Aborting\n"},
@@ -259,12 +251,12 @@ TEST_F(DhcpNat, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
         {"rm dhcpd/dhcpd.conf; mkdir -p dhcpd/dhcpd.conf/mine",
          "DHCPWriteDHCPCfg - Cannot create DHCP config file\n"},
     };
-    for (const auto &row : cases) {
+    for (const auto &[what, line] : cases) {
         std::filesystem::remove_all(VNET_DIR);
         ASSERT_TRUE(UpdateDhcp() && HBL_UpdateNATFromConfig("zelan8"));
-        Must(std::string("cd /etc/orvane/zelan8; ") + row.what);
+        Must(std::string("cd /etc/orvane/zelan8; ") + what);
         EXPECT_FALSE(UpdateDhcp() && HBL_UpdateNATFromConfig("zelan8"));
-        EXPECT_THAT(TakeLog(), HasSubstr(row.log)) << row.what;
+        EXPECT_THAT(TakeLog(), HasSubstr(line)) << what;
     }
     EXPECT_TRUE(std::filesystem::exists(DHCP_CONF + "/mine"));
 }

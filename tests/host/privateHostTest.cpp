@@ -5,19 +5,12 @@
 
 #include "tests/support/command.h"
 
-namespace {
-
-struct StatusCase {
-    const char *line;
-    int status;
-};
-
 TEST(PrivateHost, ExitStatusIsTheCommands) {
-    static constexpr StatusCase CASES[] = {
+    static constexpr std::pair<const char *, int> CASES[] = {
         {"exit 0", 0}, {"exit 3", 3}, {"kill -9 $$", 137}, {"exit 77", 77}};
-    for (const StatusCase &row : CASES) {
-        CommandResult result = RunCommand({ProgramPath("private-host"), "sh", "-c", row.line});
-        EXPECT_EQ(row.status, result.status) << row.line << "\n" << result;
+    for (const auto &[line, status] : CASES) {
+        CommandResult result = RunCommand({ProgramPath("private-host"), "sh", "-c", line});
+        EXPECT_EQ(status, result.status) << line << "\n" << result;
     }
     EXPECT_EQ(127, RunCommand({ProgramPath("private-host"), "/no/such/program"}).status);
 }
@@ -28,5 +21,3 @@ TEST(PrivateHost, UnprivilegedCallerIsToldOfTheSkip) {
     EXPECT_EQ(77, result.status) << result;
     EXPECT_NE(std::string::npos, result.errors.find("SKIPPED")) << result;
 }
-
-}  // namespace

@@ -48,8 +48,7 @@ int ExitStatus(int waitStatus) {
 }
 
 struct Pipe {
-    FileDescriptor reader;
-    FileDescriptor writer;
+    FileDescriptor reader, writer;
 };
 
 Pipe MakePipe() {

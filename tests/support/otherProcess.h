@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <functional>
-#include <utility>
 #include <vector>
 
 // A process that runs the body; EndsWell says whether that was true.
@@ -24,8 +23,7 @@ inline bool EndsWell(pid_t child) {
     return waitpid(child, &status, 0) == child && status == 0;
 }
 
-// A process that uses the library beside the test: it is forked while nothing is loaded and does what it is
-// told, one action at a time.
+// A process beside the test, forked while no library is loaded, that does one action at a time as told.
 class OtherProcess {
   public:
     using Action = std::function<bool()>;

@@ -5,8 +5,6 @@
 
 #include "tests/support/command.h"
 
-namespace {
-
 const std::string CLI = ProgramPath("harbrelCLI");
 const std::string TRY = "Try '" + CLI + " --help' for more information\n";
 const std::string NOT_ONE = "Exactly one command must be specified\n" + TRY;
@@ -20,16 +18,13 @@ const std::string USAGE =
     "  --install-host-policy [<subnet>,<dhcp=0|1>]\n  --uninstall-host-policy\n"
     "  --start\n  --stop\n  --status\n\nAdditional options:\n  --help | -h\n  --version\n";
 
-struct CommandLineCase {
-    std::vector<std::string> arguments;
-    int status;
-    std::string output;
-    std::string errors;
-};
-
 TEST(CommandLine, EndsAsTold) {
     const std::string badPolicy = "Invalid argument 172.16.0.0 specified for install-host-policy\n" + NOT_ONE;
-    const CommandLineCase cases[] = {
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string output, errors;
+    } cases[] = {
         {{}, 1, "", TRY},
         {{"--vers", "--bogus"}, 0, "", VERSION},
         {{"-h", "--bogus"}, 0, "", VERSION + USAGE},
@@ -47,7 +42,7 @@ TEST(CommandLine, EndsAsTold) {
          1,
          "arg: a,,c,d\npostinstall options: a  c,d\nCommands specified: postinstall start \n",
          NOT_ONE}};
-    for (const CommandLineCase &row : cases) {
+    for (const auto &row : cases) {
         std::vector<std::string> command = {CLI};
         command.insert(command.end(), row.arguments.begin(), row.arguments.end());
         SCOPED_TRACE(command.back());
@@ -71,5 +66,3 @@ TEST(SweepWithoutALibrary, SaysThatItCouldNotInitialize) {
         EXPECT_EQ("Failed to initialize\n", result.errors) << command;
     }
 }
-
-}  // namespace

@@ -45,10 +45,6 @@ const Scenario COMMANDS[] = {
      .randomKills = 10},
 };
 
-std::string ScenarioName(const testing::TestParamInfo<Scenario> &info) {
-    return info.param.name;
-}
-
 // Not every chosen moment need come: subnets are drawn at random, and with them the number of calls varies.
 void ExpectHits(const std::vector<Outcome> &outcomes, size_t least) {
     const auto hits = static_cast<size_t>(
@@ -123,6 +119,7 @@ TEST_P(DisturbedSlow, KilledCommandRunsAgainToTheSameDatabase) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, DisturbedSlow, testing::ValuesIn(COMMANDS), ScenarioName);
+INSTANTIATE_TEST_SUITE_P(Commands, DisturbedSlow, testing::ValuesIn(COMMANDS),
+                         [](const auto &command) { return command.param.name; });
 
 }  // namespace

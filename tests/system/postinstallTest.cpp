@@ -18,7 +18,6 @@ constexpr char NOTHING_STOPPED[] = "Stopped all configured services on all netwo
 class Postinstall : public ToolTest {
   protected:
     static CommandResult Upgrade() { return Run({"--postinstall", "tool,1.0,2.0"}); }
-    static CommandResult Install() { return Run({"--postinstall", "tool,0,2.0"}); }
 
     // The database with the values that differ from run to run left out.
     static std::string Database() {
@@ -63,7 +62,7 @@ TEST_F(Postinstall, FreshInstallClearsARunningConfiguration) {
     ToolTest::Install(Subnet(5) + Feature(5, "DHCP") + Feature(5, "VIRTUAL_ADAPTER") +
                       "add_bridge_mapping eth7 3\n");
     ASSERT_TRUE(Run({"--start"}).Succeeded());
-    Expect(Install(), 0,
+    Expect(Run({"--postinstall", "tool,0,2.0"}), 0,
            std::string("Stopped Bridged networking on zelan0\nStopped Bridged networking on zelan3\n"
                        "Stopped DHCP service on zelan5\n"
                        "Disabled hostonly virtual adapter on zelan5\nStopped Network detection service\n"
@@ -126,7 +125,7 @@ TEST_F(Postinstall, UpgradeOfADatabaseThatIsNoneFallsBackToTheDefaults) {
 
 TEST_F(Postinstall, NoFreeSubnetLeavesNoDatabase) {
     Replace("orvane-ping", "exit 0\n");
-    Expect(Install(), 1,
+    Expect(Run({"--postinstall", "tool,0,2.0"}), 1,
            "Configuring Bridged network zelan0\n"
            "Configuring hostonly network zelan1, probing for unused subnet ...\n" +
                std::string(NOTHING_STOPPED),
@@ -188,11 +187,8 @@ TEST_F(Postinstall, MigrationTakesARegularFileOnly) {
 }
 
 TEST_F(Postinstall, MigrationReplacesTheConfiguration) {
-    struct MigrationCase {
-        std::string settings;
-        const char *database;  // empty: none is left
-    };
-    const MigrationCase cases[] = {
+    // The settings and the database that they leave; empty: none.
+    const std::pair<std::string, const char *> cases[] = {
         {"BACKUP_VERSION=1,0\nanswer VNET_2_NAT no\nanswer RUNDIR /nowhere\n",
          "VERSION=1,0\nanswer VNET_2_NAT no\n"},
         // The older format, of which one key becomes a mapping and another two answers.
@@ -202,21 +198,21 @@ TEST_F(Postinstall, MigrationReplacesTheConfiguration) {
         {"", "VERSION=1,0\n"},
         {"BACKUP_VERSION=2,0\nanswer VNET_2_NAT no\n", ""},
     };
-    for (const MigrationCase &row : cases) {
-        SCOPED_TRACE(row.settings);
+    for (const auto &[settings, database] : cases) {
+        SCOPED_TRACE(settings);
         WriteDatabase("add_bridge_mapping eth7 3\n");
         ASSERT_TRUE(Run({"--start"}).Succeeded());
-        WriteFileText("/tmp/real", row.settings);
+        WriteFileText("/tmp/real", settings);
         Must("ln -sf /tmp/real /tmp/settings");
-        const bool taken = row.database[0] != '\0';
+        const bool taken = database[0] != '\0';
         Expect(Run({"--migrate-network-settings", "/tmp/settings"}), taken ? 0 : 1,
                std::string("Stopped Bridged networking on zelan0\nStopped Bridged networking on zelan3\n"
                            "Stopped Network detection service\n") +
                    NOTHING_STOPPED + (taken ? "Restored network settings\n" : ""),
                taken ? "" : "Failed to import configuration information from backup file /tmp/settings\n");
-        EXPECT_EQ(row.database, ReadFileText(DATABASE));
+        EXPECT_EQ(database, ReadFileText(DATABASE));
         EXPECT_EQ(taken ? "./networking " : "", Files());
-        EXPECT_EQ(row.settings, ReadFileText("/tmp/real"));
+        EXPECT_EQ(settings, ReadFileText("/tmp/real"));
         EXPECT_EQ("", Daemons());
     }
 }

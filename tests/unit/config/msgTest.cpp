@@ -79,8 +79,7 @@ TEST_F(Msg, LocalizableArgumentsAppearAsTheirText) {
     }
 }
 
-// Posts to the terminal with `input` behind it and gives back what stands there, then the input that the post
-// has left.
+// Posts to the terminal and gives back what stands there, then what the post has left of the input.
 std::string PostToTerminal(int severity, std::string input) {
     const FileStream keyboard(fmemopen(input.data(), input.size(), "r"));
     FILE *const formerInput = std::exchange(stdin, keyboard.get());
@@ -98,8 +97,7 @@ TEST_F(Msg, TerminalPostWaitsForTheEnterKeyUnlessToldNotTo) {
     const struct {
         bool noWait;
         int severity;
-        const char *input;
-        const char *shown;
+        const char *input, *shown;
     } CASES[] = {
         {false, MSG_ERROR, "ok\nnext",
          "\n\nOrvane Virtual Networks Error:\nText.\nPress \"Enter\" to continue...\nnext"},

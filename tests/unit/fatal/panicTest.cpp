@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,7 +11,6 @@
 namespace {
 
 using testing::Eq;
-using testing::MatchesRegex;
 
 // A death test reads descriptor 2, so the stream under test goes there and the other one nowhere.
 void ShowOnly(int stream) {
@@ -38,7 +36,7 @@ TEST(PanicDeathTest, EveryStopHasItsOwnMessage) {
                     Eq(std::string("Panic:\n") + message));
     }
     EXPECT_EXIT((ShowOnly(STDOUT_FILENO), PanicNotReached()), testing::ExitedWithCode(1),
-                MatchesRegex("Panic:\nNOT_REACHED tests/unit/fatal/[^/]*:[0-9]+\n"));
+                testing::MatchesRegex("Panic:\nNOT_REACHED tests/unit/fatal/[^/]*:[0-9]+\n"));
 }
 
 TEST(PanicDeathTest, LeavesStandardErrorAloneAndRunsTheExitHandlers) {

@@ -1,6 +1,5 @@
 // The file lock's rules that need no lock directory.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,8 +22,7 @@ TEST(FileLockNames, AcceptsALetterFiveDigitsAndTheSuffix) {
 TEST(FileLockMember, ReadsEveryFormOfARecord) {
     const struct {
         std::string text;
-        const char *payload;
-        const char *checksum;
+        const char *payload, *checksum;
         uint32_t ticket;
     } cases[] = {
         {"id 12 7 X", nullptr, nullptr, 7},

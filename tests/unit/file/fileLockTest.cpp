@@ -1,7 +1,6 @@
 #include "lib/file/fileLock.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,7 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 using testing::StartsWith;
 
 constexpr char MEMBER_NAME[] = "M[0-9]{5}\\.lck";
@@ -72,7 +70,7 @@ FileLockValues OwnValues() {
 
 TEST_F(FileLock, WritesARecordOf512BytesAndLeavesNothingBehind) {
     FileLockToken *token = Lock(false, 0);
-    ASSERT_THAT(Names(), ElementsAre(MatchesRegex(MEMBER_NAME)));
+    ASSERT_THAT(Names(), ElementsAre(testing::MatchesRegex(MEMBER_NAME)));
     const std::string record = ReadFileText(lockDir_ + "/" + Names()[0]);
     std::string expected = Record(getpid(), 1,
                                   "X " + std::to_string(FileLockProcessCreationTime(getpid())) +
@@ -285,8 +283,7 @@ TEST_F(FileLock, WaiterSeesThatTheMemberHasMadeWay) {
     ASSERT_TRUE(EndsWell(dead));
     const std::string deadID = std::to_string(dead);
     const struct {
-        const char *machineID;
-        const char *executionID;
+        const char *machineID, *executionID;
         std::string found;
         bool stays;
     } cases[] = {

@@ -9,8 +9,6 @@
 #include <functional>
 #include <string>
 
-namespace {
-
 TEST(PosixWrappers, RefuseAPathThatDoesNotConvert) {
     const std::string bad = "/tmp/caf\xE9";
     const char *path = bad.c_str();
@@ -62,5 +60,3 @@ TEST(PosixDeathTest, CreatesNamesInTheCurrentEncoding) {
     };
     EXPECT_EXIT(createInLatin1(), testing::ExitedWithCode(0), "");
 }
-
-}  // namespace

@@ -1,7 +1,6 @@
 #include "lib/misc/hashTable.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>

@@ -2,11 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "lib/misc/owners.h"
-
-namespace {
 
 TEST(StrToNumber, AcceptsWhatFitsIn32BitsSignedOrUnsigned) {
     const std::pair<const char *, uint32_t> cases[] = {
@@ -34,8 +30,7 @@ TEST(StrToNumber, RefusesWhatIsLeftOverOrTooLarge) {
 
 TEST(GetNextToken, StopsOnTheDelimiterBehindTheToken) {
     const struct {
-        const char *text;
-        const char *delimiters;
+        const char *text, *delimiters;
         unsigned start;
         const char *token;  // null: none was left
         unsigned end;
@@ -51,5 +46,3 @@ TEST(GetNextToken, StopsOnTheDelimiterBehindTheToken) {
         EXPECT_EQ(index, row.end) << row.text << row.start;
     }
 }
-
-}  // namespace

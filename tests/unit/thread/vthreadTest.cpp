@@ -1,7 +1,6 @@
 #include "lib/thread/vthread.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -20,8 +19,7 @@ namespace {
 
 struct Seen {
     VThreadID id = VTHREAD_INVALID_ID;
-    std::string name;
-    std::string nameAtFirst;
+    std::string name, nameAtFirst;
 };
 
 void Look(void *data) {

@@ -35,8 +35,7 @@ TEST_P(CodeSetLayer, ConvertsThereAndBackWithAnyByteOrder) {
     const std::string text = "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80";
     const struct {
         const char *name;
-        std::string utf8;
-        std::string bytes;
+        std::string utf8, bytes;
     } cases[] = {
         {"UTF-16BE", text, "\0a\0\xE9\x20\xAC\xD8\x3D\xDE\0"s},
         {"UTF-16", "z", "\xFF\xFEz\0"s},
@@ -63,8 +62,7 @@ TEST_P(CodeSetLayer, StopsSubstitutesOrSkipsByMode) {
         StringEncoding from;
         std::string bytes;
         StringEncoding to;
-        std::string substituted;
-        std::string skipped;
+        std::string substituted, skipped;
     } cases[] = {
         {"stray byte", STRING_ENCODING_UTF8, "a\xFFz", STRING_ENCODING_UTF16_BE, "\0a\xFF\xFD\0z"s,
          "\0a\0z"s},

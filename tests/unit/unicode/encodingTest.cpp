@@ -52,10 +52,7 @@ void SetVariable(const char *name, const char *value) {
 TEST(UnicodeInitDeathTest, TakesTheEncodingFromTheEnvironmentAndTheArgumentsToUtf8) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const struct {
-        const char *fileNames;
-        const char *brokenFileNames;
-        const char *locale;
-        const char *argument;
+        const char *fileNames, *brokenFileNames, *locale, *argument;
         int exitStatus;
         const char *output;
     } cases[] = {

@@ -1,11 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "lib/misc/owners.h"
 #include "lib/unicode/unicode.h"
-
-namespace {
 
 TEST(UnicodeOperations, PinRangesToTheText) {
     const std::pair<std::pair<ptrdiff_t, ptrdiff_t>, std::pair<const char *, const char *>> cases[] = {
@@ -34,10 +30,8 @@ TEST(UnicodeOperations, FindTheFirstAndTheLastMatchInARange) {
 
 TEST(UnicodeCompareRange, OrdersByCodePoint) {
     const struct {
-        const char *text;
-        const char *other;
-        int order;
-        int orderIgnoringCase;
+        const char *text, *other;
+        int order, orderIgnoringCase;
     } cases[] = {
         {"", "", 0, 0},
         {"a", "ab", -1, -1},
@@ -55,5 +49,3 @@ TEST(UnicodeCompareRange, OrdersByCodePoint) {
     }
     EXPECT_EQ(Unicode_CompareRange("xxAB", 2, -1, "abyy", 0, 2, true), 0);
 }
-
-}  // namespace

@@ -6,8 +6,6 @@
 
 #include "tests/support/logCapture.h"
 
-namespace {
-
 TEST(VnetName, ReadsTheNumberOrRefusesTheWholeName) {
     LogCapture log(HBL_MAX_LOG_MASK);
     for (const char *zero : {"zelan0", "ZELAN0", "zelan000"}) {
@@ -42,10 +40,8 @@ TEST(IPAddress, ReadsDottedTextWithNothingBehindIt) {
 TEST(SubnetMask, AcceptsContiguousOnesWithRoomForEightHosts) {
     const std::string small = "HBLIsValidSubnetMask - The subnet is too small, we need at least 8 hosts\n";
     const std::string gap = "HBLIsValidSubnetMask - Mask is not a contiguous string of 1s: ";
-    const struct {
-        const char *mask;
-        std::string log;  // empty: accepted
-    } cases[] = {
+    // What the log says about each; nothing: accepted.
+    const std::pair<const char *, std::string> cases[] = {
         {"255.255.255.248", ""},
         {"128.0.0.0", ""},
         {"255.255.255.252", small},
@@ -57,26 +53,23 @@ TEST(SubnetMask, AcceptsContiguousOnesWithRoomForEightHosts) {
          "HBLIsValidSubnetMask - Could not convert mask to integer: 255.255.255\n"},
     };
     LogCapture log;
-    for (const auto &row : cases) {
-        EXPECT_EQ(row.log.empty(), HBLIsValidSubnetMask(row.mask)) << row.mask;
-        EXPECT_EQ(row.log, log.Take()) << row.mask;
+    for (const auto &[mask, line] : cases) {
+        EXPECT_EQ(line.empty(), HBLIsValidSubnetMask(mask)) << mask;
+        EXPECT_EQ(line, log.Take()) << mask;
     }
 }
 
 TEST(MACAddress, TakesTheCanonicalForm) {
     char canonical[HBL_MAC_STR_SIZE] = "before";
-    const struct {
-        const char *mac;
-        int scanned;
-    } refused[] = {
+    const std::pair<const char *, int> refused[] = {
         {"aa:bb:cc:dd:ee", 5},    {"aa:bb:cc:dd:ee:ff:00", 7}, {"aaa:bb:cc:dd:ee:ff", 1},
         {"-1:-1:-1:-1:-1:-1", 6}, {"gg:bb:cc:dd:ee:ff", 0},    {"", -1},
     };
     LogCapture log;
-    for (const auto &row : refused) {
-        EXPECT_FALSE(HBLMACStandardizeFormat(row.mac, canonical)) << row.mac;
+    for (const auto &[mac, scanned] : refused) {
+        EXPECT_FALSE(HBLMACStandardizeFormat(mac, canonical)) << mac;
         EXPECT_EQ(
-            "HBLMACStandardizeFormat - sscanf failed, scanned " + std::to_string(row.scanned) + " elements\n",
+            "HBLMACStandardizeFormat - sscanf failed, scanned " + std::to_string(scanned) + " elements\n",
             log.Take());
     }
     EXPECT_STREQ("before", canonical);
@@ -87,10 +80,8 @@ TEST(MACAddress, TakesTheCanonicalForm) {
 }
 
 TEST(NetworkID, ChecksVersionTypeAndNumberInThisOrder) {
-    const struct {
-        HBL_NetworkID id;
-        const char *log;  // empty: valid
-    } cases[] = {
+    // What the log says about each; nothing: valid.
+    const std::pair<HBL_NetworkID, const char *> cases[] = {
         {{1, 1, HBL_VNET_NONE, {}}, ""},
         {{1, 1, 255, {}}, ""},
         {{1, 1, -2, {}}, "HBLValidateNetIDStruct - Invalid vnet number: -2\n"},
@@ -99,10 +90,8 @@ TEST(NetworkID, ChecksVersionTypeAndNumberInThisOrder) {
         {{0, 2, 256, {}}, "HBLValidateNetIDStruct - Unsupported network ID version: 0\n"},
     };
     LogCapture log;
-    for (const auto &row : cases) {
-        EXPECT_EQ(*row.log == '\0', HBLValidateNetIDStruct(&row.id)) << row.log;
-        EXPECT_EQ(row.log, log.Take());
+    for (const auto &[id, line] : cases) {
+        EXPECT_EQ(*line == '\0', HBLValidateNetIDStruct(&id)) << line;
+        EXPECT_EQ(line, log.Take());
     }
 }
-
-}  // namespace

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 
@@ -9,8 +8,6 @@
 #include "tests/support/openCache.h"
 
 namespace {
-
-using testing::EndsWith;
 
 using Setter = bool (*)(const char *vnet, const char *value);
 using Getter = bool (*)(const char *vnet, char *out, uint32_t *len);
@@ -71,7 +68,7 @@ TEST(AddressSettings, RefusedSettingChangesNothing) {
         EXPECT_FALSE(kind.set(nullptr, "255.255.0.0"));
         EXPECT_EQ(kind.SetLine("Invalid argument - vnet: (nil)"), log.Take());
         EXPECT_FALSE(kind.set("zelan8", kind.bad));
-        EXPECT_THAT(log.Take(), EndsWith(kind.SetLine(kind.badLine)));
+        EXPECT_THAT(log.Take(), testing::EndsWith(kind.SetLine(kind.badLine)));
     }
     EXPECT_EQ(before, ReadFileText(cache.Database()));
 }

@@ -61,8 +61,7 @@ TEST(BridgeChanges, MoveChecksAdapterDestinationAndSource) {
     const std::string badNetwork = "HBLValidateNetIDStruct - Invalid vnet number: -2\n";
     const struct {
         const HBL_HostAdapter *adapter;
-        const HBL_NetworkID *source;
-        const HBL_NetworkID *destination;
+        const HBL_NetworkID *source, *destination;
         bool accepted;
         std::string log;
     } cases[] = {

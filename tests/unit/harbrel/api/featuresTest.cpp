@@ -11,8 +11,7 @@
 
 namespace {
 
-// Three networks besides the default bridge: one full, one with DHCP alone, one bridged by a mapping. The
-// DHCP daemon of the first seems to run.
+// A full network, whose DHCP daemon seems to run, one with DHCP alone, and one bridged by a mapping.
 constexpr char RECORDS[] =
     "answer VNET_200_DHCP yes\nanswer VNET_200_NAT yes\nanswer VNET_200_VIRTUAL_ADAPTER yes\n"
     "answer VNET_200_HOSTONLY_SUBNET 192.168.40.0\n"
@@ -46,20 +45,17 @@ std::string BytesOf(const HBL_VnetFeatures &ft) {
 }
 
 TEST_F(Features, OfEachNetworkTellWhatIsConfiguredAndWhatRuns) {
-    const struct {
-        int32_t vnet;
-        const char *bytes;
-    } cases[] = {{0, "0 0010 0000"},
-                 {200, "1 1101 1000"},
-                 {201, "0 1000 0000"},
-                 {202, "0 0010 0000"},
-                 {255, "0 0000 0000"}};
-    for (const auto &row : cases) {
-        HBL_VnetFeatures ft = Query(row.vnet);
+    const std::pair<int32_t, const char *> cases[] = {{0, "0 0010 0000"},
+                                                      {200, "1 1101 1000"},
+                                                      {201, "0 1000 0000"},
+                                                      {202, "0 0010 0000"},
+                                                      {255, "0 0000 0000"}};
+    for (const auto &[vnet, bytes] : cases) {
+        HBL_VnetFeatures ft = Query(vnet);
         memset(&ft.config, 0xFF, sizeof ft.config);
         memset(&ft.runtime, 0xFF, sizeof ft.runtime);
         EXPECT_TRUE(HBL_GetVnetFeatures(&ft));
-        EXPECT_EQ(row.bytes, BytesOf(ft)) << row.vnet;
+        EXPECT_EQ(bytes, BytesOf(ft)) << vnet;
         EXPECT_EQ(0, ft.config.reserved[27] | ft.runtime.reserved[0]);
     }
 }
@@ -107,8 +103,7 @@ TEST_F(Features, BadStructureIsRefused) {
     HBL_VnetFeatures high = Query(256);
     const struct {
         HBL_VnetFeatures *ft;
-        const char *getLine;
-        const char *findLine;
+        const char *getLine, *findLine;
     } cases[] = {
         {nullptr, "Invalid argument - ft: (nil)", "Invalid argument - ft: (nil)"},
         {&version, "Unsupported feature struct version: 2", "Unsupported feature struct version: 2"},

@@ -8,14 +8,6 @@
 #include "tests/support/logCapture.h"
 #include "tests/support/openCache.h"
 
-namespace {
-
-// Makes the next read of the default look into the database again.
-void ForgetDefaultBridge() {
-    ASSERT_TRUE(HBLSetDefaultBridgeVnet(HBL_DEFAULT_BRIDGE_UNREAD));
-    ASSERT_TRUE(HBLNetCfgRemoveAnswer(nullptr, HBL_DEFAULT_BRIDGE_KEY));
-}
-
 TEST(DefaultBridge, IsZeroOrNoneAndZeroWhenMissingOrNoNumber) {
     const std::string converted =
         "HBLNetCfgGetAnswerInt32 - Value not found or failed to convert value to integer: ";
@@ -36,7 +28,8 @@ TEST(DefaultBridge, IsZeroOrNoneAndZeroWhenMissingOrNoNumber) {
     const OpenCache cache;
     LogCapture log;
     for (const auto &row : cases) {
-        ForgetDefaultBridge();
+        ASSERT_TRUE(HBLSetDefaultBridgeVnet(HBL_DEFAULT_BRIDGE_UNREAD));
+        ASSERT_TRUE(HBLNetCfgRemoveAnswer(nullptr, HBL_DEFAULT_BRIDGE_KEY));
         if (row.stored != nullptr) {
             ASSERT_TRUE(HBLNetCfgAddAnswerString(nullptr, HBL_DEFAULT_BRIDGE_KEY, row.stored));
         }
@@ -70,5 +63,3 @@ TEST(ExportedReads, CheckVersionAndArgumentAndFillTypeAndVnet) {
     EXPECT_EQ(HBL_VNET_NONE, id.vnet);
     HBL_FreeHostAdapterList(nullptr);
 }
-
-}  // namespace

@@ -4,8 +4,6 @@
 
 #include "tests/support/cacheTest.h"
 
-using testing::UnorderedElementsAre;
-
 using ReadsTest = CacheTest;
 
 TEST_F(ReadsTest, DHCPEnumerationFollowsTheTableAndEndsInAnEmptyOne) {
@@ -20,7 +18,8 @@ TEST_F(ReadsTest, DHCPEnumerationFollowsTheTableAndEndsInAnEmptyOne) {
     while (HBLNetCfgEnumDHCPMACToIP(db, 1, &index, mac, sizeof mac, ip, sizeof ip)) {
         found.push_back(std::string(mac) + " " + ip);
     }
-    EXPECT_THAT(found, UnorderedElementsAre("02:00:00:11:22:33 10.0.0.1", "02:00:00:11:22:34 10.0.0.2"));
+    EXPECT_THAT(found,
+                testing::UnorderedElementsAre("02:00:00:11:22:33 10.0.0.1", "02:00:00:11:22:34 10.0.0.2"));
 
     // A change drops the snapshot, whose entries it may have freed.
     index = 1;

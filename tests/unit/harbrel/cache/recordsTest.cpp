@@ -1,19 +1,14 @@
-#include "lib/harbrel/cache/records.h"
-
 #include <gmock/gmock.h>
 
 #include "tests/support/cacheTest.h"
 
 using testing::HasSubstr;
-using testing::Not;
 
 using RecordsTest = CacheTest;
 
 TEST_F(RecordsTest, ReplayedLinesLeaveTheirRecords) {
     const std::string long127(127, 'x');
-    const struct {
-        std::string lines, records;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"answer MY_NOTE two  words \n", "answer MY_NOTE two  words \n"},
         {"  ANSWER   K v\n", "answer K v\n"},
         {"answer K a\nanswer k b\n", "answer k b\n"},
@@ -31,18 +26,15 @@ TEST_F(RecordsTest, ReplayedLinesLeaveTheirRecords) {
          "add_nat_portfwd 8 tcp 1 1.2.3.4 80 " + long127 + "\n"},
         {"add_nat_portfwd 8 tcp 1 1.2.3.4 80 x" + long127 + "\n", "add_nat_portfwd 8 tcp 1 1.2.3.4 80\n"},
     };
-    for (const auto &row : cases) {
-        LoadRecords(row.lines);
-        EXPECT_EQ(Records(), row.records) << row.lines;
-        EXPECT_THAT(log.Take(), Not(HasSubstr("Failed to parse"))) << row.lines;
+    for (const auto &[lines, records] : cases) {
+        LoadRecords(lines);
+        EXPECT_EQ(Records(), records) << lines;
+        EXPECT_THAT(log.Take(), testing::Not(HasSubstr("Failed to parse"))) << lines;
     }
 }
 
 TEST_F(RecordsTest, BadLineIsDroppedWithItsReason) {
-    const struct {
-        std::string line;
-        const char *reason;
-    } cases[] = {
+    const std::pair<std::string, const char *> cases[] = {
         {"   ", ""},
         {"answer", "Failed to extract key\n"},
         {"answer VNET_1_HOSTONLY_SUBNET", "Empty value for key\n"},
@@ -62,11 +54,11 @@ TEST_F(RecordsTest, BadLineIsDroppedWithItsReason) {
         {"remove_nat_portfwd 8 tcp 1", "Failed to remove NAT port forward from hash table\n"},
     };
     HBLLogSetMask(LOG_ERR | LOG_WRN);
-    for (const auto &row : cases) {
-        LoadRecords(row.line + "\n");
-        EXPECT_EQ(Records(), "") << row.line;
-        EXPECT_THAT(log.Take(), HasSubstr(std::string(row.reason) +
-                                          "HBLNetCfgLoad - Failed to parse record at line #: 2, data: " +
-                                          row.line + "\n"));
+    for (const auto &[line, reason] : cases) {
+        LoadRecords(line + "\n");
+        EXPECT_EQ(Records(), "") << line;
+        EXPECT_THAT(log.Take(),
+                    HasSubstr(std::string(reason) +
+                              "HBLNetCfgLoad - Failed to parse record at line #: 2, data: " + line + "\n"));
     }
 }

@@ -1,8 +1,7 @@
 // The generated dhcpd.conf: its bytes, and what becomes of the user's text around the block.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <ctime>
+#include <regex>
 #include <string>
 
 #include "lib/harbrel/cache/cache.h"
@@ -13,9 +12,6 @@
 #include "tests/support/logCapture.h"
 
 namespace {
-
-using testing::EndsWith;
-using testing::HasSubstr;
 
 constexpr char HEADER[] = R"(# Configuration file for ISC 2.0 zelan-dhcpd operating on zelan8.
 #
@@ -90,13 +86,10 @@ class DhcpConfig : public testing::Test {
     }
     std::string Text(const std::string &name = "dhcpd.conf") { return ReadFileText(Path(name)); }
     // With DATE in the place of a well-formed date.
-    static std::string Undated(std::string text) {
-        constexpr size_t DATE_LENGTH = sizeof "mm/dd/yyyy hh:mm:ss" - 1;
-        const size_t date = text.find("\n# Written at: ") + sizeof "\n# Written at: " - 1;
-        tm time = {};
-        const char *end = date < text.size() ? strptime(&text[date], "%m/%d/%Y %H:%M:%S\n", &time) : nullptr;
-        const bool isDate = end != nullptr && end == &text[date] + DATE_LENGTH + 1;
-        return isDate ? text.replace(date, DATE_LENGTH, "DATE") : text;
+    static std::string Undated(const std::string &text) {
+        static const std::regex DATED(
+            R"((\n# Written at: )(0[1-9]|1[0-2])/(0[1-9]|[12]\d|3[01])/\d{4} ([01]\d|2[0-3])(:[0-5]\d){2}\n)");
+        return std::regex_replace(text, DATED, "$1DATE\n");
     }
     static std::string Hash() {
         const char *hash = HBLGetVnetCfg(8, VNET_FIELD_DHCP_CFG_HASH);
@@ -140,10 +133,7 @@ TEST_F(DhcpConfig, UsersTextIsKeptAroundAnIntactBlockOnly) {
     ASSERT_TRUE(HBLDHCPUpdateFromConfig(8));
     const std::string text = Text();
     const std::string hash = Hash();
-    std::string crLines = text;
-    for (size_t at = crLines.find('\n'); at != std::string::npos; at = crLines.find('\n', at + 2)) {
-        crLines.insert(at, 1, '\r');
-    }
+    const std::string crLines = std::regex_replace(text, std::regex("\n"), "\r\n");
     const struct {
         const char *what;
         std::string file, hash;
@@ -175,7 +165,7 @@ TEST_F(DhcpConfig, UsersTextIsKeptAroundAnIntactBlockOnly) {
         ASSERT_TRUE(HBLDHCPUpdateFromConfig(8));
         EXPECT_EQ(expected, Undated(Text()));
         EXPECT_EQ(row.file, Text("dhcpd.conf.bak"));
-        EXPECT_THAT(log.Take(), HasSubstr(std::string("HBLDHCPWriteDHCPCfg - ") + row.log));
+        EXPECT_THAT(log.Take(), testing::HasSubstr(std::string("HBLDHCPWriteDHCPCfg - ") + row.log));
         ASSERT_TRUE(HBLDHCPUpdateFromConfig(8));
         EXPECT_EQ(expected, Undated(Text())) << "at the second rewrite";
     }
@@ -192,7 +182,8 @@ TEST_F(DhcpConfig, ValueThatCannotBeHadSparesTheBackup) {
     Answer("DHCP_PARAM_SUB_DEFAULT_LEASE_TIME", "1234567890");
     LogCapture log;
     EXPECT_FALSE(HBLDHCPUpdateFromConfig(8));
-    EXPECT_THAT(log.Take(), EndsWith("Getting HBL_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC failed\n"));
+    EXPECT_THAT(log.Take(),
+                testing::EndsWith("Getting HBL_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC failed\n"));
     EXPECT_EQ(before, Text("dhcpd.conf.bak"));
     EXPECT_EQ(hash, Hash());
 }

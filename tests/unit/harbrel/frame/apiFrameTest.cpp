@@ -7,8 +7,6 @@
 #include "tests/support/logCapture.h"
 #include "tests/support/openCache.h"
 
-namespace {
-
 using testing::EndsWith;
 
 TEST(ApiFrame, FunctionsOfOneNetworkOpenAndCloseAlike) {
@@ -53,5 +51,3 @@ TEST(ApiFrame, ServiceCallsWithoutALoadOrAnExitingLine) {
     EXPECT_FALSE(HBL_StopService("zelan8", 0));
     EXPECT_THAT(log.Take(), EndsWith(", serviceType: 0\n"));
 }
-
-}  // namespace

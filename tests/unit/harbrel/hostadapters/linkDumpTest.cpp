@@ -91,10 +91,7 @@ TEST(LinkDump, ListsEthernetAdaptersInTheKernelsOrder) {
 }
 
 TEST(LinkDump, EndsAtErrorAndAtMalformedMessageWithWhatWasFound) {
-    const struct {
-        const char *what;
-        std::string second;
-    } cases[] = {
+    const std::pair<const char *, std::string> cases[] = {
         {"error", Message(std::string(20, '\0'), NLMSG_ERROR)},
         {"length below a header", WithLength(Link("hbltest1"), 15)},
         {"length of zero", WithLength(Link("hbltest1"), 0)},
@@ -103,11 +100,10 @@ TEST(LinkDump, EndsAtErrorAndAtMalformedMessageWithWhatWasFound) {
         {"message cut", Link("hbltest1").substr(0, 36)},
         {"no room for a link", Message(std::string(8, '\0'))},
     };
-    for (const auto &row : cases) {
-        const std::string third =
-            row.second.size() % 4 == 0 && row.second.size() > 36 ? Link("hbltest2") : "";
-        EXPECT_EQ("hbltest0:1", Parse(Link("hbltest0") + row.second + third)) << row.what;
-        EXPECT_EQ("", Parse(row.second)) << row.what;
+    for (const auto &[what, second] : cases) {
+        const std::string third = second.size() % 4 == 0 && second.size() > 36 ? Link("hbltest2") : "";
+        EXPECT_EQ("hbltest0:1", Parse(Link("hbltest0") + second + third)) << what;
+        EXPECT_EQ("", Parse(second)) << what;
     }
 }
 

@@ -36,15 +36,13 @@ constexpr FeatureSwitch WORDS = {.function = "Set",
                                  .turnedOff = "off %s",
                                  .turnOffFailed = "not off %s"};
 
-struct SwitchCase {
-    bool inUse, hasSubnet, subnetIsFree, setWorks;  // before
-    bool use, cleanup;
-    bool done, hasSubnetAfter;
-    const char *lines;
-};
-
 TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
-    static constexpr SwitchCase CASES[] = {
+    static constexpr struct {
+        bool inUse, hasSubnet, subnetIsFree, setWorks;  // before
+        bool use, cleanup;
+        bool done, hasSubnetAfter;
+        const char *lines;
+    } CASES[] = {
         {false, false, true, true, true, false, true, true,
          "from 0 to 1, assigning zelan8, assigned zelan8, on zelan8, "},
         {false, false, true, false, true, false, false, false,
@@ -59,7 +57,7 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
         {true, false, true, true, true, true, true, false, "same, cleaned zelan8, "},
         {false, true, true, false, false, true, false, true, "same, not cleaned zelan8, "},
     };
-    for (const SwitchCase &row : CASES) {
+    for (const auto &row : CASES) {
         FakePrograms cache;
         HBLSubnetTables() = {};
         cache.Program("orvane-ping", row.subnetIsFree ? "exit 1" : "exit 0");

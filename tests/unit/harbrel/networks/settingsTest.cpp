@@ -7,8 +7,6 @@
 #include "tests/support/logCapture.h"
 #include "tests/support/openCache.h"
 
-namespace {
-
 TEST(VnetSettings, WritingTheValueThatABooleanReadsAsStoresNothing) {
     const OpenCache cache("answer VNET_8_NAT YES\nanswer VNET_9_NAT true\n");
     const std::string before = ReadFileText(cache.Database());
@@ -46,5 +44,3 @@ TEST(VnetSubnet, ContainsAddressesUnderItsMask) {
         EXPECT_EQ(row.log, log.Take());
     }
 }
-
-}  // namespace

@@ -1,22 +1,17 @@
 // The parameters of DHCP and NAT by internal id: defaults, reading, setting, removing.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 
 #include "lib/harbrel/cache/cache.h"
-#include "lib/harbrel/dhcp/dhcp.h"
 #include "lib/harbrel/dhcp/dhcpConfigFile.h"
 #include "lib/harbrel/dhcp/dhcpParameters.h"
-#include "lib/harbrel/nat/nat.h"
 #include "lib/harbrel/nat/natParameters.h"
 #include "lib/harbrel/networks/settings.h"
 #include "tests/support/logCapture.h"
 #include "tests/support/openCache.h"
 
 namespace {
-
-using testing::EndsWith;
 
 const ParameterFamily &D = HBLDHCPParameters();
 const ParameterFamily &N = HBLNATParameters();
@@ -89,7 +84,7 @@ TEST(ParameterDefaults, AddressesFollowFromSubnetMaskAndNat) {
         LogCapture log;
         char text[16];
         EXPECT_EQ(row.log[0] == '\0', HBLDHCPGetParameterDefault(8, 9542, text, sizeof text));
-        EXPECT_THAT(log.Take(), EndsWith(row.log));
+        EXPECT_THAT(log.Take(), testing::EndsWith(row.log));
     }
 }
 

@@ -1,13 +1,10 @@
 #include "lib/harbrel/virtualadapter/virtualAdapter.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "lib/harbrel/networks/settings.h"
 #include "tests/support/fakePrograms.h"
 #include "tests/support/logCapture.h"
-
-namespace {
 
 // The interface does not exist, so that settings in order would end at the first ioctl.
 TEST(VirtualAdapter, EnableStopsAtTheFirstSettingThatIsWrong) {
@@ -41,5 +38,3 @@ TEST(VirtualAdapter, EnableStopsAtTheFirstSettingThatIsWrong) {
         EXPECT_THAT(log.Take(), testing::EndsWith("HBLVirtAdapterEnable - " + std::string(row.line) + "\n"));
     }
 }
-
-}  // namespace
