@@ -40,7 +40,8 @@ TEST(Detect, EachChangeIsOneLine) {
     };
     for (const auto &[change, line] : CASES) {
         Must(change);
-        EXPECT_TRUE(WaitUntil([&] { return Count(start.Log(), line) == 1; })) << change << start;
+        EXPECT_TRUE(WaitUntil([&start, text = line] { return Count(start.Log(), text) == 1; }))
+            << change << start;
     }
     EXPECT_EQ(0, Count(start.Log(), "10.7.0.0")) << "of a table that is not the main one\n" << start.Log();
 }
