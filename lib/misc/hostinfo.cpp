@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "lib/log/log.h"
+#include "lib/misc/netInterface.h"
 #include "lib/misc/owners.h"
 
 namespace {
@@ -43,7 +44,7 @@ int ObtainHardwareID(uint64_t *hardwareID) {
     for (unsigned i = 0; i < ETHERNET_NAMES; i++) {
         ifreq request{};
         snprintf(request.ifr_name, sizeof request.ifr_name, "eth%u", i);
-        if (ioctl(socketFd.get(), SIOCGIFHWADDR, &request) == 0) {
+        if (NetInterface_Ioctl(socketFd.get(), SIOCGIFHWADDR, &request) == 0) {
             *hardwareID = HardwareIDFromMac(request.ifr_hwaddr.sa_data);
             return 0;
         }

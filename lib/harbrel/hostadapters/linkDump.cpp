@@ -4,7 +4,6 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <linux/sockios.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include "lib/err/errText.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/hostadapters/discovery.h"
+#include "lib/misc/netInterface.h"
 #include "lib/misc/owners.h"
 #include "lib/string/str.h"
 
@@ -82,7 +82,7 @@ void QueryDriverName(HBL_HostAdapter *adapter) {
                adapter->displayName, Err_LastErrnoText());
         return;
     }
-    if (ioctl(querySocket.get(), SIOCETHTOOL, &request) == -1) {
+    if (NetInterface_Ioctl(querySocket.get(), SIOCETHTOOL, &request) == -1) {
         HBLLog(LOG_ERR, FUNCTION,
                "Ioctl on socket for querying driver name for adapter: %s failed, error: %s",
                adapter->displayName, Err_LastErrnoText());

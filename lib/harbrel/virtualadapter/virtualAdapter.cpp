@@ -15,6 +15,7 @@
 #include "lib/harbrel/files/files.h"
 #include "lib/harbrel/frame/apiFrame.h"
 #include "lib/harbrel/networks/settings.h"
+#include "lib/misc/netInterface.h"
 #include "lib/misc/owners.h"
 
 namespace {
@@ -37,7 +38,7 @@ unsigned Flags(const ifreq &request) {
 }
 
 bool GetFlags(const char *function, int socketFd, ifreq *request) {
-    if (ioctl(socketFd, SIOCGIFFLAGS, request) != 0) {
+    if (NetInterface_Ioctl(socketFd, SIOCGIFFLAGS, request) != 0) {
         const int reason = errno;
         HBLLog(LOG_ERR, function, "ioctl: SIOCGIFFLAGS failed, error: %s", Err_ErrnoText(reason));
         errno = reason;
@@ -50,7 +51,7 @@ bool GetFlags(const char *function, int socketFd, ifreq *request) {
 
 bool SetFlags(const char *function, int socketFd, short flags, ifreq *request) {
     request->ifr_flags = flags;
-    if (ioctl(socketFd, SIOCSIFFLAGS, request) != 0) {
+    if (NetInterface_Ioctl(socketFd, SIOCSIFFLAGS, request) != 0) {
         HBLLog(LOG_ERR, function, "ioctl: SIOCSIFFLAGS failed, error: %s", Err_LastErrnoText());
         return false;
     }
@@ -135,7 +136,7 @@ bool SetAddress(const char *function, int socketFd, const AddressStep &step, in_
     address.sin_family = AF_INET;
     address.sin_addr = value;
     memcpy(&request->ifr_addr, &address, sizeof address);
-    if (ioctl(socketFd, step.request, request) != 0) {
+    if (NetInterface_Ioctl(socketFd, step.request, request) != 0) {
         HBLLog(LOG_ERR, function, "ioctl: %s failed, error: %s", step.requestName, Err_LastErrnoText());
         return false;
     }
