@@ -18,7 +18,9 @@
 
 #include "daemons/common/complain.h"
 #include "daemons/common/file.h"
+#include "daemons/common/linkGroup.h"
 #include "daemons/common/options.h"
+#include "daemons/common/startersLegacy.h"
 #include "daemons/common/switch.h"
 #include "lib/misc/owners.h"
 
@@ -43,7 +45,7 @@ void OpenStandardDescriptors() {
     close(descriptor);
 }
 
-void ShedInherited(int statusDescriptor) {
+void ShedDescriptors(int statusDescriptor) {
     OpenStandardDescriptors();
     auto status = static_cast<unsigned>(statusDescriptor);
     if (status > STDERR_FILENO) {
@@ -74,7 +76,7 @@ void PutAside(RtSocket *socket, int link) {
     Link_SetName(socket, link, name);
 }
 
-void RemoveTraces(const CleanUp &cleanUp) {
+void RemoveTraces(int network, const CleanUp &cleanUp) {
     RtSocket socket;
     if (!socket.Open()) {
         return;
@@ -89,13 +91,13 @@ void RemoveTraces(const CleanUp &cleanUp) {
     if (cleanUp.rest != nullptr) {
         cleanUp.rest();
     }
-    if (cleanUp.network >= 0) {
-        Switch_RemoveWhenUnused(&socket, cleanUp.network);
+    if (network >= 0) {
+        Switch_RemoveWhenUnused(&socket, network);
     }
 }
 
 // Holds nothing of the daemon's but the log: neither its switch use nor its TAPs nor the pipe.
-[[noreturn]] void RunWatcher(int process, const CleanUp &cleanUp) {
+[[noreturn]] void RunWatcher(int process, int network, const CleanUp &cleanUp) {
     for (int signalNumber : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
         signal(signalNumber, SIG_IGN);
     }
@@ -106,7 +108,7 @@ void RemoveTraces(const CleanUp &cleanUp) {
     pollfd end = {process, POLLIN, 0};
     while (poll(&end, 1, -1) < 0 && errno == EINTR) {
     }
-    RemoveTraces(cleanUp);
+    RemoveTraces(network, cleanUp);
     _exit(EXIT_SUCCESS);
 }
 
@@ -120,7 +122,7 @@ bool WritePidFile(const char *path, pid_t daemon) {
 
 }  // namespace
 
-bool Daemon_TakeContract(DaemonContract *contract) {
+bool Daemon_TakeContract(DaemonContract *contract, std::span<const int> capabilities) {
     if (!Options_Number(contract->statusText, INT_MAX, &contract->statusDescriptor)) {
         Complain("option -s needs the number of a descriptor, not %s", contract->statusText);
         return false;
@@ -133,37 +135,54 @@ bool Daemon_TakeContract(DaemonContract *contract) {
         Complain("the PID file needs a path");
         return false;
     }
-    ShedInherited(contract->statusDescriptor);
+    ShedDescriptors(contract->statusDescriptor);
+    StartersLegacy_Shed(capabilities);
     return true;
 }
 
-void Daemon_GiveUp(const CleanUp &cleanUp) {
+bool Daemon_Claim(DaemonContract *contract, Service service, int network) {
+    contract->service = service;
+    contract->network = network;
+    if (network < 0) {
+        return true;
+    }
+    contract->lock.emplace(network);
+    if (!contract->lock->held() || !contract->use.Begin(network)) {
+        return false;
+    }
+    if (service == Service::DHCP) {
+        contract->use.KeepAcrossExec();
+    }
+    return true;
+}
+
+void Daemon_GiveUp(DaemonContract *contract, const CleanUp &cleanUp) {
     if (fork() == 0) {
         CloseRange(STDERR_FILENO + 1, UINT_MAX);
         LeaveStartersSession();
-        RemoveTraces(cleanUp);
+        RemoveTraces(contract->network, cleanUp);
     }
     _exit(EXIT_FAILURE);
 }
 
-void Daemon_Detach(const DaemonContract &contract, const CleanUp &cleanUp) {
+void Daemon_Detach(DaemonContract *contract, const CleanUp &cleanUp) {
     pid_t daemon = fork();
     if (daemon == 0) {
-        close(contract.statusDescriptor);
+        close(contract->statusDescriptor);
+        contract->lock.reset();
         LeaveStartersSession();
         return;
     }
     if (daemon < 0) {
         Complain("fork: %s", strerror(errno));
-        Daemon_GiveUp(cleanUp);
+        Daemon_GiveUp(contract, cleanUp);
     }
-    bool leavesTraces = cleanUp.network >= 0 || !cleanUp.links.empty();
-    if (leavesTraces && !Daemon_StartWatcher(daemon, cleanUp)) {
+    if (!Daemon_Guard(contract, daemon, cleanUp)) {
         kill(daemon, SIGKILL);
         waitpid(daemon, nullptr, 0);
-        Daemon_GiveUp(cleanUp);
+        Daemon_GiveUp(contract, cleanUp);
     }
-    if (!WritePidFile(contract.pidFile, daemon)) {
+    if (!WritePidFile(contract->pidFile, daemon)) {
         kill(daemon, SIGKILL);
         _exit(EXIT_FAILURE);
     }
@@ -171,7 +190,10 @@ void Daemon_Detach(const DaemonContract &contract, const CleanUp &cleanUp) {
     _exit(EXIT_SUCCESS);
 }
 
-bool Daemon_StartWatcher(pid_t daemon, const CleanUp &cleanUp) {
+bool Daemon_Guard(DaemonContract *contract, pid_t daemon, const CleanUp &cleanUp) {
+    if (contract->network < 0) {
+        return true;
+    }
     FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, daemon, 0)));
     if (!process) {
         Complain("pidfd_open: %s", strerror(errno));
@@ -179,7 +201,7 @@ bool Daemon_StartWatcher(pid_t daemon, const CleanUp &cleanUp) {
     }
     pid_t watcher = fork();
     if (watcher == 0) {
-        RunWatcher(process.get(), cleanUp);
+        RunWatcher(process.get(), contract->network, cleanUp);
     }
     if (watcher < 0) {
         Complain("fork: %s", strerror(errno));
@@ -187,9 +209,9 @@ bool Daemon_StartWatcher(pid_t daemon, const CleanUp &cleanUp) {
     return watcher > 0;
 }
 
-void Daemon_Report(const DaemonContract &contract) {
-    if (write(contract.statusDescriptor, &STATUS_UP, sizeof STATUS_UP) != sizeof STATUS_UP) {
+void Daemon_Report(DaemonContract *contract) {
+    if (write(contract->statusDescriptor, &STATUS_UP, sizeof STATUS_UP) != sizeof STATUS_UP) {
         Complain("nobody takes the status report: %s", strerror(errno));
     }
-    close(contract.statusDescriptor);
+    close(contract->statusDescriptor);
 }

@@ -163,7 +163,7 @@ int Link_DeleteGroup(RtSocket *socket, uint32_t group) {
 int Link_MakeVeth(RtSocket *socket, const VethPlan &plan) {
     RtRequest request = LinkRequest(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, 0, IFF_UP, IFF_UP);
     request.PutText(IFLA_IFNAME, plan.name);
-    request.Put32(IFLA_GROUP, LINK_GROUP_LIVE);
+    request.Put32(IFLA_GROUP, plan.group);
     request.Put32(IFLA_NUM_TX_QUEUES, VETH_QUEUES);
     request.Put32(IFLA_NUM_RX_QUEUES, VETH_QUEUES);
     if (plan.master != 0) {
@@ -176,7 +176,7 @@ int Link_MakeVeth(RtSocket *socket, const VethPlan &plan) {
     ifinfomsg peerHeader = {};
     request.Append(&peerHeader, sizeof peerHeader);
     request.PutText(IFLA_IFNAME, plan.peerName);
-    request.Put32(IFLA_GROUP, LINK_GROUP_LIVE);
+    request.Put32(IFLA_GROUP, plan.peerGroup);
     request.Put32(IFLA_NUM_TX_QUEUES, VETH_QUEUES);
     request.Put32(IFLA_NUM_RX_QUEUES, VETH_QUEUES);
     if (plan.peerNamespace >= 0) {

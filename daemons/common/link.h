@@ -47,13 +47,14 @@ int Link_Delete(RtSocket *socket, int index);
 int Link_DeleteGroup(RtSocket *socket, uint32_t group);
 
 // Two joined interfaces. The first is up at once and a port of `master`; the second is left down, for whom it
-// is made to configure, and stands in the namespace of `peerNamespace`, or here when that is -1. Both belong
-// to LINK_GROUP_LIVE.
+// is made to configure, and stands in the namespace of `peerNamespace`, or here when that is -1.
 struct VethPlan {
     const char *name;
     const char *peerName;
     int master;
     int peerNamespace;
+    uint32_t group;  // LINK_GROUP_ of the first
+    uint32_t peerGroup;
 };
 int Link_MakeVeth(RtSocket *socket, const VethPlan &plan);
 

@@ -12,12 +12,6 @@
 
 #include "lib/misc/owners.h"
 
-// Every interface that a daemon makes carries one of these groups (IFLA_GROUP), by which a leftover is told
-// from an interface of somebody else. The kernel removes all of a group in one step, which costs little more
-// than removing one.
-inline constexpr uint32_t LINK_GROUP_LIVE = 1190;
-inline constexpr uint32_t LINK_GROUP_DEAD = 1191;
-
 // One request under construction. The buffer suffices for every request of this project.
 class RtRequest {
   public:

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "daemons/common/complain.h"
+#include "daemons/common/linkGroup.h"
 
 namespace {
 
@@ -120,7 +121,7 @@ int MakeBridge(RtSocket *socket, const char *name) {
     header.ifi_change = IFF_UP | IFF_NOARP;
     RtRequest request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, &header, sizeof header);
     request.PutText(IFLA_IFNAME, name);
-    request.Put32(IFLA_GROUP, LINK_GROUP_LIVE);
+    request.Put32(IFLA_GROUP, LINK_GROUP_CARRIER);
     size_t linkInfo = request.Open(IFLA_LINKINFO);
     request.PutText(IFLA_INFO_KIND, "bridge");
     size_t data = request.Open(IFLA_INFO_DATA);
@@ -128,10 +129,6 @@ int MakeBridge(RtSocket *socket, const char *name) {
     request.Close(data);
     request.Close(linkInfo);
     return socket->Do(&request);
-}
-
-bool IsOurs(const LinkInfo &link) {
-    return link.group == LINK_GROUP_LIVE || link.group == LINK_GROUP_DEAD;
 }
 
 // Removes what stands under a name that a daemon is about to take. False when it is somebody else's.
@@ -143,7 +140,7 @@ bool ClearName(RtSocket *socket, const char *name) {
         if (index == 0 || Link_Get(socket, index, &link) != 0) {
             return true;
         }
-        if (!IsOurs(link) || link.kind != "veth") {
+        if (!LinkGroup_IsOurs(link.group) || link.kind != "veth") {
             Complain("%s exists already and belongs to somebody else", name);
             return false;
         }
@@ -169,7 +166,7 @@ bool RemoveOnce(RtSocket *socket, int network) {
         return false;
     }
     LinkInfo link;
-    if (Link_Get(socket, index, &link) == 0 && IsOurs(link) && link.kind == "bridge") {
+    if (Link_Get(socket, index, &link) == 0 && LinkGroup_IsOurs(link.group) && link.kind == "bridge") {
         Link_Delete(socket, index);
     }
     return true;
@@ -236,7 +233,10 @@ bool Switch_MakePair(RtSocket *socket, const VethPlan &plan, SwitchPort *port) {
 bool Switch_MakePort(RtSocket *socket, int network, const char *portName, const char *peerName,
                      int peerNamespace, SwitchPort *port) {
     int master = Switch_Ensure(socket, network);
-    return master != 0 && Switch_MakePair(socket, {portName, peerName, master, peerNamespace}, port);
+    uint32_t peerGroup = peerNamespace < 0 ? LINK_GROUP_HOST : LINK_GROUP_CARRIER;
+    return master != 0 &&
+           Switch_MakePair(socket, {portName, peerName, master, peerNamespace, LINK_GROUP_CARRIER, peerGroup},
+                           port);
 }
 
 void Switch_RemoveDeadLinks(RtSocket *socket) {

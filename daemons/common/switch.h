@@ -50,8 +50,8 @@ struct SwitchPort {
 bool Switch_MakePair(RtSocket *socket, const VethPlan &plan, SwitchPort *port);
 
 // Makes the switch if need be and such a pair on it. With `peerNamespace` (a descriptor of a network
-// namespace) the peer stands in there; -1 leaves it here. False after a line in the log. Call with the lock
-// and the use held.
+// namespace) the peer stands in there; with -1 it is the host's own interface on the network. False after a
+// line in the log. Call with the lock and the use held.
 bool Switch_MakePort(RtSocket *socket, int network, const char *portName, const char *peerName,
                      int peerNamespace, SwitchPort *port);
 

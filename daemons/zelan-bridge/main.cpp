@@ -4,6 +4,7 @@
 // Bridges network N to the host's adapters: to every Ethernet adapter but those of -e, or to those of -i
 // alone. Adapters may come and go. The ports on the switch are TAPs, which the kernel removes when this
 // process ends.
+#include <linux/capability.h>
 #include <sys/epoll.h>
 
 #include <array>
@@ -24,6 +25,8 @@ namespace {
 // How long a new adapter is left alone before it is looked at: tools make an interface first and plug it into
 // a bridge or rename it a moment later.
 constexpr int SETTLE_MILLISECONDS = 100;
+
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_NET_RAW, CAP_SETUID, CAP_SETGID};
 
 struct Arguments {
     DaemonContract contract;
@@ -55,7 +58,7 @@ bool ReadArguments(char **argv, Arguments *arguments) {
     arguments->rule.takesAll = included.empty();
     const std::vector<const char *> &names = included.empty() ? excluded : included;
     arguments->rule.names.assign(names.begin(), names.end());
-    return Daemon_TakeContract(&arguments->contract);
+    return Daemon_TakeContract(&arguments->contract, CAPABILITIES);
 }
 
 // One end of a cable, or the announcements (without a cable), as epoll hands it back.
@@ -161,25 +164,19 @@ void FrameMover::Run() {
     }
 }
 
-bool Begin(int network, SwitchUse *use, CableSet *cables) {
-    SwitchLock lock(network);
-    return lock.held() && use->Begin(network) && cables->Begin();
-}
-
 }  // namespace
 
 int main(int, char **argv) {
     Arguments arguments;
-    if (!ReadArguments(argv, &arguments)) {
+    if (!ReadArguments(argv, &arguments) ||
+        !Daemon_Claim(&arguments.contract, Service::BRIDGE, arguments.network)) {
         return EXIT_FAILURE;
     }
     CleanUp cleanUp;
-    cleanUp.network = arguments.network;
-    SwitchUse use;
     CableSet cables(arguments.network, arguments.rule);
-    if (!Begin(arguments.network, &use, &cables)) {
-        Daemon_GiveUp(cleanUp);
+    if (!cables.Begin()) {
+        Daemon_GiveUp(&arguments.contract, cleanUp);
     }
-    Daemon_Detach(arguments.contract, cleanUp);
+    Daemon_Detach(&arguments.contract, cleanUp);
     FrameMover(&cables).Run();
 }

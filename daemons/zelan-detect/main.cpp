@@ -2,6 +2,7 @@
 //
 // Follows the host's links, addresses, routes and name servers and writes one line for each change to
 // standard output, which is the library's log file.
+#include <linux/capability.h>
 #include <poll.h>
 
 #include <array>
@@ -23,6 +24,9 @@ const FactKey NAME_SERVERS = {"name servers", ""};
 // over many networks makes hundreds of them.
 constexpr int SETTLE_MILLISECONDS = 100;
 
+// For the announcements' large receive buffer.
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SETUID, CAP_SETGID};
+
 bool ReadArguments(char **argv, DaemonContract *contract) {
     const OptionRule rules[] = {{"-s", &contract->statusText}, {"-d", &contract->pidFile}};
     std::vector<const char *> operands;
@@ -33,7 +37,7 @@ bool ReadArguments(char **argv, DaemonContract *contract) {
         Complain("usage: -s DESCRIPTOR -d PIDFILE");
         return false;
     }
-    return Daemon_TakeContract(contract);
+    return Daemon_TakeContract(contract, CAPABILITIES) && Daemon_Claim(contract, Service::DETECT, -1);
 }
 
 [[noreturn]] void FollowChanges(KernelView *kernel, NameServers *nameServers, Facts *facts) {
@@ -75,6 +79,6 @@ int main(int, char **argv) {
     first[NAME_SERVERS] = nameServers.Read();
     Facts facts;
     facts.Begin(std::move(first));
-    Daemon_Detach(contract, CleanUp());
+    Daemon_Detach(&contract, CleanUp());
     FollowChanges(&kernel, &nameServers, &facts);
 }

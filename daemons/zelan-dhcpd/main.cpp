@@ -4,6 +4,7 @@
 // with a port on the network's switch, starts it there and leaves it alone. Neither the host's interface on
 // the network nor anything else of the host is needed for it.
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,6 +32,10 @@ namespace {
 // Where distributions and local builds put ISC dhcpd.
 constexpr const char *SERVER_PLACES[] = {"/usr/sbin/dhcpd", "/usr/local/sbin/dhcpd", "/usr/bin/dhcpd"};
 
+// SYS_ADMIN for the namespace.
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN,        CAP_SYS_ADMIN, CAP_NET_RAW,
+                                CAP_NET_BIND_SERVICE, CAP_SETUID,    CAP_SETGID};
+
 struct Arguments {
     DaemonContract contract;
     const char *configuration = nullptr;
@@ -53,7 +58,8 @@ bool ReadArguments(char **argv, Arguments *arguments) {
         return false;
     }
     arguments->name = operands[0];
-    return Daemon_TakeContract(&arguments->contract);
+    return Daemon_TakeContract(&arguments->contract, CAPABILITIES) &&
+           Daemon_Claim(&arguments->contract, Service::DHCP, arguments->network);
 }
 
 const char *FindServer() {
@@ -109,22 +115,17 @@ void GiveAddress(const Arguments &arguments, RtSocket *inside, int link) {
 }
 
 // Makes the server's namespace with its interface. Empty after a line in the log.
-FileDescriptor MakePlace(const Arguments &arguments, SwitchUse *use, CleanUp *cleanUp) {
+FileDescriptor MakePlace(const Arguments &arguments, CleanUp *cleanUp) {
     char portName[IFNAMSIZ];
     snprintf(portName, sizeof portName, "zelan-dh%d", arguments.network);
     FileDescriptor space = Namespace_Make();
-    SwitchLock lock(arguments.network);
     RtSocket outside;
     SwitchPort port;
-    if (!space || !lock.held() || !use->Begin(arguments.network) || !outside.Open()) {
-        return {};
-    }
-    cleanUp->network = arguments.network;
-    if (!Switch_MakePort(&outside, arguments.network, portName, arguments.name, space.get(), &port)) {
+    if (!space || !outside.Open() ||
+        !Switch_MakePort(&outside, arguments.network, portName, arguments.name, space.get(), &port)) {
         return {};
     }
     cleanUp->links.push_back(port.portIndex);
-    use->KeepAcrossExec();
 
     NamespaceVisit visit(space);
     RtSocket inside;
@@ -195,17 +196,17 @@ pid_t StartServer(const char *server, const Arguments &arguments, const FileDesc
     return pid;
 }
 
-bool Start(const Arguments &arguments, SwitchUse *use, CleanUp *cleanUp) {
+bool Start(Arguments *arguments, CleanUp *cleanUp) {
     const char *server = FindServer();
-    if (server == nullptr || !ClearPidFile(arguments.contract.pidFile)) {
+    if (server == nullptr || !ClearPidFile(arguments->contract.pidFile)) {
         return false;
     }
-    FileDescriptor space = MakePlace(arguments, use, cleanUp);
-    pid_t pid = space ? StartServer(server, arguments, space) : 0;
+    FileDescriptor space = MakePlace(*arguments, cleanUp);
+    pid_t pid = space ? StartServer(server, *arguments, space) : 0;
     if (pid == 0) {
         return false;
     }
-    if (!Daemon_StartWatcher(pid, *cleanUp)) {
+    if (!Daemon_Guard(&arguments->contract, pid, *cleanUp)) {
         kill(pid, SIGKILL);
         return false;
     }
@@ -219,10 +220,9 @@ int main(int, char **argv) {
     if (!ReadArguments(argv, &arguments)) {
         return EXIT_FAILURE;
     }
-    SwitchUse use;
     CleanUp cleanUp;
-    if (!Start(arguments, &use, &cleanUp)) {
-        Daemon_GiveUp(cleanUp);
+    if (!Start(&arguments, &cleanUp)) {
+        Daemon_GiveUp(&arguments.contract, cleanUp);
     }
-    Daemon_Report(arguments.contract);
+    Daemon_Report(&arguments.contract);
 }

@@ -3,6 +3,7 @@
 // Gives the guests of a network a way out under the host's addresses, and hands ports of the host to them.
 // The kernel does the work: a network namespace is the router, see router.h and ruleset.h. This process keeps
 // it in being, passes the guests' DNS questions on, and watches the host's addresses come.
+#include <linux/capability.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -40,6 +41,9 @@ using Clock = std::chrono::steady_clock;
 // How long a dying predecessor may keep the table of its network.
 constexpr std::chrono::milliseconds PREDECESSOR_TIME{2000};
 constexpr int PREDECESSOR_POLL_MILLISECONDS = 5;
+
+// SYS_ADMIN for the namespace.
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SYS_ADMIN, CAP_NET_BIND_SERVICE, CAP_SETUID, CAP_SETGID};
 
 struct Arguments {
     DaemonContract contract;
@@ -90,8 +94,9 @@ bool ReadArguments(char **argv, Arguments *arguments) {
         Complain("usage: -s DESCRIPTOR -d PIDFILE -m MACFILE -c CONFIGURATION");
         return false;
     }
-    return Daemon_TakeContract(&arguments->contract) && ReadConfiguration(configuration, &arguments->conf) &&
-           FindNetwork(arguments);
+    return Daemon_TakeContract(&arguments->contract, CAPABILITIES) &&
+           ReadConfiguration(configuration, &arguments->conf) && FindNetwork(arguments) &&
+           Daemon_Claim(&arguments->contract, Service::NAT, arguments->network);
 }
 
 // Applies a table. One that is still a dying predecessor's is waited for.
@@ -146,7 +151,6 @@ class NatDaemon {
 
     const Arguments &arguments_;
     const NatConf &conf_;
-    SwitchUse use_;
     Router router_;
     HostPorts ports_;
     NatFeatures features_;
@@ -186,12 +190,10 @@ bool NatDaemon::AllowForwarding() {
 }
 
 bool NatDaemon::Begin(CleanUp *cleanUp) {
-    SwitchLock lock(arguments_.network);
     RtSocket socket;
-    if (!lock.held() || !use_.Begin(arguments_.network) || !socket.Open()) {
+    if (!socket.Open()) {
         return false;
     }
-    cleanUp->network = arguments_.network;
     cleanUp->rest = HostForwarding::EndWhenUnused;
     ports_ = HostPorts_Take(conf_);
     // The host's table first: only one daemon of a network gets it, and none but that may touch the rest.
@@ -254,8 +256,8 @@ int main(int, char **argv) {
     CleanUp cleanUp;
     NatDaemon daemon(arguments);
     if (!daemon.Begin(&cleanUp)) {
-        Daemon_GiveUp(cleanUp);
+        Daemon_GiveUp(&arguments.contract, cleanUp);
     }
-    Daemon_Detach(arguments.contract, cleanUp);
+    Daemon_Detach(&arguments.contract, cleanUp);
     daemon.Run();
 }

@@ -6,6 +6,7 @@
 #include "daemons/common/address.h"
 #include "daemons/common/complain.h"
 #include "daemons/common/file.h"
+#include "daemons/common/linkGroup.h"
 #include "daemons/common/namespace.h"
 #include "daemons/zelan-natd/hostForwarding.h"
 #include "daemons/zelan-natd/ruleset.h"
@@ -91,7 +92,10 @@ bool Router_Make(RtSocket *socket, int network, const NatConf &conf, const MacAd
         return false;
     }
     cleanUp->links.push_back(guests.portIndex);
-    if (!Switch_MakePair(socket, {router->uplink, UPLINK_LINK, 0, router->space.get()}, &uplink)) {
+    if (!Switch_MakePair(
+            socket,
+            {router->uplink, UPLINK_LINK, 0, router->space.get(), LINK_GROUP_UPLINK, LINK_GROUP_CARRIER},
+            &uplink)) {
         return false;
     }
     cleanUp->links.push_back(uplink.portIndex);

@@ -4,6 +4,7 @@
 // and whose other end is a port of the network's switch. The tool gives the adapter its addresses. The pair
 // exists for as long as this daemon lives, and this daemon for as long as the pair exists.
 #include <arpa/inet.h>
+#include <linux/capability.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <poll.h>
@@ -27,6 +28,8 @@ namespace {
 
 // The device nodes of the networks: the minor number is the network's.
 constexpr unsigned ZELAN_MAJOR = 119;
+
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SETUID, CAP_SETGID};
 
 struct Arguments {
     DaemonContract contract;
@@ -65,20 +68,17 @@ bool ReadArguments(char **argv, Arguments *arguments) {
         Complain("\"%s\" cannot name an interface", arguments->adapter);
         return false;
     }
-    return Daemon_TakeContract(&arguments->contract) && ReadNetwork(operands[0], &arguments->network);
+    return Daemon_TakeContract(&arguments->contract, CAPABILITIES) &&
+           ReadNetwork(operands[0], &arguments->network);
 }
 
-bool MakeInterface(const Arguments &arguments, SwitchUse *use, CleanUp *cleanUp) {
+bool MakeInterface(const Arguments &arguments, CleanUp *cleanUp) {
     char portName[IFNAMSIZ];
     snprintf(portName, sizeof portName, "zelan-if%d", arguments.network);
-    SwitchLock lock(arguments.network);
     RtSocket socket;
     SwitchPort port;
-    if (!lock.held() || !use->Begin(arguments.network) || !socket.Open()) {
-        return false;
-    }
-    cleanUp->network = arguments.network;
-    if (!Switch_MakePort(&socket, arguments.network, portName, arguments.adapter, -1, &port)) {
+    if (!socket.Open() ||
+        !Switch_MakePort(&socket, arguments.network, portName, arguments.adapter, -1, &port)) {
         return false;
     }
     // Removing one end of the pair removes both.
@@ -114,15 +114,15 @@ void AwaitEndOf(int port) {
 
 int main(int, char **argv) {
     Arguments arguments;
-    if (!ReadArguments(argv, &arguments)) {
+    if (!ReadArguments(argv, &arguments) ||
+        !Daemon_Claim(&arguments.contract, Service::NETIFUP, arguments.network)) {
         return EXIT_FAILURE;
     }
-    SwitchUse use;
     CleanUp cleanUp;
-    if (!MakeInterface(arguments, &use, &cleanUp)) {
-        Daemon_GiveUp(cleanUp);
+    if (!MakeInterface(arguments, &cleanUp)) {
+        Daemon_GiveUp(&arguments.contract, cleanUp);
     }
-    Daemon_Detach(arguments.contract, cleanUp);
+    Daemon_Detach(&arguments.contract, cleanUp);
     AwaitEndOf(cleanUp.links.front());
     Complain("%s has been removed", arguments.adapter);
     return EXIT_FAILURE;

@@ -1,0 +1,33 @@
+// What a daemon can still do once everything is set up: nothing but its work.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+// A file or a whole folder that stays reachable.
+struct ReachablePath {
+    const char *path;
+    bool write = false;  // besides reading; in a folder also making and removing files
+};
+
+// What is left to the process. The defaults leave nothing.
+struct Confinement {
+    // CAP_; a daemon that keeps any must hold CAP_SETUID until it is confined, like all others.
+    std::span<const int> capabilities = {};
+    // Runs as the user `harbrel`, or as nobody on a host without it.
+    bool ownUser = true;
+    // The only system calls (SYS_) besides those of every process (memory, clocks, exit, write to descriptors
+    // that it has); all others fail with EPERM. Empty: all are left.
+    std::span<const int> systemCalls = {};
+    // With `files` no file can be opened but these, and with `tcp` no TCP port connected to but these and
+    // none listened on. Sockets and files that are open stay so.
+    bool files = false;
+    std::span<const ReachablePath> paths = {};
+    bool tcp = false;
+    std::span<const uint16_t> tcpPorts = {};
+};
+
+// Confines the calling process for good, with all that it starts. It must have one thread. What this kernel
+// or host does not have costs a line in the log, and the rest holds all the same. False, after such a line,
+// when the process could not even change its user or give its capabilities up.
+bool Confine(const Confinement &confinement);
