@@ -6,6 +6,17 @@
 
 namespace {
 
+struct NewHandlerState {
+    unsigned installed = 0;
+    std::new_handler former = nullptr;
+};
+
+NewHandlerState newHandler;
+
+void StopWithoutMemory() {
+    PanicNoMemory();
+}
+
 void *Checked(void *memory, SourcePlace place) {
     if (memory == nullptr) {
         PanicNoMemory(place);
@@ -39,5 +50,13 @@ char *Mem_CopyText(const char *text, size_t length, SourcePlace place) {
 }
 
 void Mem_InstallNewHandler() {
-    std::set_new_handler([] { PanicNoMemory(); });
+    if (newHandler.installed++ == 0) {
+        newHandler.former = std::set_new_handler(StopWithoutMemory);
+    }
+}
+
+void Mem_RemoveNewHandler() {
+    if (--newHandler.installed == 0 && std::get_new_handler() == StopWithoutMemory) {
+        std::set_new_handler(newHandler.former);
+    }
 }

@@ -13,6 +13,8 @@ char *Mem_Strdup(const char *text, SourcePlace place = Here());  // null gives n
 // A NUL-terminated copy of the first `length` bytes.
 char *Mem_CopyText(const char *text, size_t length, SourcePlace place = Here());
 
-// Makes a failed operator new end in the same stop. Called once, by whoever starts the process or loads the
-// library.
+// Makes a failed operator new end in the same stop until it is removed, as often as it was installed. The
+// handler that the program had before then stands again, unless the program has set another one meanwhile.
+// For the thread that starts the process or loads the library.
 void Mem_InstallNewHandler();
+void Mem_RemoveNewHandler();

@@ -7,8 +7,10 @@
  *  - Loading. HBL_Load comes first, and HBL_Unload takes it back. A function that is called without a load
  *    does nothing and returns false, or 0 where its result is no boolean.
  *  - Results. true is success. A failure returns false and writes its reason to the log at LOG_ERR; nothing
- *    is thrown, and the process is stopped only when memory runs out. Output arguments are set on success
- *    only. A null where an argument is needed is a failure.
+ *    is thrown, and the process is stopped only when memory runs out: from the load to the last unload a
+ *    new-handler of the library stands, so that a failed operator new of the program itself, too, ends the
+ *    process with exit status 1. The program's own handler stands again after that. Output arguments are set
+ *    on success only. A null where an argument is needed is a failure.
  *  - The log is /var/log/harbrel, or the file that the answer HBL_LOG_FILE names. It is open from the load to
  *    the unload, and during those calls without a load that work on the database as a whole.
  *  - Networks are named "zelan0" to "zelan255", letters in any case. Any other name is refused.

@@ -73,12 +73,16 @@ bool HBL_Load(void) {
     }
     Mem_InstallNewHandler();
     if (!HBLLogOpen(HBL_DEFAULT_LOG_FILE)) {
+        Mem_RemoveNewHandler();
         return false;
     }
     HBLLogSetMask(HBL_DEFAULT_LOG_MASK);
     ApiLogEntering(__func__);
     const bool loaded = BringUp();
     ApiLogExiting(__func__);
+    if (!loaded) {
+        Mem_RemoveNewHandler();
+    }
     return loaded;
 }
 
@@ -93,6 +97,7 @@ void HBL_Unload(void) {
             HBLFileDBUnload();
             HBLLog(LOG_OK, __func__, "Harbrel unloaded.");
             HBLLogClose();
+            Mem_RemoveNewHandler();
         }
     }
     ApiLogExiting(__func__);

@@ -1,3 +1,4 @@
+#include "lib/config/msg.h"
 #include "lib/dict/dictionary.h"
 #include "lib/err/errText.h"
 #include "lib/file/fileLock.h"
@@ -33,6 +34,7 @@ bool NetCfgReadHostConfig(HBLNetworkConfigurationDB *db, const char *function) {
     const std::unique_ptr<Dictionary, decltype(&Dictionary_Free)> config(Dictionary_Create(),
                                                                          &Dictionary_Free);
     if (!Dictionary_Load(config.get(), HBL_HOST_CONFIG_PATH, HOST_CONFIG_CLASS, STRING_ENCODING_CURRENT)) {
+        Msg_Reset(false);  // nobody asks for the reasons, and each failed load would add to them
         HBLLog(LOG_WRN, function, "Failed to load product config file: %s", HBL_HOST_CONFIG_PATH);
         return true;
     }
