@@ -3,6 +3,7 @@
 #include <linux/if_link.h>
 #include <linux/veth.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <vector>
 
+#include "daemons/common/complain.h"
 #include "daemons/common/file.h"
 
 namespace {
@@ -90,6 +92,12 @@ int Link_Get(RtSocket *socket, int index, LinkInfo *link) {
     return socket->Ask(&request, [link](const nlmsghdr *message) { Link_Parse(message, link); });
 }
 
+int Link_Find(RtSocket *socket, const char *name, LinkInfo *link) {
+    RtRequest request = LinkRequest(RTM_GETLINK, 0, 0);
+    request.PutText(IFLA_IFNAME, name);
+    return socket->Ask(&request, [link](const nlmsghdr *message) { Link_Parse(message, link); });
+}
+
 int Link_ForEach(RtSocket *socket, int master, const std::function<void(const LinkInfo &)> &visit) {
     constexpr int ATTEMPTS = 10;
     std::vector<LinkInfo> links;
@@ -161,7 +169,7 @@ int Link_DeleteGroup(RtSocket *socket, uint32_t group) {
 }
 
 int Link_MakeVeth(RtSocket *socket, const VethPlan &plan) {
-    RtRequest request = LinkRequest(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, 0, IFF_UP, IFF_UP);
+    RtRequest request = LinkRequest(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, 0);
     request.PutText(IFLA_IFNAME, plan.name);
     request.Put32(IFLA_GROUP, plan.group);
     request.Put32(IFLA_NUM_TX_QUEUES, VETH_QUEUES);
@@ -188,11 +196,21 @@ int Link_MakeVeth(RtSocket *socket, const VethPlan &plan) {
     return socket->Do(&request);
 }
 
-void Link_DisableIpv6(const char *name) {
-    char path[128];
-    snprintf(path, sizeof path, "/proc/sys/net/ipv6/conf/%s/disable_ipv6", name);
-    // Without IPv6 in the kernel there is no such file, and nothing to do.
-    File_Write(path, "1");
+bool Link_ForbidIpv6(const char *name) {
+    static constexpr const char *SETTINGS[][2] = {
+        {"disable_ipv6", "1"}, {"accept_ra", "0"}, {"autoconf", "0"}};
+    if (access("/proc/sys/net/ipv6", F_OK) != 0) {
+        return true;  // a kernel without IPv6
+    }
+    for (const auto &[setting, value] : SETTINGS) {
+        char path[128];
+        snprintf(path, sizeof path, "/proc/sys/net/ipv6/conf/%s/%s", name, setting);
+        if (!File_Write(path, value)) {
+            Complain("cannot keep IPv6 off %s: %s: %s", name, path, strerror(errno));
+            return false;
+        }
+    }
+    return true;
 }
 
 bool Link_IsValidName(const char *name) {

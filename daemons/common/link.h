@@ -31,6 +31,10 @@ bool Link_Parse(const nlmsghdr *message, LinkInfo *link);
 // Looks an interface up; the errno value of the refusal, ENODEV when there is none.
 int Link_Get(RtSocket *socket, int index, LinkInfo *link);
 
+// The same by its name. Unlike the ioctls behind if_nametoindex it never makes the kernel look for a module
+// that might bring an interface of that name.
+int Link_Find(RtSocket *socket, const char *name, LinkInfo *link);
+
 // Shows every interface, or with `master` the ports of that bridge. An errno value.
 int Link_ForEach(RtSocket *socket, int master, const std::function<void(const LinkInfo &)> &visit);
 
@@ -46,8 +50,8 @@ int Link_Delete(RtSocket *socket, int index);
 // Removes all interfaces of a group in one step.
 int Link_DeleteGroup(RtSocket *socket, uint32_t group);
 
-// Two joined interfaces. The first is up at once and a port of `master`; the second is left down, for whom it
-// is made to configure, and stands in the namespace of `peerNamespace`, or here when that is -1.
+// Two joined interfaces, both down. The first is a port of `master` (0 for none), the second stands in the
+// namespace of `peerNamespace`, or here when that is -1.
 struct VethPlan {
     const char *name;
     const char *peerName;
@@ -58,8 +62,10 @@ struct VethPlan {
 };
 int Link_MakeVeth(RtSocket *socket, const VethPlan &plan);
 
-// Keeps IPv6 off an interface that only carries frames: no address, no neighbour traffic of its own.
-void Link_DisableIpv6(const char *name);
+// Keeps IPv6 off an interface: no address, no neighbour traffic, and should somebody turn it on all the same,
+// no route or address by anybody's router advertisement. To be called before the interface is up, in the
+// namespace where it stands; "default" stands for all that come later. False after a line in the log.
+bool Link_ForbidIpv6(const char *name);
 
 // Whether a text can name an interface.
 bool Link_IsValidName(const char *name);

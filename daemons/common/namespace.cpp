@@ -21,9 +21,8 @@ FileDescriptor OpenCurrent() {
 
 bool SetUpCurrent() {
     RtSocket socket;
-    Link_DisableIpv6("all");
-    Link_DisableIpv6("default");
-    return socket.Open() && Link_SetFlags(&socket, LOOPBACK_INDEX, IFF_UP, IFF_UP) == 0;
+    return Link_ForbidIpv6("all") && Link_ForbidIpv6("default") && socket.Open() &&
+           Link_SetFlags(&socket, LOOPBACK_INDEX, IFF_UP, IFF_UP) == 0;
 }
 
 // Nothing that follows would happen where it should.

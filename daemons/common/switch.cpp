@@ -112,13 +112,18 @@ struct SwitchName {
     char text[IFNAMSIZ];
 };
 
+// IFLA_BR_FDB_MAX_LEARNED of <linux/if_link.h>, which headers before Linux 6.7 lack; such kernels skip it.
+constexpr uint16_t BRIDGE_MAX_LEARNED = 49;
+// How many addresses a switch learns: guests invent them, and each takes kernel memory for five minutes.
+constexpr uint32_t MAX_LEARNED_ADDRESSES = 4096;
+
 // The switch itself is no endpoint: it answers no ARP and has no IPv6, so that guests reach the host through
 // nothing but an interface that was configured for it. Multicast goes to every port, as no querier is at
 // hand.
 int MakeBridge(RtSocket *socket, const char *name) {
     ifinfomsg header = {};
-    header.ifi_flags = IFF_UP | IFF_NOARP;
-    header.ifi_change = IFF_UP | IFF_NOARP;
+    header.ifi_flags = IFF_NOARP;
+    header.ifi_change = IFF_NOARP;
     RtRequest request(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, &header, sizeof header);
     request.PutText(IFLA_IFNAME, name);
     request.Put32(IFLA_GROUP, LINK_GROUP_CARRIER);
@@ -126,18 +131,30 @@ int MakeBridge(RtSocket *socket, const char *name) {
     request.PutText(IFLA_INFO_KIND, "bridge");
     size_t data = request.Open(IFLA_INFO_DATA);
     request.Put8(IFLA_BR_MCAST_SNOOPING, 0);
+    request.Put32(BRIDGE_MAX_LEARNED, MAX_LEARNED_ADDRESSES);
     request.Close(data);
     request.Close(linkInfo);
     return socket->Do(&request);
+}
+
+// Without IPv6 before it is up. False after a line in the log.
+bool BringUp(RtSocket *socket, const char *name, int index) {
+    if (!Link_ForbidIpv6(name)) {
+        return false;
+    }
+    int error = Link_SetFlags(socket, index, IFF_UP, IFF_UP);
+    if (error != 0) {
+        Complain("cannot bring %s up: %s", name, strerror(error));
+    }
+    return error == 0;
 }
 
 // Removes what stands under a name that a daemon is about to take. False when it is somebody else's.
 bool ClearName(RtSocket *socket, const char *name) {
     Clock::time_point end = Clock::now() + LEFTOVER_TIME;
     for (;;) {
-        int index = static_cast<int>(if_nametoindex(name));
         LinkInfo link;
-        if (index == 0 || Link_Get(socket, index, &link) != 0) {
+        if (Link_Find(socket, name, &link) != 0) {
             return true;
         }
         if (!LinkGroup_IsOurs(link.group) || link.kind != "veth") {
@@ -147,7 +164,7 @@ bool ClearName(RtSocket *socket, const char *name) {
         if (link.group == LINK_GROUP_DEAD) {
             Link_DeleteGroup(socket, LINK_GROUP_DEAD);
         } else if (Clock::now() >= end) {
-            Link_Delete(socket, index);
+            Link_Delete(socket, link.index);
         } else {
             Pause(LEFTOVER_POLL_MILLISECONDS);
         }
@@ -157,17 +174,17 @@ bool ClearName(RtSocket *socket, const char *name) {
 // Removes the switch and says whether nothing more is to be done about it.
 bool RemoveOnce(RtSocket *socket, int network) {
     SwitchLock lock(network);
-    int index = static_cast<int>(if_nametoindex(SwitchName(network).text));
-    if (!lock.held() || index == 0 || IsInUse(network)) {
+    LinkInfo link;
+    if (!lock.held() || Link_Find(socket, SwitchName(network).text, &link) != 0 || IsInUse(network)) {
         return true;
     }
     bool hasPorts = false;
-    if (Link_ForEach(socket, index, [&hasPorts](const LinkInfo &) { hasPorts = true; }) != 0 || hasPorts) {
+    if (Link_ForEach(socket, link.index, [&hasPorts](const LinkInfo &) { hasPorts = true; }) != 0 ||
+        hasPorts) {
         return false;
     }
-    LinkInfo link;
-    if (Link_Get(socket, index, &link) == 0 && LinkGroup_IsOurs(link.group) && link.kind == "bridge") {
-        Link_Delete(socket, index);
+    if (LinkGroup_IsOurs(link.group) && link.kind == "bridge") {
+        Link_Delete(socket, link.index);
     }
     return true;
 }
@@ -190,25 +207,20 @@ void SwitchUse::KeepAcrossExec() {
 
 int Switch_Ensure(RtSocket *socket, int network) {
     SwitchName name(network);
+    LinkInfo link;
     int error = MakeBridge(socket, name.text);
-    int index = error == 0 || error == EEXIST ? static_cast<int>(if_nametoindex(name.text)) : 0;
-    if (index == 0) {
+    if (error == 0 || error == EEXIST) {
+        error = Link_Find(socket, name.text, &link);
+    }
+    if (error != 0) {
         Complain("cannot make the switch %s: %s", name.text, strerror(error));
         return 0;
     }
-    if (error == 0) {
-        Link_DisableIpv6(name.text);
-        return index;
-    }
-    LinkInfo link;
-    if (Link_Get(socket, index, &link) != 0 || link.kind != "bridge") {
-        Complain("%s exists already and is no switch", name.text);
+    if (link.kind != "bridge" || !LinkGroup_IsOurs(link.group)) {
+        Complain("%s exists already and belongs to somebody else", name.text);
         return 0;
     }
-    if ((link.flags & IFF_UP) == 0) {
-        Link_SetFlags(socket, index, IFF_UP, IFF_UP);
-    }
-    return index;
+    return (link.flags & IFF_UP) != 0 || BringUp(socket, name.text, link.index) ? link.index : 0;
 }
 
 bool Switch_MakePair(RtSocket *socket, const VethPlan &plan, SwitchPort *port) {
@@ -224,10 +236,19 @@ bool Switch_MakePair(RtSocket *socket, const VethPlan &plan, SwitchPort *port) {
         Complain("cannot make the interfaces %s and %s: %s", plan.name, plan.peerName, strerror(error));
         return false;
     }
-    Link_DisableIpv6(plan.name);
-    port->portIndex = static_cast<int>(if_nametoindex(plan.name));
-    port->peerIndex = plan.peerNamespace < 0 ? static_cast<int>(if_nametoindex(plan.peerName)) : 0;
-    return true;
+    LinkInfo link;
+    error = Link_Find(socket, plan.name, &link);
+    port->portIndex = link.index;
+    if (error == 0 && plan.peerNamespace < 0) {
+        error = Link_Find(socket, plan.peerName, &link);
+        port->peerIndex = link.index;
+    }
+    if (error != 0) {
+        Complain("cannot find the interfaces %s and %s: %s", plan.name, plan.peerName, strerror(error));
+        return false;
+    }
+    return (plan.peerNamespace >= 0 || Link_ForbidIpv6(plan.peerName)) &&
+           BringUp(socket, plan.name, port->portIndex);
 }
 
 bool Switch_MakePort(RtSocket *socket, int network, const char *portName, const char *peerName,

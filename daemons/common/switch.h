@@ -44,7 +44,8 @@ struct SwitchPort {
     int peerIndex = 0;  // 0 when the peer stands in another namespace
 };
 
-// Makes two joined interfaces. What a dead predecessor has left under one of the names is waited for briefly
+// Makes two joined interfaces without IPv6; the first is up, the second left down for whom it is made to
+// configure. What a dead predecessor has left under one of the names is waited for briefly
 // and then removed; an interface of anybody else is never touched. False after a line in the log. Call with
 // the network's lock held.
 bool Switch_MakePair(RtSocket *socket, const VethPlan &plan, SwitchPort *port);

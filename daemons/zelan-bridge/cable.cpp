@@ -157,7 +157,9 @@ bool Cable::OpenTap(RtSocket *socket, int network, const LinkInfo &adapter) {
     }
     memcpy(tapName_, request.ifr_name, sizeof tapName_);
     tapIndex_ = static_cast<int>(if_nametoindex(tapName_));
-    Link_DisableIpv6(tapName_);
+    if (!Link_ForbidIpv6(tapName_)) {
+        return false;
+    }
     Follow(socket, adapter);
     int master = Switch_Ensure(socket, network);
     int error = master == 0 ? ENODEV : Link_SetMaster(socket, tapIndex_, master);
