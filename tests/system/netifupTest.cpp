@@ -2,6 +2,7 @@
 #include <signal.h>
 
 #include "tests/support/daemonStart.h"
+#include "tests/support/frames.h"
 
 namespace {
 
@@ -25,6 +26,37 @@ TEST(Netifup, InterfaceCarriesFramesOnASwitchThatOutlivesItWhileAGuestIsAttached
         KillDaemon(start);
         ASSERT_TRUE(WaitUntil([] { return !HasLink("zelan8"); })) << LeftOver();
     }
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+// An interface of our own beside one of anybody else, which shows that the advertisement is a good one.
+TEST(Netifup, GuestsAdvertisementDoesNotMakeItTheHostsRouter) {
+    const auto routes = [](const std::string &link) {
+        return RunShell("ip -6 route show dev " + link +
+                        " | grep -E 'default|2001:db8:1'; ip -6 address show " + link + " | grep 2001:db8:1")
+            .output;
+    };
+    MustComeUp(StartNetifup(8));
+    Must("ip address add 192.168.8.1/24 dev zelan8 && ip link set zelan8 up");
+    Machine guest("guest");
+    guest.ConnectToHost("other", "o0");
+    guest.ConnectToBridge("zelan-sw8", "g0", "192.168.8.5/24");
+    SendFrame(&guest, "o0", RouterAdvertisement());
+    EXPECT_TRUE(WaitUntil([&] { return !routes("other").empty(); })) << "not taken by a foreign interface";
+    for (const char *ipv6 : {"1", "0"}) {
+        Must("echo " + std::string(ipv6) + " > /proc/sys/net/ipv6/conf/zelan8/disable_ipv6");
+        SendFrame(&guest, "g0", RouterAdvertisement());
+        const CommandResult ping = guest.Run("ping -c 1 -W 5 192.168.8.1");
+        EXPECT_TRUE(ping.Succeeded()) << ping;
+        EXPECT_EQ("", routes("zelan8")) << "disable_ipv6 " << ipv6;
+    }
+}
+
+TEST(Netifup, HostThatKeepsIpv6OnFailsTheStart) {
+    Must("mount --bind /proc/sys /proc/sys && mount -o remount,bind,ro /proc/sys");
+    const DaemonStart start = StartNetifup(8);
+    EXPECT_FALSE(start.CameUp());
+    EXPECT_NE(std::string::npos, start.Log().find("cannot keep IPv6 off")) << start;
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
