@@ -29,15 +29,34 @@ RtRequest LinkRequest(uint16_t type, uint16_t flags, int index, unsigned linkFla
     return RtRequest(type, flags, &header, sizeof header);
 }
 
-void ReadKind(const rtattr *linkInfo, std::string *kind) {
-    auto left = static_cast<int>(RTA_PAYLOAD(linkInfo));
-    auto *attribute = static_cast<const rtattr *>(RTA_DATA(linkInfo));
+// Shows the attributes within an attribute.
+template <typename Visit>
+void ForEachInside(const rtattr *outer, const Visit &visit) {
+    auto left = static_cast<int>(RTA_PAYLOAD(outer));
+    auto *attribute = static_cast<const rtattr *>(RTA_DATA(outer));
     for (; RTA_OK(attribute, left); attribute = RTA_NEXT(attribute, left)) {
+        visit(attribute);
+    }
+}
+
+void ReadKind(const rtattr *linkInfo, LinkInfo *link) {
+    const rtattr *data = nullptr;
+    ForEachInside(linkInfo, [&](const rtattr *attribute) {
         if (attribute->rta_type == IFLA_INFO_KIND) {
             const char *text = static_cast<const char *>(RTA_DATA(attribute));
-            kind->assign(text, strnlen(text, RTA_PAYLOAD(attribute)));
+            link->kind.assign(text, strnlen(text, RTA_PAYLOAD(attribute)));
+        } else if (attribute->rta_type == IFLA_INFO_DATA) {
+            data = attribute;
         }
+    });
+    if (data == nullptr || link->kind != "vlan") {
+        return;
     }
+    ForEachInside(data, [&](const rtattr *attribute) {
+        if (attribute->rta_type == IFLA_VLAN_ID && RTA_PAYLOAD(attribute) >= sizeof link->vlan) {
+            memcpy(&link->vlan, RTA_DATA(attribute), sizeof link->vlan);
+        }
+    });
 }
 
 void ReadAttribute(const rtattr *attribute, LinkInfo *link) {
@@ -61,7 +80,13 @@ void ReadAttribute(const rtattr *attribute, LinkInfo *link) {
             link->mtu = Rt_Value32(attribute);
             break;
         case IFLA_LINKINFO:
-            ReadKind(attribute, &link->kind);
+            ReadKind(attribute, link);
+            break;
+        case IFLA_LINK:
+            link->lower = static_cast<int>(Rt_Value32(attribute));
+            break;
+        case IFLA_LINK_NETNSID:
+            link->lowerIsElsewhere = true;
             break;
         default:
             break;

@@ -21,7 +21,10 @@ struct LinkInfo {
     uint32_t mtu = 0;
     MacAddress mac = {};
     std::string name;
-    std::string kind;  // of a virtual interface, as "bridge" or "veth"; else empty
+    std::string kind;               // of a virtual interface, as "bridge" or "veth"; else empty
+    int lower = 0;                  // index of the interface that it stands on or is joined to, 0 for none
+    bool lowerIsElsewhere = false;  // that one is in another network namespace
+    uint16_t vlan = 0;              // of a VLAN interface its number
 };
 
 // Reads a link message; false when it is no RTM_NEWLINK or RTM_DELLINK of an interface itself. The messages

@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "daemons/common/complain.h"
+#include "daemons/common/linkGroup.h"
 #include "daemons/common/switch.h"
 
 namespace {
@@ -161,8 +162,11 @@ bool Cable::OpenTap(RtSocket *socket, int network, const LinkInfo &adapter) {
         return false;
     }
     Follow(socket, adapter);
-    int master = Switch_Ensure(socket, network);
-    int error = master == 0 ? ENODEV : Link_SetMaster(socket, tapIndex_, master);
+    int error = Link_SetGroup(socket, tapIndex_, LINK_GROUP_CARRIER);
+    int master = error == 0 ? Switch_Ensure(socket, network) : 0;
+    if (error == 0) {
+        error = master == 0 ? ENODEV : Link_SetMaster(socket, tapIndex_, master);
+    }
     if (error == 0) {
         error = IsolatePort(socket, tapIndex_);
     }

@@ -18,7 +18,7 @@
 #include "daemons/common/daemon.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
-#include "daemons/zelan-bridge/adapters.h"
+#include "daemons/zelan-bridge/cableSet.h"
 
 namespace {
 

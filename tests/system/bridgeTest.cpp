@@ -83,27 +83,37 @@ TEST(Bridge, VlanTagsSurviveTheCrossing) {
     ExpectTagArrives(pair.guest, "g0", pair.outside, "o0");
 }
 
-TEST(Bridge, DefaultNetworkTakesAllButTheExcludedAndLeavesNothingWhenKilled) {
-    Must("ip link add name eth1 type veth peer name eth2");
-    Must("ip link add name eth3 type veth peer name eth4");
-    Must("ip link add name ZELANx type veth peer name slave");
-    Must("ip link add name br9 type bridge && ip link set slave master br9");
-    DaemonStart start = MustComeUp(StartBridge(0, {"-eeth2", "-eETH4"}));
-    for (const char *taken : {"eth1", "eth3", "br9"}) {
-        EXPECT_TRUE(IsBridged(taken)) << taken;
+// In a private host, as in any container, the host's own adapter is a veth whose other end is outside.
+TEST(Bridge, DefaultNetworkTakesWhatLeadsOutAloneAndLeavesNothingWhenKilled) {
+    Machine outside("outside");
+    for (const char *name : {"eth1", "eth2", "eth3", "uplink", "ZELANx", "lan2", "docked"}) {
+        outside.ConnectToHost(name, std::string("o-") + name);
     }
-    for (const char *left : {"eth2", "eth4", "ZELANx"}) {
-        EXPECT_FALSE(IsBridged(left)) << left;
-    }
-    EXPECT_EQ(3, PortCount("zelan-sw0"));
+    Must("ip link add name br9 type bridge && ip link set uplink master br9");
+    Must("ip link add name docker0 type bridge && ip link add name loose1 type veth peer name loose2");
+    Must("ip link set loose2 master docker0 && ip tuntap add tap9 mode tap");
+    Must("ip link add link eth2 name mac9 type macvlan");
+    Must("ip link set lan2 group 1192");
+    DaemonStart start = MustComeUp(StartBridge(0, {"-eeth2", "-eETH3"}));
+    // A guest that is plugged in is none, and a bridge is one as soon as it gets a way out.
+    Must("ip link set docked master zelan-sw0 && ip link add name br8 type bridge");
+    Must("ip link set eth1 master br8");
+    EXPECT_TRUE(WaitUntil([] { return IsBridged("br8"); })) << start;
+    Must("ip link set eth1 nomaster");
+    EXPECT_TRUE(WaitUntil([] { return IsBridged("eth1") && !IsBridged("br8"); })) << start;
+    EXPECT_TRUE(IsBridged("br9"));
+    EXPECT_EQ(3, PortCount("zelan-sw0")) << RunShell("ip -d link show").output;
+    Must("ip link set docked nomaster && ip link set docked group 1190");
     KillDaemon(start);
     EXPECT_TRUE(WaitUntil([] { return NothingIsLeft() && !IsBridged("eth1"); })) << LeftOver();
 }
 
 TEST(Bridge, NamedAdaptersAloneAreTakenAndMayComeAndGo) {
     Must("ip link add name eth1 type veth peer name eth2");
-    DaemonStart start = MustComeUp(StartBridge(3, {"-ieth1", "-ieth3"}));
+    Must("ip link add name lan2 type veth peer name other && ip link set lan2 group 1192");
+    DaemonStart start = MustComeUp(StartBridge(3, {"-ieth1", "-ieth3", "-ilan2"}));
     EXPECT_TRUE(IsBridged("eth1"));
+    EXPECT_FALSE(IsBridged("lan2")) << "the host's own interface on a network";
     EXPECT_FALSE(IsBridged("eth2"));
     Must("ip link add name eth3 type veth peer name eth4");
     EXPECT_TRUE(WaitUntil([] { return IsBridged("eth3") && PortCount("zelan-sw3") == 2; })) << start;

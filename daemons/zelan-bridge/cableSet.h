@@ -1,0 +1,48 @@
+// The cables to the adapters of one network, as the adapters come and go.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "daemons/zelan-bridge/adapters.h"
+#include "daemons/zelan-bridge/cable.h"
+
+class CableSet {
+  public:
+    CableSet(int network, AdapterRule rule) : network_(network), rule_(std::move(rule)) {}
+
+    // Opens the sockets and connects every adapter that is there. False after a line in the log.
+    bool Begin();
+
+    // Takes the kernel's announcements. Adapters that are gone lose their cable at once; other changes are
+    // only noted, since an interface that is being set up is seldom what it will be a moment later.
+    void TakeAnnouncements();
+
+    // Looks at the host as it is now: connects what the rule takes and gives up what it takes no longer.
+    void TakeNoted();
+    bool HasNoted() const { return noted_; }
+
+    int announcements() const { return announcements_.descriptor(); }
+    const std::vector<std::unique_ptr<Cable>> &cables() const { return cables_; }
+
+    // Called with each cable that is new.
+    std::function<void(Cable *)> onConnect = [](Cable *) {};
+
+  private:
+    void TakeAnnouncement(const nlmsghdr *message);
+    void Connect(const LinkInfo &link);
+    void Remove(int adapterIndex);
+    Cable *Find(int adapterIndex);
+    int AdapterOf(int tapIndex) const;  // 0 for a TAP of no cable
+
+    int network_;
+    AdapterRule rule_;
+    RtSocket requests_;
+    RtSocket announcements_;
+    std::vector<std::unique_ptr<Cable>> cables_;
+    bool noted_ = false;
+    // Adapters that could not be connected, as they were then: tried again once they have changed.
+    std::map<int, LinkInfo> refused_;
+};
