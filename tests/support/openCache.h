@@ -16,10 +16,10 @@ class OpenCache {
     explicit OpenCache(const std::string &records = "") {
         WriteFileText(Database(), "VERSION=1,0\nanswer RUNDIR " + Folder() + "\n" + records);
         EXPECT_TRUE(HBLNetCfgLoad(Database().c_str(), nullptr, false));
-        HBLSetLoadCount(1);
+        HBLAddLoad();
     }
     ~OpenCache() {
-        HBLSetLoadCount(0);
+        HBLDropLoad();
         HBLNetCfgUnload(nullptr, false);
     }
     OpenCache(OpenCache &&) = delete;

@@ -59,7 +59,7 @@ constexpr AddressGetter ADAPTER_GETTER = {"Arguments - v: %p,%s, ad: %p, sz:%p,%
 // A null value removes the setting.
 bool SetAddress(const AddressSetter &setter, const char *function, const char *vnet, const char *value) {
     const ApiFrame frame(function);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, function, "Arguments - v: %p,%s, sn: %p,%s", static_cast<const void *>(vnet),
@@ -87,7 +87,7 @@ bool SetAddress(const AddressSetter &setter, const char *function, const char *v
 bool GetAddress(const AddressGetter &getter, const char *function, const char *vnet, char *out, uint32_t *len,
                 bool computeDefault) {
     const ApiFrame frame(function);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     const uint32_t size = ValueOrZero(len);

@@ -10,13 +10,13 @@
 namespace {
 
 // The short frame of the answer calls: no entering, argument or exiting line.
-bool AnswerCallIsGood(const char *function, bool argumentsGiven) {
+bool AnswerCallIsGood(FunctionLog log, bool argumentsGiven) {
     if (!HBLIsLoaded()) {
-        HBLLog(LOG_ERR, function, "Harbrel Un-Initialized, Aborting\n");
+        log(LOG_ERR, "Harbrel Un-Initialized, Aborting\n");
         return false;
     }
     if (!argumentsGiven) {
-        HBLLog(LOG_ERR, function, "Invalid argument");
+        log(LOG_ERR, "Invalid argument");
         return false;
     }
     return true;
@@ -41,15 +41,15 @@ bool HBL_VnetCfgRemoveAnswer(const char *key) {
 
 bool HBL_SetDefaultLogLevel(uint32_t level) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - l: %u", level);
+    frame.log(LOG_ARGS, "Arguments - l: %u", level);
     if (level > HBL_MAX_LOG_MASK) {
-        HBLLog(LOG_ERR, __func__, "Invalid log level: %x, max log level: %x", level, HBL_MAX_LOG_MASK);
+        frame.log(LOG_ERR, "Invalid log level: %x, max log level: %x", level, HBL_MAX_LOG_MASK);
         return false;
     }
-    const ConfigLock lock(__func__);
+    const ConfigLock lock(frame.log);
     return lock.Held() && HBLSetDefaultLogLevel(level);
 }
 

@@ -79,7 +79,7 @@ bool CheckNewDefault(const char *function, const HBL_NetworkID *netId) {
 
 bool HBL_SetBridgeDefaultNetwork(const HBL_NetworkID *netId) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - n: %p", static_cast<const void *>(netId));

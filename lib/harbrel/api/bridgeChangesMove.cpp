@@ -153,7 +153,7 @@ bool MoveUnderLock(const char *function, AdapterMove *move) {
 bool HBL_BridgeMoveAdapter(const HBL_HostAdapter *adapter, const HBL_NetworkID *source,
                            const HBL_NetworkID *destination) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - a: %p, s: %p, d: %p", static_cast<const void *>(adapter),

@@ -14,28 +14,15 @@
 
 namespace {
 
-constexpr const char *CREATE = "HBL_CreateNetworkingDB";
 constexpr const char *DEFAULT_BACKUP_FILE = "/tmp/networking_export";
-
-// Writes the exiting line of a function that works without a load.
-class ExitingLine {
-  public:
-    explicit ExitingLine(const char *function) : function_(function) {}
-    ~ExitingLine() { ApiLogExiting(function_); }
-    ExitingLine(const ExitingLine &) = delete;
-    ExitingLine &operator=(const ExitingLine &) = delete;
-
-  private:
-    const char *function_;
-};
 
 // The short log together with the file creation database, which opens before it and closes before it.
 class ShortSession {
   public:
-    explicit ShortSession(const char *function)
+    explicit ShortSession(FunctionLog log)
         : ownsFileDB_(!HBLIsLoaded()), fileDBLoaded_(!ownsFileDB_ || HBLFileDBLoad()) {
         if (!fileDBLoaded_) {
-            HBLLog(LOG_ERR, function, "Failed to load the file creation database");
+            log(LOG_ERR, "Failed to load the file creation database");
         }
     }
     ~ShortSession() {
@@ -54,66 +41,53 @@ class ShortSession {
     ShortLog log_;
 };
 
-// The entering line and the loaded test turned around; like that, its refusal ends without an exiting line.
-bool EnterUnloaded(const char *function) {
-    ApiLogEntering(function);
-    if (!HBLIsLoaded()) {
-        return true;
-    }
-    HBLLog(LOG_ERR, function,
-           "harbrel is initialized, unload the data structures and delete existing networking configuration "
-           "database before creating new one");
-    return false;
-}
-
 bool DatabaseExists() {
     return HBLFileExists(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, HBL_NETWORKING_DB);
 }
 
 // Moves the existing database to the first free backup name and gives that; null, with the reason logged,
 // when it could not be moved.
-MallocString MoveExistingDatabase() {
+MallocString MoveExistingDatabase(FunctionLog log) {
     MallocString name(HBLNetCfgFreeBackupName(HBL_NETWORKING_DB));
     if (!HBLCreateFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, name.get()) ||
         Posix_Rename(HBL_NETWORKING_DB, name.get()) != 0) {
-        HBLLog(LOG_ERR, CREATE, "Failed to backup existing database file, error: %s", Err_ErrnoText(errno));
+        log(LOG_ERR, "Failed to backup existing database file, error: %s", Err_ErrnoText(errno));
         return nullptr;
     }
-    HBLLog(LOG_INFO, CREATE, "Renamed database file: %s to: %s", HBL_NETWORKING_DB, name.get());
-    HBLLog(LOG_INFO2, CREATE, "Existing database will be overwritten");
+    log(LOG_INFO, "Renamed database file: %s to: %s", HBL_NETWORKING_DB, name.get());
+    log(LOG_INFO2, "Existing database will be overwritten");
     return name;
 }
 
-void RestoreDatabase(const char *movedName) {
+void RestoreDatabase(FunctionLog log, const char *movedName) {
     if (Posix_Rename(movedName, HBL_NETWORKING_DB) == 0) {
-        HBLLog(LOG_INFO, CREATE, "Restored database file during error handling");
+        log(LOG_INFO, "Restored database file during error handling");
     } else {
-        HBLLog(LOG_ERR, CREATE, "Failed to restore database file during error handling from: %s to %s",
-               movedName, HBL_NETWORKING_DB);
+        log(LOG_ERR, "Failed to restore database file during error handling from: %s to %s", movedName,
+            HBL_NETWORKING_DB);
     }
 }
 
-bool CreateDatabase(bool overwrite) {
+bool CreateDatabase(FunctionLog log, bool overwrite) {
     MallocString movedName;
     if (DatabaseExists()) {
         if (!overwrite) {
-            HBLLog(LOG_ERR, CREATE,
-                   "Existing networking configuration database must be deleted before creating new one");
+            log(LOG_ERR,
+                "Existing networking configuration database must be deleted before creating new one");
             return false;
         }
-        movedName = MoveExistingDatabase();
+        movedName = MoveExistingDatabase(log);
         if (movedName == nullptr) {
             return false;
         }
     }
     if (HBLNetCfgCreateDB(HBL_NETWORKING_DB, false)) {
-        HBLLog(LOG_OK, CREATE, "Created and initialized networking configuration database: %s",
-               HBL_NETWORKING_DB);
+        log(LOG_OK, "Created and initialized networking configuration database: %s", HBL_NETWORKING_DB);
         return true;
     }
-    HBLLog(LOG_ERR, CREATE, "Failed to create/initialize database file: %s", HBL_NETWORKING_DB);
+    log(LOG_ERR, "Failed to create/initialize database file: %s", HBL_NETWORKING_DB);
     if (movedName != nullptr) {
-        RestoreDatabase(movedName.get());
+        RestoreDatabase(log, movedName.get());
     }
     return false;
 }
@@ -121,23 +95,23 @@ bool CreateDatabase(bool overwrite) {
 }  // namespace
 
 bool HBL_CreateNetworkingDB(bool overwrite) {
-    if (!EnterUnloaded(__func__)) {
+    const ApiFrame frame(__func__, ApiFrame::Kind::WhileNotLoaded);
+    if (!frame.Passed()) {
         return false;
     }
-    const ExitingLine exiting(__func__);
-    const ShortSession session(__func__);
+    const ShortSession session(frame.log);
     if (!session.IsUp()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - o: %u", overwrite);
-    return CreateDatabase(overwrite);
+    frame.log(LOG_ARGS, "Arguments - o: %u", overwrite);
+    return CreateDatabase(frame.log, overwrite);
 }
 
 bool HBL_DeleteNetworkingDB(void) {
-    if (!EnterUnloaded(__func__)) {
+    const ApiFrame frame(__func__, ApiFrame::Kind::WhileNotLoaded);
+    if (!frame.Passed()) {
         return false;
     }
-    const ExitingLine exiting(__func__);
     return HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, HBL_NETWORKING_DB);
 }
 
@@ -152,43 +126,42 @@ bool HBL_NetworkingDBExists(void) {
 
 bool HBL_ExportDatabaseToFile(const char *file) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - f: %p,%s", static_cast<const void *>(file), TextOrNull(file));
-    const ConfigLock lock(__func__);
+    frame.log(LOG_ARGS, "Arguments - f: %p,%s", static_cast<const void *>(file), TextOrNull(file));
+    const ConfigLock lock(frame.log);
     if (!lock.Held()) {
         return false;
     }
     const char *const path = file != nullptr ? file : DEFAULT_BACKUP_FILE;
     const bool exported = HBLNetCfgExportConfig(nullptr, path);
     if (exported) {
-        HBLLog(LOG_OK, __func__, "Exported configuration database to backup file: %s", path);
+        frame.log(LOG_OK, "Exported configuration database to backup file: %s", path);
     } else {
-        HBLLog(LOG_ERR, __func__, "Failed to export configuration database to backup file:%s", path);
+        frame.log(LOG_ERR, "Failed to export configuration database to backup file:%s", path);
     }
     return exported;
 }
 
 bool HBL_ImportDatabaseFromFile(const char *file) {
-    ApiLogEntering(__func__);
-    const ExitingLine exiting(__func__);
-    HBLLog(LOG_INFO2, __func__, "harbrel is %sloaded", HBLIsLoaded() ? "" : "not ");
-    const ShortSession session(__func__);
+    const ApiFrame frame(__func__, ApiFrame::Kind::Always);
+    frame.log(LOG_INFO2, "harbrel is %sloaded", HBLIsLoaded() ? "" : "not ");
+    const ShortSession session(frame.log);
     if (!session.IsUp()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - f: %p,%s", static_cast<const void *>(file), TextOrNull(file));
+    frame.log(LOG_ARGS, "Arguments - f: %p,%s", static_cast<const void *>(file), TextOrNull(file));
     const char *const path = file != nullptr ? file : DEFAULT_BACKUP_FILE;
     if (!HBLFileExists(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, path)) {
-        HBLLog(LOG_ERR, __func__, "Import file does not exist");
+        frame.log(LOG_ERR, "Import file does not exist");
         return false;
     }
     const bool imported = HBLNetCfgImportConfig(path, HBL_NETWORKING_DB);
     if (imported) {
-        HBLLog(LOG_OK, __func__, "Imported configration data from backup file: %s", path);
+        frame.log(LOG_OK, "Imported configration data from backup file: %s", path);
     } else {
-        HBLLog(LOG_ERR, __func__, "Failed to import configuration data from backup file: %s", path);
+        frame.log(LOG_ERR, "Failed to import configuration data from backup file: %s", path);
     }
     return imported;
 }

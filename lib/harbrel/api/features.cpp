@@ -150,7 +150,7 @@ bool ReadFeatures(const char *function, HBL_VnetFeatures *ft) {
 
 bool HBL_GetVnetFeatures(HBL_VnetFeatures *ft) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - ft: %p", static_cast<void *>(ft));
@@ -164,7 +164,7 @@ bool HBL_GetVnetFeatures(HBL_VnetFeatures *ft) {
 
 bool HBL_FindVnetWithFeatures(HBL_VnetFeatures *ft) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - ft: %p", static_cast<void *>(ft));

@@ -16,46 +16,44 @@
 
 namespace {
 
-constexpr const char *LOAD = "HBL_Load";
-
 // Goes over to the log file that the database names, if that is another one and can be opened.
-void SwitchLogFile() {
+void SwitchLogFile(FunctionLog log) {
     char path[HBL_LOG_FILE_SIZE];
     if (!HBLGetLogFileName(path, sizeof path) || strcmp(path, HBL_DEFAULT_LOG_FILE) == 0) {
         return;
     }
     if (!HBLLogOpen(path)) {
-        HBLLog(LOG_ERR, LOAD, "fopen: opening log file: %s failed, error: %s", path, Err_ErrnoText(errno));
+        log(LOG_ERR, "fopen: opening log file: %s failed, error: %s", path, Err_ErrnoText(errno));
     }
 }
 
 // One line at each level: which of them reach the file shows the bits of the mask.
-void LogTestLines() {
-    HBLLog(LOG_ERR, LOAD, "LOG_ERR logged");
-    HBLLog(LOG_ERRCMN, LOAD, "LOG_ERRCMN logged");
-    HBLLog(LOG_WRN, LOAD, "LOG_WRN logged");
-    HBLLog(LOG_OK, LOAD, "LOG_OK logged");
-    HBLLog(LOG_INFO, LOAD, "LOG_INFO logged");
-    HBLLog(LOG_INFO2, LOAD, "LOG_INFO2 logged");
-    HBLLog(LOG_ARGS, LOAD, "LOG_ARGS logged");
-    HBLLog(LOG_INFO, LOAD, "Config file used: %s", HBL_NETWORKING_DB);
+void LogTestLines(FunctionLog log) {
+    log(LOG_ERR, "LOG_ERR logged");
+    log(LOG_ERRCMN, "LOG_ERRCMN logged");
+    log(LOG_WRN, "LOG_WRN logged");
+    log(LOG_OK, "LOG_OK logged");
+    log(LOG_INFO, "LOG_INFO logged");
+    log(LOG_INFO2, "LOG_INFO2 logged");
+    log(LOG_ARGS, "LOG_ARGS logged");
+    log(LOG_INFO, "Config file used: %s", HBL_NETWORKING_DB);
 }
 
 // Everything between the entering and the exiting line of a first load.
-bool BringUp() {
+bool BringUp(FunctionLog log) {
     if (!HBLNetCfgLoad(HBL_NETWORKING_DB, nullptr, false)) {
-        HBLLog(LOG_ERR, LOAD, "Error loading the vnet configuration, file used: %s", HBL_NETWORKING_DB);
+        log(LOG_ERR, "Error loading the vnet configuration, file used: %s", HBL_NETWORKING_DB);
         HBLNetCfgUnload(nullptr, false);
         HBLFileDBUnload();
         return false;
     }
     HBLFileDBLoad();
     HBLLogSetMask(HBLGetDefaultLogLevel());
-    SwitchLogFile();
-    LogTestLines();
+    SwitchLogFile(log);
+    LogTestLines(log);
     HBLGetDefaultBridgeVnet(nullptr);  // read here once, so that it is cached
-    HBLSetLoadCount(1);
-    HBLLog(LOG_OK, LOAD, "Successfully initialized Harbrel");
+    HBLAddLoad();
+    log(LOG_OK, "Successfully initialized Harbrel");
     return true;
 }
 
@@ -63,11 +61,10 @@ bool BringUp() {
 
 bool HBL_Load(void) {
     if (HBLIsLoaded()) {
-        if (HBLLoadCount() == UINT16_MAX) {
-            HBLLog(LOG_ERR, __func__, "harbrel is loaded too many times: %u", HBLLoadCount());
+        if (!HBLAddLoad()) {
+            HBLLog(LOG_ERR, __func__, "harbrel is loaded too many times: %u", UINT16_MAX);
             return false;
         }
-        HBLSetLoadCount(static_cast<uint16_t>(HBLLoadCount() + 1));
         HBLLog(LOG_INFO, __func__, "harbrel is already loaded");
         return true;
     }
@@ -77,9 +74,8 @@ bool HBL_Load(void) {
         return false;
     }
     HBLLogSetMask(HBL_DEFAULT_LOG_MASK);
-    ApiLogEntering(__func__);
-    const bool loaded = BringUp();
-    ApiLogExiting(__func__);
+    const ApiFrame frame(__func__, ApiFrame::Kind::Always);
+    const bool loaded = BringUp(frame.log);
     if (!loaded) {
         Mem_RemoveNewHandler();
     }
@@ -87,20 +83,16 @@ bool HBL_Load(void) {
 }
 
 void HBL_Unload(void) {
-    ApiLogEntering(__func__);
+    const ApiFrame frame(__func__, ApiFrame::Kind::Always);
     if (!HBLIsLoaded()) {
-        HBLLog(LOG_INFO, __func__, "harbrel is not loaded");
-    } else {
-        HBLSetLoadCount(static_cast<uint16_t>(HBLLoadCount() - 1));
-        if (!HBLIsLoaded()) {
-            HBLNetCfgUnload(nullptr, true);
-            HBLFileDBUnload();
-            HBLLog(LOG_OK, __func__, "Harbrel unloaded.");
-            HBLLogClose();
-            Mem_RemoveNewHandler();
-        }
+        frame.log(LOG_INFO, "harbrel is not loaded");
+    } else if (HBLDropLoad()) {
+        HBLNetCfgUnload(nullptr, true);
+        HBLFileDBUnload();
+        frame.log(LOG_OK, "Harbrel unloaded.");
+        HBLLogClose();
+        Mem_RemoveNewHandler();
     }
-    ApiLogExiting(__func__);
 }
 
 uint32_t HBL_GetNumVnets(void) {

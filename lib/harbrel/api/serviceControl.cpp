@@ -21,19 +21,19 @@ struct ServiceTarget {
     const char *displayName;
 };
 
-bool ReadTarget(const char *function, const char *vnet, uint32_t serviceType, ServiceTarget *target) {
-    HBLLog(LOG_ARGS, function, "Arguments - v: %p,%s, sT: %u", static_cast<const void *>(vnet),
-           TextOrNull(vnet), serviceType);
+bool ReadTarget(FunctionLog log, const char *vnet, uint32_t serviceType, ServiceTarget *target) {
+    log(LOG_ARGS, "Arguments - v: %p,%s, sT: %u", static_cast<const void *>(vnet), TextOrNull(vnet),
+        serviceType);
     const uint32_t service = HBLMapServiceType(serviceType);
     if (service == HBL_SVC_NONE || (vnet == nullptr && service != HBL_SVC_NETDETECT)) {
-        HBLLog(LOG_ERR, function, "Invalid argument - vnet: %p, serviceType: %u",
-               static_cast<const void *>(vnet), serviceType);
+        log(LOG_ERR, "Invalid argument - vnet: %p, serviceType: %u", static_cast<const void *>(vnet),
+            serviceType);
         return false;
     }
     target->vnet = vnet != nullptr ? vnet : NETDETECT_VNET;
     target->service = service;
     target->displayName = HBLServiceName(service);
-    return ApiVnetNumber(function, target->vnet, &target->number);
+    return ApiVnetNumber(log, target->vnet, &target->number);
 }
 
 // A daemon that cannot run without its generated file.
@@ -48,50 +48,48 @@ constexpr RequiredFile REQUIRED_FILES[] = {
     {HBL_SVC_DHCP, HBL_FILE_DHCP_CONF, "DHCP configuration file needed for the service does not exist"},
 };
 
-bool RequiredFilesExist(const char *function, const ServiceTarget &target) {
+bool RequiredFilesExist(FunctionLog log, const ServiceTarget &target) {
     for (const RequiredFile &row : REQUIRED_FILES) {
         if (row.service == target.service && !HBLFileExists(target.number, row.fileType, nullptr)) {
-            HBLLog(LOG_ERR, function, "%s", row.missing);
+            log(LOG_ERR, "%s", row.missing);
             return false;
         }
     }
     return true;
 }
 
-bool MakesSenseOnVnet(const char *function, const ServiceTarget &target) {
+bool MakesSenseOnVnet(FunctionLog log, const ServiceTarget &target) {
     if (target.service == HBL_SVC_NETDETECT) {
         return true;
     }
     if (!HBLVnetIsOptionConfigured(target.number, HBLServiceToVnetOption(target.service))) {
-        HBLLog(LOG_ERR, function, "\"%s\" service is not configured for this vnet", target.displayName);
+        log(LOG_ERR, "\"%s\" service is not configured for this vnet", target.displayName);
         return false;
     }
     if (target.service != HBL_SVC_BRIDGE && !HBLVnetIsOptionConfigured(target.number, HBL_OPTION_SUBNET)) {
-        HBLLog(LOG_ERR, function, "Subnet is not assigned, so service \"%s\" is invalid", target.displayName);
+        log(LOG_ERR, "Subnet is not assigned, so service \"%s\" is invalid", target.displayName);
         return false;
     }
-    return RequiredFilesExist(function, target);
+    return RequiredFilesExist(log, target);
 }
 
-bool StartUnderLock(const char *function, const ServiceTarget &target) {
-    const ConfigLock lock(function);
+bool StartUnderLock(FunctionLog log, const ServiceTarget &target) {
+    const ConfigLock lock(log);
     if (!lock.Held()) {
         return false;
     }
     if (!HBLCreateFile(target.number, HBL_FILE_DEVICE, nullptr)) {
-        HBLLog(LOG_ERR, function, "Failed to create required vnet device before starting \"%s\" service",
-               target.displayName);
+        log(LOG_ERR, "Failed to create required vnet device before starting \"%s\" service",
+            target.displayName);
         return false;
     }
-    HBLLog(LOG_INFO2, function,
-           "Success in creating zelan device before starting \"%s\" service for vnet: %s", target.displayName,
-           target.vnet);
+    log(LOG_INFO2, "Success in creating zelan device before starting \"%s\" service for vnet: %s",
+        target.displayName, target.vnet);
     if (!HBLServiceStart(target.number, target.service)) {
-        HBLLog(LOG_ERR, function, "Failure in starting \"%s\" service for vnet: %s", target.displayName,
-               target.vnet);
+        log(LOG_ERR, "Failure in starting \"%s\" service for vnet: %s", target.displayName, target.vnet);
         return false;
     }
-    HBLLog(LOG_OK, function, "Started \"%s\" service for vnet: %s", target.displayName, target.vnet);
+    log(LOG_OK, "Started \"%s\" service for vnet: %s", target.displayName, target.vnet);
     return true;
 }
 
@@ -99,59 +97,58 @@ bool StartUnderLock(const char *function, const ServiceTarget &target) {
 
 uint32_t HBL_GetServiceStatus(const char *vnet, uint32_t serviceType) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return 0;
     }
     ServiceTarget target;
-    if (!ReadTarget(__func__, vnet, serviceType, &target)) {
+    if (!ReadTarget(frame.log, vnet, serviceType, &target)) {
         return HBL_SERVICE_STATUS_ERROR;
     }
     const uint32_t status = HBLServiceStatus(target.number, target.service);
     if (status == HBL_SERVICE_STATUS_ERROR) {
-        HBLLog(LOG_ERR, __func__, "Failure in determining status of \"%s\" service on vnet: %s",
-               target.displayName, target.vnet);
+        frame.log(LOG_ERR, "Failure in determining status of \"%s\" service on vnet: %s", target.displayName,
+                  target.vnet);
     } else {
-        HBLLog(LOG_OK, __func__, "\"%s\" service is currently %s on vnet: %s", target.displayName,
-               status == HBL_SERVICE_STATUS_STOPPED ? "stopped" : "running", target.vnet);
+        frame.log(LOG_OK, "\"%s\" service is currently %s on vnet: %s", target.displayName,
+                  status == HBL_SERVICE_STATUS_STOPPED ? "stopped" : "running", target.vnet);
     }
     return status;
 }
 
 bool HBL_StopService(const char *vnet, uint32_t serviceType) {
-    const ApiFrame frame(__func__, ApiFrame::Ending::WithoutExitingLine);
-    if (!frame.Loaded()) {
+    const ApiFrame frame(__func__, ApiFrame::Kind::WhileLoadedWithoutExit);
+    if (!frame.Passed()) {
         return false;
     }
     ServiceTarget target;
-    if (!ReadTarget(__func__, vnet, serviceType, &target)) {
+    if (!ReadTarget(frame.log, vnet, serviceType, &target)) {
         return false;
     }
-    const ConfigLock lock(__func__);
+    const ConfigLock lock(frame.log);
     if (!lock.Held()) {
         return false;
     }
     if (!HBLServiceStop(target.number, target.service)) {
-        HBLLog(LOG_ERR, __func__, "Failure in stopping \"%s\" service on vnet: %s", target.displayName,
-               target.vnet);
+        frame.log(LOG_ERR, "Failure in stopping \"%s\" service on vnet: %s", target.displayName, target.vnet);
         return false;
     }
-    HBLLog(LOG_OK, __func__, "Stopped \"%s\" service on vnet: %s", target.displayName, target.vnet);
+    frame.log(LOG_OK, "Stopped \"%s\" service on vnet: %s", target.displayName, target.vnet);
     return true;
 }
 
 bool HBL_StartService(const char *vnet, uint32_t serviceType) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     ServiceTarget target;
-    if (!ReadTarget(__func__, vnet, serviceType, &target) || !MakesSenseOnVnet(__func__, target)) {
+    if (!ReadTarget(frame.log, vnet, serviceType, &target) || !MakesSenseOnVnet(frame.log, target)) {
         return false;
     }
     if (HBLServiceStatus(target.number, target.service) == HBL_SERVICE_STATUS_RUNNING) {
-        HBLLog(LOG_INFO, __func__, "\"%s\" Service is already running on the vnet: %s", target.displayName,
-               target.vnet);
+        frame.log(LOG_INFO, "\"%s\" Service is already running on the vnet: %s", target.displayName,
+                  target.vnet);
         return true;
     }
-    return StartUnderLock(__func__, target);
+    return StartUnderLock(frame.log, target);
 }

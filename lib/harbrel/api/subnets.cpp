@@ -31,7 +31,7 @@ bool AssignUnderLock(const char *function, const char *vnet, uint32_t number) {
 
 bool HBL_GetUnusedSubnet(char *subnet, uint32_t subnetLen, char *mask, uint32_t maskLen) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - s: %p, sl: %u, m: %p, ml: %u", static_cast<const void *>(subnet),
@@ -51,7 +51,7 @@ bool HBL_GetUnusedSubnet(char *subnet, uint32_t subnetLen, char *mask, uint32_t 
 bool HBL_CheckSubnetAvailability(const char *vnet, bool broadcast, uint32_t timeout, uint32_t interval,
                                  bool *available) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, b: %u, t: %u, i: %u, a: %p",
@@ -78,7 +78,7 @@ bool HBL_CheckSubnetAvailability(const char *vnet, bool broadcast, uint32_t time
 
 bool HBL_AssignSubnetAddressToVnet(const char *vnet, bool overwriteExisting) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, oE: %u", static_cast<const void *>(vnet),

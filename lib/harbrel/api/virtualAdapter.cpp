@@ -115,17 +115,17 @@ bool UpdateConfigured(const char *function, const char *vnet, uint32_t number) {
 
 bool HBL_CreateZelanDevice(const char *vnet) {
     const ApiFrame frame(__func__);
-    return frame.Loaded() && HBLCreateDeleteZelanDevice(vnet, true);
+    return frame.Passed() && HBLCreateDeleteZelanDevice(vnet, true);
 }
 
 bool HBL_DeleteZelanDevice(const char *vnet) {
     const ApiFrame frame(__func__);
-    return frame.Loaded() && HBLCreateDeleteZelanDevice(vnet, false);
+    return frame.Passed() && HBLCreateDeleteZelanDevice(vnet, false);
 }
 
 bool HBL_GetVnetAdapterStatus(const char *vnet, bool *installed, bool *enabled) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     const void *const pointers[] = {vnet, installed, enabled};
@@ -167,7 +167,7 @@ bool HBL_GetVnetAdapterStatus(const char *vnet, bool *installed, bool *enabled) 
 bool HBL_EnableNetworkAdapter(const char *vnet) {
     const ApiFrame frame(__func__);
     uint32_t number = 0;
-    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number)) {
+    if (!frame.Passed() || !ApiOnlyVnetArgument(__func__, vnet, &number)) {
         return false;
     }
     if (!HBLVnetIsOptionConfigured(number, HBL_OPTION_VIRTUAL_ADAPTER)) {
@@ -190,7 +190,7 @@ bool HBL_EnableNetworkAdapter(const char *vnet) {
 bool HBL_DisableNetworkAdapter(const char *vnet) {
     const ApiFrame frame(__func__);
     uint32_t number = 0;
-    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number)) {
+    if (!frame.Passed() || !ApiOnlyVnetArgument(__func__, vnet, &number)) {
         return false;
     }
     char name[HBL_ADAPTER_NAME_SIZE];
@@ -223,7 +223,7 @@ bool HBL_DisableNetworkAdapter(const char *vnet) {
 bool HBL_UpdateAdapterFromConfig(const char *vnet) {
     const ApiFrame frame(__func__);
     uint32_t number = 0;
-    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number, "zelan")) {
+    if (!frame.Passed() || !ApiOnlyVnetArgument(__func__, vnet, &number, "zelan")) {
         return false;
     }
     const ConfigLock lock(__func__);

@@ -31,44 +31,41 @@ constexpr InspectedService INSPECTED_SERVICES[] = {
 
 // False when a status cannot be had, which ends the inspection. *anyRunning: one at least still runs, each of
 // which has got its line.
-bool InspectServices(const char *function, const char *vnet, uint32_t number, bool *anyRunning) {
+bool InspectServices(FunctionLog log, const char *vnet, uint32_t number, bool *anyRunning) {
     for (const InspectedService &row : INSPECTED_SERVICES) {
         switch (HBLServiceStatus(number, row.service)) {
             case HBL_SERVICE_STATUS_ERROR:
-                HBLLog(LOG_ERR, function, "Cannot determine status of %s service on vnet: %s", row.name,
-                       vnet);
+                log(LOG_ERR, "Cannot determine status of %s service on vnet: %s", row.name, vnet);
                 return false;
             case HBL_SERVICE_STATUS_RUNNING:
-                HBLLog(LOG_ERR, function,
-                       "%s service is still running on this vnet Cannot delete config information",
-                       row.startName);
+                log(LOG_ERR, "%s service is still running on this vnet Cannot delete config information",
+                    row.startName);
                 *anyRunning = true;
                 break;
             default:
-                HBLLog(LOG_INFO2, function, "%s service is not running on vnet: %s", row.startName, vnet);
+                log(LOG_INFO2, "%s service is not running on vnet: %s", row.startName, vnet);
                 break;
         }
     }
     return true;
 }
 
-bool InspectAdapter(const char *function, const char *vnet, uint32_t number) {
+bool InspectAdapter(FunctionLog log, const char *vnet, uint32_t number) {
     char name[HBL_ADAPTER_NAME_SIZE];
     if (!HBLGetVnetVirtAdapterName(number, name, sizeof name)) {
-        HBLLog(LOG_ERR, function, "Failed to get the name of the hostonly adapter for vnet: %s", vnet);
+        log(LOG_ERR, "Failed to get the name of the hostonly adapter for vnet: %s", vnet);
         return false;
     }
     switch (HBLAdapterStatus(name)) {
         case HBL_ADAPTER_STATUS_ERROR:
-            HBLLog(LOG_ERR, function, "Could not determine status of hostonly adapter for vnet: %s", vnet);
+            log(LOG_ERR, "Could not determine status of hostonly adapter for vnet: %s", vnet);
             return false;
         case HBL_ADAPTER_STATUS_ABSENT:
-            HBLLog(LOG_INFO2, function, "Hostonly Adapter %s is disabled on vnet: %s", name, vnet);
+            log(LOG_INFO2, "Hostonly Adapter %s is disabled on vnet: %s", name, vnet);
             return true;
         default:
-            HBLLog(LOG_ERR, function,
-                   "Hostonly Adapter %s is still enabled on vnet: %s. Cannot delete config information", name,
-                   vnet);
+            log(LOG_ERR, "Hostonly Adapter %s is still enabled on vnet: %s. Cannot delete config information",
+                name, vnet);
             return false;
     }
 }
@@ -99,31 +96,31 @@ constexpr RemovalStep REMOVAL_STEPS[] = {
      "Failed to delete zelan device"},
 };
 
-bool RunRemovalSteps(const char *function, const char *vnet, uint32_t number) {
+bool RunRemovalSteps(FunctionLog log, const char *vnet, uint32_t number) {
     bool allDone = true;
     for (const RemovalStep &step : REMOVAL_STEPS) {
         if (!step.run(number)) {
-            HBLLog(LOG_ERR, function, step.failure, vnet);
+            log(LOG_ERR, step.failure, vnet);
             allDone = false;
         } else if (step.success != nullptr) {
-            HBLLog(LOG_INFO, function, step.success, vnet);
+            log(LOG_INFO, step.success, vnet);
         }
     }
     return allDone;
 }
 
-bool RemoveUnderLock(const char *function, const char *vnet, uint32_t number) {
-    const ConfigLock lock(function);
+bool RemoveUnderLock(FunctionLog log, const char *vnet, uint32_t number) {
+    const ConfigLock lock(log);
     if (!lock.Held()) {
         return false;
     }
-    if (!RunRemovalSteps(function, vnet, number)) {
-        HBLLog(LOG_ERR, function,
-               "Not able to delete some configration information for one/more of the services for vnet: %s",
-               vnet);
+    if (!RunRemovalSteps(log, vnet, number)) {
+        log(LOG_ERR,
+            "Not able to delete some configration information for one/more of the services for vnet: %s",
+            vnet);
         return false;
     }
-    HBLLog(LOG_OK, function, "Vnet: %s is successfully unconfigured", vnet);
+    log(LOG_OK, "Vnet: %s is successfully unconfigured", vnet);
     return true;
 }
 
@@ -132,10 +129,10 @@ bool RemoveUnderLock(const char *function, const char *vnet, uint32_t number) {
 bool HBL_DeleteVnetFromDatabase(const char *vnet) {
     const ApiFrame frame(__func__);
     uint32_t number = 0;
-    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number, "zelan")) {
+    if (!frame.Passed() || !ApiOnlyVnetArgument(frame.log, vnet, &number, "zelan")) {
         return false;
     }
     bool anyRunning = false;
-    return InspectServices(__func__, vnet, number, &anyRunning) && InspectAdapter(__func__, vnet, number) &&
-           !anyRunning && RemoveUnderLock(__func__, vnet, number);
+    return InspectServices(frame.log, vnet, number, &anyRunning) && InspectAdapter(frame.log, vnet, number) &&
+           !anyRunning && RemoveUnderLock(frame.log, vnet, number);
 }

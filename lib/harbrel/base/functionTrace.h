@@ -3,18 +3,17 @@
 
 #include "lib/harbrel/base/hblLog.h"
 
-// Writes the entering line at once and the exiting line on every way out. `function` outlives the object.
+// Writes the entering line at once and the exiting line on every way out.
 class FunctionTrace {
   public:
-    explicit FunctionTrace(const char *function, int line = __builtin_LINE())
-        : function_(function), line_(line) {
-        HBLLog(LOG_INFO2, function_, " Entering Function, %s:%d", function_, line_);
+    explicit FunctionTrace(FunctionLog log, int line = __builtin_LINE()) : log_(log), line_(line) {
+        log_(LOG_INFO2, " Entering Function, %s:%d", log_.Function(), line_);
     }
-    ~FunctionTrace() { HBLLog(LOG_INFO2, function_, " Exiting Function, %s:%d", function_, line_); }
+    ~FunctionTrace() { log_(LOG_INFO2, " Exiting Function, %s:%d", log_.Function(), line_); }
     FunctionTrace(const FunctionTrace &) = delete;
     FunctionTrace &operator=(const FunctionTrace &) = delete;
 
   private:
-    const char *function_;
+    FunctionLog log_;
     int line_;
 };

@@ -1,5 +1,6 @@
 #include "lib/harbrel/base/hblLog.h"
 
+#include <atomic>
 #include <cstdarg>
 
 #include "lib/file/posix.h"
@@ -8,25 +9,37 @@ namespace {
 
 struct LogChannel {
     FILE *stream = nullptr;
-    uint32_t mask = HBL_DEFAULT_LOG_MASK;
+    std::atomic<uint32_t> mask = HBL_DEFAULT_LOG_MASK;
 };
 
 LogChannel channel;
 
-}  // namespace
-
-void HBLLog(uint32_t level, const char *functionName, const char *format, ...) {
+__attribute__((format(printf, 3, 0))) void WriteLine(uint32_t level, const char *functionName,
+                                                     const char *format, va_list args) {
     if (!HBLLogEnabled(level)) {
         return;
     }
     if (functionName != nullptr) {
         fprintf(channel.stream, "%s - ", functionName);
     }
+    vfprintf(channel.stream, format, args);
+    fputc('\n', channel.stream);
+}
+
+}  // namespace
+
+void HBLLog(uint32_t level, const char *functionName, const char *format, ...) {
     va_list args;
     va_start(args, format);
-    vfprintf(channel.stream, format, args);
+    WriteLine(level, functionName, format, args);
     va_end(args);
-    fputc('\n', channel.stream);
+}
+
+void FunctionLog::operator()(uint32_t level, const char *format, ...) const {
+    va_list args;
+    va_start(args, format);
+    WriteLine(level, function_, format, args);
+    va_end(args);
 }
 
 bool HBLLogOpen(const char *path) {

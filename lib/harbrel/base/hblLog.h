@@ -15,6 +15,18 @@ constexpr uint32_t HBL_MAX_LOG_MASK = 127;
 void HBLLog(uint32_t level, const char *functionName, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 
+// The log as one function writes it: the name in front of its lines, bound once and handed on to its helpers.
+// `function` outlives the object.
+class FunctionLog {
+  public:
+    constexpr FunctionLog(const char *function) : function_(function) {}
+    void operator()(uint32_t level, const char *format, ...) const __attribute__((format(printf, 3, 4)));
+    const char *Function() const { return function_; }
+
+  private:
+    const char *function_;
+};
+
 // The state behind it, one for the process and not locked.
 bool HBLLogOpen(const char *path);  // "ab+"; replaces (and closes) the open stream only on success
 void HBLLogClose();                 // closes the stream and marks it absent

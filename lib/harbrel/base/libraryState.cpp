@@ -1,19 +1,30 @@
 #include "lib/harbrel/base/libraryState.h"
 
+#include <atomic>
+
 #include "lib/harbrel/base/hblLog.h"
 
 namespace {
 
-uint16_t loadCount = 0;
+// Changed by the thread that loads and unloads, asked for by all.
+std::atomic<uint16_t> loadCount = 0;
 
 }  // namespace
 
-uint16_t HBLLoadCount() {
-    return loadCount;
+bool HBLIsLoaded() {
+    return loadCount != 0;
 }
 
-void HBLSetLoadCount(uint16_t count) {
-    loadCount = count;
+bool HBLAddLoad() {
+    if (loadCount == UINT16_MAX) {
+        return false;
+    }
+    ++loadCount;
+    return true;
+}
+
+bool HBLDropLoad() {
+    return --loadCount == 0;
 }
 
 ShortLog::ShortLog() {

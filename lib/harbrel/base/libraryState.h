@@ -3,11 +3,12 @@
 
 #include <cstdint>
 
-uint16_t HBLLoadCount();  // 0: not loaded
-void HBLSetLoadCount(uint16_t count);
-inline bool HBLIsLoaded() {
-    return HBLLoadCount() != 0;
-}
+// Loads nest; the library is loaded while one at least is not taken back.
+bool HBLIsLoaded();
+// One load more. False, with nothing changed, at the 65535 that can be counted.
+bool HBLAddLoad();
+// One load less. True when it was the last; the library is loaded when this is called.
+bool HBLDropLoad();
 
 // With the library not loaded: opens the default log with the default mask for the object's life. Otherwise
 // it does nothing. A log that cannot be opened is done without.

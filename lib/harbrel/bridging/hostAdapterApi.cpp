@@ -77,7 +77,7 @@ AdapterListBlock MakeContiguous(const char *function, const HostAdapterChain &ch
 
 bool HBL_GetHostAdapterList(uint32_t version, HBL_HostAdapterList **header) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - v: %u, h: %p", version, static_cast<void *>(header));
@@ -106,14 +106,13 @@ bool HBL_GetHostAdapterList(uint32_t version, HBL_HostAdapterList **header) {
 }
 
 void HBL_FreeHostAdapterList(HBL_HostAdapterList *header) {
-    ApiLogEntering(__func__);
+    const ApiFrame frame(__func__, ApiFrame::Kind::Always);
     free(header);
-    ApiLogExiting(__func__);
 }
 
 bool HBL_GetBridgeDefaultNetwork(HBL_NetworkID *netId) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - n: %p", static_cast<void *>(netId));

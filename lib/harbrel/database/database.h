@@ -1,6 +1,7 @@
 // Bringing a cache into being from a file, the database lock, and writing a cache out as a fresh file.
 #pragma once
 
+#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 
 constexpr const char *HBL_NETWORKING_DB = "/etc/orvane/networking";
@@ -27,12 +28,10 @@ bool HBLNetCfgFollowFile(HBLNetworkConfigurationDB *db);
 bool HBLNetCfgCreateDB(const char *path, bool isBackup);
 bool NetCfgWriteDatabaseFile(HBLNetworkConfigurationDB *db, const char *path, bool isBackup);
 
-// The database lock of an exported function, held for the object's life. A failed attempt logs `failureLine`
-// under `function`.
+// The database lock of an exported function, held for the object's life. A failed attempt logs `failureLine`.
 class ConfigLock {
   public:
-    explicit ConfigLock(const char *function,
-                        const char *failureLine = "Failed to obtain lock on vnet config");
+    explicit ConfigLock(FunctionLog log, const char *failureLine = "Failed to obtain lock on vnet config");
     ~ConfigLock();
     ConfigLock(const ConfigLock &) = delete;
     ConfigLock &operator=(const ConfigLock &) = delete;

@@ -71,9 +71,9 @@ bool HBLNetCfgUnlockConfig(HBLNetworkConfigurationDB *db) {
     return true;
 }
 
-ConfigLock::ConfigLock(const char *function, const char *failureLine) : held_(HBLNetCfgLockConfig(nullptr)) {
+ConfigLock::ConfigLock(FunctionLog log, const char *failureLine) : held_(HBLNetCfgLockConfig(nullptr)) {
     if (!held_) {
-        HBLLog(LOG_ERR, function, "%s", failureLine);
+        log(LOG_ERR, "%s", failureLine);
     }
 }
 

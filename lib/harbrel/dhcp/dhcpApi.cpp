@@ -49,7 +49,7 @@ bool HBL_SetVnetUseDHCP(const char *vnet, bool useDHCP, bool cleanup) {
 
 bool HBL_GetVnetUseDHCP(const char *vnet) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - v:%p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));

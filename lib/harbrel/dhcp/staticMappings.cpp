@@ -37,7 +37,7 @@ bool HBLDHCPGetIPToMAC(uint32_t vnet, char *ipBuffer, size_t ipBufferLength, con
 
 bool HBL_SetDHCPIPToMAC(const char *vnet, const char *ip, const char *mac) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, ip: %s, mac: %s", static_cast<const void *>(vnet),
@@ -76,7 +76,7 @@ bool HBL_SetDHCPIPToMAC(const char *vnet, const char *ip, const char *mac) {
 
 bool HBL_GetDHCPIPToMAC(const char *vnet, char *ip, uint32_t *ipLen, const char *mac) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     const uint32_t size = ValueOrZero(ipLen);
@@ -109,7 +109,7 @@ bool HBL_GetDHCPIPToMAC(const char *vnet, char *ip, uint32_t *ipLen, const char 
 bool HBL_EnumDHCPIPToMAC(const char *vnet, uint32_t *enumOffset, char *ip, uint32_t *ipLen, char *mac,
                          uint32_t *macLen) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     const uint32_t ipSize = ValueOrZero(ipLen);

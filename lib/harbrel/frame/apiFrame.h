@@ -4,43 +4,45 @@
 #include <cstdint>
 #include <cstring>
 
-// The constructor writes the entering line and makes the loaded test; the destructor writes the exiting line,
-// unless the library was not loaded. A function reads:
+#include "lib/harbrel/base/hblLog.h"
+
+// The constructor writes the entering line and makes the loaded test; the destructor writes the exiting line
+// of a call that passed it. A function reads:
 //
 //     const ApiFrame frame(__func__);
-//     if (!frame.Loaded()) return false;
-//     HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s", ...);
+//     if (!frame.Passed()) return false;
+//     frame.log(LOG_ARGS, "Arguments - v: %p,%s", ...);
 class ApiFrame {
   public:
-    enum class Ending { WithExitingLine, WithoutExitingLine };
+    enum class Kind {
+        WhileLoaded,
+        WhileLoadedWithoutExit,  // the same, with no exiting line
+        WhileNotLoaded,          // the loaded test turned around
+        Always,                  // no test
+    };
 
-    explicit ApiFrame(const char *function, Ending ending = Ending::WithExitingLine,
-                      int line = __builtin_LINE());
+    explicit ApiFrame(const char *function, Kind kind = Kind::WhileLoaded, int line = __builtin_LINE());
     ~ApiFrame();
     ApiFrame(const ApiFrame &) = delete;
     ApiFrame &operator=(const ApiFrame &) = delete;
 
-    bool Loaded() const { return loaded_; }
+    bool Passed() const { return passed_; }  // the loaded test, whose refusal is logged
+
+    const FunctionLog log;
 
   private:
-    const char *function_;
     int line_;
-    bool loaded_;
+    bool passed_;
     bool exitingLine_;
 };
 
-// The two trace lines on their own, for the few functions whose frame differs.
-void ApiLogEntering(const char *function, int line = __builtin_LINE());
-void ApiLogExiting(const char *function, int line = __builtin_LINE());
-
 // The number of a network named by a caller. A null name logs "Invalid argument - <called>: %p"; a name that
-// yields no number below 256 logs "Invalid vnet name: %s". Both under `function`, both false.
-bool ApiVnetArgument(const char *function, const char *vnet, uint32_t *number, const char *called = "vnet");
+// yields no number below 256 logs "Invalid vnet name: %s". Both false.
+bool ApiVnetArgument(FunctionLog log, const char *vnet, uint32_t *number, const char *called = "vnet");
 // The same for a function that has no other argument: behind its argument line.
-bool ApiOnlyVnetArgument(const char *function, const char *vnet, uint32_t *number,
-                         const char *called = "vnet");
+bool ApiOnlyVnetArgument(FunctionLog log, const char *vnet, uint32_t *number, const char *called = "vnet");
 // The test of the name alone, for functions whose null test has other words.
-bool ApiVnetNumber(const char *function, const char *vnet, uint32_t *number);
+bool ApiVnetNumber(FunctionLog log, const char *vnet, uint32_t *number);
 
 // In/out lengths: what a caller's length, or other in/out number, holds, 0 when none was given; and what it
 // gets on success.

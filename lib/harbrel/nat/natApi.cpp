@@ -50,7 +50,7 @@ bool HBL_SetVnetUseNAT(const char *vnet, bool useNAT, bool cleanup) {
 bool HBL_GetVnetUseNAT(const char *vnet) {
     const ApiFrame frame(__func__);
     uint32_t number = 0;
-    if (!frame.Loaded() || !ApiOnlyVnetArgument(__func__, vnet, &number, "zelan")) {
+    if (!frame.Passed() || !ApiOnlyVnetArgument(__func__, vnet, &number, "zelan")) {
         return false;
     }
     const bool used = HBLVnetUsesNAT(number);

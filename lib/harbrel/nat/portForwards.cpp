@@ -76,7 +76,7 @@ bool StoreForward(uint32_t vnet, bool tcp, uint16_t hostPort, const char *vmIP, 
 bool HBL_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, const char *vmIP, uint16_t vmPort,
                            const char *description, uint32_t descLen) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, __func__,
@@ -126,7 +126,7 @@ bool HBL_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, const 
 bool HBL_GetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, char *vmIP, uint32_t *vmIPLen,
                            uint16_t *vmPort, char *description, uint32_t *descLen) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     ForwardBuffers buffers(vmIP, vmIPLen, description, descLen);
@@ -164,7 +164,7 @@ bool HBL_GetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, char *
 bool HBL_EnumNATPortForward(const char *vnet, bool tcp, uint32_t *enumOffset, uint16_t *hostPort, char *vmIP,
                             uint32_t *vmIPLen, uint16_t *vmPort, char *description, uint32_t *descLen) {
     const ApiFrame frame(__func__);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     ForwardBuffers buffers(vmIP, vmIPLen, description, descLen);

@@ -63,7 +63,7 @@ bool TurnOff(const FeatureSwitch &feature, const char *name, uint32_t vnet, bool
 
 bool HBLApiSwitchFeature(const FeatureSwitch &feature, const char *vnet, bool use, bool cleanup) {
     const ApiFrame frame(feature.function);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     HBLLog(LOG_ARGS, feature.function, feature.arguments, static_cast<const void *>(vnet), TextOrNull(vnet),

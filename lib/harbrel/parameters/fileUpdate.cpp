@@ -8,7 +8,7 @@
 bool HBLApiUpdateFromConfig(const FileUpdateWords &words, const char *vnet) {
     const ApiFrame frame(words.function);
     uint32_t number = 0;
-    if (!frame.Loaded() || !ApiOnlyVnetArgument(words.function, vnet, &number, "zelan")) {
+    if (!frame.Passed() || !ApiOnlyVnetArgument(words.function, vnet, &number, "zelan")) {
         return false;
     }
     HBLLog(LOG_INFO2, words.function, "%s", words.checking);

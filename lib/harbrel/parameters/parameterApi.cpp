@@ -37,7 +37,7 @@ bool HBLApiGetParameter(const ParameterFamily &family, const char *vnet, uint32_
                         char *param, uint32_t *paramLen) {
     const ParameterApiWords &words = family.api;
     const ApiFrame frame(words.getFunction);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     const void *vnetAddress = vnet;
@@ -75,7 +75,7 @@ bool HBLApiSetParameter(const ParameterFamily &family, const char *vnet, uint32_
                         const char *param, uint32_t paramLen) {
     const ParameterApiWords &words = family.api;
     const ApiFrame frame(words.setFunction);
-    if (!frame.Loaded()) {
+    if (!frame.Passed()) {
         return false;
     }
     const void *vnetAddress = vnet;
