@@ -5,6 +5,8 @@
 
 #include "tests/support/command.h"
 
+namespace {
+
 const std::string CLI = ProgramPath("harbrelCLI");
 const std::string TRY = "Try '" + CLI + " --help' for more information\n";
 const std::string NOT_ONE = "Exactly one command must be specified\n" + TRY;
@@ -55,7 +57,11 @@ TEST(CommandLine, EndsAsTold) {
 
 TEST(CommandLine, DebugTurnsVerboseOnOnlyForTheExactWord) {
     EXPECT_EQ("Commands specified: \n", RunCommand({"env", "ORVANE_DEBUG=yes", CLI, "--"}).output);
-    EXPECT_EQ("", RunCommand({"env", "ORVANE_DEBUG=Yes", CLI, "--"}).output);
+    for (const char *value : {"ORVANE_DEBUG=Yes", "ORVANE_DEBUG=\xff"}) {
+        const CommandResult quiet = RunCommand({"env", value, CLI, "--"});
+        EXPECT_EQ("", quiet.output);
+        EXPECT_EQ(NOT_ONE, quiet.errors);
+    }
 }
 
 TEST(SweepWithoutALibrary, SaysThatItCouldNotInitialize) {
@@ -66,3 +72,5 @@ TEST(SweepWithoutALibrary, SaysThatItCouldNotInitialize) {
         EXPECT_EQ("Failed to initialize\n", result.errors) << command;
     }
 }
+
+}  // namespace

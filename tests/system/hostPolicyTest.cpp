@@ -70,7 +70,9 @@ TEST_F(HostPolicy, InstallWithoutASubnetRestartsDetectionOnly) {
            "");
     EXPECT_EQ("zelan-detect.pid ", PidFiles());
     const pid_t detection = Pid("zelan-detect");
-    Expect(Run({"--install-host-policy"}), 0, COMPLETED, "");
+    // An argument that is refused is not applied by the option behind it.
+    Expect(Run({"--install-host-policy=172.16.9.0,x", "--install-host-policy"}), 0, COMPLETED,
+           "Invalid argument 172.16.9.0 specified for install-host-policy\n");
     EXPECT_TRUE(WaitUntil([detection] { return !Runs(detection); }));
     EXPECT_TRUE(Runs(Pid("zelan-detect")));
     EXPECT_EQ(before, ReadFileText(DATABASE));
@@ -121,8 +123,9 @@ TEST_F(HostPolicy, UninstallDeletesTheFileAndRestartsDetection) {
     } cases[] = {
         {"mkdir -p ${F%/*}; echo policy > $F", "exists", done, "", ""},
         {"rm -f $F", "does not exist", done, "", ""},
-        {"mkdir $F", "exists", "", "Failed to delete host policy file: /etc/orvane/orvane-lumet/host.qorp\n",
-         ""},
+        {"rmdir ${F%/*}; touch ${F%/*}", "does not exist", done, "", ""},
+        {"rm ${F%/*}; mkdir -p $F", "exists", "",
+         "Failed to delete host policy file: /etc/orvane/orvane-lumet/host.qorp\n", ""},
         {"rmdir $F; rm $PROGRAM", "does not exist", deleted, "Failed to start Netdetect service\n", ""},
         {"echo policy > $F; echo no number > /var/run/zelan-detect.pid", "exists", "",
          "Failed to stop Netdetect service\n", "policy\n"},

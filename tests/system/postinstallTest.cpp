@@ -74,7 +74,7 @@ TEST_F(Postinstall, FreshInstallClearsARunningConfiguration) {
     database.insert(database.find('\n') + 1, "answer HBL_DEFAULT_BRIDGE_VNET 0\n");
     EXPECT_EQ(database, Database());
     EXPECT_EQ(DEFAULT_FILES, Files());
-    EXPECT_EQ("", Daemons());
+    EXPECT_TRUE(WaitUntil([] { return Daemons().empty(); }));
     EXPECT_EQ("", Nodes());
 }
 
@@ -154,6 +154,27 @@ TEST_F(Postinstall, UpgradeThatCannotBackUpChangesNothing) {
     }
 }
 
+// The first kill of the upgrade is one of its stops.
+TEST_F(Postinstall, WhatAnUpgradeUsesInTmpIsItsOwnWhileItStopsTheNetworks) {
+    WriteDatabase(Subnet(1));
+    ASSERT_TRUE(Run({"--start"}).Succeeded());
+    Must("chmod 1777 /tmp");
+    std::vector<std::string> command = {
+        "strace", "-qq",        "-o", "/run/trace",
+        "-e",     "trace=kill", "-e", "inject=kill:delay_enter=1000000:when=1"};
+    const std::vector<std::string> upgrade = Command({"--postinstall", "tool,1.0,2.0"});
+    command.insert(command.end(), upgrade.begin(), upgrade.end());
+    BackgroundCommand run(command);
+    ASSERT_TRUE(WaitUntil([] { return !Names("/tmp/orvane.*.lck").empty(); }));
+    EXPECT_EQ("", RunShell("cd /tmp && setpriv --reuid=65534 --regid=65534 --clear-groups sh -c 'for f in "
+                           "orvane.??????; do cat $f; rm -f $f; ln -s /etc/orvane/config $f; rmdir $f.lck; "
+                           "ln -s / $f.lck; touch $f.lck/M1; done'")
+                      .output);
+    EXPECT_EQ(0, run.Wait());
+    EXPECT_EQ("./networking ./networking.bak.0 ", Files());
+    EXPECT_EQ("", Names("/tmp/orvane.*"));
+}
+
 TEST_F(Postinstall, FailedPropagationKeepsAnUpgradeAndClearsAMigration) {
     const std::string settings = Subnet(1) + Feature(1, "DHCP");
     const std::string failed =
@@ -213,7 +234,7 @@ TEST_F(Postinstall, MigrationReplacesTheConfiguration) {
         EXPECT_EQ(database, ReadFileText(DATABASE));
         EXPECT_EQ(taken ? "./networking " : "", Files());
         EXPECT_EQ(settings, ReadFileText("/tmp/real"));
-        EXPECT_EQ("", Daemons());
+        EXPECT_TRUE(WaitUntil([] { return Daemons().empty(); }));
     }
 }
 

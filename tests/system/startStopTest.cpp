@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <numeric>
+#include <sstream>
 
 #include "lib/misc/owners.h"
 #include "tests/support/tool.h"
@@ -26,7 +29,13 @@ std::string Taken(const std::string &network) {
 
 // Networks start as their verdicts come in, so that their order among each other is open.
 std::string SortedLines(const std::string &text) {
-    return RunShell("printf '" + text + "' | sort").output;
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line + "\n");
+    }
+    std::ranges::sort(lines);
+    return std::accumulate(lines.begin(), lines.end(), std::string());
 }
 
 class StartStop : public ToolTest {
@@ -60,6 +69,11 @@ class FullHost : public StartStop {
         "DHCP service on zelan8 is running\nNAT service on zelan8 is running\n"
         "Hostonly virtual adapter on zelan8 is enabled\nNetwork detection service is running\n"
         "All the services configured on all the networks are running\n";
+    static constexpr char NOT_RUNNING[] =
+        "Bridge networking on zelan0 is not running\nDHCP service on zelan1 is not running\n"
+        "Hostonly virtual adapter on zelan1 is disabled\nBridge networking on zelan3 is not running\n"
+        "DHCP service on zelan8 is not running\nNAT service on zelan8 is not running\n"
+        "Hostonly virtual adapter on zelan8 is disabled\nNetwork detection service is not running\n";
     static constexpr char STOPPED[] =
         "Stopped Bridged networking on zelan0\nStopped DHCP service on zelan1\n"
         "Disabled hostonly virtual adapter on zelan1\nStopped Bridged networking on zelan3\n"
@@ -69,11 +83,7 @@ class FullHost : public StartStop {
 };
 
 TEST_F(FullHost, StartStatusAndStopOfEverything) {
-    const std::string notRunning =
-        RunShell("printf '" + std::string(RUNNING) +
-                 "' | sed '/^All/d; s/is running/is not running/; s/enabled/disabled/'")
-            .output;
-    Expect(Run({"--status"}), 1, notRunning, "Some/All of the configured services are not running\n");
+    Expect(Run({"--status"}), 1, NOT_RUNNING, "Some/All of the configured services are not running\n");
     ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");
     Expect(Run({"--status"}), 0, RUNNING, "");
     EXPECT_EQ(
@@ -166,9 +176,10 @@ TEST_F(StartStop, OnlyTheNetworkWhoseSubnetIsNotFreeStaysDown) {
     // A check that cannot be made counts as a taken subnet.
     EXPECT_TRUE(Run({"--stop"}).Succeeded());
     Must("rm /run/programs/orvane-ping");
-    const CommandResult unasked = Run({"--start"});
-    EXPECT_EQ("Started Bridge networking on zelan1\n" + std::string(STARTED_DETECTION), unasked.output);
-    EXPECT_THAT(unasked.errors, testing::EndsWith(Taken("zelan1") + Taken("zelan2") + SOME_NOT_STARTED));
+    const std::string shell = "sh: 1: /run/programs/orvane-ping: not found\n";
+    ExpectInAnyOrder(Run({"--start"}), 1,
+                     "Started Bridge networking on zelan1\n" + std::string(STARTED_DETECTION),
+                     shell + shell + Taken("zelan1") + Taken("zelan2") + SOME_NOT_STARTED);
 }
 
 // No ping ends before all have begun, and before an interrupt has come.

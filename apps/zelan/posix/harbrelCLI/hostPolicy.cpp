@@ -3,12 +3,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <optional>
 
-#include "apps/zelan/posix/harbrelCLI/names.h"
+#include "apps/zelan/posix/harbrelCLI/network.h"
+#include "apps/zelan/posix/harbrelCLI/networkServices.h"
 #include "apps/zelan/posix/harbrelCLI/report.h"
 #include "apps/zelan/posix/harbrelCLI/session.h"
-#include "apps/zelan/posix/harbrelCLI/sweep.h"
 #include "lib/fatal/memory.h"
 #include "lib/file/posix.h"
 #include "lib/harbrel/harbrel.h"
@@ -49,49 +48,52 @@ bool ConfigureNetwork(const char *name, const char *subnet, bool useDHCP, const 
         Report(REPORT_ERROR, "Failed to %s DHCP for network %s", useDHCP ? "install" : "uninstall", name);
         return false;
     }
-    return UpdateNetworkConfigFiles(name, &snapshot) == 0;
+    return UpdateNetworkConfigFiles(name, snapshot);
 }
 
-int RestartByTheSnapshot(const char *name, bool useDHCP, const HBL_VnetFeatures &snapshot) {
+bool RestartByTheSnapshot(const char *name, bool useDHCP, const HBL_VnetFeatures &snapshot) {
     const HBL_FeatureGroup &ran = snapshot.runtime;
-    int result = 0;
+    bool allStarted = true;
     if (ran.hostOnlyAdapter == 1 && !HBL_EnableNetworkAdapter(name)) {
         Report(REPORT_ERROR, "Failed to enable hostonly virtual adapter on %s", name);
-        result = 1;
+        allStarted = false;
     }
     if (ran.nat == 1 && !HBL_StartService(name, HBL_SERVICE_NAT)) {
         Report(REPORT_ERROR, "Failed to start NAT service on network %s", name);
-        result = 1;
+        allStarted = false;
     }
     if (useDHCP && (ran.dhcp == 1 || ran.nat == 1 || ran.hostOnlyAdapter == 1) &&
         !HBL_StartService(name, HBL_SERVICE_DHCP)) {
         Report(REPORT_ERROR, "Failed to start DHCP service on network %s", name);
-        result = 1;
+        allStarted = false;
     }
-    return result;
+    return allStarted;
 }
 
-// Reconfigures the NAT network for the policy. The result of the restart, or nothing when it did not come to
-// that, with the reason reported.
-std::optional<int> ApplyToNetwork(const char *subnet, bool useDHCP) {
+// What became of the policy on the NAT network; the reason for a failure is reported.
+enum class PolicyOutcome { NotApplied, RestartFailed, Applied };
+
+// Reconfigures the NAT network for the policy and restarts what ran on it.
+PolicyOutcome ApplyToNetwork(const char *subnet, bool useDHCP) {
     const MallocString name = NetworkName(POLICY_VNET);
     HBL_VnetFeatures snapshot = FeatureQuery(POLICY_VNET);
     if (!HBL_GetVnetFeatures(&snapshot)) {
         Report(REPORT_ERROR, "Failed to determine features for network %s", name.get());
-        return std::nullopt;
+        return PolicyOutcome::NotApplied;
     }
     snapshot.runtime.bridge = 0;
-    if (StopNetworkServices(name.get(), &snapshot) != 0) {
+    if (!StopNetworkServices(name.get(), snapshot)) {
         Report(REPORT_ERROR, "Failed to stop services for network %s", name.get());
-        return std::nullopt;
+        return PolicyOutcome::NotApplied;
     }
     if (!ConfigureNetwork(name.get(), subnet, useDHCP, snapshot)) {
         RollBack(name.get());
-        return std::nullopt;
+        return PolicyOutcome::NotApplied;
     }
     Report(REPORT_NORMAL, "Configured host policy network settings on network %s, restarting services",
            name.get());
-    return RestartByTheSnapshot(name.get(), useDHCP, snapshot);
+    return RestartByTheSnapshot(name.get(), useDHCP, snapshot) ? PolicyOutcome::Applied
+                                                               : PolicyOutcome::RestartFailed;
 }
 
 bool StopDetection() {
@@ -116,14 +118,18 @@ bool RestartDetection() {
     return StartDetection() && stopped;
 }
 
-// The middle of the withdrawal, with the library loaded.
+// A file below a path that is no folder does not exist either.
+bool DeletePolicyFile(const char *path) {
+    return Posix_Unlink(path) == 0 || errno == ENOENT || errno == ENOTDIR;
+}
+
 bool WithdrawPolicyFile(const char *path) {
     Report(REPORT_VERBOSE, "Host policy file location: %s, and %s", path,
            Posix_Access(path, F_OK) == 0 ? "exists" : "does not exist");
     if (!StopDetection()) {
         return false;
     }
-    if (Posix_Unlink(path) != 0 && errno != ENOENT) {
+    if (!DeletePolicyFile(path)) {
         Report(REPORT_ERROR, "Failed to delete host policy file: %s", path);
         return false;
     }
@@ -137,36 +143,34 @@ char *PolicyGetHostPolicyPath() {
     return Mem_Strdup(HOST_POLICY_PATH);
 }
 
-int InstallHostPolicy(const char *subnet, bool useDHCP) {
+bool InstallHostPolicy(const char *subnet, bool useDHCP) {
     if (!SetLibraryLoaded(true)) {
-        return 1;
+        return false;
     }
-    std::optional<int> result = 0;
+    PolicyOutcome outcome = PolicyOutcome::Applied;
     if (subnet == nullptr) {
         Report(REPORT_VERBOSE, "Skipping NAT policy installation");
     } else {
-        result = ApplyToNetwork(subnet, useDHCP);
+        outcome = ApplyToNetwork(subnet, useDHCP);
     }
-    if (result && !RestartDetection()) {
-        result = 1;
-    }
+    const bool detects = outcome != PolicyOutcome::NotApplied && RestartDetection();
     SetLibraryLoaded(false);
-    if (result == 0) {
-        Report(REPORT_NORMAL, "Restarting services completed");
+    if (outcome != PolicyOutcome::Applied || !detects) {
+        return false;
     }
-    return result.value_or(1);
+    Report(REPORT_NORMAL, "Restarting services completed");
+    return true;
 }
 
-int UninstallHostPolicy() {
+bool UninstallHostPolicy() {
     if (!SetLibraryLoaded(true)) {
-        return 1;
+        return false;
     }
     const MallocString path(PolicyGetHostPolicyPath());
     const bool withdrawn = WithdrawPolicyFile(path.get());
     SetLibraryLoaded(false);
-    if (!withdrawn) {
-        return 1;
+    if (withdrawn) {
+        Report(REPORT_NORMAL, "Uninstalled host policy network settings");
     }
-    Report(REPORT_NORMAL, "Uninstalled host policy network settings");
-    return 0;
+    return withdrawn;
 }

@@ -4,7 +4,7 @@
 // The fixed path of the host policy file, as a new text that the caller frees.
 char *PolicyGetHostPolicyPath();
 
-// Both are called with the library not loaded and return 0 or 1. Without a subnet (null) the NAT network is
-// left alone and only the detection daemon is restarted.
-int InstallHostPolicy(const char *subnet, bool useDHCP);
-int UninstallHostPolicy();
+// Both are called with the library not loaded; true when all went well. Without a subnet (null) the NAT
+// network is left alone and only the detection daemon is restarted.
+bool InstallHostPolicy(const char *subnet, bool useDHCP);
+bool UninstallHostPolicy();

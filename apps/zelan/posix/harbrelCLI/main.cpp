@@ -15,7 +15,7 @@
 #include "apps/zelan/posix/harbrelCLI/session.h"
 #include "apps/zelan/posix/harbrelCLI/sweep.h"
 #include "lib/fatal/memory.h"
-#include "lib/file/posix.h"
+#include "lib/fatal/panic.h"
 #include "lib/thread/vthread.h"
 #include "lib/unicode/unicode.h"
 
@@ -26,31 +26,33 @@ namespace {
 void KeepStandardDescriptors() {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (fcntl(descriptor, F_GETFD) < 0) {
-            (void)!open("/dev/null", O_RDWR);
+            // Where even that cannot be opened the run goes on as it is.
+            const int replacement = open("/dev/null", O_RDWR);
+            static_cast<void>(replacement);
         }
     }
 }
 
-int RunSweep(SweepMode mode) {
+bool RunSweep(SweepMode mode) {
     if (!SetLibraryLoaded(true)) {
-        return EXIT_FAILURE;
+        return false;
     }
     if (mode == SWEEP_START) {
         VThread_Init(VTHREAD_MAIN_ID, "harbrelCLI");
     }
-    const int result = SweepAllNetworks(mode);
+    const bool allWell = SweepAllNetworks(mode);
     SetLibraryLoaded(false);
-    return result;
+    return allWell;
 }
 
-int RunCommand(Command command, const Options &options) {
+bool RunCommand(Command command, const Options &options) {
     switch (command) {
         case COMMAND_POSTINSTALL:
-            return PostInstall(options.oldVersion.get());
+            return PostInstall(options.oldVersion);
         case COMMAND_MIGRATE:
             return MigrateNetworkSettings(options.settingsPath);
         case COMMAND_INSTALL_POLICY:
-            return InstallHostPolicy(options.policySubnet.get(), options.policyDhcp != 0);
+            return InstallHostPolicy(options.policySubnet, options.policyDhcp);
         case COMMAND_UNINSTALL_POLICY:
             return UninstallHostPolicy();
         case COMMAND_STOP:
@@ -58,10 +60,11 @@ int RunCommand(Command command, const Options &options) {
         case COMMAND_STATUS:
             return RunSweep(SWEEP_STATUS);
         case COMMAND_START:
+            return RunSweep(SWEEP_START);
         case COMMAND_COUNT:
             break;
     }
-    return RunSweep(SWEEP_START);
+    PanicNotReached();
 }
 
 }  // namespace
@@ -71,7 +74,7 @@ int main(int argc, char **argv) {
     Mem_InstallNewHandler();
     setvbuf(stdout, nullptr, _IOLBF, 0);  // what goes to both streams keeps its order in one file or pipe
     Unicode_Init(argc, &argv, nullptr);
-    const char *debug = Posix_Getenv("ORVANE_DEBUG");
+    const char *debug = getenv("ORVANE_DEBUG");  // as it stands: three bytes are compared
     SetProgramName(argv[0]);
     if (debug != nullptr && strcmp(debug, "yes") == 0) {
         SetVerbose(true);
@@ -91,5 +94,5 @@ int main(int argc, char **argv) {
         return EXIT_FAILURE;
     }
     signal(SIGINT, SIG_IGN);
-    return RunCommand(*command, options);
+    return RunCommand(*command, options) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

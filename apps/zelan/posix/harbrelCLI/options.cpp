@@ -8,35 +8,30 @@
 #include <numeric>
 
 #include "apps/zelan/posix/harbrelCLI/report.h"
-#include "lib/fatal/memory.h"
 #include "lib/string/tokens.h"
 
 namespace {
 
+// What getopt_long returns: for a command, its place in LONG_OPTIONS plus 1.
 enum OptionValue : int {
-    OPTION_POSTINSTALL = 1,
-    OPTION_MIGRATE,
-    OPTION_INSTALL_POLICY,
-    OPTION_UNINSTALL_POLICY,
-    OPTION_START,
-    OPTION_STOP,
-    OPTION_STATUS,
-    OPTION_VERSION,
+    OPTION_FIRST_COMMAND = 1,
+    OPTION_VERSION = OPTION_FIRST_COMMAND + COMMAND_COUNT,
     OPTION_HELP = 'h',
     OPTION_VERBOSE = 'v',
 };
 
-constexpr char POSTINSTALL_NAME[] = "postinstall";
-constexpr char INSTALL_POLICY_NAME[] = "install-host-policy";
+constexpr option CommandOption(Command command, const char *name, int argument) {
+    return {name, argument, nullptr, OPTION_FIRST_COMMAND + static_cast<int>(command)};
+}
 
 constexpr option LONG_OPTIONS[] = {
-    {POSTINSTALL_NAME, required_argument, nullptr, OPTION_POSTINSTALL},
-    {"migrate-network-settings", required_argument, nullptr, OPTION_MIGRATE},
-    {INSTALL_POLICY_NAME, optional_argument, nullptr, OPTION_INSTALL_POLICY},
-    {"uninstall-host-policy", no_argument, nullptr, OPTION_UNINSTALL_POLICY},
-    {"start", no_argument, nullptr, OPTION_START},
-    {"stop", no_argument, nullptr, OPTION_STOP},
-    {"status", no_argument, nullptr, OPTION_STATUS},
+    CommandOption(COMMAND_POSTINSTALL, "postinstall", required_argument),
+    CommandOption(COMMAND_MIGRATE, "migrate-network-settings", required_argument),
+    CommandOption(COMMAND_INSTALL_POLICY, "install-host-policy", optional_argument),
+    CommandOption(COMMAND_UNINSTALL_POLICY, "uninstall-host-policy", no_argument),
+    CommandOption(COMMAND_START, "start", no_argument),
+    CommandOption(COMMAND_STOP, "stop", no_argument),
+    CommandOption(COMMAND_STATUS, "status", no_argument),
     {"version", no_argument, nullptr, OPTION_VERSION},
     {"help", no_argument, nullptr, OPTION_HELP},
     {"verbose", no_argument, nullptr, OPTION_VERBOSE},
@@ -57,78 +52,57 @@ char *CutAtComma(char *text) {
     return comma + 1;
 }
 
-bool ParsePostinstall(char *argument, Options *options) {
-    Report(REPORT_VERBOSE, "arg: %s", argument);
-    char *oldVersion = CutAtComma(argument);
-    if (oldVersion == nullptr) {
+// The fields are cut in place; the commas of a refused argument stay overwritten.
+bool ParsePostinstall(char *component, Options *options) {
+    Report(REPORT_VERBOSE, "arg: %s", component);
+    char *oldVersion = CutAtComma(component);
+    const char *newVersion = oldVersion != nullptr ? CutAtComma(oldVersion) : nullptr;
+    if (newVersion == nullptr || *newVersion == '\0') {
         return false;
     }
-    options->componentName.reset(Mem_Strdup(argument));
-    char *newVersion = CutAtComma(oldVersion);
-    if (newVersion == nullptr) {
-        return false;
-    }
-    options->oldVersion.reset(Mem_Strdup(oldVersion));
-    if (*newVersion == '\0') {
-        return false;
-    }
-    options->newVersion.reset(Mem_Strdup(newVersion));
-    Report(REPORT_VERBOSE, "postinstall options: %s %s %s", argument, oldVersion, newVersion);
+    Report(REPORT_VERBOSE, "postinstall options: %s %s %s", component, oldVersion, newVersion);
+    options->oldVersion = oldVersion;
     return true;
 }
 
-bool ParsePolicy(char *argument, Options *options) {
-    if (argument == nullptr) {
+bool ParsePolicy(char *subnet, Options *options) {
+    if (subnet == nullptr) {
         return true;
     }
-    const char *dhcpText = CutAtComma(argument);
-    if (dhcpText == nullptr) {
-        return false;
-    }
-    options->policySubnet.reset(Mem_Strdup(argument));
+    const char *dhcpText = CutAtComma(subnet);
     uint32_t dhcp = 0;
-    if (!StrToUint(&dhcp, dhcpText) || dhcp > 1) {
+    if (dhcpText == nullptr || !StrToUint(&dhcp, dhcpText) || dhcp > 1) {
         return false;
     }
-    options->policyDhcp = dhcp;
+    options->policySubnet = subnet;
+    options->policyDhcp = dhcp == 1;
     return true;
 }
 
-void CountIfValid(bool valid, Command command, const char *argument, const char *optionName,
-                  Options *options) {
-    if (valid) {
+bool ParseArgument(Command command, char *argument, Options *options) {
+    switch (command) {
+        case COMMAND_POSTINSTALL:
+            return ParsePostinstall(argument, options);
+        case COMMAND_INSTALL_POLICY:
+            return ParsePolicy(argument, options);
+        case COMMAND_MIGRATE:
+            options->settingsPath = argument;
+            return true;
+        default:
+            return true;  // without an argument
+    }
+}
+
+void TakeCommand(Command command, char *argument, Options *options) {
+    if (ParseArgument(command, argument, options)) {
         options->counts[command]++;
     } else {
-        Report(REPORT_ERROR, "Invalid argument %s specified for %s", argument, optionName);
+        Report(REPORT_ERROR, "Invalid argument %s specified for %s", argument, LONG_OPTIONS[command].name);
     }
 }
 
 std::optional<int> TakeOption(int value, char *argument, Options *options) {
     switch (value) {
-        case OPTION_POSTINSTALL:
-            CountIfValid(ParsePostinstall(argument, options), COMMAND_POSTINSTALL, argument, POSTINSTALL_NAME,
-                         options);
-            break;
-        case OPTION_MIGRATE:
-            options->counts[COMMAND_MIGRATE]++;
-            options->settingsPath = argument;
-            break;
-        case OPTION_INSTALL_POLICY:
-            CountIfValid(ParsePolicy(argument, options), COMMAND_INSTALL_POLICY, argument,
-                         INSTALL_POLICY_NAME, options);
-            break;
-        case OPTION_UNINSTALL_POLICY:
-            options->counts[COMMAND_UNINSTALL_POLICY]++;
-            break;
-        case OPTION_START:
-            options->counts[COMMAND_START]++;
-            break;
-        case OPTION_STOP:
-            options->counts[COMMAND_STOP]++;
-            break;
-        case OPTION_STATUS:
-            options->counts[COMMAND_STATUS]++;
-            break;
         case OPTION_VERSION:
             PrintVersion();
             return EXIT_SUCCESS;
@@ -137,12 +111,14 @@ std::optional<int> TakeOption(int value, char *argument, Options *options) {
             return EXIT_SUCCESS;
         case OPTION_VERBOSE:
             SetVerbose(true);
-            break;
-        default:
+            return std::nullopt;
+        case '?':
             PrintUsage(false);
             return EXIT_FAILURE;
+        default:
+            TakeCommand(static_cast<Command>(value - OPTION_FIRST_COMMAND), argument, options);
+            return std::nullopt;
     }
-    return std::nullopt;
 }
 
 }  // namespace

@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <optional>
 
-#include "lib/misc/owners.h"
-
 enum Command : unsigned {
     COMMAND_POSTINSTALL,
     COMMAND_MIGRATE,
@@ -17,14 +15,13 @@ enum Command : unsigned {
     COMMAND_COUNT,
 };
 
+// Texts are borrowed from argv; those of an argument that was refused are not kept.
 struct Options {
     uint32_t counts[COMMAND_COUNT] = {};  // how many times each command was accepted
-    MallocString componentName;
-    MallocString oldVersion;
-    MallocString newVersion;
-    const char *settingsPath = nullptr;  // borrowed from argv
-    MallocString policySubnet;
-    uint32_t policyDhcp = 0;  // 0 or 1
+    const char *oldVersion = nullptr;
+    const char *settingsPath = nullptr;
+    const char *policySubnet = nullptr;
+    bool policyDhcp = false;
 };
 
 // Reads the options strictly left to right. A value means that the run ends here with this exit status: help,

@@ -1,15 +1,15 @@
 #include "apps/zelan/posix/harbrelCLI/postinstall.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <span>
 
-#include "apps/zelan/posix/harbrelCLI/names.h"
+#include "apps/zelan/posix/harbrelCLI/network.h"
 #include "apps/zelan/posix/harbrelCLI/report.h"
 #include "apps/zelan/posix/harbrelCLI/session.h"
+#include "apps/zelan/posix/harbrelCLI/settingsBackup.h"
 #include "apps/zelan/posix/harbrelCLI/sweep.h"
 #include "lib/err/errText.h"
 #include "lib/file/posix.h"
@@ -38,61 +38,57 @@ bool IsDatabase(const char *path) {
            given.st_dev == database.st_dev && given.st_ino == database.st_ino;
 }
 
-// The existing settings in a file of their own under /tmp, which goes with the object.
-class SettingsBackup {
-  public:
-    // Reserves the name.
-    SettingsBackup() : descriptor_(mkstemp(path_)) {
-        if (descriptor_) {
-            Posix_Unlink(path_);
-        }
+// Stops all services and removes all networks and the database; the library may be loaded or not.
+bool CleanupExistingConfig() {
+    if (!HBL_CheckNetworkingDB()) {
+        Report(REPORT_VERBOSE, "Configuration database not found");
+        return true;
     }
-    ~SettingsBackup() {
-        if (descriptor_) {
-            descriptor_.reset();
-            Posix_Unlink(path_);
-        }
-    }
-    SettingsBackup(const SettingsBackup &) = delete;
-    SettingsBackup &operator=(const SettingsBackup &) = delete;
-
-    bool Reserved() const { return static_cast<bool>(descriptor_); }
-    // Everyone may have put a file or a link there since, and the export writes to what it finds.
-    bool MakeOwn() const {
-        constexpr int EXCLUSIVE = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-        return static_cast<bool>(FileDescriptor(Posix_Open(path_, EXCLUSIVE, S_IRUSR | S_IWUSR)));
-    }
-    const char *Path() const { return path_; }
-
-  private:
-    char path_[sizeof "/tmp/orvane.XXXXXX"] = "/tmp/orvane.XXXXXX";
-    FileDescriptor descriptor_;
-};
-
-int UpgradeExistingSettings() {
-    const SettingsBackup backup;
-    if (!backup.Reserved()) {
-        Report(REPORT_VERBOSE, "Failed to create temporary backup file, error: %s", Err_LastErrnoText());
-        Report(REPORT_ERROR, "Failed to create temporary file to backup existing network settings");
-        return 1;
-    }
-    if (HBL_CheckNetworkingDB() && SetLibraryLoaded(true)) {
+    if (SetLibraryLoaded(true)) {
         StopAllServices();
-    }
-    if (!backup.MakeOwn() || !HBL_ExportDatabaseToFile(backup.Path())) {
-        Report(REPORT_ERROR, "Failed to export network settings to a backup file");
+        for (uint32_t vnet = 0; vnet < HBL_GetNumVnets(); vnet++) {
+            HBL_DeleteVnetFromDatabase(NetworkName(vnet).get());
+        }
         SetLibraryLoaded(false);
-        return 1;
     }
-    Report(REPORT_NORMAL, "Backed up existing network settings to backup file \"%s\"", backup.Path());
+    if (!HBL_DeleteNetworkingDB()) {
+        Report(REPORT_VERBOSE, "Failed to delete configuration database");
+        return false;
+    }
+    Report(REPORT_VERBOSE, "Cleaned up existing configuration");
+    return true;
+}
+
+// Imports the file and regenerates the files of each network; the library is not loaded. `migrating` picks
+// the words, and whether a failure to propagate clears the configuration.
+bool RestoreNetworkSettings(const char *path, bool migrating) {
+    if (!HBL_ImportDatabaseFromFile(path)) {
+        Report(REPORT_ERROR, "Failed to import configuration information from backup file %s", path);
+        return false;
+    }
+    if (!SetLibraryLoaded(true)) {
+        return false;
+    }
+    const bool propagated = SweepAllNetworks(SWEEP_PROPAGATE);
+    Report(REPORT_VERBOSE, "%s config information for %s settings",
+           propagated ? "Propagated" : "Failed to propagate", migrating ? "migrated" : "restored");
+    if (propagated) {
+        Report(REPORT_NORMAL, "Restored network settings");
+    } else {
+        Report(REPORT_ERROR, "Failed to restore network settings from backup file \"%s\"", path);
+        if (migrating) {
+            Report(REPORT_VERBOSE, "Cleaning up configuration database on error");
+            CleanupExistingConfig();
+        }
+    }
     SetLibraryLoaded(false);
-    return RestoreNetworkSettings(backup.Path(), false);
+    return propagated;
 }
 
 // One call that configures a default network, and what to say when it fails.
 struct ConfigureStep {
     bool (*call)(const char *name);
-    const char *failed;
+    const char *what;  // of the network's name
 };
 
 bool AssignSubnet(const char *name) {
@@ -120,28 +116,42 @@ bool UseDefaultBridge(const char *) {
 }
 
 constexpr ConfigureStep BRIDGED_STEPS[] = {
-    {UseDefaultBridge, "Failed to create default auto bridged network %s"},
+    {UseDefaultBridge, "create default auto bridged network"},
 };
 
 constexpr ConfigureStep HOSTONLY_STEPS[] = {
-    {AssignSubnet, "Failed to assign subnet address to hostonly network: %s"},
-    {UseAdapter, "Failed to add hostonly virtual adapter to hostonly network %s"},
-    {UseDHCP, "Failed to add DHCP to hostonly network %s"},
+    {AssignSubnet, "assign subnet address to hostonly network:"},
+    {UseAdapter, "add hostonly virtual adapter to hostonly network"},
+    {UseDHCP, "add DHCP to hostonly network"},
 };
 
 constexpr ConfigureStep NAT_STEPS[] = {
-    {AssignSubnet, "Failed to assign subnet address to NAT nework %s"},
-    {UseAdapter, "Failed to add hostonly virtual adapter to NAT network %s"},
-    {UseDHCP, "Failed to add DHCP to NAT network %s"},
-    {UseNAT, "Failed to add NAT to NAT network %s"},
+    {AssignSubnet, "assign subnet address to NAT nework"},
+    {UseAdapter, "add hostonly virtual adapter to NAT network"},
+    {UseDHCP, "add DHCP to NAT network"},
+    {UseNAT, "add NAT to NAT network"},
 };
 
-bool ConfigureNetwork(uint32_t vnet, const char *announcement, std::span<const ConfigureStep> steps) {
-    const MallocString name = NetworkName(vnet);
-    Report(REPORT_NORMAL, announcement, name.get());
-    for (const ConfigureStep &step : steps) {
+struct DefaultNetwork {
+    uint32_t vnet;
+    const char *kind;
+    const char *suffix;  // behind the name, while it is configured
+    std::span<const ConfigureStep> steps;
+};
+
+constexpr char PROBING[] = ", probing for unused subnet ...";
+constexpr DefaultNetwork DEFAULT_NETWORKS[] = {
+    {0, "Bridged", "", BRIDGED_STEPS},
+    {1, "hostonly", PROBING, HOSTONLY_STEPS},
+    {8, "NAT", PROBING, NAT_STEPS},
+};
+
+bool ConfigureNetwork(const DefaultNetwork &network) {
+    const MallocString name = NetworkName(network.vnet);
+    Report(REPORT_NORMAL, "Configuring %s network %s%s", network.kind, name.get(), network.suffix);
+    for (const ConfigureStep &step : network.steps) {
         if (!step.call(name.get())) {
-            Report(REPORT_ERROR, step.failed, name.get());
+            Report(REPORT_ERROR, "Failed to %s %s", step.what, name.get());
             return false;
         }
     }
@@ -149,7 +159,7 @@ bool ConfigureNetwork(uint32_t vnet, const char *announcement, std::span<const C
 }
 
 bool PropagateDefaults() {
-    const bool propagated = SweepAllNetworks(SWEEP_PROPAGATE) == 0;
+    const bool propagated = SweepAllNetworks(SWEEP_PROPAGATE);
     Report(REPORT_VERBOSE, "%s config information for default configuration",
            propagated ? "Propagated" : "Failed to propagate");
     if (propagated) {
@@ -161,64 +171,16 @@ bool PropagateDefaults() {
 }
 
 bool ConfigureNewDatabase() {
-    return SetLibraryLoaded(true) && ConfigureNetwork(0, "Configuring Bridged network %s", BRIDGED_STEPS) &&
-           ConfigureNetwork(1, "Configuring hostonly network %s, probing for unused subnet ...",
-                            HOSTONLY_STEPS) &&
-           ConfigureNetwork(8, "Configuring NAT network %s, probing for unused subnet ...", NAT_STEPS) &&
+    return SetLibraryLoaded(true) && std::ranges::all_of(DEFAULT_NETWORKS, ConfigureNetwork) &&
            PropagateDefaults();
 }
 
-}  // namespace
-
-int CleanupExistingConfig() {
-    if (!HBL_CheckNetworkingDB()) {
-        Report(REPORT_VERBOSE, "Configuration database not found");
-        return 0;
-    }
-    if (SetLibraryLoaded(true)) {
-        StopAllServices();
-        for (uint32_t vnet = 0; vnet < HBL_GetNumVnets(); vnet++) {
-            HBL_DeleteVnetFromDatabase(NetworkName(vnet).get());
-        }
-        SetLibraryLoaded(false);
-    }
-    if (!HBL_DeleteNetworkingDB()) {
-        Report(REPORT_VERBOSE, "Failed to delete configuration database");
-        return 1;
-    }
-    Report(REPORT_VERBOSE, "Cleaned up existing configuration");
-    return 0;
-}
-
-int RestoreNetworkSettings(const char *path, bool migrating) {
-    if (!HBL_ImportDatabaseFromFile(path)) {
-        Report(REPORT_ERROR, "Failed to import configuration information from backup file %s", path);
-        return 1;
-    }
-    if (!SetLibraryLoaded(true)) {
-        return 1;
-    }
-    const int result = SweepAllNetworks(SWEEP_PROPAGATE);
-    Report(REPORT_VERBOSE, "%s config information for %s settings",
-           result == 0 ? "Propagated" : "Failed to propagate", migrating ? "migrated" : "restored");
-    if (result == 0) {
-        Report(REPORT_NORMAL, "Restored network settings");
-    } else {
-        Report(REPORT_ERROR, "Failed to restore network settings from backup file \"%s\"", path);
-        if (migrating) {
-            Report(REPORT_VERBOSE, "Cleaning up configuration database on error");
-            CleanupExistingConfig();
-        }
-    }
-    SetLibraryLoaded(false);
-    return result;
-}
-
-int ConfigureDefaultNetworks() {
+// Creates a new database with the default networks.
+bool ConfigureDefaultNetworks() {
     SetLibraryLoaded(false);
     if (!HBL_CreateNetworkingDB(true)) {
         Report(REPORT_ERROR, "Failed to create new networking database");
-        return 1;
+        return false;
     }
     const bool configured = ConfigureNewDatabase();
     if (!configured) {
@@ -226,10 +188,32 @@ int ConfigureDefaultNetworks() {
         CleanupExistingConfig();
     }
     SetLibraryLoaded(false);
-    return configured ? 0 : 1;
+    return configured;
 }
 
-int PostInstall(const char *oldVersion) {
+bool UpgradeExistingSettings() {
+    const SettingsBackup backup;
+    if (!backup.Reserved()) {
+        Report(REPORT_VERBOSE, "Failed to create temporary backup file, error: %s", Err_LastErrnoText());
+        Report(REPORT_ERROR, "Failed to create temporary file to backup existing network settings");
+        return false;
+    }
+    if (HBL_CheckNetworkingDB() && SetLibraryLoaded(true)) {
+        StopAllServices();
+    }
+    if (!HBL_ExportDatabaseToFile(backup.Path())) {
+        Report(REPORT_ERROR, "Failed to export network settings to a backup file");
+        SetLibraryLoaded(false);
+        return false;
+    }
+    Report(REPORT_NORMAL, "Backed up existing network settings to backup file \"%s\"", backup.Path());
+    SetLibraryLoaded(false);
+    return RestoreNetworkSettings(backup.Path(), false);
+}
+
+}  // namespace
+
+bool PostInstall(const char *oldVersion) {
     if (strcmp(oldVersion, FRESH_INSTALL) == 0) {
         CleanupExistingConfig();
         return ConfigureDefaultNetworks();
@@ -241,14 +225,14 @@ int PostInstall(const char *oldVersion) {
     return UpgradeExistingSettings();
 }
 
-int MigrateNetworkSettings(const char *path) {
+bool MigrateNetworkSettings(const char *path) {
     if (!IsRegularFile(path)) {
         Report(REPORT_ERROR, "Settings file \"%s\" does not exist", path);
-        return 1;
+        return false;
     }
     if (IsDatabase(path)) {  // the clean-up would delete what is to be imported
         Report(REPORT_ERROR, "Settings file \"%s\" is the networking database itself", path);
-        return 1;
+        return false;
     }
     CleanupExistingConfig();
     return RestoreNetworkSettings(path, true);

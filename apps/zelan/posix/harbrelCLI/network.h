@@ -1,4 +1,4 @@
-// Names of networks, built anew for each use.
+// One network: its name, and the question for its features.
 #pragma once
 
 #include <cstdint>
@@ -6,7 +6,7 @@
 #include "lib/harbrel/harbrel.h"
 #include "lib/misc/owners.h"
 
-// "zelan<N>".
+// "zelan<N>", built anew for each use.
 MallocString NetworkName(uint32_t vnet);
 
 // An empty feature structure that asks for one network.

@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "lib/harbrel/harbrel.h"
-#include "lib/misc/owners.h"
 #include "lib/thread/vthread.h"
 
 // One network that needs work after its check. The thread writes `unavailable`, then publishes `finished`;
@@ -17,16 +16,22 @@ struct SubnetProbeRecord {
     bool unavailable;
     bool processed;
     uint32_t vnet;
-    VThreadID thread;                        // -1 if no check is needed
-    MallocBlock<HBL_VnetFeatures> features;  // as they were before any start; freed on processing
+    VThreadID thread;           // -1 if no check is needed
+    HBL_VnetFeatures features;  // as they were before any start
 };
 
-class SubnetChecks {
+class NetworkStarter {
   public:
-    // Starts the bridge at once and begins the check that the rest needs. 0, or 1 if something failed.
-    int StartNetwork(const char *name, const HBL_VnetFeatures &features);
-    // Polls until every network begun has its verdict, starting each as it comes in; frees the records.
-    int StartAsVerdictsComeIn();
+    NetworkStarter() = default;
+    // Waits for the threads whose verdicts were not asked for.
+    ~NetworkStarter();
+    NetworkStarter(const NetworkStarter &) = delete;
+    NetworkStarter &operator=(const NetworkStarter &) = delete;
+
+    // Starts the bridge at once and begins the check that the rest needs. False if something failed.
+    bool Begin(const char *name, const HBL_VnetFeatures &features);
+    // Polls until every network begun has its verdict, starting each as it comes in.
+    bool FinishAsVerdictsComeIn();
 
   private:
     bool BeginCheck(const char *name, const HBL_VnetFeatures &features);

@@ -1,4 +1,4 @@
-#include "apps/zelan/posix/harbrelCLI/names.h"
+#include "apps/zelan/posix/harbrelCLI/network.h"
 
 #include "lib/fatal/panic.h"
 #include "lib/string/str.h"
