@@ -49,7 +49,9 @@ bool ListBridgeAdapters(const char *function, uint32_t vnet, HostAdapterChain *a
         return true;
     }
     *option = "-i";
-    if (!HBLGetVnetBridge(number, &adapters->count, &adapters->head)) {
+    // None at all would tell the daemon to bridge everything. The network was asked for its bridge before the
+    // lock was taken, and another process may have moved its adapters away since.
+    if (!HBLGetVnetBridge(number, &adapters->count, &adapters->head) || adapters->count == 0) {
         HBLLog(LOG_ERR, function, "Cannot obtain list of adapters bridged to vnet: %d", number);
         return false;
     }
