@@ -21,7 +21,8 @@ int RunOnPrivateHost(int argc, char **argv) {
         return EXIT_FAILURE;
     }
     static char launcher[] = HARBREL_BIN_DIR "/private-host";
-    std::vector<const char *> command = {launcher, "--keep", HARBREL_BIN_DIR, "--", program.c_str()};
+    std::vector<const char *> command = {launcher,        "--keep", HARBREL_BIN_DIR, "--keep",
+                                         HARBREL_LIB_DIR, "--",     program.c_str()};
     command.insert(command.end(), argv + 1, argv + argc);
     command.push_back(nullptr);
     execv(launcher, const_cast<char **>(command.data()));
