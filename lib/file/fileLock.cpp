@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <string>
 
 #include "lib/file/fileLockInternal.h"
@@ -13,32 +15,18 @@
 #include "lib/string/str.h"
 
 struct FileLockToken {
-    std::string memberPath;
+    LockDirectory directory;
+    std::string memberName;
 };
 
 namespace {
 
 constexpr mode_t ENTRY_FILE_MODE = 0644;
 constexpr size_t PAYLOAD_SIZE = 32;
+constexpr char FILE_LOCK_INTRINSIC[] = "FileLockIntrinsic";
 
 // Stands for a shared lock that a read-only place grants without anything on disk.
-FileLockToken implicitReadToken;
-
-// Whether the path is absolute and has neither empty nor dot components, so that it is as good as it stands.
-bool IsPlainAbsolute(std::string_view path) {
-    if (path.empty() || path.front() != '/') {
-        return false;
-    }
-    while (!path.empty()) {
-        path.remove_prefix(1);
-        const std::string_view component = path.substr(0, path.find('/'));
-        if (component.empty() || component == "." || component == "..") {
-            return false;
-        }
-        path.remove_prefix(component.size());
-    }
-    return true;
-}
+FileLockToken implicitReadToken{LockDirectory(""), ""};
 
 bool ResolvePath(const std::string &path, std::string *resolved) {
     const MallocString real(Posix_Realpath(path.c_str(), nullptr));
@@ -49,25 +37,23 @@ bool ResolvePath(const std::string &path, std::string *resolved) {
     return true;
 }
 
-// Two spellings of one path must meet in one lock directory. The file itself need not exist, its folder must,
-// unless the path needs no resolving.
+// Two spellings of one path must meet in one lock directory, those through links among them. The file itself
+// need not exist. Its folder must, unless the path is absolute as it stands: then whoever works in the folder
+// finds out.
 bool MakeAbsolute(const char *path, std::string *absolute) {
     if (path == nullptr || *path == '\0') {
         return false;
     }
     const std::string given = path;
-    if (IsPlainAbsolute(given)) {
-        *absolute = given;
-        return true;
-    }
     const size_t slash = given.rfind('/');
     const std::string base = slash == std::string::npos ? given : given.substr(slash + 1);
     if (base.empty() || base == "." || base == "..") {
         return ResolvePath(given, absolute);
     }
-    const std::string folder = slash == std::string::npos ? "." : given.substr(0, slash + 1);
+    const std::string folder = slash == std::string::npos ? "." : given.substr(0, std::max<size_t>(slash, 1));
     if (!ResolvePath(folder, absolute)) {
-        return false;
+        *absolute = given;
+        return given.front() == '/';
     }
     if (absolute->back() != '/') {
         *absolute += '/';
@@ -76,47 +62,60 @@ bool MakeAbsolute(const char *path, std::string *absolute) {
     return true;
 }
 
-std::string LockDirectoryOf(const std::string &absolutePath) {
-    return absolutePath + FILE_LOCK_SUFFIX;
+// The entry file of this attempt, or an empty descriptor and errno. What stands under its name belongs to an
+// attempt that has ended, or is a trap: everyone may write to the directory and work out the number that a
+// process will draw.
+FileDescriptor CreateEntryFile(const LockDirectory &directory, const char *name) {
+    constexpr int FLAGS = O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC;
+    FileDescriptor file(openat(directory.fd(), name, FLAGS, ENTRY_FILE_MODE));
+    if (!file && errno == EEXIST) {
+        const int error = RemoveLockingFile(directory, name);
+        if (error != 0) {
+            errno = error;
+            return file;
+        }
+        file.reset(openat(directory.fd(), name, FLAGS, ENTRY_FILE_MODE));
+    }
+    return file;
 }
 
-void RemoveIfEmpty(const std::string &directory) {
-    Posix_Rmdir(directory.c_str());
+void RemoveOwn(const LockDirectory &directory, const std::string &name, int unlinkFlags = 0) {
+    unlinkat(directory.fd(), name.c_str(), unlinkFlags);
 }
 
 // From the doorway to the member file. 0, or an errno value and nothing left of the attempt.
-int TakeTicket(const std::string &lockDir, const FileLockEntry &entry, FileLockValues *own) {
-    // Everyone may write to the directory, so that a link or a FIFO may stand there already.
-    FileDescriptor entryFile(Posix_Open(
-        entry.filePath.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, ENTRY_FILE_MODE));
+int TakeTicket(FileLockAttempt *attempt) {
+    const LockDirectory &directory = attempt->directory;
+    FileDescriptor entryFile = CreateEntryFile(directory, attempt->entryName.c_str());
     if (!entryFile) {
         const int error = errno;
-        RemoveIfEmpty(entry.directoryPath);
-        RemoveIfEmpty(lockDir);
+        RemoveOwn(directory, attempt->entryDirName, AT_REMOVEDIR);
+        directory.RemoveIfEmpty();
         return error;
     }
-    const int scanError = ScanDirectory(lockDir.c_str(), FileLockNumberScan, own, false);
+    const int scanError = ScanDirectory(attempt, FileLockNumberScan, false);
     if (scanError != 0) {
         entryFile.reset();
-        Posix_Unlink(entry.filePath.c_str());
-        RemoveIfEmpty(entry.directoryPath);
-        RemoveIfEmpty(lockDir);
+        RemoveOwn(directory, attempt->entryName);
+        RemoveOwn(directory, attempt->entryDirName, AT_REMOVEDIR);
+        directory.RemoveIfEmpty();
         return scanError;
     }
-    const int memberError = CreateMemberFile(entryFile.release(), own, entry);
-    RemoveIfEmpty(entry.directoryPath);
+    const int memberError = CreateMemberFile(std::move(entryFile), attempt);
+    RemoveOwn(directory, attempt->entryDirName, AT_REMOVEDIR);
     if (memberError != 0) {
-        Posix_Unlink(entry.filePath.c_str());
-        Posix_Unlink(entry.memberPath.c_str());
-        RemoveIfEmpty(lockDir);
+        RemoveOwn(directory, attempt->entryName);
+        RemoveOwn(directory, attempt->own.memberName);
+        directory.RemoveIfEmpty();
     }
     return memberError;
 }
 
 // What an attempt gets that could not enter the doorway: the implicit lock, or null.
-FileLockToken *TokenWithoutEntry(const char *path, bool exclusive, const char *function, int *err) {
+FileLockToken *TokenWithoutEntry(const std::string &path, bool exclusive, int *err) {
     if (!exclusive && (*err == EACCES || *err == EROFS)) {
-        Warning("FILE: %s implicit %s lock succeeded on '%s'.\n", function, FILE_LOCK_SHARED, path);
+        Warning("FILE: %s implicit %s lock succeeded on '%s'.\n", FILE_LOCK_INTRINSIC, FILE_LOCK_SHARED,
+                path.c_str());
         *err = 0;
         return &implicitReadToken;
     }
@@ -128,48 +127,44 @@ FileLockToken *TokenWithoutEntry(const char *path, bool exclusive, const char *f
 
 FileLockToken *FileLockIntrinsic(const std::string &path, bool exclusive, uint32_t msecMaxWaitTime,
                                  const char *payload, int ownPid, int *err) {
-    const std::string lockDir = LockDirectoryOf(path);
-    const std::string executionID = std::to_string(ownPid);
-    const std::string locationChecksum = FileLockLocationChecksum(lockDir.c_str());
-    FileLockValues own{};
-    own.machineID = FileLockGetMachineID();
-    own.executionID = executionID.c_str();
-    own.payload = payload;
-    own.lockType = exclusive ? FILE_LOCK_EXCLUSIVE : FILE_LOCK_SHARED;
-    own.locationChecksum = locationChecksum.c_str();
-    own.msecMaxWaitTime = msecMaxWaitTime;
+    FileLockAttempt attempt{.directory = LockDirectory(path + FILE_LOCK_SUFFIX),
+                            .msecMaxWaitTime = msecMaxWaitTime};
+    attempt.own.machineID = FileLockGetMachineID();
+    attempt.own.executionID = std::to_string(ownPid);
+    attempt.own.payload = payload;
+    attempt.own.lockType = std::string(exclusive ? FILE_LOCK_EXCLUSIVE : FILE_LOCK_SHARED);
+    attempt.own.locationChecksum = FileLockLocationChecksum(attempt.directory.path());
 
-    FileLockEntry entry;
-    *err = CreateEntryDirectory(own.machineID, own.executionID, lockDir.c_str(), &entry);
+    *err = CreateEntryDirectory(&attempt);
     if (*err != 0) {
-        return TokenWithoutEntry(path.c_str(), exclusive, __func__, err);
+        return TokenWithoutEntry(path, exclusive, err);
     }
-    own.memberName = entry.memberName.c_str();
-    *err = TakeTicket(lockDir, entry, &own);
+    *err = TakeTicket(&attempt);
     if (*err != 0) {
         return nullptr;
     }
-    *err = ScanDirectory(lockDir.c_str(), WaitForPossession, &own, true);
-    if (*err == EAGAIN) {
-        Posix_Unlink(entry.memberPath.c_str());
-        RemoveIfEmpty(lockDir);
-        *err = 0;
-        return nullptr;
+    *err = ScanDirectory(&attempt, WaitForPossession, true);
+    if (*err == 0) {
+        return new FileLockToken{std::move(attempt.directory), std::move(attempt.own.memberName)};
     }
     // After any other failure the member file stays: others clear it when its owner is gone.
-    return *err == 0 ? new FileLockToken{entry.memberPath} : nullptr;
+    if (*err == EAGAIN || attempt.doorwayStuck) {
+        RemoveOwn(attempt.directory, attempt.own.memberName);
+        attempt.directory.RemoveIfEmpty();
+    }
+    if (*err == EAGAIN) {
+        *err = 0;
+    }
+    return nullptr;
 }
 
-// The token's own file is deleted even when the lock directory could not be told.
-int FileLockUnlockIntrinsic(const std::string *lockDir, FileLockToken *token) {
+int FileLockUnlockIntrinsic(FileLockToken *token) {
     if (token == &implicitReadToken) {
         return 0;
     }
-    const int error = Posix_Unlink(token->memberPath.c_str()) == 0 ? 0 : errno;
-    delete token;
-    if (lockDir != nullptr) {
-        RemoveIfEmpty(*lockDir);
-    }
+    const std::unique_ptr<FileLockToken> owner(token);
+    const int error = unlinkat(token->directory.fd(), token->memberName.c_str(), 0) == 0 ? 0 : errno;
+    token->directory.RemoveIfEmpty();
     return error;
 }
 
@@ -187,12 +182,10 @@ FileLockToken *FileLock_Lock(const char *path, bool readOnly, uint32_t msecMaxWa
     return FileLockIntrinsic(absolutePath, !readOnly, msecMaxWaitTime, payload, ownPid, err);
 }
 
+// The token knows its place, so that the lock is given back whatever has become of the path.
 int FileLock_Unlock(const char *path, FileLockToken *token) {
     std::string absolutePath;
-    if (!MakeAbsolute(path, &absolutePath)) {
-        FileLockUnlockIntrinsic(nullptr, token);
-        return EINVAL;
-    }
-    const std::string lockDir = LockDirectoryOf(absolutePath);
-    return FileLockUnlockIntrinsic(&lockDir, token);
+    const bool isAbsolute = (path != nullptr && *path == '/') || MakeAbsolute(path, &absolutePath);
+    const int error = FileLockUnlockIntrinsic(token);
+    return isAbsolute ? error : EINVAL;
 }

@@ -1,21 +1,24 @@
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <mutex>
-#include <optional>
 
 #include "lib/err/errText.h"
 #include "lib/file/fileLockInternal.h"
-#include "lib/file/posix.h"
 #include "lib/log/log.h"
 #include "lib/misc/tt800.h"
 #include "lib/string/str.h"
 
 namespace {
 
-constexpr mode_t LOCK_DIRECTORY_MODE = 0777;
-
-enum class LockPlace { Ready, StartOver, Failed };
+constexpr char CREATE_ENTRY_DIRECTORY[] = "CreateEntryDirectory";
+constexpr mode_t ENTRY_DIRECTORY_MODE = 0777;
+// Far beyond what a crowd needs; so many fail only where nearly all numbers are taken for good, or where
+// somebody exchanges the directory without end.
+constexpr int MAX_TRIES = 256;
+constexpr int START_OVER = -1;  // beside errno values
 
 struct EntryState {
     std::mutex generatorMutex;
@@ -26,119 +29,153 @@ struct EntryState {
 
 EntryState entryState;
 
-uint32_t SumOfSignedCharacters(const char *text) {
+// Directories made meanwhile are open to everyone: any user's process may have to work on the lock.
+class ClearedUmask {
+  public:
+    ClearedUmask() : guard_(entryState.umaskMutex), former_(umask(0)) {}
+    ~ClearedUmask() { umask(former_); }
+    ClearedUmask(const ClearedUmask &) = delete;
+    ClearedUmask &operator=(const ClearedUmask &) = delete;
+
+  private:
+    const std::lock_guard<std::mutex> guard_;
+    const mode_t former_;
+};
+
+uint32_t SumOfSignedCharacters(const std::string &text) {
     uint32_t sum = 0;
-    for (; *text != '\0'; text++) {
-        sum += static_cast<uint32_t>(static_cast<signed char>(*text));
+    for (const char character : text) {
+        sum += static_cast<uint32_t>(static_cast<signed char>(character));
     }
     return sum;
 }
 
-unsigned DrawEntryNumber(const char *machineID, const char *executionID) {
+unsigned DrawEntryNumber(const FileLockValues &own) {
     const std::lock_guard guard(entryState.generatorMutex);
-    if (!entryState.generator || entryState.generatorOwner != executionID) {
-        entryState.generatorOwner = executionID;
-        entryState.generator.emplace(SumOfSignedCharacters(machineID) + SumOfSignedCharacters(executionID));
+    if (!entryState.generator || entryState.generatorOwner != own.executionID) {
+        entryState.generatorOwner = own.executionID;
+        entryState.generator.emplace(SumOfSignedCharacters(own.machineID) +
+                                     SumOfSignedCharacters(own.executionID));
     }
     return (entryState.generator->Next() >> 8) & 0xFFFF;
 }
 
-// Open to everyone whatever the umask: any user's process may have to work on the lock.
-int MakeLockDirectory(const char *path) {
-    const std::lock_guard guard(entryState.umaskMutex);
-    const mode_t formerMask = umask(0);
-    const int error = Posix_Mkdir(path, LOCK_DIRECTORY_MODE) == 0 ? 0 : errno;
-    umask(formerMask);
+int CreationFailure(const std::string &path, int error) {
+    Warning("FILE: %s creation failure on '%s': %s\n", CREATE_ENTRY_DIRECTORY, path.c_str(),
+            Err_ErrnoText(error));
     return error;
 }
 
-LockPlace RemoveForeignObject(const char *lockDir, const char *function, int *error) {
-    if (Posix_Unlink(lockDir) == 0) {
-        return LockPlace::StartOver;
-    }
-    Warning("FILE: %s: '%s' exists and is not a directory.\n", function, lockDir);
-    *error = ENOTDIR;
-    return LockPlace::Failed;
+int StatFailure(const std::string &path, int error) {
+    Warning("FILE: %s stat failure on '%s': %s\n", CREATE_ENTRY_DIRECTORY, path.c_str(),
+            Err_ErrnoText(error));
+    return error;
 }
 
-LockPlace MakeMissingLockDirectory(const char *lockDir, const char *function, int *error) {
-    *error = MakeLockDirectory(lockDir);
-    if (*error != 0 && *error != EEXIST) {
-        Warning("FILE: %s creation failure on '%s': %s\n", function, lockDir, Err_ErrnoText(*error));
-        return LockPlace::Failed;
+// What to do with something that is no directory, links wherever they lead among it. It may have gone, or
+// become a directory, since it was found.
+int HandleForeignObject(const LockDirectory &directory) {
+    mode_t type = 0;
+    const int error = directory.Type(&type);
+    if (error != 0) {
+        return error == ENOENT ? START_OVER : StatFailure(directory.path(), error);
     }
-    *error = 0;
-    return LockPlace::Ready;
+    if (type == S_IFREG) {
+        Log("FILE: %s: '%s' exists; an old style lock file?\n", CREATE_ENTRY_DIRECTORY,
+            directory.path().c_str());
+        return EAGAIN;
+    }
+    if (type != S_IFDIR && directory.Discard() != 0) {
+        Warning("FILE: %s: '%s' exists and is not a directory.\n", CREATE_ENTRY_DIRECTORY,
+                directory.path().c_str());
+        return ENOTDIR;
+    }
+    return START_OVER;
 }
 
-LockPlace PrepareLockDirectory(const char *lockDir, const char *function, int *error) {
-    struct stat status;
-    // A link is a foreign object wherever it leads: the scan deletes what is no lock file, and whoever may
-    // write beside a backup in /tmp could have that done to any folder.
-    if (Posix_Lstat(lockDir, &status) != 0) {
-        *error = errno;
-        if (*error == ENOENT) {
-            return MakeMissingLockDirectory(lockDir, function, error);
+int PrepareLockDirectory(LockDirectory *directory) {
+    int error = directory->Open();
+    if (error == ENOENT) {
+        error = directory->Make();
+        if (error != 0 && error != EEXIST) {
+            return CreationFailure(directory->path(), error);
         }
-        Warning("FILE: %s stat failure on '%s': %s\n", function, lockDir, Err_ErrnoText(*error));
-        return LockPlace::Failed;
+        error = directory->Open();
     }
-    if (S_ISDIR(status.st_mode)) {
-        return LockPlace::Ready;
+    switch (error) {
+        case 0:
+            return 0;
+        case ENOENT:
+            return START_OVER;
+        case ENOTDIR:
+        case ELOOP:
+            return HandleForeignObject(*directory);
+        default:
+            return StatFailure(directory->path(), error);
     }
-    if (S_ISREG(status.st_mode)) {
-        Log("FILE: %s: '%s' exists; an old style lock file?\n", function, lockDir);
-        *error = EAGAIN;
-        return LockPlace::Failed;
-    }
-    return RemoveForeignObject(lockDir, function, error);
 }
 
-FileLockEntry EntryForNumber(const char *lockDir, unsigned number) {
+void DrawNames(FileLockAttempt *attempt) {
+    const unsigned number = DrawEntryNumber(attempt->own);
     char name[16];
-    const std::string folder = std::string(lockDir) + "/";
-    FileLockEntry entry;
     Str_Sprintf(name, sizeof name, "D%05u%s", number, FILE_LOCK_SUFFIX);
-    entry.directoryPath = folder + name;
+    attempt->entryDirName = name;
     Str_Sprintf(name, sizeof name, "E%05u%s", number, FILE_LOCK_SUFFIX);
-    entry.filePath = folder + name;
+    attempt->entryName = name;
     Str_Sprintf(name, sizeof name, "M%05u%s", number, FILE_LOCK_SUFFIX);
-    entry.memberPath = folder + name;
-    entry.memberName = name;
-    return entry;
+    attempt->own.memberName = name;
 }
 
-bool MemberIsFree(const FileLockEntry &entry) {
+int MakeEntryDirectory(const LockDirectory &directory, const std::string &name) {
+    if (mkdirat(directory.fd(), name.c_str(), ENTRY_DIRECTORY_MODE) == 0) {
+        return 0;
+    }
+    // Another process has this number, or the lock directory has just been removed.
+    return errno == EEXIST || errno == ENOENT ? START_OVER : CreationFailure(directory.PathOf(name), errno);
+}
+
+bool MemberIsFree(const FileLockAttempt &attempt) {
     struct stat status;
-    return Posix_Stat(entry.memberPath.c_str(), &status) != 0 && errno == ENOENT;
+    return fstatat(attempt.directory.fd(), attempt.own.memberName.c_str(), &status, AT_SYMLINK_NOFOLLOW) !=
+               0 &&
+           errno == ENOENT;
+}
+
+// 0, START_OVER or an errno value.
+int TryToEnter(FileLockAttempt *attempt) {
+    LockDirectory &directory = attempt->directory;
+    {
+        const ClearedUmask forBothDirectories;
+        int error = PrepareLockDirectory(&directory);
+        if (error != 0) {
+            return error;
+        }
+        DrawNames(attempt);
+        error = MakeEntryDirectory(directory, attempt->entryDirName);
+        if (error != 0) {
+            return error;
+        }
+    }
+    if (MemberIsFree(*attempt)) {
+        return 0;
+    }
+    unlinkat(directory.fd(), attempt->entryDirName.c_str(), AT_REMOVEDIR);
+    return START_OVER;
 }
 
 }  // namespace
 
-int CreateEntryDirectory(const char *machineID, const char *executionID, const char *lockDir,
-                         FileLockEntry *entry) {
-    for (;;) {
-        int error = 0;
-        const LockPlace place = PrepareLockDirectory(lockDir, __func__, &error);
-        if (place == LockPlace::Failed) {
-            return error;
-        }
-        if (place == LockPlace::StartOver) {
-            continue;
-        }
-        *entry = EntryForNumber(lockDir, DrawEntryNumber(machineID, executionID));
-        error = MakeLockDirectory(entry->directoryPath.c_str());
-        if (error == EEXIST || error == ENOENT) {
-            continue;
-        }
-        if (error != 0) {
-            Warning("FILE: %s creation failure on '%s': %s\n", __func__, entry->directoryPath.c_str(),
-                    Err_ErrnoText(error));
-            return error;
-        }
-        if (MemberIsFree(*entry)) {
-            return 0;
-        }
-        Posix_Rmdir(entry->directoryPath.c_str());
+int CreateEntryDirectory(FileLockAttempt *attempt) {
+    const std::string &path = attempt->directory.path();
+    const int folderError = attempt->directory.FindFolder();
+    if (folderError != 0) {
+        return folderError == ENOENT ? CreationFailure(path, ENOENT) : StatFailure(path, folderError);
     }
+    for (int i = 0; i < MAX_TRIES; i++) {
+        const int error = TryToEnter(attempt);
+        if (error != START_OVER) {
+            return error;
+        }
+    }
+    return CreationFailure(path, EBUSY);
 }

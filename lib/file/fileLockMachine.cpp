@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstring>
 
 #include "lib/file/fileLockInternal.h"
 #include "lib/log/log.h"
@@ -8,8 +7,7 @@
 
 namespace {
 
-constexpr char UUID_PREFIX[] = "uuid=";
-constexpr size_t UUID_PREFIX_LENGTH = sizeof UUID_PREFIX - 1;
+constexpr std::string_view UUID_PREFIX = "uuid=";
 
 // Host name hash and hardware id, both little-endian.
 constexpr size_t HASH_BYTES = 4;
@@ -45,15 +43,15 @@ bool DecodeMachineID(std::string text, std::vector<uint8_t> *raw) {
 }
 
 // An id of the older form is known again by the hardware id alone.
-bool OldMachineIDMatch(const char *mine, const char *other) {
+bool OldMachineIDMatch(const std::string &mine, const std::string &other) {
     std::vector<uint8_t> rawMine;
     if (!DecodeMachineID(mine, &rawMine)) {
-        Warning("%s: unexpected decode problem #1 (%s)\n", __func__, mine);
+        Warning("%s: unexpected decode problem #1 (%s)\n", __func__, mine.c_str());
         return false;
     }
     std::vector<uint8_t> rawOther;
     if (!DecodeMachineID(other, &rawOther)) {
-        Warning("%s: unexpected decode problem #2 (%s)\n", __func__, other);
+        Warning("%s: unexpected decode problem #2 (%s)\n", __func__, other.c_str());
         return false;
     }
     return std::equal(rawMine.begin() + HASH_BYTES, rawMine.end(), rawOther.begin() + HASH_BYTES);
@@ -66,11 +64,11 @@ const char *FileLockGetMachineID() {
     return id.text;
 }
 
-bool FileLockMachineIDMatch(const char *mine, const char *other) {
-    const bool mineIsUuid = strncmp(mine, UUID_PREFIX, UUID_PREFIX_LENGTH) == 0;
-    const bool otherIsUuid = strncmp(other, UUID_PREFIX, UUID_PREFIX_LENGTH) == 0;
+bool FileLockMachineIDMatch(std::string_view mine, std::string_view other) {
+    const bool mineIsUuid = mine.starts_with(UUID_PREFIX);
+    const bool otherIsUuid = other.starts_with(UUID_PREFIX);
     if (mineIsUuid && !otherIsUuid) {
-        return OldMachineIDMatch(FileLockGetMachineID(), other);
+        return OldMachineIDMatch(FileLockGetMachineID(), std::string(other));
     }
-    return mineIsUuid == otherIsUuid && strcmp(mine, other) == 0;
+    return mineIsUuid == otherIsUuid && mine == other;
 }

@@ -1,15 +1,14 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "lib/err/errText.h"
 #include "lib/file/fileLockInternal.h"
-#include "lib/file/posix.h"
 #include "lib/log/log.h"
-#include "lib/misc/owners.h"
 #include "lib/string/str.h"
 
 namespace {
@@ -18,99 +17,106 @@ constexpr uint32_t CHECKSUM_START = 5381;
 constexpr size_t MIN_TOKENS = 4;  // machine id, execution id, Lamport number, lock type
 constexpr size_t MAX_TOKENS = 16;
 constexpr char NO_PAYLOAD[] = "[";
-constexpr char CHECKSUM_NAME[] = "lc";
+constexpr std::string_view CHECKSUM_NAME = "lc";
 
 // Why a member file counts as corrupt has been said where it showed; all of them end here.
 constexpr int MEMBER_CORRUPT = -1;
 
-const char MEMBER_VALUES[] = "FileLockMemberValues";
+constexpr char MEMBER_VALUES[] = "FileLockMemberValues";
+constexpr char CREATE_MEMBER_FILE[] = "CreateMemberFile";
 
-// The number of tokens, MAX_TOKENS + 1 when there are more.
-size_t SplitTokens(char *text, char *(&tokens)[MAX_TOKENS]) {
-    size_t count = 0;
-    char *rest = nullptr;
-    for (char *token = strtok_r(text, " ", &rest); token != nullptr; token = strtok_r(nullptr, " ", &rest)) {
-        if (count == MAX_TOKENS) {
-            return MAX_TOKENS + 1;
+// One more than MAX_TOKENS at most, which tells that there are too many.
+std::vector<std::string> SplitTokens(std::string_view text) {
+    std::vector<std::string> tokens;
+    while (tokens.size() <= MAX_TOKENS) {
+        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+        if (text.empty()) {
+            break;
         }
-        tokens[count++] = token;
+        const std::string_view token = text.substr(0, text.find(' '));
+        tokens.emplace_back(token);
+        text.remove_prefix(token.size());
     }
-    return count;
+    return tokens;
 }
 
-bool TakePair(char *pair, FileLockValues *member) {
-    char *divider = strchr(pair, '=');
-    if (divider == nullptr || divider == pair || divider[1] == '\0') {
+bool TakePair(std::string_view pair, FileLockValues *member) {
+    const size_t divider = pair.find('=');
+    if (divider == std::string_view::npos || divider == 0 || divider + 1 == pair.size()) {
         return false;
     }
-    *divider = '\0';
-    if (strcmp(pair, CHECKSUM_NAME) == 0) {
-        member->locationChecksum = divider + 1;
+    if (pair.substr(0, divider) == CHECKSUM_NAME) {
+        member->locationChecksum = pair.substr(divider + 1);
     }
     return true;
 }
 
-// Reads the whole record into a buffer that the caller has zeroed. 0, MEMBER_CORRUPT or an errno value.
-int ReadMemberFile(const char *path, char *buffer, size_t size) {
+// Reads the whole record. 0, MEMBER_CORRUPT or an errno value.
+int ReadMemberFile(const LockDirectory &directory, const std::string &name,
+                   char (&record)[FILE_LOCK_MEMBER_SIZE]) {
+    const std::string path = directory.PathOf(name);
     // Without blocking: a FIFO under the name of a member must not hold up the lock, nor may a link lead the
     // superuser to a device.
-    const FileDescriptor file(Posix_Open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+    const FileDescriptor file(
+        openat(directory.fd(), name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     if (!file) {
         const int error = errno;
         if (error == ELOOP) {
             return MEMBER_CORRUPT;
         }
         if (error != ENOENT) {
-            Warning("FILE: %s open failure on '%s': %s\n", MEMBER_VALUES, path, Err_ErrnoText(error));
+            Warning("FILE: %s open failure on '%s': %s\n", MEMBER_VALUES, path.c_str(), Err_ErrnoText(error));
         }
         return error;
     }
     struct stat status;
     if (fstat(file.get(), &status) != 0) {
         const int error = errno;
-        Warning("FILE: %s file size failure on '%s': %s\n", MEMBER_VALUES, path, Err_ErrnoText(error));
+        Warning("FILE: %s file size failure on '%s': %s\n", MEMBER_VALUES, path.c_str(),
+                Err_ErrnoText(error));
         return error;
     }
-    if (static_cast<size_t>(status.st_size) != size) {
-        Warning("FILE: %s file '%s': size %lu, required size %u\n", MEMBER_VALUES, path,
-                static_cast<unsigned long>(status.st_size), static_cast<unsigned>(size));
+    if (static_cast<size_t>(status.st_size) != sizeof record) {
+        Warning("FILE: %s file '%s': size %lu, required size %u\n", MEMBER_VALUES, path.c_str(),
+                static_cast<unsigned long>(status.st_size), static_cast<unsigned>(sizeof record));
         return MEMBER_CORRUPT;
     }
-    const ssize_t received = read(file.get(), buffer, size);
+    const ssize_t received = read(file.get(), record, sizeof record);
     if (received < 0) {
         const int error = errno;
-        Warning("FILE: %s read failure on '%s': %s\n", MEMBER_VALUES, path, Err_ErrnoText(error));
+        Warning("FILE: %s read failure on '%s': %s\n", MEMBER_VALUES, path.c_str(), Err_ErrnoText(error));
         return error;
     }
-    if (static_cast<size_t>(received) != size) {
-        Warning("FILE: %s read length issue on '%s': %u and %u\n", MEMBER_VALUES, path,
-                static_cast<unsigned>(size), static_cast<unsigned>(received));
+    if (static_cast<size_t>(received) != sizeof record) {
+        Warning("FILE: %s read length issue on '%s': %u and %u\n", MEMBER_VALUES, path.c_str(),
+                static_cast<unsigned>(sizeof record), static_cast<unsigned>(received));
         return EIO;
     }
     return 0;
 }
 
-int RemoveCorruptMember(const char *path) {
-    Warning("FILE: %s removing problematic lock file '%s'\n", MEMBER_VALUES, path);
-    return Posix_Unlink(path) == 0 ? ENOENT : errno;
+int RemoveCorruptMember(const LockDirectory &directory, const std::string &name) {
+    Warning("FILE: %s removing problematic lock file '%s'\n", MEMBER_VALUES, directory.PathOf(name).c_str());
+    const int error = directory.Discard(name.c_str());
+    return error == 0 ? ENOENT : error;
 }
 
-// Writes and closes. 0 or an errno value.
-int WriteMemberRecord(int entryFd, const char *record, const char *path, const char *function) {
-    const ssize_t written = write(entryFd, record, FILE_LOCK_MEMBER_SIZE);
+// Writes and closes.
+int WriteMemberRecord(FileDescriptor file, const char (&record)[FILE_LOCK_MEMBER_SIZE], const char *path) {
+    const ssize_t written = write(file.get(), record, sizeof record);
     const int writeError = errno;
-    const int closeError = close(entryFd) == 0 ? 0 : errno;
+    const int closeError = close(file.release()) == 0 ? 0 : errno;
     if (written < 0) {
-        Warning("FILE: %s write of '%s' failed: %s\n", function, path, Err_ErrnoText(writeError));
+        Warning("FILE: %s write of '%s' failed: %s\n", CREATE_MEMBER_FILE, path, Err_ErrnoText(writeError));
         return writeError;
     }
     if (closeError != 0) {
-        Warning("FILE: %s close of '%s' failed: %s\n", function, path, Err_ErrnoText(closeError));
+        Warning("FILE: %s close of '%s' failed: %s\n", CREATE_MEMBER_FILE, path, Err_ErrnoText(closeError));
         return closeError;
     }
-    if (static_cast<size_t>(written) != FILE_LOCK_MEMBER_SIZE) {
-        Warning("FILE: %s write length issue on '%s': %u and %zd\n", function, path,
-                static_cast<unsigned>(FILE_LOCK_MEMBER_SIZE), written);
+    if (static_cast<size_t>(written) != sizeof record) {
+        Warning("FILE: %s write length issue on '%s': %u and %zd\n", CREATE_MEMBER_FILE, path,
+                static_cast<unsigned>(sizeof record), written);
         return EIO;
     }
     return 0;
@@ -118,35 +124,35 @@ int WriteMemberRecord(int entryFd, const char *record, const char *path, const c
 
 }  // namespace
 
-std::string FileLockLocationChecksum(const char *lockDir) {
+std::string FileLockLocationChecksum(const std::string &lockDir) {
     uint32_t sum = CHECKSUM_START;
-    for (; *lockDir != '\0'; lockDir++) {
-        sum = sum * 33 + static_cast<uint32_t>(static_cast<signed char>(*lockDir));
+    for (const char character : lockDir) {
+        sum = sum * 33 + static_cast<uint32_t>(static_cast<signed char>(character));
     }
-    char text[16];
-    Str_Sprintf(text, sizeof text, "%u", sum);
-    return text;
+    return std::to_string(sum);
 }
 
-bool FileLockParseMember(char *text, FileLockValues *member) {
-    char *tokens[MAX_TOKENS];
-    const size_t count = SplitTokens(text, tokens);
-    if (count < MIN_TOKENS || count > MAX_TOKENS) {
+bool FileLockParseMember(std::string_view record, FileLockValues *member) {
+    const std::vector<std::string> tokens = SplitTokens(record.substr(0, record.find('\0')));
+    if (tokens.size() < MIN_TOKENS || tokens.size() > MAX_TOKENS) {
         return false;
     }
-    member->payload = count > MIN_TOKENS && strcmp(tokens[4], NO_PAYLOAD) != 0 ? tokens[4] : nullptr;
-    member->locationChecksum = nullptr;
-    for (size_t i = MIN_TOKENS + 1; i < count; i++) {
+    member->payload.reset();
+    if (tokens.size() > MIN_TOKENS && tokens[4] != NO_PAYLOAD) {
+        member->payload = tokens[4];
+    }
+    member->locationChecksum.reset();
+    for (size_t i = MIN_TOKENS + 1; i < tokens.size(); i++) {
         if (!TakePair(tokens[i], member)) {
             return false;
         }
     }
-    if (sscanf(tokens[2], "%u", &member->lamportNumber) != 1) {
+    if (sscanf(tokens[2].c_str(), "%u", &member->lamportNumber) != 1) {
         Warning("FILE: %s Lamport number conversion error\n", MEMBER_VALUES);
         return false;
     }
-    if (strcmp(tokens[3], FILE_LOCK_SHARED) != 0 && strcmp(tokens[3], FILE_LOCK_EXCLUSIVE) != 0) {
-        Warning("FILE: %s unknown lock type '%s'\n", MEMBER_VALUES, tokens[3]);
+    if (tokens[3] != FILE_LOCK_SHARED && tokens[3] != FILE_LOCK_EXCLUSIVE) {
+        Warning("FILE: %s unknown lock type '%s'\n", MEMBER_VALUES, tokens[3].c_str());
         return false;
     }
     member->machineID = tokens[0];
@@ -155,35 +161,36 @@ bool FileLockParseMember(char *text, FileLockValues *member) {
     return true;
 }
 
-int FileLockMemberValues(const char *lockDir, const char *name, char *buffer, size_t size,
-                         FileLockValues *member) {
-    const std::string path = std::string(lockDir) + "/" + name;
-    int error = ReadMemberFile(path.c_str(), buffer, size);
-    buffer[size] = '\0';
-    if (error == 0 && !FileLockParseMember(buffer, member)) {
+int FileLockMemberValues(const LockDirectory &directory, const std::string &name, FileLockValues *member) {
+    char record[FILE_LOCK_MEMBER_SIZE];
+    int error = ReadMemberFile(directory, name, record);
+    if (error == 0 && !FileLockParseMember({record, sizeof record}, member)) {
         error = MEMBER_CORRUPT;
     }
     if (error == MEMBER_CORRUPT) {
-        return RemoveCorruptMember(path.c_str());
+        return RemoveCorruptMember(directory, name);
     }
     member->memberName = name;
     return error;
 }
 
-int CreateMemberFile(int entryFd, FileLockValues *own, const FileLockEntry &entry) {
-    own->lamportNumber++;
+int CreateMemberFile(FileDescriptor entryFile, FileLockAttempt *attempt) {
+    FileLockValues &own = attempt->own;
+    own.lamportNumber++;
     char record[FILE_LOCK_MEMBER_SIZE] = {};
-    Str_Sprintf(record, sizeof record, "%s %s %u %s %s lc=%s", own->machineID, own->executionID,
-                own->lamportNumber, own->lockType, own->payload != nullptr ? own->payload : NO_PAYLOAD,
-                own->locationChecksum);
-    const int error = WriteMemberRecord(entryFd, record, entry.filePath.c_str(), __func__);
+    Str_Sprintf(record, sizeof record, "%s %s %u %s %s lc=%s", own.machineID.c_str(), own.executionID.c_str(),
+                own.lamportNumber, own.lockType.c_str(), own.payload.value_or(NO_PAYLOAD).c_str(),
+                own.locationChecksum.value_or("").c_str());
+    const std::string entryPath = attempt->directory.PathOf(attempt->entryName);
+    const int error = WriteMemberRecord(std::move(entryFile), record, entryPath.c_str());
     if (error != 0) {
         return error;
     }
-    if (Posix_Rename(entry.filePath.c_str(), entry.memberPath.c_str()) != 0) {
+    const int directory = attempt->directory.fd();
+    if (renameat(directory, attempt->entryName.c_str(), directory, own.memberName.c_str()) != 0) {
         const int renameError = errno;
-        Warning("FILE: %s FileRename of '%s' to '%s' failed: %s\n", __func__, entry.filePath.c_str(),
-                entry.memberPath.c_str(), Err_ErrnoText(renameError));
+        Warning("FILE: %s FileRename of '%s' to '%s' failed: %s\n", CREATE_MEMBER_FILE, entryPath.c_str(),
+                attempt->directory.PathOf(own.memberName).c_str(), Err_ErrnoText(renameError));
         return renameError;
     }
     return 0;

@@ -20,7 +20,7 @@ namespace {
 constexpr size_t STAT_BUFFER_SIZE = 1024;
 // Field 22 of the file is the start time; the state, field 3, is the first one behind the command name.
 constexpr int START_TIME_FIELD_BEHIND_NAME = 20;
-constexpr char CREATION_TIME_PREFIX[] = "pc=";
+constexpr std::string_view CREATION_TIME_PREFIX = "pc=";
 
 struct OwnProcess {
     std::atomic<int> pidOverride = 0;
@@ -111,22 +111,21 @@ bool IsValidProcess(int pid) {
     return true;
 }
 
-bool FileLockValidOwner(const char *executionID, const char *payload) {
+bool FileLockValidOwner(const std::string &executionID, const std::optional<std::string> &payload) {
     int pid = 0;
-    if (sscanf(executionID, "%d", &pid) != 1) {
-        Warning("FILE: %s pid conversion error on %s. Assuming valid.\n", __func__, executionID);
+    if (sscanf(executionID.c_str(), "%d", &pid) != 1) {
+        Warning("FILE: %s pid conversion error on %s. Assuming valid.\n", __func__, executionID.c_str());
         return true;
     }
     if (!IsValidProcess(pid)) {
         return false;
     }
-    constexpr size_t prefixLength = sizeof CREATION_TIME_PREFIX - 1;
-    if (payload == nullptr || strncmp(payload, CREATION_TIME_PREFIX, prefixLength) != 0) {
+    if (!payload.has_value() || !payload->starts_with(CREATION_TIME_PREFIX)) {
         return true;
     }
     unsigned long recordedTime = 0;
-    if (sscanf(payload + prefixLength, "%lu", &recordedTime) != 1) {
-        Warning("FILE: %s payload conversion error on %s. Assuming valid.\n", __func__, payload);
+    if (sscanf(payload->c_str() + CREATION_TIME_PREFIX.size(), "%lu", &recordedTime) != 1) {
+        Warning("FILE: %s payload conversion error on %s. Assuming valid.\n", __func__, payload->c_str());
         return true;
     }
     const unsigned long presentTime = FileLockProcessCreationTime(pid);

@@ -1,67 +1,50 @@
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "lib/err/errText.h"
+#include "lib/file/fileLock.h"
 #include "lib/file/fileLockInternal.h"
-#include "lib/file/posix.h"
 #include "lib/log/log.h"
-#include "lib/misc/owners.h"
 
 namespace {
 
 constexpr uint32_t SCAN_PAUSE_MSEC = 200;
 constexpr uint32_t STUCK_AGE_MSEC = 8000;
+// The time in which an entry that was there at the start is seen to be stuck, cleared, and gone.
+constexpr uint32_t DOORWAY_LIMIT_MSEC = STUCK_AGE_MSEC + 2 * SCAN_PAUSE_MSEC;
 constexpr size_t DIGITS_IN_NAME = 5;
 
-const char SCAN_DIRECTORY[] = "ScanDirectory";
+constexpr char SCAN_DIRECTORY[] = "ScanDirectory";
+constexpr char SCANNER[] = "Scanner";
+constexpr char REMOVE_LOCKING_FILE[] = "RemoveLockingFile";
 
-// 0 or an errno value.
-int ReadNames(const char *lockDir, std::vector<std::string> *names) {
-    const Directory directory(Posix_Opendir(lockDir));
-    if (directory == nullptr) {
-        return errno;
-    }
-    for (;;) {
-        errno = 0;
-        const dirent *item = readdir(directory.get());
-        if (item == nullptr) {
-            return errno;
-        }
-        if (strcmp(item->d_name, ".") != 0 && strcmp(item->d_name, "..") != 0) {
-            names->push_back(item->d_name);
-        }
-    }
-}
-
-void MarkActive(const std::string &dirName, FileLockValues *own) {
-    for (ActiveLock &active : own->activeList) {
+void MarkActive(const std::string &dirName, std::vector<ActiveLock> *activeList) {
+    for (ActiveLock &active : *activeList) {
         if (active.dirName == dirName) {
             active.marked = true;
             return;
         }
     }
-    own->activeList.push_back(ActiveLock{0, true, dirName});
+    activeList->push_back(ActiveLock{0, true, dirName});
 }
 
 // Clears out what is no lock file, notes the doorways, and leaves the members in *names.
-int FirstPass(const char *lockDir, FileLockValues *own, bool cleanUp, std::vector<std::string> *names) {
+int FirstPass(FileLockAttempt *attempt, bool cleanUp, std::vector<std::string> *names) {
     std::vector<std::string> members;
     for (std::string &name : *names) {
         if (!FileLockIsValidName(name)) {
             Log("FILE: %s discarding %s from %s'; invalid file name.\n", SCAN_DIRECTORY, name.c_str(),
-                lockDir);
-            const int error = RemoveLockingFile(lockDir, name.c_str());
+                attempt->directory.path().c_str());
+            const int error = RemoveLockingFile(attempt->directory, name);
             if (error != 0) {
                 return error;
             }
         } else if (name.front() == 'M') {
             members.push_back(std::move(name));
         } else if (name.front() == 'D' && cleanUp) {
-            MarkActive(name, own);
+            MarkActive(name, &attempt->activeList);
         }
     }
     *names = std::move(members);
@@ -76,45 +59,46 @@ const char *ReasonToDiscard(const FileLockValues &member, const FileLockValues &
     if (!FileLockValidOwner(member.executionID, member.payload)) {
         return "invalid executionID.";
     }
-    if (strcmp(member.executionID, own.executionID) == 0 && member.locationChecksum != nullptr &&
-        strcmp(member.locationChecksum, own.locationChecksum) != 0) {
+    if (member.executionID == own.executionID && member.locationChecksum.has_value() &&
+        member.locationChecksum != own.locationChecksum) {
         return "lock file has been moved.";
     }
     return nullptr;
 }
 
-int JudgeMember(const char *lockDir, const char *name, FileLockScanner scanner, FileLockValues *own) {
-    if (strcmp(name, own->memberName) == 0) {
-        return scanner(lockDir, name, own, own);
+int JudgeMember(const std::string &name, FileLockScanner scanner, FileLockAttempt *attempt) {
+    if (name == attempt->own.memberName) {
+        return scanner(attempt->own, attempt);
     }
-    char buffer[FILE_LOCK_MEMBER_SIZE + 1];
-    FileLockValues member{};
-    const int error = FileLockMemberValues(lockDir, name, buffer, FILE_LOCK_MEMBER_SIZE, &member);
+    FileLockValues member;
+    const int error = FileLockMemberValues(attempt->directory, name, &member);
     if (error != 0) {
         return error == ENOENT ? 0 : error;
     }
-    const char *reason = ReasonToDiscard(member, *own);
+    const char *reason = ReasonToDiscard(member, attempt->own);
     if (reason != nullptr) {
-        Log("FILE: %s discarding %s from %s': %s\n", SCAN_DIRECTORY, name, lockDir, reason);
-        return RemoveLockingFile(lockDir, name);
+        Log("FILE: %s discarding %s from %s': %s\n", SCAN_DIRECTORY, name.c_str(),
+            attempt->directory.path().c_str(), reason);
+        return RemoveLockingFile(attempt->directory, name);
     }
-    return scanner(lockDir, name, &member, own);
+    return scanner(member, attempt);
 }
 
 // While anybody stands in the doorway, a waiter does not judge the members.
-int ScanTurn(const char *lockDir, FileLockScanner scanner, FileLockValues *own, bool cleanUp) {
+int ScanTurn(FileLockScanner scanner, FileLockAttempt *attempt, bool cleanUp) {
     std::vector<std::string> names;
-    const int readError = ReadNames(lockDir, &names);
+    const int readError = attempt->directory.Names(&names);
     if (readError != 0) {
-        Log("FILE: %s: Could not read the directory '%s': %d\n", SCAN_DIRECTORY, lockDir, readError);
+        Log("FILE: %s: Could not read the directory '%s': %d\n", SCAN_DIRECTORY,
+            attempt->directory.path().c_str(), readError);
         return EDOM;
     }
-    const int passError = FirstPass(lockDir, own, cleanUp, &names);
-    if (passError != 0 || !own->activeList.empty()) {
+    const int passError = FirstPass(attempt, cleanUp, &names);
+    if (passError != 0 || !attempt->activeList.empty()) {
         return passError;
     }
     for (const std::string &name : names) {
-        const int error = JudgeMember(lockDir, name.c_str(), scanner, own);
+        const int error = JudgeMember(name, scanner, attempt);
         if (error != 0) {
             return error;
         }
@@ -122,28 +106,23 @@ int ScanTurn(const char *lockDir, FileLockScanner scanner, FileLockValues *own, 
     return 0;
 }
 
-// The process of this entry is taken for dead.
-void ClearStuckEntry(const char *lockDir, const std::string &dirName) {
-    Log("FILE: %s discarding %s data from '%s'.\n", "Scanner", dirName.c_str(), lockDir);
-    const std::string folder = std::string(lockDir) + "/";
+// The process of this entry is taken for dead. An entry that cannot be removed would block every waiter
+// again and again, so that it ends the wait.
+int ClearStuckEntry(const LockDirectory &directory, const std::string &dirName) {
+    Log("FILE: %s discarding %s data from '%s'.\n", SCANNER, dirName.c_str(), directory.path().c_str());
     const std::string rest = dirName.substr(1);
-    Posix_Unlink((folder + "M" + rest).c_str());
-    Posix_Unlink((folder + "E" + rest).c_str());
-    const std::string doorway = folder + dirName;
-    if (Posix_Rmdir(doorway.c_str()) != 0 && errno == ENOTDIR) {
-        Posix_Unlink(doorway.c_str());  // no doorway of ours, but it blocks like one
+    directory.Discard(("M" + rest).c_str());
+    directory.Discard(("E" + rest).c_str());
+    int error = directory.Discard(dirName.c_str(), AT_REMOVEDIR);
+    if (error == ENOTDIR) {  // no doorway of ours, but it blocks like one
+        error = directory.Discard(dirName.c_str());
     }
+    return error != ENOENT ? error : 0;
 }
 
-// A name that is not ASCII is given to the kernel as the directory told it: it need not be valid in the
-// encoding that paths are converted to.
-int DeleteByName(const char *lockDir, const char *name) {
-    const bool isAscii = std::all_of(name, name + strlen(name), [](char c) { return (c & 0x80) == 0; });
-    if (isAscii) {
-        return Posix_Unlink((std::string(lockDir) + "/" + name).c_str());
-    }
-    const FileDescriptor directory(Posix_Open(lockDir, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    return directory ? unlinkat(directory.get(), name, 0) : -1;
+bool DoorwayWaitHasRunOut(const FileLockAttempt &attempt) {
+    return attempt.msecMaxWaitTime != FILE_LOCK_INFINITE_WAIT && attempt.doorwayTime > DOORWAY_LIMIT_MSEC &&
+           attempt.doorwayTime - DOORWAY_LIMIT_MSEC > attempt.msecMaxWaitTime;
 }
 
 }  // namespace
@@ -158,47 +137,59 @@ bool FileLockIsValidName(std::string_view name) {
            name.substr(1 + DIGITS_IN_NAME).ends_with(FILE_LOCK_SUFFIX);
 }
 
-void FileLockAgeActiveList(const char *lockDir, FileLockValues *own) {
+int FileLockAgeActiveList(FileLockAttempt *attempt) {
     std::vector<ActiveLock> stillActive;
-    for (ActiveLock &active : own->activeList) {
+    for (ActiveLock &active : attempt->activeList) {
         if (!active.marked) {
             continue;
         }
         if (active.age > STUCK_AGE_MSEC) {
-            ClearStuckEntry(lockDir, active.dirName);
+            const int error = ClearStuckEntry(attempt->directory, active.dirName);
+            if (error != 0) {
+                attempt->doorwayStuck = true;
+                return error;
+            }
             continue;
         }
         active.age += SCAN_PAUSE_MSEC;
         active.marked = false;
         stillActive.push_back(std::move(active));
     }
-    own->activeList = std::move(stillActive);
-}
-
-int ScanDirectory(const char *lockDir, FileLockScanner scanner, FileLockValues *own, bool cleanUp) {
-    for (;;) {
-        const int error = ScanTurn(lockDir, scanner, own, cleanUp);
-        if (error > 0 || own->activeList.empty()) {
-            own->activeList.clear();
-            return error;
-        }
-        FileLockAgeActiveList(lockDir, own);
-        FileLockSleep(SCAN_PAUSE_MSEC);
-    }
-}
-
-int FileLockNumberScan([[maybe_unused]] const char *lockDir, [[maybe_unused]] const char *name,
-                       const FileLockValues *member, FileLockValues *own) {
-    own->lamportNumber = std::max(own->lamportNumber, member->lamportNumber);
+    attempt->activeList = std::move(stillActive);
     return 0;
 }
 
-int RemoveLockingFile(const char *lockDir, const char *name) {
-    if (DeleteByName(lockDir, name) == 0 || errno == ENOENT) {
+int ScanDirectory(FileLockAttempt *attempt, FileLockScanner scanner, bool cleanUp) {
+    for (;;) {
+        int error = ScanTurn(scanner, attempt, cleanUp);
+        if (error > 0 || attempt->activeList.empty()) {
+            return error;
+        }
+        error = FileLockAgeActiveList(attempt);
+        if (error == 0 && DoorwayWaitHasRunOut(*attempt)) {
+            Log("FILE: %s timeout on '%s' due to entry directories\n", SCAN_DIRECTORY,
+                attempt->directory.path().c_str());
+            error = EAGAIN;
+        }
+        if (error != 0) {
+            return error;
+        }
+        FileLockSleep(SCAN_PAUSE_MSEC);
+        attempt->doorwayTime += SCAN_PAUSE_MSEC;
+    }
+}
+
+int FileLockNumberScan(const FileLockValues &member, FileLockAttempt *attempt) {
+    attempt->own.lamportNumber = std::max(attempt->own.lamportNumber, member.lamportNumber);
+    return 0;
+}
+
+int RemoveLockingFile(const LockDirectory &directory, const std::string &name) {
+    const int error = directory.Discard(name.c_str());
+    if (error == 0 || error == ENOENT) {
         return 0;
     }
-    const int error = errno;
-    const std::string path = std::string(lockDir) + "/" + name;
-    Warning("FILE: %s of '%s' failed: %s\n", __func__, path.c_str(), Err_ErrnoText(error));
+    Warning("FILE: %s of '%s' failed: %s\n", REMOVE_LOCKING_FILE, directory.PathOf(name).c_str(),
+            Err_ErrnoText(error));
     return error;
 }

@@ -1,13 +1,12 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "lib/file/fileLock.h"
 #include "lib/file/fileLockInternal.h"
-#include "lib/file/posix.h"
 #include "lib/log/log.h"
 
 namespace {
@@ -18,61 +17,60 @@ constexpr unsigned SHORT_PAUSES_UP_TO = 20;
 constexpr unsigned LAST_LOOP_COUNTER = 40;
 constexpr uint32_t SLEEP_SLICE_MSEC = 900;
 
-const char WAIT_FOR_POSSESSION[] = "WaitForPossession";
+constexpr char WAIT_FOR_POSSESSION[] = "WaitForPossession";
 
 // Ties break by name, so that the order between two tickets is total.
 bool IsAhead(const FileLockValues &member, const FileLockValues &own) {
     if (member.lamportNumber != own.lamportNumber) {
         return member.lamportNumber < own.lamportNumber;
     }
-    return strcmp(member.memberName, own.memberName) < 0;
+    return member.memberName < own.memberName;
 }
 
 bool IsExclusive(const FileLockValues &values) {
-    return strcmp(values.lockType, FILE_LOCK_EXCLUSIVE) == 0;
+    return values.lockType == FILE_LOCK_EXCLUSIVE;
 }
 
-bool WaitHasRunOut(const FileLockValues &own) {
-    return own.msecMaxWaitTime != FILE_LOCK_INFINITE_WAIT && own.msecMaxWaitTime < own.waitTime;
+bool WaitHasRunOut(const FileLockAttempt &attempt) {
+    return attempt.msecMaxWaitTime != FILE_LOCK_INFINITE_WAIT && attempt.msecMaxWaitTime < attempt.waitTime;
 }
 
-void Pause(unsigned loopCounter, FileLockValues *own) {
+void Pause(unsigned loopCounter, FileLockAttempt *attempt) {
     const uint32_t pause = FileLockPauseLength(loopCounter);
-    own->waitTime += pause;
+    attempt->waitTime += pause;
     for (uint32_t slept = 0; slept < pause; slept += SLEEP_SLICE_MSEC) {
         FileLockSleep(std::min(SLEEP_SLICE_MSEC, pause - slept));
     }
 }
 
-int MemberStatus(const std::string &path) {
+int MemberStatus(const LockDirectory &directory, const std::string &name) {
     struct stat status;
-    return Posix_Stat(path.c_str(), &status) == 0 ? 0 : errno;
+    return fstatat(directory.fd(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
 // The name alone does not tell a member: numbers are drawn again, and processes whose seeds agree draw the
 // same ones. Who takes a name anew has seen the waiter's ticket, so that the two tickets under the name
 // differ and the new one is not ahead.
-bool HasMadeWayForAnother(const char *lockDir, const char *name, const FileLockValues &member) {
-    char buffer[FILE_LOCK_MEMBER_SIZE + 1];
-    FileLockValues present{};
-    const int error = FileLockMemberValues(lockDir, name, buffer, FILE_LOCK_MEMBER_SIZE, &present);
+bool HasMadeWayForAnother(const LockDirectory &directory, const FileLockValues &member) {
+    FileLockValues present;
+    const int error = FileLockMemberValues(directory, member.memberName, &present);
     return error == ENOENT || (error == 0 && present.lamportNumber != member.lamportNumber);
 }
 
 int RunOut(const std::string &path, const FileLockValues &member, bool local) {
     if (local) {
         Log("FILE: %s timeout on '%s' due to a local process (%s)\n", WAIT_FOR_POSSESSION, path.c_str(),
-            member.executionID);
+            member.executionID.c_str());
     } else {
         Log("FILE: %s timeout on '%s' due to another machine (%s)\n", WAIT_FOR_POSSESSION, path.c_str(),
-            member.machineID);
+            member.machineID.c_str());
     }
     return EAGAIN;
 }
 
-int ClearDeadOwner(const char *lockDir, const char *name, const std::string &path) {
+int ClearDeadOwner(const LockDirectory &directory, const std::string &name, const std::string &path) {
     Warning("FILE: %s discarding file '%s'; invalid executionID.\n", WAIT_FOR_POSSESSION, path.c_str());
-    return RemoveLockingFile(lockDir, name);
+    return RemoveLockingFile(directory, name);
 }
 
 }  // namespace
@@ -93,31 +91,32 @@ void FileLockSleep(uint32_t msec) {
     }
 }
 
-int WaitForPossession(const char *lockDir, const char *name, const FileLockValues *member,
-                      FileLockValues *own) {
-    if (!IsAhead(*member, *own) || (!IsExclusive(*member) && !IsExclusive(*own))) {
+int WaitForPossession(const FileLockValues &member, FileLockAttempt *attempt) {
+    const FileLockValues &own = attempt->own;
+    if (!IsAhead(member, own) || (!IsExclusive(member) && !IsExclusive(own))) {
         return 0;
     }
-    const bool local = FileLockMachineIDMatch(own->machineID, member->machineID);
-    const std::string path = std::string(lockDir) + "/" + name;
+    const LockDirectory &directory = attempt->directory;
+    const bool local = FileLockMachineIDMatch(own.machineID, member.machineID);
+    const std::string path = directory.PathOf(member.memberName);
     for (unsigned loopCounter = 0;; loopCounter = std::min(loopCounter + 1, LAST_LOOP_COUNTER)) {
-        if (own->msecMaxWaitTime == FILE_LOCK_TRYLOCK_WAIT) {
+        if (attempt->msecMaxWaitTime == FILE_LOCK_TRYLOCK_WAIT) {
             return EAGAIN;
         }
-        if (WaitHasRunOut(*own)) {
-            return RunOut(path, *member, local);
+        if (WaitHasRunOut(*attempt)) {
+            return RunOut(path, member, local);
         }
-        Pause(loopCounter, own);
-        int error = MemberStatus(path);
-        if (error == ENOENT || (error == 0 && HasMadeWayForAnother(lockDir, name, *member))) {
+        Pause(loopCounter, attempt);
+        int error = MemberStatus(directory, member.memberName);
+        if (error == ENOENT || (error == 0 && HasMadeWayForAnother(directory, member))) {
             return 0;
         }
         if (error == 0) {
-            if (!local || FileLockValidOwner(member->executionID, member->payload)) {
+            if (!local || FileLockValidOwner(member.executionID, member.payload)) {
                 continue;
             }
-            error = ClearDeadOwner(lockDir, name, path);
+            error = ClearDeadOwner(directory, member.memberName, path);
         }
-        return error == EAGAIN ? RunOut(path, *member, local) : error;
+        return error == EAGAIN ? RunOut(path, member, local) : error;
     }
 }

@@ -22,33 +22,32 @@ TEST(FileLockNames, AcceptsALetterFiveDigitsAndTheSuffix) {
 TEST(FileLockMember, ReadsEveryFormOfARecord) {
     const struct {
         std::string text;
-        const char *payload, *checksum;
+        std::optional<std::string> payload, checksum;
         uint32_t ticket;
     } cases[] = {
-        {"id 12 7 X", nullptr, nullptr, 7},
-        {"id 12 7 S [", nullptr, nullptr, 7},
+        {"id 12 7 X", {}, {}, 7},
+        {"id 12 7 S [", {}, {}, 7},
         {"id 12 7 X 4711 other=1 lc=99 more=a=b", "4711", "99", 7},
-        {"id 12 4294967295 S pc=5", "pc=5", nullptr, 4294967295u},
-        {"id 12 7 X p 6=6 7=7 8=8 9=9 a=a b=b c=c d=d e=e f=f g=g", "p", nullptr, 7},
+        {"id 12 4294967295 S pc=5", "pc=5", {}, 4294967295u},
+        {"id 12 7 X p 6=6 7=7 8=8 9=9 a=a b=b c=c d=d e=e f=f g=g", "p", {}, 7},
     };
     for (const auto &c : cases) {
-        std::string text = c.text;
-        FileLockValues member{};
-        ASSERT_TRUE(FileLockParseMember(text.data(), &member)) << c.text;
-        EXPECT_STREQ(member.machineID, "id") << c.text;
-        EXPECT_STREQ(member.executionID, "12") << c.text;
-        EXPECT_STREQ(member.payload, c.payload) << c.text;
-        EXPECT_STREQ(member.locationChecksum, c.checksum) << c.text;
+        FileLockValues member;
+        ASSERT_TRUE(FileLockParseMember(c.text, &member)) << c.text;
+        EXPECT_EQ(member.machineID, "id") << c.text;
+        EXPECT_EQ(member.executionID, "12") << c.text;
+        EXPECT_EQ(member.payload, c.payload) << c.text;
+        EXPECT_EQ(member.locationChecksum, c.checksum) << c.text;
         EXPECT_EQ(member.lamportNumber, c.ticket) << c.text;
     }
 }
 
 TEST(FileLockMember, RefusesWhatIsNoRecord) {
-    for (std::string text :
+    for (const char *text :
          {"id 12 7", "id 12 seven X", "id 12 7 x", "id 12 7 X [ lc", "id 12 7 X [ =99",
           "id 12 7 X [ lc=", "id 12 7 X p 6=6 7=7 8=8 9=9 a=a b=b c=c d=d e=e f=f g=g h=h"}) {
-        FileLockValues member{};
-        EXPECT_FALSE(FileLockParseMember(text.data(), &member)) << text.c_str();
+        FileLockValues member;
+        EXPECT_FALSE(FileLockParseMember(text, &member)) << text;
     }
 }
 
@@ -90,7 +89,7 @@ TEST(FileLockMachine, MatchesByTheFormsOfBothIDs) {
         {"uuid=1-2", "AAAA", false},
     };
     for (const auto &[mine, other, match] : cases) {
-        EXPECT_EQ(FileLockMachineIDMatch(mine.c_str(), other.c_str()), match) << mine << " " << other;
+        EXPECT_EQ(FileLockMachineIDMatch(mine, other), match) << mine << " " << other;
     }
 }
 
@@ -113,6 +112,6 @@ TEST(FileLockOwner, DeadProcessesAndReusedNumbersAreNoOwners) {
         {alive, "pc=x", true},          {"x", "pc=1", true},
     };
     for (const auto &[executionID, payload, valid] : cases) {
-        EXPECT_EQ(FileLockValidOwner(executionID.c_str(), payload.c_str()), valid) << executionID + payload;
+        EXPECT_EQ(FileLockValidOwner(executionID, payload), valid) << executionID + payload;
     }
 }

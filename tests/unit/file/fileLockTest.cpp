@@ -1,16 +1,23 @@
 #include "lib/file/fileLock.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
-#include <cstring>
+#include <csignal>
 #include <filesystem>
+#include <numeric>
 #include <thread>
 
 #include "lib/file/fileLockInternal.h"
+#include "lib/misc/tt800.h"
 #include "tests/support/command.h"
+#include "tests/support/generalLog.h"
 #include "tests/support/otherProcess.h"
 #include "tests/support/tempFolder.h"
 
@@ -32,7 +39,10 @@ class FileLock : public testing::Test {
         EXPECT_EQ(error, expectedError);
         return token;
     }
-    void Unlock(FileLockToken *token) { EXPECT_EQ(FileLock_Unlock(path_.c_str(), token), 0); }
+    void Unlock(FileLockToken *token) {
+        ASSERT_NE(token, nullptr) << "no lock was granted";
+        EXPECT_EQ(FileLock_Unlock(path_.c_str(), token), 0);
+    }
 
     void Put(const std::string &name, std::string content, size_t size = FILE_LOCK_MEMBER_SIZE) {
         fs::create_directory(lockDir_);
@@ -51,19 +61,50 @@ class FileLock : public testing::Test {
                std::to_string(ticket) + " " + rest;
     }
 
+    // An attempt in the lock directory that is in nobody's way.
+    FileLockAttempt Attempt() {
+        fs::create_directory(lockDir_);
+        FileLockAttempt attempt{.directory = LockDirectory(lockDir_)};
+        EXPECT_EQ(attempt.directory.FindFolder(), 0);
+        EXPECT_EQ(attempt.directory.Open(), 0);
+        FileLockValues &own = attempt.own;
+        own.machineID = own.executionID = "own";
+        own.locationChecksum = "own";
+        own.lockType = "X";
+        own.memberName = "M50000.lck";
+        own.lamportNumber = 7;
+        return attempt;
+    }
+
     TempFolder folder_;
     const std::string path_ = folder_ / "database";
     const std::string lockDir_ = path_ + ".lck";
 };
 
-// A waiter that is in nobody's way.
-FileLockValues OwnValues() {
-    FileLockValues own{};
-    own.machineID = own.executionID = own.locationChecksum = "own";
-    own.lockType = FILE_LOCK_EXCLUSIVE;
-    own.memberName = "M50000.lck";
-    own.lamportNumber = 7;
-    return own;
+bool BecomeOtherUser() {
+    constexpr uid_t NOBODY = 65534;
+    return geteuid() != 0 || setresuid(NOBODY, NOBODY, NOBODY) == 0;
+}
+
+// Exchanges its own empty directory at `place` with a link to `target` as fast as it can, for ever.
+[[noreturn]] void ExchangeWithoutEnd(const std::string &place, const std::string &spare,
+                                     const std::string &target, std::atomic<int> *exchanges) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    BecomeOtherUser();
+    for (;;) {
+        if (renameat2(AT_FDCWD, place.c_str(), AT_FDCWD, spare.c_str(), RENAME_EXCHANGE) == 0) {
+            (*exchanges)++;
+            continue;
+        }
+        for (const std::string &path : {place, spare}) {
+            rmdir(path.c_str());
+            unlink(path.c_str());
+        }
+        mkdir(place.c_str(), 0777);
+        if (symlink(target.c_str(), spare.c_str()) != 0) {
+            sched_yield();
+        }
+    }
 }
 
 }  // namespace
@@ -103,19 +144,25 @@ TEST_F(FileLock, SpellingsOfOnePathMeet) {
     fs::create_directory(folder_ / "sub");
     const fs::path former = fs::current_path();
     fs::current_path(folder_.Path());
+    int error = -1;
     for (const char *spelling : {"database", "./database", "sub/../database"}) {
-        int error = -1;
         EXPECT_EQ(FileLock_Lock(spelling, false, 0, &error), nullptr) << spelling;
         EXPECT_EQ(error, 0) << spelling;
     }
+    fs::create_directory_symlink(".", folder_ / "link");
+    EXPECT_EQ(FileLock_Lock((folder_ / "link/database").c_str(), false, 0, &error), nullptr);
     EXPECT_EQ(FileLock_Unlock("sub/..//database", token), 0);
+    token = FileLock_Lock((folder_ / "link/database").c_str(), false, 0, &error);
+    EXPECT_EQ(FileLock_Lock("database", false, 0, &error), nullptr);
     fs::current_path(former);
+    Unlock(token);
     EXPECT_FALSE(fs::exists(lockDir_));
 }
 
 TEST_F(FileLock, FailuresOfThePathAreReported) {
     const std::pair<std::string, int> cases[] = {
         {"", EINVAL}, {"missing/x", EINVAL}, {folder_ / "missing/x", ENOENT}, {"/dev/null/x", ENOTDIR}};
+    testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     for (const auto &[path, expectedError] : cases) {
         int error = -1;
@@ -125,27 +172,42 @@ TEST_F(FileLock, FailuresOfThePathAreReported) {
     FileLockToken *token = Lock(false, 0);
     fs::remove_all(lockDir_);
     EXPECT_EQ(FileLock_Unlock(path_.c_str(), token), ENOENT);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the caller's report is all that is seen";
+    EXPECT_EQ(testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr(), "")
+        << "the caller's report is all that is seen";
 }
 
 TEST_F(FileLock, ScanDeletesWhatIsBrokenOrDead) {
     const pid_t dead = StartChild([] { return true; });
     ASSERT_TRUE(EndsWell(dead));
+    const std::string discarding = "FILE: ScanDirectory discarding ";
+    const std::string values = "FILE: FileLockMemberValues ";
+    const std::string corrupt = values + "removing problematic lock file '" + lockDir_ + "/";
     const struct {
         const char *name;
         std::string content;
         size_t size;
+        std::string messages;
     } cases[] = {
-        {"foo.lck", "", 0},
-        {"M00001.lck~\xC3", "", 0},
-        {"M00001.lck", Record(getpid(), 5, "X"), 511},
-        {"M00009.lck", std::string(512, 'x'), 512},
-        {"M00010.lck", Record(dead, 5, "X"), 512},
-        {"M00013.lck", Record(getpid(), 5, "X [ lc=1"), 512},
+        {"foo.lck", "", 0, discarding + "foo.lck from " + lockDir_ + "'; invalid file name.\n"},
+        {"M00001.lck~\xC3", "", 0,
+         discarding + "M00001.lck~\xC3 from " + lockDir_ + "'; invalid file name.\n"},
+        {"M00001.lck", Record(getpid(), 5, "X"), 511,
+         values + "file '" + lockDir_ + "/M00001.lck': size 511, required size 512\n" + corrupt +
+             "M00001.lck'\n"},
+        {"M00009.lck", std::string(512, 'x'), 512, corrupt + "M00009.lck'\n"},
+        {"M00008.lck", "a 1 ? X", 512,
+         values + "Lamport number conversion error\n" + corrupt + "M00008.lck'\n"},
+        {"M00007.lck", "a 1 2 Y", 512, values + "unknown lock type 'Y'\n" + corrupt + "M00007.lck'\n"},
+        {"M00010.lck", Record(dead, 5, "X"), 512,
+         discarding + "M00010.lck from " + lockDir_ + "': invalid executionID.\n"},
+        {"M00013.lck", Record(getpid(), 5, "X [ lc=1"), 512,
+         discarding + "M00013.lck from " + lockDir_ + "': lock file has been moved.\n"},
     };
+    GeneralLog log;
     for (const auto &c : cases) {
         Put(c.name, c.content, c.size);
         FileLockToken *token = Lock(false, 0);
+        EXPECT_EQ(log.Take(), c.messages);
         ASSERT_NE(token, nullptr) << c.name;
         ASSERT_EQ(Names().size(), 1u) << c.name;
         // Gone before the numbers were compared: the ticket is the first.
@@ -185,11 +247,11 @@ TEST_F(FileLock, TicketsThenNamesDecideWhoIsAhead) {
     const std::tuple<uint32_t, const char *, int> cases[] = {
         {6, "M60000.lck", EAGAIN}, {7, "M49999.lck", EAGAIN}, {7, "M50001.lck", 0}, {8, "M40000.lck", 0}};
     for (const auto &[ticket, name, result] : cases) {
-        FileLockValues own = OwnValues();
-        FileLockValues member = own;
+        FileLockAttempt attempt = Attempt();
+        FileLockValues member = attempt.own;
         member.lamportNumber = ticket;
         member.memberName = name;
-        EXPECT_EQ(WaitForPossession(lockDir_.c_str(), name, &member, &own), result) << ticket << name;
+        EXPECT_EQ(WaitForPossession(member, &attempt), result) << ticket << name;
     }
 }
 
@@ -210,28 +272,106 @@ TEST_F(FileLock, ObjectsInPlaceOfTheLockDirectory) {
     EXPECT_TRUE(fs::exists(folder_ / "bystander"));
 }
 
-// Everyone can work out the number that a process will draw.
-TEST_F(FileLock, LinkWhereTheEntryWillStandIsNotFollowed) {
-    const auto lockAsParent = [this](int expectedError) {
+// What another user exchanges between two looks at it leads the lock into no other directory.
+TEST_F(FileLock, ExchangedLockDirectoryHarmsNothingElsewhere) {
+    fs::permissions(folder_.Path(), static_cast<fs::perms>(01777));
+    const TempFolder elsewhere;
+    WriteFileText(elsewhere / "bystander", "");
+    WriteFileText(elsewhere / "M00001.lck", "");
+    auto *exchanges = static_cast<std::atomic<int> *>(
+        mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const pid_t attacker = StartChild([&] {
+        ExchangeWithoutEnd(lockDir_, folder_ / "spare", elsewhere.Path(), exchanges);
+        return false;
+    });
+    const auto deadline = std::chrono::steady_clock::now() + CONDITION_DEADLINE;
+    const auto goesOn = [&](int attempts) {
+        return (attempts < 500 || *exchanges < 5000) && std::chrono::steady_clock::now() < deadline;
+    };
+    for (int attempts = 0; goesOn(attempts); attempts++) {
+        int error = 0;
+        FileLockToken *token = FileLock_Lock(path_.c_str(), false, 0, &error);
+        if (token != nullptr) {
+            FileLock_Unlock(path_.c_str(), token);
+        }
+    }
+    kill(attacker, SIGKILL);
+    EXPECT_FALSE(EndsWell(attacker));
+    EXPECT_GT(*exchanges, 100);
+    munmap(exchanges, sizeof *exchanges);
+    EXPECT_TRUE(fs::exists(elsewhere / "bystander"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(elsewhere.Path()), {}), 2);
+}
+
+// Everyone can work out the number that a process will draw, and put a trap under the name of its entry file.
+TEST_F(FileLock, NothingWhereTheEntryWillStandIsWrittenThrough) {
+    const auto lockAsParent = [this] {
         FileLockSetPidOverride(getppid());
-        FileLockToken *token = Lock(false, 0, expectedError);
+        FileLockToken *token = Lock(false, 0);
         FileLockSetPidOverride(0);
         return token;
     };
-    FileLockToken *token = lockAsParent(0);
+    FileLockToken *token = lockAsParent();
     const std::string entry = lockDir_ + "/E" + Names()[0].substr(1);
     Unlock(token);
-    Unlock(Lock(false, 0));  // after a draw of another process the parent's begin anew
+    WriteFileText(path_, "precious");
+    const std::pair<const char *, int (*)(const char *, const char *)> traps[] = {{"symlink", symlink},
+                                                                                  {"link", link}};
+    for (const auto &[kind, lay] : traps) {
+        Unlock(Lock(false, 0));  // after a draw of another process the parent's begin anew
+        fs::create_directory(lockDir_);
+        ASSERT_EQ(lay(path_.c_str(), entry.c_str()), 0) << kind;
+        Unlock(lockAsParent());
+        EXPECT_EQ(ReadFileText(path_), "precious") << kind;
+    }
+}
+
+TEST_F(FileLock, DirectoryOfAThirdUserIsWorkedInButNotTidied) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only the superuser can give a directory away";
+    }
     fs::create_directory(lockDir_);
-    fs::create_symlink(path_, entry);
-    EXPECT_EQ(lockAsParent(ELOOP), nullptr);
-    EXPECT_FALSE(fs::exists(path_));
+    ASSERT_EQ(chown(lockDir_.c_str(), 65534, 65534), 0);
+    fs::permissions(lockDir_, fs::perms::all);
+    FileLockToken *token = Lock(false, 0);
+    WriteFileText(lockDir_ + "/foo.lck", "");
+    Lock(false, 0, EPERM);
+    EXPECT_TRUE(fs::exists(lockDir_ + "/foo.lck"));
+    Unlock(token);
+    EXPECT_THAT(Names(), ElementsAre("foo.lck"));
+}
+
+// Numbers are drawn, not looked for: with all of them taken the draws would go on for ever.
+TEST_F(FileLock, DirectoryWithoutAFreeNumberIsBusy) {
+    fs::create_directory(lockDir_);
+    const std::string seedText = FileLockGetMachineID() + std::to_string(getppid());
+    Tt800 generator(static_cast<uint32_t>(std::accumulate(seedText.begin(), seedText.end(), 0)));
+    for (int draw = 0; draw < 256; draw++) {
+        char name[16];
+        snprintf(name, sizeof name, "/D%05u.lck", (generator.Next() >> 8) & 0xFFFF);
+        fs::create_directory(lockDir_ + name);
+    }
+    FileLockSetPidOverride(getppid());
+    Lock(false, 0, EBUSY);
+    FileLockSetPidOverride(0);
+}
+
+TEST_F(FileLock, DirectoryThatCannotBeReadIsADomainError) {
+    fs::permissions(folder_.Path(), static_cast<fs::perms>(0755));
+    fs::create_directory(lockDir_);
+    fs::permissions(lockDir_, static_cast<fs::perms>(0333));
+    EXPECT_TRUE(EndsWell(StartChild([this] {
+        GeneralLog log;
+        return BecomeOtherUser() && Lock(true, 0, EDOM) == nullptr && !HasFailure() &&
+               log.Take() == "FILE: ScanDirectory: Could not read the directory '" + lockDir_ + "': 13\n";
+    })));
+    EXPECT_THAT(Names(), IsEmpty());
 }
 
 TEST_F(FileLock, ReadOnlyPlaceGrantsSharedLocksWithNothingOnDisk) {
     fs::permissions(folder_.Path(), static_cast<fs::perms>(0555));
     EXPECT_TRUE(EndsWell(StartChild([this] {
-        if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) {
+        if (!BecomeOtherUser()) {
             return false;
         }
         FileLockToken *first = Lock(true, 0);
@@ -246,35 +386,54 @@ TEST_F(FileLock, StuckDoorwayIsClearedAfterEightSeconds) {
     fs::create_directories(lockDir_ + "/D00007.lck");
     Put("E00007.lck", "");
     Put("M00007.lck", "");
-    FileLockValues own{};
-    own.activeList = {{0, true, "D00007.lck"}, {4000, false, "D00008.lck"}};
+    FileLockAttempt attempt = Attempt();
+    std::vector<ActiveLock> &active = attempt.activeList;
+    active = {{0, true, "D00007.lck"}, {4000, false, "D00008.lck"}};
     for (int turn = 1; turn <= 41; turn++) {
-        FileLockAgeActiveList(lockDir_.c_str(), &own);
-        ASSERT_EQ(own.activeList.size(), 1u) << turn;
-        EXPECT_EQ(own.activeList[0].age, 200u * turn);
-        EXPECT_FALSE(own.activeList[0].marked);
-        own.activeList[0].marked = true;  // as the next turn finds it
+        EXPECT_EQ(FileLockAgeActiveList(&attempt), 0);
+        ASSERT_EQ(active.size(), 1u) << turn;
+        EXPECT_EQ(active[0].age, 200u * turn);
+        EXPECT_FALSE(active[0].marked);
+        active[0].marked = true;  // as the next turn finds it
     }
     EXPECT_EQ(Names().size(), 3u);
-    FileLockAgeActiveList(lockDir_.c_str(), &own);
-    EXPECT_THAT(own.activeList, IsEmpty());
+    GeneralLog log;
+    EXPECT_EQ(FileLockAgeActiveList(&attempt), 0);
+    EXPECT_EQ(log.Take(), "FILE: Scanner discarding D00007.lck data from '" + lockDir_ + "'.\n");
+    EXPECT_THAT(active, IsEmpty());
     EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(FileLock, DoorwayEndsTheWaitWhereItCannotBeClearedOrNeverEmpties) {
+    fs::create_directories(lockDir_ + "/D00007.lck/full");
+    FileLockAttempt stuck = Attempt();
+    stuck.activeList = {{8200, false, "D00007.lck"}};
+    EXPECT_EQ(ScanDirectory(&stuck, WaitForPossession, true), ENOTEMPTY);
+    EXPECT_TRUE(stuck.doorwayStuck);
+    const std::tuple<uint32_t, uint32_t, int> cases[] = {
+        {0, 8401, EAGAIN}, {2500, 10901, EAGAIN}, {2500, 10900, ENOTEMPTY}, {UINT32_MAX, 90000, ENOTEMPTY}};
+    for (const auto &[limit, slept, result] : cases) {
+        FileLockAttempt attempt = Attempt();
+        attempt.msecMaxWaitTime = limit;
+        attempt.doorwayTime = slept;
+        attempt.activeList = {{8000, false, "D00007.lck"}};  // two turns before it is found to be stuck
+        EXPECT_EQ(ScanDirectory(&attempt, WaitForPossession, true), result) << limit << " " << slept;
+    }
 }
 
 // The doorway is old enough to be cleared in the first turn; the members are judged in the next one.
 TEST_F(FileLock, MembersAreJudgedOnlyBehindAnEmptyDoorway) {
     fs::create_directories(lockDir_ + "/D00007.lck");
     Put("M00001.lck", "otherMachine 1 5 X");
-    FileLockValues own = OwnValues();
-    own.activeList = {{8200, false, "D00007.lck"}};
-    const FileLockScanner judgeBehindDoorway = [](const char *lockDir, const char *,
-                                                  const FileLockValues *member, FileLockValues *values) {
-        EXPECT_FALSE(fs::exists(std::string(lockDir) + "/D00007.lck"));
-        values->lamportNumber = member->lamportNumber;
+    FileLockAttempt attempt = Attempt();
+    attempt.activeList = {{8200, false, "D00007.lck"}};
+    const FileLockScanner judgeBehindDoorway = [](const FileLockValues &member, FileLockAttempt *judging) {
+        EXPECT_FALSE(fs::exists(judging->directory.PathOf("D00007.lck")));
+        judging->own.lamportNumber = member.lamportNumber;
         return 0;
     };
-    EXPECT_EQ(ScanDirectory(lockDir_.c_str(), judgeBehindDoorway, &own, true), 0);
-    EXPECT_EQ(own.lamportNumber, 5u);
+    EXPECT_EQ(ScanDirectory(&attempt, judgeBehindDoorway, true), 0);
+    EXPECT_EQ(attempt.own.lamportNumber, 5u);
 }
 
 // What the waiter read before it paused, and what it finds afterwards.
@@ -292,17 +451,17 @@ TEST_F(FileLock, WaiterSeesThatTheMemberHasMadeWay) {
     };
     for (const auto &c : cases) {
         Put("M00001.lck", c.found);
-        FileLockValues own = OwnValues();
-        own.machineID = FileLockGetMachineID();
-        own.waitTime = 900;  // slept for members before this one
-        own.msecMaxWaitTime = 1000;
-        FileLockValues member = own;
+        FileLockAttempt attempt = Attempt();
+        attempt.own.machineID = FileLockGetMachineID();
+        attempt.waitTime = 900;  // slept for members before this one
+        attempt.msecMaxWaitTime = 1000;
+        FileLockValues member = attempt.own;
         member.machineID = c.machineID;
         member.executionID = c.executionID;
         member.memberName = "M00001.lck";
         member.lamportNumber = 5;
-        EXPECT_EQ(WaitForPossession(lockDir_.c_str(), "M00001.lck", &member, &own), 0) << c.found;
-        EXPECT_EQ(own.waitTime, 1000u) << c.found;
+        EXPECT_EQ(WaitForPossession(member, &attempt), 0) << c.found;
+        EXPECT_EQ(attempt.waitTime, 1000u) << c.found;
         EXPECT_EQ(fs::exists(lockDir_ + "/M00001.lck"), c.stays) << c.found;
     }
 }
