@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/resource.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include <cstring>
 
 #include "daemons/common/complain.h"
+#include "daemons/zelan-natd/hostListeners.h"
 
 namespace {
 
@@ -51,12 +51,6 @@ FileDescriptor Take(const PortForward &forward) {
     return handle;
 }
 
-// libnftables waits by select, which takes none but the first FD_SETSIZE descriptors: those must stay free.
-FileDescriptor MoveAway(FileDescriptor handle) {
-    FileDescriptor moved(fcntl(handle.get(), F_DUPFD_CLOEXEC, FD_SETSIZE));
-    return moved ? std::move(moved) : std::move(handle);
-}
-
 // The same with patience for a predecessor that is still dying.
 FileDescriptor TakeUntil(const PortForward &forward, Clock::time_point end) {
     constexpr int POLL_MILLISECONDS = 5;
@@ -66,6 +60,20 @@ FileDescriptor TakeUntil(const PortForward &forward, Clock::time_point end) {
         handle = Take(forward);
     }
     return handle;
+}
+
+// What to do about a port that another program has: whether all but its addresses can be forwarded.
+bool Share(const PortForward &forward, HostPorts *ports) {
+    const HostPort port = {forward.tcp, forward.hostPort};
+    HostListeners listeners = HostListeners_Of(port);
+    for (Ipv4 address : listeners.addresses) {
+        if (!listeners.everywhere) {
+            Complain("%s port %u of %s is not forwarded: another program has it", forward.tcp ? "TCP" : "UDP",
+                     forward.hostPort, Ipv4_Text(address).c_str());
+            ports->kept.push_back({address, port});
+        }
+    }
+    return !listeners.everywhere;
 }
 
 }  // namespace
@@ -83,12 +91,15 @@ HostPorts HostPorts_Take(const NatConf &conf) {
         }
         errno = EMFILE;
         FileDescriptor handle = ports.sockets.size() < most ? TakeUntil(forward, end) : FileDescriptor();
-        if (!handle) {
+        int error = handle ? 0 : errno;
+        if (error != 0 && (error != EADDRINUSE || !Share(forward, &ports))) {
             Complain("%s port %u is not forwarded to %s: %s", protocol, forward.hostPort,
-                     Ipv4_Text(forward.guest).c_str(), strerror(errno));
+                     Ipv4_Text(forward.guest).c_str(), strerror(error));
             continue;
         }
-        ports.sockets.push_back(MoveAway(std::move(handle)));
+        if (handle) {
+            ports.sockets.push_back(std::move(handle));
+        }
         ports.forwards.push_back(forward);
     }
     return ports;

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "daemons/firewall/natShare.h"
 #include "daemons/zelan-natd/natConf.h"
 #include "lib/misc/owners.h"
 
@@ -11,8 +12,10 @@
 struct HostPorts {
     std::vector<FileDescriptor> sockets;
     std::vector<PortForward> forwards;
+    std::vector<HostEndpoint> kept;  // what other programs have of these ports
 };
 
-// Takes the port of every forward. One that another program has, or that leads to an address outside the
-// guests' subnet, costs a line in the log and the forward.
+// Takes the port of every forward. One that another program has at every address, or that leads to an address
+// outside the guests' subnet, costs a line in the log and the forward. A program that has it at some
+// addresses keeps those, after a line in the log: anybody may take a port of 127.0.0.1.
 HostPorts HostPorts_Take(const NatConf &conf);

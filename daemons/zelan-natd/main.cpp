@@ -1,46 +1,37 @@
 // zelan-natd -s W -d PIDFILE -m MACFILE -c CONFIGURATION
 //
 // Gives the guests of a network a way out under the host's addresses, and hands ports of the host to them.
-// The kernel does the work: a network namespace is the router, see router.h and ruleset.h. This process keeps
-// it in being, passes the guests' DNS questions on, and watches the host's addresses come.
+// The kernel does the work: a network namespace is the router, see router.h and routerTable.h. This process
+// keeps it in being, passes the guests' DNS questions on, and follows the host's addresses.
 #include <linux/capability.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "daemons/common/address.h"
 #include "daemons/common/complain.h"
 #include "daemons/common/daemon.h"
 #include "daemons/common/file.h"
 #include "daemons/common/namespace.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
+#include "daemons/firewall/hostGuard.h"
+#include "daemons/firewall/hostTable.h"
 #include "daemons/zelan-natd/closedHost.h"
 #include "daemons/zelan-natd/dns.h"
-#include "daemons/zelan-natd/firewall.h"
-#include "daemons/zelan-natd/hostForwarding.h"
 #include "daemons/zelan-natd/hostPorts.h"
 #include "daemons/zelan-natd/macFile.h"
 #include "daemons/zelan-natd/natConf.h"
 #include "daemons/zelan-natd/router.h"
-#include "daemons/zelan-natd/ruleset.h"
+#include "daemons/zelan-natd/routerTable.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// How long a dying predecessor may keep the table of its network.
-constexpr std::chrono::milliseconds PREDECESSOR_TIME{2000};
-constexpr int PREDECESSOR_POLL_MILLISECONDS = 5;
 
 // SYS_ADMIN for the namespace.
 constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SYS_ADMIN, CAP_NET_BIND_SERVICE, CAP_SETUID, CAP_SETGID};
@@ -99,40 +90,6 @@ bool ReadArguments(char **argv, Arguments *arguments) {
            Daemon_Claim(&arguments->contract, Service::NAT, arguments->network);
 }
 
-// Applies a table. One that is still a dying predecessor's is waited for.
-int ApplyUntil(Firewall *firewall, const std::string &commands, Clock::time_point end, std::string *refusal) {
-    int error = firewall->Apply(commands, refusal);
-    while (error == EPERM && Clock::now() < end) {
-        poll(nullptr, 0, PREDECESSOR_POLL_MILLISECONDS);
-        error = firewall->Apply(commands, refusal);
-    }
-    return error;
-}
-
-// Applies a table with as many of its features as the kernel has, and takes the others out of *features.
-bool ApplyTable(Firewall *firewall, NatFeatures *features,
-                const std::function<std::string(const NatFeatures &)> &compose) {
-    std::string refusal;
-    Clock::time_point end = Clock::now() + PREDECESSOR_TIME;
-    int error = ApplyUntil(firewall, compose(*features), end, &refusal);
-    for (bool *feature : {&features->ftp, &features->udpTimeout}) {
-        if (error != 0 && error != EPERM && *feature) {
-            *feature = false;
-            error = ApplyUntil(firewall, compose(*features), end, &refusal);
-            if (error == 0) {
-                Complain("this kernel lacks %s",
-                         feature == &features->ftp ? "the FTP helper" : "time-outs for single flows");
-            }
-        }
-    }
-    if (error != 0) {
-        Complain("%s: %s",
-                 error == EPERM ? "another daemon serves this network" : "nftables refuses the rules",
-                 refusal.c_str());
-    }
-    return error == 0;
-}
-
 class NatDaemon {
   public:
     explicit NatDaemon(const Arguments &arguments) : arguments_(arguments), conf_(arguments.conf) {}
@@ -143,39 +100,24 @@ class NatDaemon {
     [[noreturn]] void Run();
 
   private:
-    bool ApplyHostTable();
-    bool ApplyRouterTable();
+    bool LoadRouterTable();
     bool ServeDns();
-    bool AllowForwarding();
-    void TakeAnnouncements();
+    bool JoinHost();
 
     const Arguments &arguments_;
     const NatConf &conf_;
+    HostTable hostTable_;
     Router router_;
     HostPorts ports_;
-    NatFeatures features_;
-    Firewall firewall_;
-    HostForwarding forwarding_;
-    RtSocket announcements_;
+    HostGuard guard_;
     NameServers nameServers_;
     DnsOverUdp dnsOverUdp_;
     DnsOverTcp dnsOverTcp_;
 };
 
-bool NatDaemon::ApplyHostTable() {
-    HostSide side = {arguments_.network, router_.uplink, router_.address};
-    return firewall_.Open() && ApplyTable(&firewall_, &features_, [&](const NatFeatures &features) {
-               return Ruleset_Host(side, conf_, ports_.forwards, features);
-           });
-}
-
-bool NatDaemon::ApplyRouterTable() {
+bool NatDaemon::LoadRouterTable() {
     NamespaceVisit visit(router_.space);
-    Firewall inside;
-    return visit.entered() && inside.Open() &&
-           ApplyTable(&inside, &features_, [&](const NatFeatures &features) {
-               return Ruleset_Router(conf_, ports_.forwards, features);
-           });
+    return visit.entered() && RouterTable_Load(conf_, ports_.forwards);
 }
 
 bool NatDaemon::ServeDns() {
@@ -183,37 +125,37 @@ bool NatDaemon::ServeDns() {
     return visit.entered() && dnsOverUdp_.Listen(conf_.gateway) && dnsOverTcp_.Listen(conf_.gateway);
 }
 
-bool NatDaemon::AllowForwarding() {
-    RtSocket socket;
-    return forwarding_.Begin() && announcements_.Open(RTMGRP_IPV4_IFADDR) && socket.Open() &&
-           Address_ForEach(&socket, [this](int link) { forwarding_.Allow(link); }) == 0;
+// The network's share in the host's packet filter, and the host's adapters.
+bool NatDaemon::JoinHost() {
+    NatShare share = {.router = router_.address,
+                      .ownTimeout = true,
+                      .udpTimeout = conf_.udpTimeout,
+                      .activeFtp = conf_.activeFtp,
+                      .forwards = {},
+                      .kept = ports_.kept};
+    for (const PortForward &forward : ports_.forwards) {
+        share.forwards.push_back({forward.tcp, forward.hostPort});
+    }
+    if (!hostTable_.AddNat(share) || !guard_.Begin()) {
+        return false;
+    }
+    HostTable_UseAllAdapters();
+    return true;
 }
 
 bool NatDaemon::Begin(CleanUp *cleanUp) {
     RtSocket socket;
-    if (!socket.Open()) {
+    // The host's table first: only one daemon of a network gets its share, and none but that may touch the
+    // rest.
+    if (!socket.Open() || !hostTable_.Ensure() || !hostTable_.ClaimNat(arguments_.network)) {
         return false;
     }
-    cleanUp->rest = HostForwarding::EndWhenUnused;
+    cleanUp->rest = HostTable_Sweep;
     ports_ = HostPorts_Take(conf_);
-    // The host's table first: only one daemon of a network gets it, and none but that may touch the rest.
-    return Router_Plan(&socket, arguments_.network, conf_, &router_) && ApplyHostTable() &&
+    return Router_Plan(&socket, arguments_.network, conf_, &router_) &&
            Router_Make(&socket, arguments_.network, conf_, MacFile_Obtain(arguments_.macFile), &router_,
                        cleanUp) &&
-           ApplyRouterTable() && ServeDns() && AllowForwarding();
-}
-
-void NatDaemon::TakeAnnouncements() {
-    bool complete = announcements_.TakeAnnouncements([this](const nlmsghdr *message) {
-        int link = Address_LinkOfNew(message);
-        if (link != 0) {
-            forwarding_.Allow(link);
-        }
-    });
-    RtSocket socket;
-    if (!complete && socket.Open()) {
-        Address_ForEach(&socket, [this](int link) { forwarding_.Allow(link); });
-    }
+           LoadRouterTable() && ServeDns() && JoinHost();
 }
 
 int MillisecondsUntil(DnsClock::time_point deadline, DnsClock::time_point now) {
@@ -228,7 +170,9 @@ void NatDaemon::Run() {
     ClosedHost_Warn(arguments_.network, router_.uplink);
     std::vector<pollfd> waits;
     for (;;) {
-        waits.assign(1, {announcements_.descriptor(), POLLIN, 0});
+        waits.clear();
+        guard_.Collect(&waits);
+        size_t udpPlace = waits.size();
         dnsOverUdp_.Collect(&waits);
         size_t tcpPlace = waits.size();
         dnsOverTcp_.Collect(&waits);
@@ -238,11 +182,9 @@ void NatDaemon::Run() {
         }
         auto now = DnsClock::now();
         std::span<const pollfd> all = waits;
-        dnsOverUdp_.Serve(all.subspan(1, tcpPlace - 1), now, &nameServers_);
+        dnsOverUdp_.Serve(all.subspan(udpPlace, tcpPlace - udpPlace), now, &nameServers_);
         dnsOverTcp_.Serve(all.subspan(tcpPlace), now, &nameServers_);
-        if (waits[0].revents != 0) {
-            TakeAnnouncements();
-        }
+        guard_.Serve();
     }
 }
 

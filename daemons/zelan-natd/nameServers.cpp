@@ -1,8 +1,10 @@
 #include "daemons/zelan-natd/nameServers.h"
 
-#include <netdb.h>
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netinet/in.h>
 
-#include <cstring>
+#include <algorithm>
 #include <string>
 
 #include "daemons/common/file.h"
@@ -15,19 +17,30 @@ constexpr const char *HOST_ITSELF = "127.0.0.1";
 // More than any resolver asks.
 constexpr size_t MAX_SERVERS = 8;
 
-// Adds a server by its numeric address, which may be IPv6 with a scope.
-void Add(const char *text, std::vector<NameServer> *servers) {
-    addrinfo hints = {};
-    hints.ai_socktype = SOCK_DGRAM;
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    addrinfo *found = nullptr;
+bool ReadIpv4(const std::string &text, NameServer *server) {
+    auto *address = reinterpret_cast<sockaddr_in *>(&server->address);
+    address->sin_family = AF_INET;
+    address->sin_port = htons(DNS_PORT);
+    server->size = sizeof *address;
+    return inet_pton(AF_INET, text.c_str(), &address->sin_addr) == 1;
+}
+
+// May have a scope, as fe80::1%eth0.
+bool ReadIpv6(const std::string &text, NameServer *server) {
+    size_t scope = std::min(text.find('%'), text.size());
+    auto *address = reinterpret_cast<sockaddr_in6 *>(&server->address);
+    address->sin6_family = AF_INET6;
+    address->sin6_port = htons(DNS_PORT);
+    address->sin6_scope_id = scope < text.size() ? if_nametoindex(text.c_str() + scope + 1) : 0;
+    server->size = sizeof *address;
+    return inet_pton(AF_INET6, text.substr(0, scope).c_str(), &address->sin6_addr) == 1;
+}
+
+// Adds a server by its numeric address.
+void Add(const std::string &text, std::vector<NameServer> *servers) {
     NameServer server;
-    if (servers->size() < MAX_SERVERS &&
-        getaddrinfo(text, std::to_string(DNS_PORT).c_str(), &hints, &found) == 0) {
-        memcpy(&server.address, found->ai_addr, found->ai_addrlen);
-        server.size = found->ai_addrlen;
+    if (servers->size() < MAX_SERVERS && (ReadIpv4(text, &server) || ReadIpv6(text, &server))) {
         servers->push_back(server);
-        freeaddrinfo(found);
     }
 }
 
@@ -45,7 +58,7 @@ std::vector<NameServer> NameServers_Parse(std::string_view text) {
         std::string_view keyword;
         std::string_view address;
         if (Text_TakeWord(&line, &keyword) && keyword == "nameserver" && Text_TakeWord(&line, &address)) {
-            Add(std::string(address).c_str(), &servers);
+            Add(std::string(address), &servers);
         }
     }
     if (servers.empty()) {

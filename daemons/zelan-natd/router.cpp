@@ -8,8 +8,8 @@
 #include "daemons/common/file.h"
 #include "daemons/common/linkGroup.h"
 #include "daemons/common/namespace.h"
-#include "daemons/zelan-natd/hostForwarding.h"
-#include "daemons/zelan-natd/ruleset.h"
+#include "daemons/firewall/hostForwarding.h"
+#include "daemons/zelan-natd/routerTable.h"
 
 namespace {
 
@@ -58,7 +58,7 @@ bool AllowLoopbackAddresses(const char *uplink) {
 bool SetUpUplink(RtSocket *socket, const NatConf &conf, const Router &router) {
     return Raise(socket, router.uplink, router.hostAddress, UPLINK_PREFIX) &&
            !Refused("let the host forward what guests send",
-                    HostForwarding::AllowOwn(router.uplink) ? 0 : errno) &&
+                    HostForwarding_TurnOn(router.uplink) ? 0 : errno) &&
            (conf.forwards.empty() ||
             !Refused("let the host use its forwards", AllowLoopbackAddresses(router.uplink) ? 0 : errno));
 }

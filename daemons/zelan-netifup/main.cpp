@@ -23,6 +23,7 @@
 #include "daemons/common/daemon.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
+#include "daemons/firewall/hostTable.h"
 
 namespace {
 
@@ -72,13 +73,17 @@ bool ReadArguments(char **argv, Arguments *arguments) {
            ReadNetwork(operands[0], &arguments->network);
 }
 
-bool MakeInterface(const Arguments &arguments, CleanUp *cleanUp) {
+// Nothing is forwarded to or from the interface from its first moment on.
+bool MakeInterface(const Arguments &arguments, HostTable *hostTable, CleanUp *cleanUp) {
     char portName[IFNAMSIZ];
     snprintf(portName, sizeof portName, "zelan-if%d", arguments.network);
     RtSocket socket;
     SwitchPort port;
-    if (!socket.Open() ||
-        !Switch_MakePort(&socket, arguments.network, portName, arguments.adapter, -1, &port)) {
+    if (!socket.Open() || !hostTable->Ensure()) {
+        return false;
+    }
+    cleanUp->rest = HostTable_Sweep;
+    if (!Switch_MakePort(&socket, arguments.network, portName, arguments.adapter, -1, &port)) {
         return false;
     }
     // Removing one end of the pair removes both.
@@ -118,8 +123,9 @@ int main(int, char **argv) {
         !Daemon_Claim(&arguments.contract, Service::NETIFUP, arguments.network)) {
         return EXIT_FAILURE;
     }
+    HostTable hostTable;
     CleanUp cleanUp;
-    if (!MakeInterface(arguments, &cleanUp)) {
+    if (!MakeInterface(arguments, &hostTable, &cleanUp)) {
         Daemon_GiveUp(&arguments.contract, cleanUp);
     }
     Daemon_Detach(&arguments.contract, cleanUp);

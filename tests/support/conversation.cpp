@@ -54,11 +54,16 @@ FileDescriptor SocketOn(const Machine *machine, int type, int family) {
     return made;
 }
 
+FileDescriptor ConnectedTo(const Machine *machine, int type, const Endpoint &server) {
+    FileDescriptor client = SocketOn(machine, type | SOCK_NONBLOCK);
+    const sockaddr_in address = SocketAddress(server);
+    connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    return client;
+}
+
 std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,
                      std::chrono::milliseconds deadline) {
-    FileDescriptor client = SocketOn(machine, type | SOCK_NONBLOCK);
-    sockaddr_in address = SocketAddress(server);
-    connect(client.get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
+    FileDescriptor client = ConnectedTo(machine, type, server);
     if (!WaitFor(POLLOUT, client.get(), deadline) ||
         send(client.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) {
         return "";

@@ -18,6 +18,9 @@ struct Endpoint {
 // A socket in the namespace of a machine, or of the host with null. One that cannot be made fails the test.
 FileDescriptor SocketOn(const Machine *machine, int type, int family = AF_INET);
 
+// A socket on its way to the server; without waiting for a connection.
+FileDescriptor ConnectedTo(const Machine *machine, int type, const Endpoint &server);
+
 // Sends a request and returns what comes back first within the deadline; empty when nothing does.
 std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,
                      std::chrono::milliseconds deadline = CONDITION_DEADLINE);

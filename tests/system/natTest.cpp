@@ -77,12 +77,96 @@ TEST_F(Nat, GuestGetsOutUnderTheHostsAddressByAnyAdapter) {
     Must("ip address add 198.51.100.1/24 dev eth1");
     EXPECT_TRUE(WaitUntil([] { return ForwardingOf("eth1") == "1\n"; }));
     EXPECT_TRUE(GuestPings("198.51.100.9"));
+}
+
+// Seconds until the host forgets the router's UDP flow to that port.
+int TimeLeft(int port) {
+    return atoi(RunShell("awk '/udp .*src=100.*dport=" + std::to_string(port) +
+                         " / {print $5}' /proc/net/nf_conntrack")
+                    .output.c_str());
+}
+
+TEST_F(Nat, UdpFlowsHaveTheirTimeOutOnceTheyAreAnswered) {
     if (access("/proc/net/nf_conntrack", R_OK) != 0) {
         GTEST_SKIP() << "this kernel does not show how long its flows live";
     }
-    const std::string left =
-        RunShell("awk '/udp .*src=100.*dport=7000 / {print $5}' /proc/net/nf_conntrack").output;
-    EXPECT_NEAR(1234, atoi(left.c_str()), 5);
+    Start(Configuration());
+    Exchange(guest_.get(), SOCK_DGRAM, {OUTSIDE, 7001}, "nobody listens", SHORT);
+    EXPECT_NEAR(28, TimeLeft(7001), 4);
+    Responder udp(&outside_, SOCK_DGRAM, {OUTSIDE, 7000}, Peer);
+    const FileDescriptor client = ConnectedTo(guest_.get(), SOCK_DGRAM, {OUTSIDE, 7000});
+    // The kernel takes it for a conversation after two seconds.
+    EXPECT_TRUE(WaitUntil([&client] { return send(client.get(), "x", 1, 0) < 0 || TimeLeft(7000) > 1200; }))
+        << TimeLeft(7000);
+    EXPECT_NEAR(1234, TimeLeft(7000), 5);
+}
+
+// What the daemons load, written as nft(8) reads it.
+TEST_F(Nat, HostsTableIsAsDocumented) {
+    Start(Configuration("", "", "8888 = 192.168.10.50:80\n"));
+    const std::string router =
+        RunShell("nft list set inet zelan routers | grep -o '100[0-9.]*'").output.substr(0, 14);
+    WriteFileText("/tmp/expected.nft", R"(table inet expected {
+  ct timeout udp-1234 { protocol udp; l3proto ip; policy = { unreplied : 30, replied : 1234 }; }
+  ct helper ftp { type "ftp" protocol tcp; l3proto ip; }
+  set routers { type ipv4_addr; elements = { ROUTER }; }
+  map timeouts { type ipv4_addr : verdict; elements = { ROUTER : jump udp-1234 }; }
+  map helpers { type ipv4_addr : verdict; elements = { ROUTER : jump ftp }; }
+  map forwards { type inet_proto . inet_service : ipv4_addr; elements = { tcp . 8888 : ROUTER }; }
+  set kept { type ipv4_addr . inet_proto . inet_service; }
+  set adapters { type iface_index; elements = { "eth0" }; }
+  set same-adapter { type iface_index . iface_index; elements = { "eth0" . "eth0" }; }
+  chain guard { type filter hook prerouting priority raw;
+    iifgroup 1193 ip daddr 127.0.0.0/8 drop
+    iifgroup 1190 notrack
+  }
+  chain input { type filter hook input priority filter;
+    iifgroup 1190 drop
+  }
+  chain forward { type filter hook forward priority filter;
+    iifgroup 1190 oifgroup 1190 accept
+    iifgroup 1190-1192 drop
+    oifgroup 1190-1192 drop
+    iifgroup 1193 ct state invalid drop
+    oifgroup 1193 ct state invalid drop
+    iifgroup 1193 meta nfproto != ipv4 drop
+    iifgroup 1193 ip saddr != @routers drop
+    oifgroup 1193 ct state established,related accept
+    oifgroup 1193 ct status dnat accept
+    oifgroup 1193 drop
+    iifgroup 1193 accept
+    iif @adapters iif . oif != @same-adapter drop
+  }
+  chain forwards { type nat hook prerouting priority dstnat;
+    ip daddr . meta l4proto . th dport @kept accept
+    meta nfproto ipv4 fib daddr type local dnat ip to meta l4proto . th dport map @forwards
+  }
+  chain own-forwards { type nat hook output priority -100;
+    ip daddr . meta l4proto . th dport @kept accept
+    meta nfproto ipv4 fib daddr type local dnat ip to meta l4proto . th dport map @forwards
+  }
+  chain translate { type nat hook postrouting priority srcnat;
+    ip saddr vmap @timeouts
+    oifgroup 1193 ip daddr vmap @timeouts
+    ip saddr vmap @helpers
+    oifgroup 1193 ip daddr vmap @helpers
+    ip saddr @routers masquerade
+    oifgroup 1193 fib saddr type local masquerade
+  }
+  chain udp-1234 { meta l4proto udp ct timeout set "udp-1234"; }
+  chain ftp { tcp dport 21 ct helper set "ftp"; }
+}
+)");
+    Must("sed -i 's/ROUTER/" + router + "/' /tmp/expected.nft && nft -f /tmp/expected.nft");
+    const std::string sorted = " | sed 's/inet expected/inet zelan/' | sort";
+    EXPECT_EQ(RunShell("nft list table inet expected" + sorted).output,
+              RunShell("nft list table inet zelan" + sorted).output);
+    EXPECT_EQ(RunShell("for chain in guard input forward forwards own-forwards translate; do"
+                       " nft list chain inet expected $chain; done | sed 's/inet expected/inet zelan/'")
+                  .output,
+              RunShell("for chain in guard input forward forwards own-forwards translate; do"
+                       " nft list chain inet zelan $chain; done")
+                  .output);
 }
 
 TEST_F(Nat, ForwardsReachTheGuestFromEverywhere) {
@@ -110,20 +194,26 @@ TEST_F(Nat, ForwardsReachTheGuestFromEverywhere) {
 
 TEST_F(Nat, ForwardThatCannotBeIsNamedAndThousandsOfOthersWork) {
     constexpr int LAST = 11999;  // more than a process usually has files
-    std::string forwards = "8888 = 192.168.10.50:80\n";
+    std::string forwards = "8888 = 192.168.10.50:80\n8889 = 192.168.10.50:80\n";
     for (int port = 10000; port <= LAST; port++) {
         forwards += std::to_string(port) + " = 192.168.10.50:" + std::to_string(port) + "\n";
     }
-    Responder taken(nullptr, SOCK_STREAM, {"127.0.0.1", 8888}, Peer);
+    Responder takenOnLoopback(nullptr, SOCK_STREAM, {"127.0.0.1", 8888}, Peer);
+    Responder taken(nullptr, SOCK_STREAM, {"0.0.0.0", 8889}, Peer);
     Start(Configuration("activeFTP = 0\n", "6000 = 10.1.1.1:1\n", forwards));
     EXPECT_EQ(
         "zelan-natd - UDP port 6000 is not forwarded: 10.1.1.1 is no address of the network\n"
-        "zelan-natd - TCP port 8888 is not forwarded to 192.168.10.50: Address already in use\n",
+        "zelan-natd - TCP port 8888 of 127.0.0.1 is not forwarded: another program has it\n"
+        "zelan-natd - TCP port 8889 is not forwarded to 192.168.10.50: Address already in use\n",
         start_.Log());
     Responder guest(guest_.get(), SOCK_STREAM, {GUEST, LAST}, Peer);
+    Responder web(guest_.get(), SOCK_STREAM, {GUEST, 80}, Peer);
     EXPECT_EQ(OUTSIDE, Exchange(&outside_, SOCK_STREAM, {HOST, LAST}, "x"));
-    EXPECT_EQ("127.0.0.1", Exchange(nullptr, SOCK_STREAM, {"127.0.0.1", 8888}, "x"))
-        << "the host's own server lost its port";
+    EXPECT_EQ(OUTSIDE, Exchange(&outside_, SOCK_STREAM, {HOST, 8888}, "x")) << "a local program ended it";
+    for (int port : {8888, 8889}) {
+        EXPECT_EQ("127.0.0.1", Exchange(nullptr, SOCK_STREAM, {"127.0.0.1", port}, "x"))
+            << "the host's own server lost its port";
+    }
 }
 
 // Enough of a message for the daemon, and a mark of who has answered.

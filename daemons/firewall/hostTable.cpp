@@ -1,0 +1,289 @@
+#include "daemons/firewall/hostTable.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <set>
+
+#include "daemons/common/address.h"
+#include "daemons/common/complain.h"
+#include "daemons/common/link.h"
+#include "daemons/common/linkGroup.h"
+#include "daemons/firewall/flowObjects.h"
+#include "daemons/firewall/hostForwarding.h"
+#include "daemons/firewall/hostRules.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+bool Refused(int error) {
+    if (error != 0) {
+        Complain("nftables refuses the host's rules: %s", strerror(error));
+    }
+    return error != 0;
+}
+
+std::vector<NatShare> LivingShares(int except = -1) {
+    std::vector<NatShare> shares;
+    NatShare share;
+    for (int network : HostFiles_NatNetworks()) {
+        std::string name = HostFiles_OfNat(network);
+        if (network != except && HostFiles_IsHeld(name) && NatShare_Parse(HostFiles_Read(name), &share)) {
+            shares.push_back(share);
+        }
+    }
+    return shares;
+}
+
+void AddFlowChains(NftTransaction *transaction, std::span<const NatShare> shares) {
+    std::set<std::string> timeouts;
+    bool ftp = false;
+    for (const NatShare &share : shares) {
+        if (share.ownTimeout && timeouts.insert(FlowObjects_TimeoutChain(share.udpTimeout)).second) {
+            FlowObjects_AddTimeout(transaction, share.udpTimeout);
+        }
+        if (share.activeFtp && !std::exchange(ftp, true)) {
+            FlowObjects_AddFtp(transaction);
+        }
+    }
+}
+
+// Replaces the table, or whatever is left of it, in one step.
+int Rebuild(RtSocket *socket) {
+    std::vector<NatShare> shares = LivingShares();
+    NftTransaction transaction(HostRules_Table());
+    if (Nft_Find(socket, HostRules_Table()) == 0) {
+        transaction.DeleteTable();
+    }
+    HostRules_AddTable(&transaction);
+    AddFlowChains(&transaction, shares);
+    for (const NatShare &share : shares) {
+        HostRules_AddShare(&transaction, share);
+    }
+    HostRules_AddAdapters(&transaction, HostForwarding_Noted());
+    return transaction.Commit(socket);
+}
+
+// Adds a chain that the kernel may lack what it takes for.
+bool EnsureFlowChain(RtSocket *socket, const std::string &chain, const char *what,
+                     const std::function<void(NftTransaction *)> &add) {
+    if (Nft_Find(socket, HostRules_Table(), chain.c_str()) == 0) {
+        return true;
+    }
+    NftTransaction transaction(HostRules_Table());
+    add(&transaction);
+    bool added = transaction.Commit(socket) == 0;
+    if (!added) {
+        Complain("this kernel lacks %s", what);
+    }
+    return added;
+}
+
+// Takes out what other networks forward already.
+void LeaveOut(const std::vector<NatShare> &others, NatShare *share) {
+    std::erase_if(share->forwards, [&others](const HostPort &port) {
+        bool taken = std::any_of(others.begin(), others.end(), [&port](const NatShare &other) {
+            return std::find(other.forwards.begin(), other.forwards.end(), port) != other.forwards.end();
+        });
+        if (taken) {
+            Complain("%s port %u is not forwarded: another network does so already", port.tcp ? "TCP" : "UDP",
+                     port.port);
+        }
+        return taken;
+    });
+}
+
+// Removes the shares of the dead from the table, and their files.
+int RemoveDead(RtSocket *socket) {
+    NftTransaction transaction(HostRules_Table());
+    NatShare share;
+    bool any = false;
+    for (int network : HostFiles_NatNetworks()) {
+        std::string name = HostFiles_OfNat(network);
+        if (!HostFiles_IsHeld(name)) {
+            if (NatShare_Parse(HostFiles_Read(name), &share)) {
+                HostRules_DeleteShare(&transaction, share);
+                any = true;
+            }
+            HostFiles_Remove(name);
+        }
+    }
+    return any ? transaction.Commit(socket) : 0;
+}
+
+int RemoveAdapters(RtSocket *socket, std::span<const int> adapters) {
+    NftTransaction transaction(HostRules_Table());
+    HostRules_DeleteAdapters(&transaction, adapters);
+    return transaction.Commit(socket);
+}
+
+// Turns the switch of an adapter on, after the rules that keep it from forwarding for others.
+void UseAdapter(RtSocket *nftables, const LinkInfo &link) {
+    if (HostForwarding_IsOn(link.name) || !HostForwarding_Note(link.index, link.name)) {
+        return;
+    }
+    NftTransaction transaction(HostRules_Table());
+    HostRules_AddAdapters(&transaction, std::span(&link.index, 1));
+    bool apart = transaction.Commit(nftables) == 0 || !Refused(Rebuild(nftables));
+    if (!apart || !HostForwarding_TurnOn(link.name)) {
+        Complain("cannot let the host forward what comes in by %s: %s", link.name.c_str(), strerror(errno));
+    }
+}
+
+bool IsAdapter(const LinkInfo &link) {
+    return (link.flags & IFF_LOOPBACK) == 0 && !LinkGroup_IsOurs(link.group);
+}
+
+bool IsNatUsed() {
+    std::vector<int> networks = HostFiles_NatNetworks();
+    return std::any_of(networks.begin(), networks.end(),
+                       [](int network) { return HostFiles_IsHeld(HostFiles_OfNat(network)); });
+}
+
+bool IsUsed() {
+    return HostFiles_IsHeld(HOST_TABLE_FILE);
+}
+
+}  // namespace
+
+bool HostTable::Ensure() {
+    HostEdit edit;
+    RtSocket socket;
+    if (!edit.held() || !socket.Open(0, NETLINK_NETFILTER)) {
+        return false;
+    }
+    // What the dead have left may be another version's.
+    bool isFirst = !IsUsed();
+    use_ = HostFiles_Hold(HOST_TABLE_FILE);
+    if (!use_) {
+        Complain("cannot claim the host's table: %s", strerror(errno));
+        return false;
+    }
+    return (!isFirst && Nft_Find(&socket, HostRules_Table()) == 0) || !Refused(Rebuild(&socket));
+}
+
+bool HostTable::ClaimNat(int network) {
+    constexpr std::chrono::milliseconds PREDECESSOR_TIME{2000};
+    constexpr int POLL_MILLISECONDS = 5;
+    const std::string name = HostFiles_OfNat(network);
+    for (Clock::time_point end = Clock::now() + PREDECESSOR_TIME; Clock::now() < end;
+         poll(nullptr, 0, POLL_MILLISECONDS)) {
+        HostEdit edit;
+        if (!edit.held()) {
+            return false;
+        }
+        if (!HostFiles_IsHeld(name)) {
+            nat_ = HostFiles_Hold(name);
+            network_ = network;
+            return static_cast<bool>(nat_);
+        }
+    }
+    Complain("another daemon serves this network");
+    return false;
+}
+
+bool HostTable::AddNat(NatShare share) {
+    HostEdit edit;
+    RtSocket socket;
+    if (!edit.held() || !socket.Open(0, NETLINK_NETFILTER)) {
+        return false;
+    }
+    share.ownTimeout = share.ownTimeout &&
+                       EnsureFlowChain(&socket, FlowObjects_TimeoutChain(share.udpTimeout),
+                                       "time-outs for single flows", [&share](NftTransaction *transaction) {
+                                           FlowObjects_AddTimeout(transaction, share.udpTimeout);
+                                       });
+    share.activeFtp =
+        share.activeFtp && EnsureFlowChain(&socket, FTP_CHAIN, "the FTP helper", FlowObjects_AddFtp);
+    const std::string name = HostFiles_OfNat(network_);
+    NftTransaction transaction(HostRules_Table());
+    NatShare predecessors;
+    if (NatShare_Parse(HostFiles_Read(name), &predecessors)) {
+        HostRules_DeleteShare(&transaction, predecessors);
+    }
+    HostRules_AddShare(&transaction, share);
+    if (!HostFiles_Write(name, NatShare_Text(share))) {
+        return false;
+    }
+    if (transaction.Commit(&socket) == 0) {
+        return true;
+    }
+    LeaveOut(LivingShares(network_), &share);
+    return HostFiles_Write(name, NatShare_Text(share)) && !Refused(Rebuild(&socket));
+}
+
+void HostTable_Sweep() {
+    HostEdit edit;
+    RtSocket socket;
+    if (!edit.held() || !socket.Open(0, NETLINK_NETFILTER)) {
+        return;
+    }
+    int error = RemoveDead(&socket);
+    if (!IsNatUsed()) {
+        std::vector<int> adapters = HostForwarding_Noted();
+        HostForwarding_TakeBack();
+        error = std::max(error, RemoveAdapters(&socket, adapters));
+    }
+    if (!IsUsed()) {
+        NftTransaction transaction(HostRules_Table());
+        transaction.DeleteTable();
+        transaction.Commit(&socket);
+    } else if (error != 0) {
+        Refused(Rebuild(&socket));
+    }
+}
+
+void HostTable_Restore() {
+    HostEdit edit;
+    RtSocket socket;
+    if (edit.held() && IsUsed() && socket.Open(0, NETLINK_NETFILTER)) {
+        Refused(Rebuild(&socket));
+    }
+}
+
+void HostTable_UseAdapters(const std::vector<int> &links) {
+    HostEdit edit;
+    RtSocket nftables;
+    RtSocket routes;
+    LinkInfo link;
+    if (!edit.held() || !IsNatUsed() || !nftables.Open(0, NETLINK_NETFILTER) || !routes.Open()) {
+        return;
+    }
+    for (int index : links) {
+        if (Link_Get(&routes, index, &link) == 0 && IsAdapter(link)) {
+            UseAdapter(&nftables, link);
+        }
+    }
+}
+
+void HostTable_UseAllAdapters() {
+    RtSocket routes;
+    std::set<int> links;
+    if (!routes.Open()) {
+        return;
+    }
+    Address_ForEach(&routes, [&links](int link) { links.insert(link); });
+    Link_ForEach(&routes, 0, [&links](const LinkInfo &link) {
+        if (link.group == LINK_GROUP_UPLINK) {
+            HostForwarding_TurnOn(link.name);
+        }
+        if (!IsAdapter(link)) {
+            links.erase(link.index);
+        }
+    });
+    HostTable_UseAdapters({links.begin(), links.end()});
+}
+
+void HostTable_LeaveAdapters() {
+    HostEdit edit;
+    RtSocket socket;
+    if (edit.held() && HostForwarding_IsOnForAll() && socket.Open(0, NETLINK_NETFILTER)) {
+        std::vector<int> adapters = HostForwarding_Noted();
+        HostForwarding_Forget();
+        RemoveAdapters(&socket, adapters);
+    }
+}

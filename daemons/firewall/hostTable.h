@@ -1,0 +1,46 @@
+// The host's table of the packet filter: one for all networks, there as long as a daemon needs it.
+//
+// It has no owner in the kernel's sense, whose end costs the kernel milliseconds for each network. Instead it
+// follows from the files of living daemons (hostFiles.h), so that whoever finds it missing or out of date can
+// make it anew, and a daemon's share vanishes whichever process notices its death.
+#pragma once
+
+#include "daemons/firewall/hostFiles.h"
+#include "daemons/firewall/natShare.h"
+
+// A daemon's claim to the table, for as long as the daemon lives: kept across fork.
+class HostTable {
+  public:
+    // Puts the table in place, with which host-only networks and NAT networks are apart from everything else.
+    // Call before an interface of a network comes up. False after a line in the log.
+    bool Ensure();
+
+    // Makes the calling daemon the network's only NAT daemon. A dying predecessor is waited for. False after
+    // a line in the log.
+    bool ClaimNat(int network);
+
+    // Adds what the network needs. Forwards that another network has already are left out, and what the
+    // kernel lacks, each with a line in the log. False after a line in the log.
+    bool AddNat(NatShare share);
+
+  private:
+    FileDescriptor use_;
+    FileDescriptor nat_;
+    int network_ = -1;
+};
+
+// Removes the shares of NAT daemons that are dead; after the last one turns off what forwarding it has turned
+// on, and after the last daemon that needs it the table.
+void HostTable_Sweep();
+
+// Makes the table anew as the living daemons need it, if there are any: somebody has removed it or its rules.
+void HostTable_Restore();
+
+// Lets the host forward, while there is a NAT network, what comes in by these adapters, by their indexes, or
+// by all that have an address, the uplinks of the networks included. Those that do already, loopback and the
+// other interfaces of networks are left alone.
+void HostTable_UseAdapters(const std::vector<int> &links);
+void HostTable_UseAllAdapters();
+
+// Somebody has told the whole host to forward: none does so on our account any more.
+void HostTable_LeaveAdapters();
