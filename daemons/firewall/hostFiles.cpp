@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char *FOLDER = "/run/zelan";
 constexpr const char *EDIT_FILE = "host-table.lock";
-constexpr std::string_view NAT_PREFIX = "nat-";
+constexpr std::string_view NAT_PREFIX = "nat-share-";
 
 std::string PathOf(const std::string &name) {
     return std::string(FOLDER) + "/" + name;

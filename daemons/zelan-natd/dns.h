@@ -1,14 +1,15 @@
 // DNS for the guests: what they ask at the gateway's address goes to the host's name servers.
 //
 // The listening sockets are of the router's namespace, those towards the name servers of the host's, so that
-// a name server on the host's own loopback serves the guests too. Nothing is understood of a message but its
-// number and its flags.
+// a name server on the host's own loopback serves the guests too. What may pass is in dnsMessage.h. One guest
+// alone fills neither: see the limits for each.
 #pragma once
 
 #include <netinet/in.h>
 #include <poll.h>
 
 #include <chrono>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -38,6 +39,7 @@ class DnsOverUdp {
 
   private:
     struct Query {
+        Ipv4 sender = 0;
         sockaddr_in guest = {};
         std::string message;
         size_t server = 0;  // place in the list of the one that is asked
@@ -46,16 +48,17 @@ class DnsOverUdp {
     };
 
     void TakeQueries(DnsClock::time_point now, NameServers *servers);
+    void Take(Query query, DnsClock::time_point now, NameServers *servers);
     void TakeAnswer(Query *query, DnsClock::time_point now, NameServers *servers);
     void Ask(Query *query, DnsClock::time_point now, NameServers *servers);
-    void Reply(const Query &query, const char *message, size_t size) const;
-    void ReplyFailure(const Query &query) const;
+    void Reply(const Query &query, const std::string &message) const;
 
     FileDescriptor listener_;
     std::vector<Query> queries_;
 };
 
-// Passes the bytes of connections on, both ways.
+// Takes messages from the guests' connections one after the other, each of which is passed on by a connection
+// of its own.
 class DnsOverTcp {
   public:
     bool Listen(Ipv4 gateway);
@@ -64,28 +67,29 @@ class DnsOverTcp {
     DnsClock::time_point Deadline() const;
 
   private:
-    // One direction: bytes that were read and wait to be written.
-    struct Stream {
-        std::string bytes;
-        bool ended = false;   // nothing more comes
-        bool closed = false;  // and the receiver has been told so
-    };
+    // What is done, in this order; each step waits for one socket alone.
+    enum class Step : uint8_t { TAKE_QUESTION, CONNECT, ASK, TAKE_ANSWER, REPLY, OVER };
     struct Connection {
+        Ipv4 sender = 0;
         FileDescriptor guest;
         FileDescriptor server;
-        bool connecting = true;
-        size_t next = 0;  // place in the list of the server to try next
-        Stream up;
-        Stream down;
-        DnsClock::time_point deadline;
-        bool over = false;
+        Step step = Step::TAKE_QUESTION;
+        DnsClock::time_point deadline;  // of the step: single bytes do not renew it
+        std::string question;           // with its length before it, as it travels
+        std::string bytes;              // of the message that is taken or sent, so far or still
+        size_t next = 0;                // place in the list of the server to try next
     };
 
-    void Accept(DnsClock::time_point now, NameServers *servers);
-    static void Connect(Connection *connection, NameServers *servers);
-    static void Advance(Connection *connection, NameServers *servers);
-    static bool Move(int from, int to, Stream *stream);
-    static pollfd WaitFor(const Connection &connection, bool guest);
+    void Accept(DnsClock::time_point now);
+    static pollfd WaitFor(const Connection &connection);
+    static void Enter(Connection *connection, Step step, DnsClock::time_point now);
+    static void Advance(Connection *connection, DnsClock::time_point now, NameServers *servers);
+    static void TakeQuestion(Connection *connection, DnsClock::time_point now, NameServers *servers);
+    static void TryServer(Connection *connection, DnsClock::time_point now, NameServers *servers);
+    static void Ask(Connection *connection, DnsClock::time_point now, NameServers *servers);
+    static void TakeAnswer(Connection *connection, DnsClock::time_point now, NameServers *servers);
+    static void Reply(Connection *connection, const std::string &message, DnsClock::time_point now);
+    static void SendReply(Connection *connection, DnsClock::time_point now);
 
     FileDescriptor listener_;
     std::vector<Connection> connections_;

@@ -1,3 +1,4 @@
+#include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
@@ -6,17 +7,61 @@
 #include <cerrno>
 
 #include "daemons/zelan-natd/dns.h"
+#include "daemons/zelan-natd/dnsMessage.h"
+#include "daemons/zelan-natd/dnsShare.h"
 
 namespace {
 
 constexpr size_t MAX_CONNECTIONS = 64;
+// One more costs the guest its oldest.
+constexpr size_t MAX_CONNECTIONS_OF_ONE = 4;
 constexpr std::chrono::seconds IDLE_TIME{20};
 // How long a name server has to take a connection.
 constexpr std::chrono::seconds CONNECT_TIME{3};
+// How long either end has to take a message, and the name server to answer it.
+constexpr std::chrono::seconds TRANSFER_TIME{5};
+
+// No question is nearly as long as a message may be.
+constexpr size_t MAX_QUESTION = 4096;
 
 void SendAtOnce(const FileDescriptor &connection) {
     int on = 1;
     setsockopt(connection.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+std::string WithLength(const std::string &message) {
+    return std::string({static_cast<char>(message.size() >> 8), static_cast<char>(message.size())}) + message;
+}
+
+enum class Transfer : uint8_t { UNFINISHED, DONE, FAILED };
+
+Transfer AfterFailure() {
+    return errno == EAGAIN || errno == EINTR ? Transfer::UNFINISHED : Transfer::FAILED;
+}
+
+// Takes what there is of one message, and nothing of the next.
+Transfer TakeMessage(const FileDescriptor &from, std::string *bytes) {
+    std::array<char, 16384> block;
+    while (bytes->size() < DnsMessage_SizeOnStream(*bytes)) {
+        size_t missing = std::min(block.size(), DnsMessage_SizeOnStream(*bytes) - bytes->size());
+        ssize_t size = recv(from.get(), block.data(), missing, 0);
+        if (size <= 0) {
+            return size < 0 ? AfterFailure() : Transfer::FAILED;
+        }
+        bytes->append(block.data(), static_cast<size_t>(size));
+    }
+    return Transfer::DONE;
+}
+
+Transfer SendMessage(const FileDescriptor &to, std::string *bytes) {
+    while (!bytes->empty()) {
+        ssize_t size = send(to.get(), bytes->data(), bytes->size(), MSG_NOSIGNAL);
+        if (size < 0) {
+            return AfterFailure();
+        }
+        bytes->erase(0, static_cast<size_t>(size));
+    }
+    return Transfer::DONE;
 }
 
 }  // namespace
@@ -27,25 +72,27 @@ bool DnsOverTcp::Listen(Ipv4 gateway) {
     return listener_ && listen(listener_.get(), BACKLOG) == 0;
 }
 
-// An end that has nothing to take or to give is not watched: poll would tell that it has hung up for as long
-// as the other end lives.
-pollfd DnsOverTcp::WaitFor(const Connection &connection, bool guest) {
-    const Stream &in = guest ? connection.up : connection.down;
-    const Stream &out = guest ? connection.down : connection.up;
-    const int handle = (guest ? connection.guest : connection.server).get();
-    if (connection.connecting) {
-        return {guest ? -1 : handle, POLLOUT, 0};
+pollfd DnsOverTcp::WaitFor(const Connection &connection) {
+    switch (connection.step) {
+        case Step::TAKE_QUESTION:
+            return {connection.guest.get(), POLLIN, 0};
+        case Step::CONNECT:
+        case Step::ASK:
+            return {connection.server.get(), POLLOUT, 0};
+        case Step::TAKE_ANSWER:
+            return {connection.server.get(), POLLIN, 0};
+        case Step::REPLY:
+            return {connection.guest.get(), POLLOUT, 0};
+        case Step::OVER:
+            break;
     }
-    const int events = (in.bytes.empty() && !in.ended ? POLLIN : 0) | (out.bytes.empty() ? 0 : POLLOUT);
-    return {events != 0 ? handle : -1, static_cast<short>(events), 0};
+    return {-1, 0, 0};
 }
 
 void DnsOverTcp::Collect(std::vector<pollfd> *waits) const {
-    bool full = connections_.size() >= MAX_CONNECTIONS;
-    waits->push_back({full ? -1 : listener_.get(), POLLIN, 0});
+    waits->push_back({listener_.get(), POLLIN, 0});
     for (const Connection &connection : connections_) {
-        waits->push_back(WaitFor(connection, true));
-        waits->push_back(WaitFor(connection, false));
+        waits->push_back(WaitFor(connection));
     }
 }
 
@@ -60,38 +107,94 @@ DnsClock::time_point DnsOverTcp::Deadline() const {
 void DnsOverTcp::Serve(std::span<const pollfd> waits, DnsClock::time_point now, NameServers *servers) {
     for (size_t i = 0; i < connections_.size(); i++) {
         Connection &connection = connections_[i];
-        if (waits[2 * i + 1].revents != 0 || waits[2 * i + 2].revents != 0) {
-            Advance(&connection, servers);
-            connection.deadline = now + (connection.connecting ? CONNECT_TIME : IDLE_TIME);
-        } else if (connection.deadline <= now && connection.connecting) {
-            connection.deadline = now + CONNECT_TIME;
-            Connect(&connection, servers);
+        bool withServer = connection.step == Step::CONNECT || connection.step == Step::ASK ||
+                          connection.step == Step::TAKE_ANSWER;
+        if (waits[i + 1].revents != 0) {
+            Advance(&connection, now, servers);
+        } else if (connection.deadline <= now && withServer) {
+            TryServer(&connection, now, servers);
         } else if (connection.deadline <= now) {
-            connection.over = true;
+            connection.step = Step::OVER;
         }
     }
-    std::erase_if(connections_, [](const Connection &connection) { return connection.over; });
+    std::erase_if(connections_, [](const Connection &connection) { return connection.step == Step::OVER; });
     if (waits[0].revents != 0) {
-        Accept(now, servers);
+        Accept(now);
     }
 }
 
-void DnsOverTcp::Accept(DnsClock::time_point now, NameServers *servers) {
+// Where all are taken, the guest with the most of them loses one.
+void DnsOverTcp::Accept(DnsClock::time_point now) {
     Connection connection;
-    connection.guest.reset(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    sockaddr_in guest = {};
+    socklen_t size = sizeof guest;
+    connection.guest.reset(
+        accept4(listener_.get(), reinterpret_cast<sockaddr *>(&guest), &size, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!connection.guest) {
         return;
     }
     SendAtOnce(connection.guest);
-    connection.deadline = now + CONNECT_TIME;
-    Connect(&connection, servers);
-    if (!connection.over) {
-        connections_.push_back(std::move(connection));
+    connection.sender = ntohl(guest.sin_addr.s_addr);
+    DnsLoad load = DnsShare_Count(connections_);
+    if (load[connection.sender] >= MAX_CONNECTIONS_OF_ONE) {
+        DnsShare_RemoveOldest(&connections_, connection.sender);
+    } else if (connections_.size() >= MAX_CONNECTIONS) {
+        DnsShare_RemoveOldest(&connections_, DnsShare_Greediest(load));
+    }
+    Enter(&connection, Step::TAKE_QUESTION, now);
+    connections_.push_back(std::move(connection));
+}
+
+void DnsOverTcp::Enter(Connection *connection, Step step, DnsClock::time_point now) {
+    connection->step = step;
+    connection->deadline = now + (step == Step::TAKE_QUESTION ? IDLE_TIME
+                                  : step == Step::CONNECT     ? CONNECT_TIME
+                                                              : TRANSFER_TIME);
+}
+
+void DnsOverTcp::Advance(Connection *connection, DnsClock::time_point now, NameServers *servers) {
+    switch (connection->step) {
+        case Step::TAKE_QUESTION:
+            TakeQuestion(connection, now, servers);
+            break;
+        case Step::CONNECT:
+        case Step::ASK:
+            Ask(connection, now, servers);
+            break;
+        case Step::TAKE_ANSWER:
+            TakeAnswer(connection, now, servers);
+            break;
+        case Step::REPLY:
+            SendReply(connection, now);
+            break;
+        case Step::OVER:
+            break;
     }
 }
 
-// Turns to the next name server that can be tried; without one the guest's connection is over.
-void DnsOverTcp::Connect(Connection *connection, NameServers *servers) {
+void DnsOverTcp::TakeQuestion(Connection *connection, DnsClock::time_point now, NameServers *servers) {
+    Transfer transfer = TakeMessage(connection->guest, &connection->bytes);
+    if (transfer == Transfer::FAILED ||
+        DnsMessage_SizeOnStream(connection->bytes) > DNS_LENGTH_SIZE + MAX_QUESTION) {
+        connection->step = Step::OVER;
+    }
+    if (transfer != Transfer::DONE || connection->step == Step::OVER) {
+        return;
+    }
+    connection->question = connection->bytes.substr(DNS_LENGTH_SIZE);
+    DnsVerdict verdict = DnsMessage_Judge(connection->question);
+    if (verdict == DnsVerdict::PASS_ON) {
+        connection->next = 0;
+        TryServer(connection, now, servers);
+    } else if (verdict == DnsVerdict::IGNORE) {
+        connection->step = Step::OVER;
+    } else {
+        Reply(connection, DnsMessage_Answer(connection->question, verdict), now);
+    }
+}
+
+// Turns to the next name server that can be tried; without one the guest is told so.
+void DnsOverTcp::TryServer(Connection *connection, DnsClock::time_point now, NameServers *servers) {
     const std::vector<NameServer> &list = servers->Current();
     while (connection->next < list.size()) {
         const NameServer &server = list[connection->next++];
@@ -102,53 +205,51 @@ void DnsOverTcp::Connect(Connection *connection, NameServers *servers) {
                      server.size) == 0 ||
              errno == EINPROGRESS)) {
             SendAtOnce(connection->server);
+            connection->bytes = WithLength(connection->question);
+            Enter(connection, Step::CONNECT, now);
             return;
         }
     }
-    connection->over = true;
+    Reply(connection, DnsMessage_Answer(connection->question, DnsVerdict::SERVER_FAILURE), now);
 }
 
-void DnsOverTcp::Advance(Connection *connection, NameServers *servers) {
-    if (connection->connecting) {
-        int error = 0;
-        socklen_t size = sizeof error;
-        pollfd server = {connection->server.get(), POLLOUT, 0};
-        if (poll(&server, 1, 0) == 0) {
-            return;
-        }
-        getsockopt(connection->server.get(), SOL_SOCKET, SO_ERROR, &error, &size);
-        if (error != 0) {
-            Connect(connection, servers);
-            return;
-        }
-        connection->connecting = false;
+// The first byte that can be sent shows that the connection is there.
+void DnsOverTcp::Ask(Connection *connection, DnsClock::time_point now, NameServers *servers) {
+    if (connection->step == Step::CONNECT) {
+        Enter(connection, Step::ASK, now);
     }
-    bool alive = Move(connection->guest.get(), connection->server.get(), &connection->up) &&
-                 Move(connection->server.get(), connection->guest.get(), &connection->down);
-    connection->over = !alive || (connection->up.closed && connection->down.closed);
+    Transfer transfer = SendMessage(connection->server, &connection->bytes);
+    if (transfer == Transfer::FAILED) {
+        TryServer(connection, now, servers);
+    } else if (transfer == Transfer::DONE) {
+        Enter(connection, Step::TAKE_ANSWER, now);
+    }
 }
 
-// Moves what there is without waiting. False when one of the ends has failed.
-bool DnsOverTcp::Move(int from, int to, Stream *stream) {
-    std::array<char, 16384> block;
-    if (stream->bytes.empty() && !stream->ended) {
-        ssize_t size = recv(from, block.data(), block.size(), 0);
-        if (size < 0) {
-            return errno == EAGAIN || errno == EINTR;
-        }
-        stream->ended = size == 0;
-        stream->bytes.assign(block.data(), static_cast<size_t>(size));
+void DnsOverTcp::TakeAnswer(Connection *connection, DnsClock::time_point now, NameServers *servers) {
+    Transfer transfer = TakeMessage(connection->server, &connection->bytes);
+    if (transfer == Transfer::UNFINISHED) {
+        return;
     }
-    if (!stream->bytes.empty()) {
-        ssize_t size = send(to, stream->bytes.data(), stream->bytes.size(), MSG_NOSIGNAL);
-        if (size < 0) {
-            return errno == EAGAIN || errno == EINTR;
-        }
-        stream->bytes.erase(0, static_cast<size_t>(size));
+    std::string answer = transfer == Transfer::DONE ? connection->bytes.substr(DNS_LENGTH_SIZE) : "";
+    if (DnsMessage_IsAnswerTo(answer, connection->question)) {
+        Reply(connection, answer, now);
+    } else {
+        TryServer(connection, now, servers);
     }
-    if (stream->bytes.empty() && stream->ended && !stream->closed) {
-        shutdown(to, SHUT_WR);
-        stream->closed = true;
+}
+
+void DnsOverTcp::Reply(Connection *connection, const std::string &message, DnsClock::time_point now) {
+    connection->server.reset();
+    connection->bytes = WithLength(message);
+    Enter(connection, Step::REPLY, now);
+}
+
+void DnsOverTcp::SendReply(Connection *connection, DnsClock::time_point now) {
+    Transfer transfer = SendMessage(connection->guest, &connection->bytes);
+    if (transfer == Transfer::FAILED) {
+        connection->step = Step::OVER;
+    } else if (transfer == Transfer::DONE) {
+        Enter(connection, Step::TAKE_QUESTION, now);
     }
-    return true;
 }

@@ -8,28 +8,18 @@
 
 #include "daemons/common/complain.h"
 #include "daemons/zelan-natd/dns.h"
+#include "daemons/zelan-natd/dnsMessage.h"
+#include "daemons/zelan-natd/dnsShare.h"
 
 namespace {
 
-// The parts of a message's header that matter here.
-constexpr size_t HEADER_SIZE = 12;
-constexpr size_t NUMBER_SIZE = 2;
-constexpr size_t FLAGS_OFFSET = 2;
-constexpr unsigned char IS_ANSWER = 0x80;
-constexpr size_t RESULT_OFFSET = 3;
-constexpr unsigned char RESULT_MASK = 0x0f;
-constexpr unsigned char SERVER_FAILURE = 2;
-
 constexpr std::chrono::seconds PATIENCE{2};
 constexpr size_t MAX_QUERIES = 256;
+// A guest that has as many under way has to ask again.
+constexpr size_t MAX_QUERIES_OF_ONE = 32;
 constexpr int QUERIES_PER_TURN = 64;
 
 using Message = std::array<char, 65536>;
-
-bool IsQuery(const char *message, ssize_t size) {
-    return size >= static_cast<ssize_t>(HEADER_SIZE) &&
-           (static_cast<unsigned char>(message[FLAGS_OFFSET]) & IS_ANSWER) == 0;
-}
 
 }  // namespace
 
@@ -92,15 +82,29 @@ void DnsOverUdp::TakeQueries(DnsClock::time_point now, NameServers *servers) {
         if (length < 0) {
             return;
         }
-        // Beyond the limit guests have to ask again.
-        if (!IsQuery(message.data(), length) || queries_.size() >= MAX_QUERIES) {
-            continue;
-        }
+        query.sender = ntohl(query.guest.sin_addr.s_addr);
         query.message.assign(message.data(), static_cast<size_t>(length));
-        Ask(&query, now, servers);
-        if (query.socket) {
-            queries_.push_back(std::move(query));
+        DnsVerdict verdict = DnsMessage_Judge(query.message);
+        if (verdict == DnsVerdict::PASS_ON) {
+            Take(std::move(query), now, servers);
+        } else if (verdict != DnsVerdict::IGNORE) {
+            Reply(query, DnsMessage_Answer(query.message, verdict));
         }
+    }
+}
+
+// Where all are taken, the guest with the most of them gives one up.
+void DnsOverUdp::Take(Query query, DnsClock::time_point now, NameServers *servers) {
+    DnsLoad load = DnsShare_Count(queries_);
+    if (load[query.sender] >= MAX_QUERIES_OF_ONE) {
+        return;
+    }
+    if (queries_.size() >= MAX_QUERIES) {
+        DnsShare_RemoveOldest(&queries_, DnsShare_Greediest(load));
+    }
+    Ask(&query, now, servers);
+    if (query.socket) {
+        queries_.push_back(std::move(query));
     }
 }
 
@@ -120,7 +124,7 @@ void DnsOverUdp::Ask(Query *query, DnsClock::time_point now, NameServers *server
         }
     }
     query->socket.reset();
-    ReplyFailure(*query);
+    Reply(*query, DnsMessage_Answer(query->message, DnsVerdict::SERVER_FAILURE));
 }
 
 void DnsOverUdp::TakeAnswer(Query *query, DnsClock::time_point now, NameServers *servers) {
@@ -129,26 +133,17 @@ void DnsOverUdp::TakeAnswer(Query *query, DnsClock::time_point now, NameServers 
     if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
         return;
     }
+    std::string_view answer(message.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
     if (length < 0) {
         query->server++;
         Ask(query, now, servers);
-    } else if (length >= static_cast<ssize_t>(HEADER_SIZE) &&
-               memcmp(message.data(), query->message.data(), NUMBER_SIZE) == 0) {
-        Reply(*query, message.data(), static_cast<size_t>(length));
+    } else if (DnsMessage_IsAnswerTo(answer, query->message)) {
+        Reply(*query, std::string(answer));
         query->socket.reset();
     }
 }
 
-void DnsOverUdp::Reply(const Query &query, const char *message, size_t size) const {
-    sendto(listener_.get(), message, size, 0, reinterpret_cast<const sockaddr *>(&query.guest),
-           sizeof query.guest);
-}
-
-void DnsOverUdp::ReplyFailure(const Query &query) const {
-    std::string message = query.message;
-    auto *header = reinterpret_cast<unsigned char *>(message.data());
-    header[FLAGS_OFFSET] |= IS_ANSWER;
-    header[RESULT_OFFSET] =
-        static_cast<unsigned char>((header[RESULT_OFFSET] & ~RESULT_MASK) | SERVER_FAILURE);
-    Reply(query, message.data(), message.size());
+void DnsOverUdp::Reply(const Query &query, const std::string &message) const {
+    sendto(listener_.get(), message.data(), message.size(), 0,
+           reinterpret_cast<const sockaddr *>(&query.guest), sizeof query.guest);
 }

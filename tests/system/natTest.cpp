@@ -1,64 +1,10 @@
-// A network behind NAT: a guest on the switch, a computer outside, and the host between them.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <memory>
-
-#include "tests/support/conversation.h"
-#include "tests/support/daemonStart.h"
+#include "tests/system/natNetwork.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr const char *HOST = "203.0.113.1";
-constexpr const char *OUTSIDE = "203.0.113.9";
-constexpr const char *GUEST = "192.168.10.50";
-constexpr const char *GATEWAY = "192.168.10.2";
-// Long enough for an answer that comes at all.
-constexpr milliseconds SHORT{700};
-
-std::string Configuration(const std::string &host = "", const std::string &udp = "",
-                          const std::string &tcp = "") {
-    return std::string("# Linux NAT configuration file\n[host]\n# NAT gateway address\nip = ") + GATEWAY +
-           "\nnetmask = 255.255.255.0\ndevice = /dev/zelan8\n" + host +
-           "[udp]\ntimeout = 1234\n[incomingudp]\n" + udp + "\n[incomingtcp]\n" + tcp + "\n";
-}
-
-DaemonStart StartNat(const std::string &configuration, const std::string &name = "zelan-natd-8") {
-    Must("mkdir -p /etc/orvane/zelan8/nat");
-    WriteFileText("/etc/orvane/zelan8/nat/nat.conf", configuration);
-    return StartDaemon("zelan-natd", name,
-                       {"-m", "/var/run/zelan-natd-8.mac", "-c", "/etc/orvane/zelan8/nat/nat.conf"});
-}
-
-// The address that a request came from.
-std::string Peer(const std::string &, const std::string &peer) {
-    return peer;
-}
-
-class Nat : public testing::Test {
-  protected:
-    void SetUp() override {
-        outside_.ConnectToHost("eth0", "eth0", std::string(OUTSIDE) + "/24");
-        Must(std::string("ip address add ") + HOST + "/24 dev eth0");
-    }
-
-    void Start(const std::string &configuration) {
-        start_ = MustComeUp(StartNat(configuration));
-        guest_ = std::make_unique<Machine>("zelan-g");
-        guest_->ConnectToBridge("zelan-sw8", "eth0", std::string(GUEST) + "/24");
-        Must(std::string("ip -n zelan-g route add default via ") + GATEWAY);
-    }
-
-    bool GuestPings(const char *address) const {
-        return guest_->Run(std::string("ping -c 1 -W 2 ") + address).Succeeded();
-    }
-
-    Machine outside_{"outside"};
-    DaemonStart start_;
-    std::unique_ptr<Machine> guest_;
-};
+class Nat : public NatNetwork {};
 
 std::string ForwardingOf(const char *name) {
     return ReadFileText(std::string("/proc/sys/net/ipv4/conf/") + name + "/forwarding");
@@ -214,56 +160,6 @@ TEST_F(Nat, ForwardThatCannotBeIsNamedAndThousandsOfOthersWork) {
         EXPECT_EQ("127.0.0.1", Exchange(nullptr, SOCK_STREAM, {"127.0.0.1", port}, "x"))
             << "the host's own server lost its port";
     }
-}
-
-// Enough of a message for the daemon, and a mark of who has answered.
-std::string Question(char number) {
-    return std::string("\x12") + number + std::string("\x01\0\0\x01\0\0\0\0\0\0question", 18);
-}
-
-Responder::Answer Resolver(const std::string &name) {
-    return [name](const std::string &request, const std::string &) {
-        // Over TCP the message has its length before it.
-        const size_t start = request.size() > 20 ? 2 : 0;
-        return request.substr(0, start + 2) + "\x81" + request.substr(start + 3) + name;
-    };
-}
-
-TEST_F(Nat, GuestsQuestionsGoToTheHostsNameServers) {
-    const std::string loopback = "127.0.0.53";
-    WriteFileText("/etc/resolv.conf", "search example\nnameserver " + loopback + "\n");
-    Responder hostUdp(nullptr, SOCK_DGRAM, {loopback, 53}, Resolver("host"));
-    Responder hostTcp(nullptr, SOCK_STREAM, {loopback, 53}, Resolver("host"));
-    Responder outsideUdp(&outside_, SOCK_DGRAM, {OUTSIDE, 53}, Resolver("outside"));
-    Responder outsideTcp(&outside_, SOCK_STREAM, {OUTSIDE, 53}, Resolver("outside"));
-    Start(Configuration());
-    const struct {
-        const char *condition;
-        std::string file;  // the next resolv.conf; empty to leave it
-        const char *answeredBy;
-    } cases[] = {
-        {"a name server on the host's loopback", "", "host"},
-        {"a changed file", std::string("nameserver ") + OUTSIDE + "\n", "outside"},
-        {"a first server that is silent",
-         std::string("nameserver 203.0.113.77\nnameserver ") + OUTSIDE + "\n", "outside"},
-    };
-    char number = 1;
-    for (const auto &row : cases) {
-        if (!row.file.empty()) {
-            WriteFileText("/etc/resolv.conf", row.file);
-        }
-        const std::string message = Question(number++);
-        const std::string udp = Exchange(guest_.get(), SOCK_DGRAM, {GATEWAY, 53}, message);
-        EXPECT_EQ(message.substr(0, 2), udp.substr(0, 2)) << row.condition;
-        EXPECT_TRUE(udp.ends_with(row.answeredBy)) << row.condition << ": " << udp;
-        const std::string length = {'\0', static_cast<char>(message.size())};
-        const std::string tcp = Exchange(guest_.get(), SOCK_STREAM, {GATEWAY, 53}, length + message);
-        EXPECT_TRUE(tcp.ends_with(row.answeredBy)) << row.condition << ": " << tcp;
-    }
-    WriteFileText("/etc/resolv.conf", "nameserver 127.0.0.9\n");
-    const std::string refusal = Exchange(guest_.get(), SOCK_DGRAM, {GATEWAY, 53}, Question(number), SHORT);
-    ASSERT_GE(refusal.size(), 4U) << start_;
-    EXPECT_EQ(2, refusal[3] & 0x0f) << "no server failure";
 }
 
 TEST_F(Nat, KilledDaemonLeavesNothingButForwardingThatTheHostHasTurnedOn) {

@@ -1,0 +1,156 @@
+// DNS at the gateway: guests' questions reach the host's name servers, and nothing else of theirs does.
+#include <netinet/in.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "tests/system/natNetwork.h"
+
+namespace {
+
+// A query with one question for a name of one label.
+std::string Query(const std::string &name, uint8_t type = 1) {
+    std::string message = {'\x12', '\x34', '\1', '\0', '\0', '\1', '\0', '\0', '\0', '\0', '\0', '\0'};
+    return message + static_cast<char>(name.size()) + name +
+           std::string({'\0', '\0', static_cast<char>(type), '\0', '\1'});
+}
+
+std::string WithLength(const std::string &message) {
+    return std::string({static_cast<char>(message.size() >> 8), static_cast<char>(message.size())}) + message;
+}
+
+// Answers with its mark behind the question, but never for the name "silence".
+class NameServer {
+  public:
+    NameServer(const Machine *machine, const std::string &address, const std::string &mark)
+        : udp_(machine, SOCK_DGRAM, {address, 53},
+               [this, mark](const std::string &request, auto &) { return Answer(request, mark); }),
+          tcp_(machine, SOCK_STREAM, {address, 53}, [this, mark](const std::string &request, auto &) {
+              return WithLength(Answer(request.substr(2), mark));
+          }) {}
+
+    int asked() const { return asked_; }
+
+  private:
+    std::string Answer(const std::string &request, const std::string &mark) {
+        asked_++;
+        const bool silent = request.find("silence") != std::string::npos;
+        return silent ? "" : request.substr(0, 2) + "\x81" + request.substr(3) + mark;
+    }
+
+    std::atomic<int> asked_ = 0;
+    Responder udp_;
+    Responder tcp_;
+};
+
+class NatDns : public NatNetwork {
+  protected:
+    void UseNameServer(const std::string &address) {
+        WriteFileText("/etc/resolv.conf", "search example\nnameserver " + address + "\n");
+    }
+
+    std::string AskUdp(const Machine &guest, const std::string &message) const {
+        return Exchange(&guest, SOCK_DGRAM, {GATEWAY, 53}, message, SHORT);
+    }
+    std::string AskTcp(const Machine &guest, const std::string &message) const {
+        return Exchange(&guest, SOCK_STREAM, {GATEWAY, 53}, WithLength(message));
+    }
+};
+
+TEST_F(NatDns, GuestsQuestionsGoToTheHostsNameServers) {
+    const std::string loopback = "127.0.0.53";
+    UseNameServer(loopback);
+    NameServer host(nullptr, loopback, "host");
+    NameServer outside(&outside_, OUTSIDE, "outside");
+    Start(Configuration());
+    const struct {
+        const char *condition;
+        std::string file;  // the next resolv.conf; empty to leave it
+        const char *answeredBy;
+    } cases[] = {
+        {"a name server on the host's loopback", "", "host"},
+        {"a changed file", std::string("nameserver ") + OUTSIDE + "\n", "outside"},
+        {"a first server that is silent",
+         std::string("nameserver 203.0.113.77\nnameserver ") + OUTSIDE + "\n", "outside"},
+    };
+    for (const auto &row : cases) {
+        if (!row.file.empty()) {
+            WriteFileText("/etc/resolv.conf", row.file);
+        }
+        const std::string udp = Exchange(guest_.get(), SOCK_DGRAM, {GATEWAY, 53}, Query("name"));
+        EXPECT_TRUE(udp.ends_with(row.answeredBy)) << row.condition << ": " << udp;
+        const std::string tcp = AskTcp(*guest_, Query("name"));
+        EXPECT_TRUE(tcp.ends_with(row.answeredBy)) << row.condition << ": " << tcp;
+    }
+    UseNameServer("127.0.0.9");
+    for (const std::string &refusal :
+         {AskUdp(*guest_, Query("name")), AskTcp(*guest_, Query("name")).substr(2)}) {
+        ASSERT_GE(refusal.size(), 4U) << start_;
+        EXPECT_EQ(2, refusal[3] & 0x0f) << "no server failure";
+    }
+}
+
+// The name server may allow the host, from which all comes, to change and to copy zones.
+TEST_F(NatDns, NothingButQueriesReachesTheNameServer) {
+    UseNameServer("127.0.0.53");
+    NameServer server(nullptr, "127.0.0.53", "host");
+    Start(Configuration());
+    std::string update = Query("zone", 6);
+    update[2] = '\x28';
+    std::string notify = Query("zone", 6);
+    notify[2] = '\x20';
+    std::string twice = Query("name") + "\4more" + std::string({'\0', '\0', '\1', '\0', '\1'});
+    twice[5] = '\2';
+    const struct {
+        const char *what;
+        std::string message;
+        int result;
+    } cases[] = {{"an update", update, 4},          {"a notification", notify, 4},
+                 {"a zone", Query("zone", 252), 5}, {"changes of a zone", Query("zone", 251), 5},
+                 {"two questions", twice, 1},       {"half a question", Query("name").substr(0, 15), 1}};
+    for (const auto &row : cases) {
+        const std::string udp = AskUdp(*guest_, row.message);
+        const std::string tcp = AskTcp(*guest_, row.message);
+        ASSERT_TRUE(udp.size() >= 12 && tcp.size() >= 14) << row.what;
+        EXPECT_EQ(row.result, udp[3] & 0x0f) << row.what;
+        EXPECT_EQ(row.result, tcp[5] & 0x0f) << row.what;
+    }
+    EXPECT_EQ(0, server.asked());
+    EXPECT_TRUE(AskUdp(*guest_, Query("name")).ends_with("host"));
+    // Two messages on one connection, the second one of them hidden behind a query.
+    const std::string pair = WithLength(Query("name")) + WithLength(update);
+    EXPECT_NE(std::string::npos, Exchange(guest_.get(), SOCK_STREAM, {GATEWAY, 53}, pair).find("host"));
+    EXPECT_EQ(2, server.asked());
+}
+
+TEST_F(NatDns, OneGuestCannotKeepAnotherFromAsking) {
+    UseNameServer("127.0.0.53");
+    NameServer server(nullptr, "127.0.0.53", "host");
+    Start(Configuration());
+    Machine other("zelan-g2");
+    other.ConnectToBridge("zelan-sw8", "eth0", "192.168.10.51/24");
+    std::vector<FileDescriptor> held;
+    for (int i = 0; i < 100; i++) {
+        held.push_back(ConnectedTo(guest_.get(), SOCK_STREAM, {GATEWAY, 53}));
+    }
+    std::atomic<bool> enough = false;
+    const FileDescriptor flood = ConnectedTo(guest_.get(), SOCK_DGRAM, {GATEWAY, 53});
+    std::thread flooder([&] {
+        const std::string question = Query("silence");
+        for (int sent = 0; !enough; sent++) {
+            (void)!send(flood.get(), question.data(), question.size(), 0);
+            (void)!send(held[static_cast<size_t>(sent) % held.size()].get(), "\0", 1, MSG_NOSIGNAL);
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
+        }
+    });
+    EXPECT_TRUE(WaitUntil([&server] { return server.asked() >= 32; })) << "no flood";
+    for (int i = 0; i < 10; i++) {
+        EXPECT_TRUE(AskUdp(other, Query("name")).ends_with("host")) << i;
+        EXPECT_TRUE(AskTcp(other, Query("name")).ends_with("host")) << i;
+    }
+    enough = true;
+    flooder.join();
+}
+
+}  // namespace
