@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "lib/harbrel/api/bridgeChanges.h"
+#include "lib/harbrel/api/bridgeRemoval.h"
 #include "lib/harbrel/base/hostAdapterChain.h"
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/bridging/bridging.h"

@@ -12,49 +12,65 @@ namespace {
 
 struct AddressSetter {
     bool (*check)(const char *value);
-    const char *badValue;  // may take the value
+    const char *badValue;
+    bool showsBadValue;  // behind that
     bool (*write)(uint32_t vnet, const char *value);
     bool (*remove)(uint32_t vnet);
-    const char *success;  // takes "set" or "removed", and the vnet name
-    const char *failure;  // takes "setting" or "removing", and the vnet name
+    const char *changed;  // behind "set" or "removed"
+    const char *what;     // behind "setting" or "removing"
 };
 
-constexpr AddressSetter SUBNET_SETTER = {HBLIPStrIsValid,
-                                         "Subnet address is not valid: %s",
-                                         HBLSetVnetSubnetAddr,
-                                         HBLRemoveVnetSubnetAddr,
-                                         "Successfully %s set the subnet address for vnet: %s",
-                                         "Error %s subnet address for vnet: %s"};
-constexpr AddressSetter MASK_SETTER = {
-    HBLIsValidSubnetMask,    "Specified mask is not valid",           HBLSetVnetSubnetMask,
-    HBLRemoveVnetSubnetMask, "Successfully %s the mask for vnet: %s", "Error %s mask for vnet: %s"};
-constexpr AddressSetter ADAPTER_SETTER = {HBLIPStrIsValid,
-                                          "Invalid adapter IP address: %s",
-                                          HBLSetVnetVirtAdapterAddr,
-                                          HBLRemoveVnetVirtAdapterAddr,
-                                          "Successfully %s adapter address for vnet: %s",
-                                          "Error %s adapter address for vnet: %s"};
+constexpr AddressSetter SUBNET_SETTER = {.check = HBLIPStrIsValid,
+                                         .badValue = "Subnet address is not valid: ",
+                                         .showsBadValue = true,
+                                         .write = HBLSetVnetSubnetAddr,
+                                         .remove = HBLRemoveVnetSubnetAddr,
+                                         .changed = "set the subnet address",
+                                         .what = "subnet address"};
+constexpr AddressSetter MASK_SETTER = {.check = HBLIsValidSubnetMask,
+                                       .badValue = "Specified mask is not valid",
+                                       .showsBadValue = false,
+                                       .write = HBLSetVnetSubnetMask,
+                                       .remove = HBLRemoveVnetSubnetMask,
+                                       .changed = "the mask",
+                                       .what = "mask"};
+constexpr AddressSetter ADAPTER_SETTER = {.check = HBLIPStrIsValid,
+                                          .badValue = "Invalid adapter IP address: ",
+                                          .showsBadValue = true,
+                                          .write = HBLSetVnetVirtAdapterAddr,
+                                          .remove = HBLRemoveVnetVirtAdapterAddr,
+                                          .changed = "adapter address",
+                                          .what = "adapter address"};
 
 struct AddressGetter {
-    const char *arguments;        // takes name, its text, buffer, length and *length
-    const char *invalidArgument;  // takes name, buffer, length and *length
+    const char *bufferTag;  // of the argument line
+    const char *lengthTag;
+    const char *parameter;  // its length has the same name with "Len" behind it
     bool (*read)(uint32_t vnet, char *out, size_t size, bool computeDefault);
     const char *failure;
-    const char *success;  // takes the text and its length with the terminator
+    const char *what;
 };
 
 constexpr AddressGetter SUBNET_GETTER = {
-    "Arguments - v: %p,%s, ad: %p, sz:%p,%u", "Invalid argument - vnet: %p, addr: %p, addrLen:%p,%u",
-    [](uint32_t vnet, char *out, size_t size, bool) { return HBLGetVnetSubnetAddr(vnet, out, size); },
-    "Failure in getting subnet address", "Retrieved subnet address: %s, len: %u"};
+    .bufferTag = "ad",
+    .lengthTag = "sz",
+    .parameter = "addr",
+    .read = [](uint32_t vnet, char *out, size_t size, bool) { return HBLGetVnetSubnetAddr(vnet, out, size); },
+    .failure = "Failure in getting subnet address",
+    .what = "subnet address"};
 constexpr AddressGetter MASK_GETTER = {
-    "Arguments - v: %p,%s, mask: %p, maskLen:%p,%u", "Invalid argument - vnet: %p, mask: %p, maskLen:%p,%u",
-    [](uint32_t vnet, char *out, size_t size, bool) { return HBLGetVnetSubnetMask(vnet, out, size); },
-    "Failure in getting subnet mask", "Retrieved subnet mask: %s, len: %u"};
-constexpr AddressGetter ADAPTER_GETTER = {"Arguments - v: %p,%s, ad: %p, sz:%p,%u",
-                                          "Invalid argument - vnet: %p, addr: %p, addrLen:%p,%u",
-                                          HBLGetVnetVirtAdapterAddr, "Failure in getting the adapter address",
-                                          "Retrieved adapter address: %s, len: %u"};
+    .bufferTag = "mask",
+    .lengthTag = "maskLen",
+    .parameter = "mask",
+    .read = [](uint32_t vnet, char *out, size_t size, bool) { return HBLGetVnetSubnetMask(vnet, out, size); },
+    .failure = "Failure in getting subnet mask",
+    .what = "subnet mask"};
+constexpr AddressGetter ADAPTER_GETTER = {.bufferTag = "ad",
+                                          .lengthTag = "sz",
+                                          .parameter = "addr",
+                                          .read = HBLGetVnetVirtAdapterAddr,
+                                          .failure = "Failure in getting the adapter address",
+                                          .what = "adapter address"};
 
 // A null value removes the setting.
 bool SetAddress(const AddressSetter &setter, const char *function, const char *vnet, const char *value) {
@@ -62,25 +78,27 @@ bool SetAddress(const AddressSetter &setter, const char *function, const char *v
     if (!frame.Passed()) {
         return false;
     }
-    HBLLog(LOG_ARGS, function, "Arguments - v: %p,%s, sn: %p,%s", static_cast<const void *>(vnet),
-           TextOrNull(vnet), static_cast<const void *>(value), TextOrNull(value));
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, sn: %p,%s", static_cast<const void *>(vnet), TextOrNull(vnet),
+              static_cast<const void *>(value), TextOrNull(value));
     uint32_t number;
-    if (!ApiVnetArgument(function, vnet, &number)) {
+    if (!ApiVnetArgument(frame.log, vnet, &number)) {
         return false;
     }
     if (value != nullptr && !setter.check(value)) {
-        HBLLog(LOG_ERR, function, setter.badValue, value);
+        frame.log(LOG_ERR, "%s%s", setter.badValue, setter.showsBadValue ? value : "");
         return false;
     }
-    const ConfigLock lock(function);
+    const ConfigLock lock(frame.log);
     if (!lock.Held()) {
         return false;
     }
     if (!(value != nullptr ? setter.write(number, value) : setter.remove(number))) {
-        HBLLog(LOG_ERR, function, setter.failure, value != nullptr ? "setting" : "removing", vnet);
+        frame.log(LOG_ERR, "Error %s %s for vnet: %s", value != nullptr ? "setting" : "removing", setter.what,
+                  vnet);
         return false;
     }
-    HBLLog(LOG_OK, function, setter.success, value != nullptr ? "set" : "removed", vnet);
+    frame.log(LOG_OK, "Successfully %s %s for vnet: %s", value != nullptr ? "set" : "removed", setter.changed,
+              vnet);
     return true;
 }
 
@@ -91,23 +109,25 @@ bool GetAddress(const AddressGetter &getter, const char *function, const char *v
         return false;
     }
     const uint32_t size = ValueOrZero(len);
-    HBLLog(LOG_ARGS, function, getter.arguments, static_cast<const void *>(vnet), TextOrNull(vnet),
-           static_cast<void *>(out), static_cast<void *>(len), size);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, %s: %p, %s:%p,%u", static_cast<const void *>(vnet),
+              TextOrNull(vnet), getter.bufferTag, static_cast<void *>(out), getter.lengthTag,
+              static_cast<void *>(len), size);
     if (vnet == nullptr || out == nullptr || size < HBL_IP_STR_SIZE) {
-        HBLLog(LOG_ERR, function, getter.invalidArgument, static_cast<const void *>(vnet),
-               static_cast<void *>(out), static_cast<void *>(len), size);
+        frame.log(LOG_ERR, "Invalid argument - vnet: %p, %s: %p, %sLen:%p,%u",
+                  static_cast<const void *>(vnet), getter.parameter, static_cast<void *>(out),
+                  getter.parameter, static_cast<void *>(len), size);
         return false;
     }
     uint32_t number;
-    if (!ApiVnetNumber(function, vnet, &number)) {
+    if (!ApiVnetNumber(frame.log, vnet, &number)) {
         return false;
     }
     if (!getter.read(number, out, size, computeDefault)) {
-        HBLLog(LOG_ERR, function, "%s", getter.failure);
+        frame.log(LOG_ERR, "%s", getter.failure);
         return false;
     }
     *len = LengthWithTerminator(out);
-    HBLLog(LOG_INFO2, function, getter.success, out, *len);
+    frame.log(LOG_INFO2, "Retrieved %s: %s, len: %u", getter.what, out, *len);
     return true;
 }
 

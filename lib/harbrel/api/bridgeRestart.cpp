@@ -4,20 +4,20 @@
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/services/daemons.h"
 
-bool BridgeRestart::Restart(const char *function, const char *failureLine) {
+bool BridgeRestart::Restart(FunctionLog log, const char *role) {
     if (vnet == HBL_VNET_NONE) {
         return true;
     }
     if (!HBLRestartService(static_cast<uint32_t>(vnet), HBL_SVC_BRIDGE, &wasRunning, nullptr, false)) {
-        HBLLog(LOG_ERR, function, failureLine, vnet);
+        log(LOG_ERR, "Failed to restart bridge service on %s: %d", role, vnet);
         return false;
     }
     return true;
 }
 
-void BridgeRestart::Restore(const char *function, const char *failureLine) const {
+void BridgeRestart::Restore(FunctionLog log, const char *role, const char *comma) const {
     if (wasRunning &&
         !HBLRestartService(static_cast<uint32_t>(vnet), HBL_SVC_BRIDGE, nullptr, nullptr, true)) {
-        HBLLog(LOG_ERR, function, failureLine, vnet);
+        log(LOG_ERR, "Failed to restart bridge service on %s: %d%s during cleanup", role, vnet, comma);
     }
 }

@@ -31,21 +31,21 @@ constexpr Feature FEATURES[] = {
 };
 
 // `what` is the word for a bad number.
-bool CheckArgument(const char *function, const HBL_VnetFeatures *ft, const char *what) {
+bool CheckArgument(FunctionLog log, const HBL_VnetFeatures *ft, const char *what) {
     if (ft == nullptr) {
-        HBLLog(LOG_ERR, function, "Invalid argument - ft: %p", static_cast<const void *>(ft));
+        log(LOG_ERR, "Invalid argument - ft: %p", static_cast<const void *>(ft));
         return false;
     }
     if (ft->version != 1) {
-        HBLLog(LOG_ERR, function, "Unsupported feature struct version: %u", ft->version);
+        log(LOG_ERR, "Unsupported feature struct version: %u", ft->version);
         return false;
     }
     if (ft->net.type != HBL_NETWORK_TYPE_VNET) {
-        HBLLog(LOG_ERR, function, "Query unsupported for non-vnets");
+        log(LOG_ERR, "Query unsupported for non-vnets");
         return false;
     }
     if (static_cast<uint32_t>(ft->net.vnet) >= HBL_NUM_VNETS) {
-        HBLLog(LOG_ERR, function, "Invalid %s: %d", what, ft->net.vnet);
+        log(LOG_ERR, "Invalid %s: %d", what, ft->net.vnet);
         return false;
     }
     return true;
@@ -59,15 +59,15 @@ void ReadConfigured(uint32_t vnet, HBL_VnetFeatures *ft) {
     }
 }
 
-bool ReadAdapterIsUp(const char *function, uint32_t vnet, uint8_t *isUp) {
+bool ReadAdapterIsUp(FunctionLog log, uint32_t vnet, uint8_t *isUp) {
     char name[HBL_ADAPTER_NAME_SIZE];
     if (!HBLGetVnetVirtAdapterName(vnet, name, sizeof name)) {
-        HBLLog(LOG_ERR, function, "Getting virtual adapter name failed");
+        log(LOG_ERR, "Getting virtual adapter name failed");
         return false;
     }
     const uint32_t status = HBLAdapterStatus(name);
     if (status == HBL_ADAPTER_STATUS_ERROR) {
-        HBLLog(LOG_ERR, function, "Error getting status for virtual adapter: %s", name);
+        log(LOG_ERR, "Error getting status for virtual adapter: %s", name);
         return false;
     }
     *isUp = status == HBL_ADAPTER_STATUS_UP;
@@ -75,11 +75,11 @@ bool ReadAdapterIsUp(const char *function, uint32_t vnet, uint8_t *isUp) {
 }
 
 // What was filled before a failure stays filled.
-bool ReadRunning(const char *function, uint32_t vnet, HBL_FeatureGroup *runtime) {
+bool ReadRunning(FunctionLog log, uint32_t vnet, HBL_FeatureGroup *runtime) {
     *runtime = {};
     for (const Feature &feature : FEATURES) {
         if (feature.service == HBL_SVC_NONE) {
-            if (!ReadAdapterIsUp(function, vnet, &(runtime->*feature.byte))) {
+            if (!ReadAdapterIsUp(log, vnet, &(runtime->*feature.byte))) {
                 return false;
             }
         } else {
@@ -89,43 +89,43 @@ bool ReadRunning(const char *function, uint32_t vnet, HBL_FeatureGroup *runtime)
     return true;
 }
 
-bool ByteMatches(const char *function, uint8_t query, uint8_t real, const char *mismatch) {
+bool ByteMatches(FunctionLog log, uint8_t query, uint8_t real, const char *mismatch) {
     if (query == HBL_FEATURE_ANY || query == (real != 0 ? HBL_FEATURE_YES : HBL_FEATURE_NO)) {
         return true;
     }
-    HBLLog(LOG_INFO2, function, "%s", mismatch);
+    log(LOG_INFO2, "%s", mismatch);
     return false;
 }
 
-bool GroupMatches(const char *function, const HBL_FeatureGroup &query, const HBL_FeatureGroup &real,
+bool GroupMatches(FunctionLog log, const HBL_FeatureGroup &query, const HBL_FeatureGroup &real,
                   const char *Feature::*mismatch) {
     for (const Feature &feature : FEATURES) {
-        if (!ByteMatches(function, query.*feature.byte, real.*feature.byte, feature.*mismatch)) {
+        if (!ByteMatches(log, query.*feature.byte, real.*feature.byte, feature.*mismatch)) {
             return false;
         }
     }
     return true;
 }
 
-bool ConfigMatches(const char *function, const HBL_VnetFeatures &query, const HBL_VnetFeatures &real) {
-    return ByteMatches(function, query.subnet, real.subnet, "Subnet config-time feature does not match") &&
-           GroupMatches(function, query.config, real.config, &Feature::configMismatch);
+bool ConfigMatches(FunctionLog log, const HBL_VnetFeatures &query, const HBL_VnetFeatures &real) {
+    return ByteMatches(log, query.subnet, real.subnet, "Subnet config-time feature does not match") &&
+           GroupMatches(log, query.config, real.config, &Feature::configMismatch);
 }
 
 // Whether the network matches; services and interface are asked only when the configuration does. *failed is
 // set when they could not be asked.
-bool VnetMatches(const char *function, uint32_t vnet, const HBL_VnetFeatures &query, HBL_VnetFeatures *real,
+bool VnetMatches(FunctionLog log, uint32_t vnet, const HBL_VnetFeatures &query, HBL_VnetFeatures *real,
                  bool *failed) {
-    HBLLog(LOG_INFO2, function, "Looking at vnet: %u to see if it matches", vnet);
+    log(LOG_INFO2, "Looking at vnet: %u to see if it matches", vnet);
     ReadConfigured(vnet, real);
-    if (!ConfigMatches(function, query, *real)) {
+    if (!ConfigMatches(log, query, *real)) {
         return false;
     }
-    *failed = !ReadRunning(function, vnet, &real->runtime);
-    return !*failed && GroupMatches(function, query.runtime, real->runtime, &Feature::runtimeMismatch);
+    *failed = !ReadRunning(log, vnet, &real->runtime);
+    return !*failed && GroupMatches(log, query.runtime, real->runtime, &Feature::runtimeMismatch);
 }
 
-void HandOutMatch(const char *function, const HBL_VnetFeatures &real, uint32_t vnet, HBL_VnetFeatures *ft) {
+void HandOutMatch(FunctionLog log, const HBL_VnetFeatures &real, uint32_t vnet, HBL_VnetFeatures *ft) {
     ft->version = 1;
     ft->net.version = 1;
     ft->net.type = HBL_NETWORK_TYPE_VNET;
@@ -133,17 +133,17 @@ void HandOutMatch(const char *function, const HBL_VnetFeatures &real, uint32_t v
     ft->subnet = real.subnet;
     ft->config = real.config;
     ft->runtime = real.runtime;
-    HBLLog(LOG_INFO, function, "Found matching vnet: %d", ft->net.vnet);
-    HBLLog(LOG_OK, function, "Returning matching vnet: %d", ft->net.vnet);
+    log(LOG_INFO, "Found matching vnet: %d", ft->net.vnet);
+    log(LOG_OK, "Returning matching vnet: %d", ft->net.vnet);
 }
 
-bool ReadFeatures(const char *function, HBL_VnetFeatures *ft) {
-    if (!CheckArgument(function, ft, "vnet number")) {
+bool ReadFeatures(FunctionLog log, HBL_VnetFeatures *ft) {
+    if (!CheckArgument(log, ft, "vnet number")) {
         return false;
     }
     const auto vnet = static_cast<uint32_t>(ft->net.vnet);
     ReadConfigured(vnet, ft);
-    return ReadRunning(function, vnet, &ft->runtime);
+    return ReadRunning(log, vnet, &ft->runtime);
 }
 
 }  // namespace
@@ -153,12 +153,12 @@ bool HBL_GetVnetFeatures(HBL_VnetFeatures *ft) {
     if (!frame.Passed()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - ft: %p", static_cast<void *>(ft));
-    if (!ReadFeatures(__func__, ft)) {
-        HBLLog(LOG_ERR, __func__, "Failed to return vnet features");
+    frame.log(LOG_ARGS, "Arguments - ft: %p", static_cast<void *>(ft));
+    if (!ReadFeatures(frame.log, ft)) {
+        frame.log(LOG_ERR, "Failed to return vnet features");
         return false;
     }
-    HBLLog(LOG_OK, __func__, "Returning features of vnet");
+    frame.log(LOG_OK, "Returning features of vnet");
     return true;
 }
 
@@ -167,21 +167,21 @@ bool HBL_FindVnetWithFeatures(HBL_VnetFeatures *ft) {
     if (!frame.Passed()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - ft: %p", static_cast<void *>(ft));
-    if (!CheckArgument(__func__, ft, "index of starting vnet")) {
+    frame.log(LOG_ARGS, "Arguments - ft: %p", static_cast<void *>(ft));
+    if (!CheckArgument(frame.log, ft, "index of starting vnet")) {
         return false;
     }
     HBL_VnetFeatures real{};
     for (auto vnet = static_cast<uint32_t>(ft->net.vnet); vnet < HBL_NUM_VNETS; vnet++) {
         bool failed = false;
-        if (VnetMatches(__func__, vnet, *ft, &real, &failed)) {
-            HandOutMatch(__func__, real, vnet, ft);
+        if (VnetMatches(frame.log, vnet, *ft, &real, &failed)) {
+            HandOutMatch(frame.log, real, vnet, ft);
             return true;
         }
         if (failed) {
             return false;
         }
     }
-    HBLLog(LOG_ERR, __func__, "Could not find any matching vnet");
+    frame.log(LOG_ERR, "Could not find any matching vnet");
     return false;
 }

@@ -1,5 +1,5 @@
 // Exported: taking a network out of the configuration.
-#include "lib/harbrel/api/bridgeChanges.h"
+#include "lib/harbrel/api/bridgeRemoval.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/database/database.h"

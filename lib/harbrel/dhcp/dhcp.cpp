@@ -9,7 +9,7 @@
 
 namespace {
 
-bool RemoveFiles(const char *function, uint32_t vnet) {
+bool RemoveFiles(FunctionLog log, uint32_t vnet) {
     HBLRemoveFile(vnet, HBL_FILE_DHCP_CONF_BACKUP, nullptr);
     HBLRemoveFile(vnet, HBL_FILE_DHCP_LEASES_BACKUP, nullptr);
     const bool confRemoved = HBLRemoveFile(vnet, HBL_FILE_DHCP_CONF, nullptr);
@@ -17,10 +17,10 @@ bool RemoveFiles(const char *function, uint32_t vnet) {
     HBLRemoveFile(vnet, HBL_FILE_DHCP_DIR, nullptr);
     HBLRemoveFile(vnet, HBL_FILE_VNET_DIR, nullptr);  // fails while the NAT directory is there
     if (!confRemoved || !leasesRemoved) {
-        HBLLog(LOG_ERR, function, "Removing DHCP configuration files failed");
+        log(LOG_ERR, "Removing DHCP configuration files failed");
         return false;
     }
-    HBLLog(LOG_INFO, function, "Removed all traces of DHCP configuration for vnet: %d", vnet);
+    log(LOG_INFO, "Removed all traces of DHCP configuration for vnet: %d", vnet);
     return true;
 }
 

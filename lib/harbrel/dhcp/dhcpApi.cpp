@@ -1,50 +1,87 @@
 // The exported functions of DHCP: switch, parameters, file.
-#include "lib/harbrel/base/hblLog.h"
+#include <cstring>
+
 #include "lib/harbrel/base/services.h"
+#include "lib/harbrel/database/database.h"
 #include "lib/harbrel/dhcp/dhcp.h"
 #include "lib/harbrel/dhcp/dhcpParameters.h"
 #include "lib/harbrel/frame/apiFrame.h"
 #include "lib/harbrel/networks/featureSwitch.h"
 #include "lib/harbrel/networks/settings.h"
 #include "lib/harbrel/parameters/fileUpdate.h"
+#include "lib/misc/owners.h"
 
 namespace {
 
 constexpr FeatureSwitch DHCP_SWITCH = {
-    .function = "HBL_SetVnetUseDHCP",
-    .arguments = "Arguments - v: %p,%s, uD: %u",
     .option = HBL_OPTION_DHCP,
     .set = HBLSetVnetUseDHCP,
     .same = "Current DHCP status and requested status are same",
-    .cleanedUp = "Cleaned up existing DHCP configuration for vnet: %s",
-    .cleanupFailed = "Failed to cleanup existing DHCP configuration for vnet: %s",
-    .changing = "Current DHCP status: %u, requested status: %u, changing DHCP status",
-    .assigning = "Attemping to configure subnet for vnet",
-    .assignFailed = "Failed to assign subnet to vnet",
-    .assigned = "New subnet configured",
+    .cleanedUp = {"Cleaned up existing DHCP configuration for vnet: ", ""},
+    .cleanupFailed = {"Failed to cleanup existing DHCP configuration for vnet: ", ""},
+    .logChanging =
+        [](FunctionLog log, bool used, bool use) {
+            log(LOG_INFO2, "Current DHCP status: %u, requested status: %u, changing DHCP status", used, use);
+        },
+    .assigning = {"Attemping to configure subnet for vnet"},
+    .assignFailed = {"Failed to assign subnet to vnet"},
+    .assigned = {"New subnet configured"},
     .assignedLevel = LOG_INFO2,
-    .turnedOn = "Success in configuring DHCP for the vnet",
-    .turnOnFailed = "Configuring DHCP failed on vnet: %s, current status unknown",
-    .takingBack = nullptr,
-    .turnedOff = "Success in unconfiguring DHCP  on vnet: %s",
-    .turnOffFailed = "Unconfiguring DHCP failed on vnet: %s, current status unknown",
+    .turnedOn = {"Success in configuring DHCP for the vnet"},
+    .turnOnFailed = {"Configuring DHCP failed on vnet: ", ", current status unknown"},
+    .turnedOff = {"Success in unconfiguring DHCP  on vnet: ", ""},
+    .turnOffFailed = {"Unconfiguring DHCP failed on vnet: ", ", current status unknown"},
 };
 
-constexpr FileUpdateWords DHCP_FILE_UPDATE = {
-    .function = "HBL_UpdateDHCPFromConfig",
-    .checking = "Checking to see if DHCP service is running",
+constexpr FileUpdate DHCP_FILE_UPDATE = {
+    .service = "DHCP",
     .notStopped = "DHCP service is not in stopped state on this vnet, Cannot update config files",
-    .done = "%s DHCP configuration file succeeded for vnet: %s",
-    .failed = "%s DHCP configuration file failed for vnet: %s",
-    .service = HBL_SVC_DHCP,
+    .serviceId = HBL_SVC_DHCP,
     .isSwitchedOn = HBLVnetUsesDHCP,
     .update = HBLDHCPUpdateFromConfig,
 };
 
+bool MapParameter(FunctionLog log, uint32_t paramID, uint32_t *id) {
+    *id = HBLDHCPMapIntParamID(paramID);
+    if (*id == HBL_DHCP_PARAM_UNKNOWN) {
+        log(LOG_ERR, "Unsupported DHCP Parameter");
+        return false;
+    }
+    log(LOG_INFO2, "Mapped external param ID: %u to internal paramID: %u", paramID, *id);
+    return true;
+}
+
+bool StoreParameter(FunctionLog log, const char *vnet, uint32_t number, uint32_t paramID, uint32_t id,
+                    const MallocString &value) {
+    if (value == nullptr) {
+        log(LOG_ERR, "Memory allocation failure for DHCP parameter");
+        return false;
+    }
+    const bool stored = HBLDHCPSetParameter(number, id, value.get());
+    log(stored ? LOG_OK : LOG_ERR, "Setting value for DHCP Parameter %s, vnet: %s, paramID: %u, param: %s",
+        stored ? "succeeded" : "failed", vnet, paramID, value.get());
+    return stored;
+}
+
+bool DeleteParameter(FunctionLog log, const char *vnet, uint32_t number, uint32_t paramID, uint32_t id) {
+    if (!HBLDHCPRemoveParameter(number, id)) {
+        log(LOG_ERR, "Deleting DHCP parameter: %u failed for vnet: %s", paramID, vnet);
+        return false;
+    }
+    log(LOG_OK, "Deleted value for DHCP parameter: %u for vnet: %s", paramID, vnet);
+    return true;
+}
+
 }  // namespace
 
 bool HBL_SetVnetUseDHCP(const char *vnet, bool useDHCP, bool cleanup) {
-    return HBLApiSwitchFeature(DHCP_SWITCH, vnet, useDHCP, cleanup);
+    const ApiFrame frame(__func__);
+    if (!frame.Passed()) {
+        return false;
+    }
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, uD: %u", static_cast<const void *>(vnet), TextOrNull(vnet),
+              useDHCP);
+    return HBLApiSwitchFeature(frame.log, DHCP_SWITCH, vnet, useDHCP, cleanup);
 }
 
 bool HBL_GetVnetUseDHCP(const char *vnet) {
@@ -52,24 +89,74 @@ bool HBL_GetVnetUseDHCP(const char *vnet) {
     if (!frame.Passed()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - v:%p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));
+    frame.log(LOG_ARGS, "Arguments - v:%p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));
     uint32_t number;
-    if (!ApiVnetArgument(__func__, vnet, &number)) {
+    if (!ApiVnetArgument(frame.log, vnet, &number)) {
         return false;
     }
     const bool used = HBLVnetUsesDHCP(number);
-    HBLLog(LOG_INFO2, __func__, "DHCP %s on vnet: %s", used ? "configured" : "not configured", vnet);
+    frame.log(LOG_INFO2, "DHCP %s on vnet: %s", used ? "configured" : "not configured", vnet);
     return used;
 }
 
 bool HBL_SetDHCPParam(const char *vnet, uint32_t paramID, const char *param, uint32_t paramLen) {
-    return HBLApiSetParameter(HBLDHCPParameters(), vnet, paramID, param, paramLen);
+    const ApiFrame frame(__func__);
+    if (!frame.Passed()) {
+        return false;
+    }
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, pID: %u, p: %p,%.*s pL: %u", static_cast<const void *>(vnet),
+              TextOrNull(vnet), paramID, static_cast<const void *>(param), ShownLength(param, paramLen),
+              TextOrNull(param), paramLen);
+    if (vnet == nullptr) {
+        frame.log(LOG_ERR, "Invalid argument - vnet: %p, param: %p", static_cast<const void *>(vnet),
+                  static_cast<const void *>(param));
+        return false;
+    }
+    uint32_t number;
+    uint32_t id;
+    if (!ApiVnetNumber(frame.log, vnet, &number) || !MapParameter(frame.log, paramID, &id)) {
+        return false;
+    }
+    const ConfigLock lock(frame.log);
+    if (!lock.Held()) {
+        return false;
+    }
+    if (param == nullptr) {
+        return DeleteParameter(frame.log, vnet, number, paramID, id);
+    }
+    return StoreParameter(frame.log, vnet, number, paramID, id, MallocString(strndup(param, paramLen)));
 }
 
 bool HBL_GetDHCPParam(const char *vnet, uint32_t paramID, bool useDefault, char *param, uint32_t *paramLen) {
-    return HBLApiGetParameter(HBLDHCPParameters(), vnet, paramID, useDefault, param, paramLen);
+    const ApiFrame frame(__func__);
+    if (!frame.Passed()) {
+        return false;
+    }
+    const uint32_t size = ValueOrZero(paramLen);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, pID: %u, uD: %u, p: %p, pL: %p,%u",
+              static_cast<const void *>(vnet), TextOrNull(vnet), paramID, useDefault,
+              static_cast<void *>(param), static_cast<void *>(paramLen), size);
+    if (vnet == nullptr || param == nullptr || size == 0) {
+        frame.log(LOG_ERR, "Invalid argument - v: %p p: %p, pL: %p,%u", static_cast<const void *>(vnet),
+                  static_cast<void *>(param), static_cast<void *>(paramLen), size);
+        return false;
+    }
+    uint32_t number;
+    uint32_t id;
+    if (!ApiVnetNumber(frame.log, vnet, &number) || !MapParameter(frame.log, paramID, &id)) {
+        return false;
+    }
+    if (!HBLDHCPGetParameter(number, id, useDefault, param, size)) {
+        frame.log(LOG_ERR, "Get DHCP Parameter failed on vnet: %s, paramID: %u", vnet, paramID);
+        return false;
+    }
+    *paramLen = LengthWithTerminator(param);
+    frame.log(LOG_INFO2,
+              "Success in getting value of DHCP parameter,vnet: %s, paramID: %u, value: %s, len: %u", vnet,
+              paramID, param, *paramLen);
+    return true;
 }
 
 bool HBL_UpdateDHCPFromConfig(const char *vnet) {
-    return HBLApiUpdateFromConfig(DHCP_FILE_UPDATE, vnet);
+    return HBLApiUpdateFromConfig(__func__, DHCP_FILE_UPDATE, vnet);
 }

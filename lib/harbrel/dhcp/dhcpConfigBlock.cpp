@@ -36,27 +36,26 @@ struct SubnetValues {
 };
 
 // Reads a parameter, or its default, and says which one could not be had.
-bool ReadParameter(const char *function, uint32_t vnet, uint32_t id, const char *name, char *buffer,
-                   size_t size) {
+bool ReadParameter(FunctionLog log, uint32_t vnet, uint32_t id, const char *name, char *buffer, size_t size) {
     if (!HBLDHCPGetParameter(vnet, id, true, buffer, size)) {
-        HBLLog(LOG_ERR, function, "Getting %s failed", name);
+        log(LOG_ERR, "Getting %s failed", name);
         return false;
     }
     return true;
 }
 
-bool LogWriteFailure(const char *function, const char *format) {
-    HBLLog(LOG_ERR, function, format, Err_LastErrnoText());
+bool LogWriteFailure(FunctionLog log, const char *what) {
+    log(LOG_ERR, "%s, error: %s", what, Err_LastErrnoText());
     return false;
 }
 
-bool ReadSubnetValues(const char *function, uint32_t vnet, SubnetValues *values) {
+bool ReadSubnetValues(FunctionLog log, uint32_t vnet, SubnetValues *values) {
     if (!HBLGetVnetSubnetAddr(vnet, values->subnet, sizeof values->subnet)) {
-        HBLLog(LOG_ERR, function, "Getting Subnet address failed");
+        log(LOG_ERR, "Getting Subnet address failed");
         return false;
     }
     if (!HBLGetVnetSubnetMask(vnet, values->mask, sizeof values->mask)) {
-        HBLLog(LOG_ERR, function, "Getting Subnet mask failed");
+        log(LOG_ERR, "Getting Subnet mask failed");
         return false;
     }
     const struct {
@@ -77,14 +76,14 @@ bool ReadSubnetValues(const char *function, uint32_t vnet, SubnetValues *values)
          values->maxLease, SECONDS_SIZE},
     };
     for (const auto &read : reads) {
-        if (!ReadParameter(function, vnet, read.id, read.name, read.buffer, read.size)) {
+        if (!ReadParameter(log, vnet, read.id, read.name, read.buffer, read.size)) {
             return false;
         }
     }
     return true;
 }
 
-bool WriteStart(const char *function, FILE *stream, long *start) {
+bool WriteStart(FunctionLog log, FILE *stream, long *start) {
     const time_t now = time(nullptr);
     struct tm local;
     char date[32];
@@ -93,91 +92,89 @@ bool WriteStart(const char *function, FILE *stream, long *start) {
     *start = ftell(stream);
     if (*start < 0 || fputs(DHCP_BLOCK_START, stream) < 0 || fputs(DHCP_BLOCK_INSTRUCTIONS, stream) < 0 ||
         fprintf(stream, DHCP_DATE_LINE, date) < 0) {
-        return LogWriteFailure(function, "fseek/fprintf: failed, error: %s");
+        return LogWriteFailure(log, "fseek/fprintf: failed");
     }
     return true;
 }
 
-bool WriteGlobals(const char *function, FILE *stream, uint32_t vnet) {
+bool WriteGlobals(FunctionLog log, FILE *stream, uint32_t vnet) {
     char defaultLease[SECONDS_SIZE];
     char maxLease[SECONDS_SIZE];
-    if (!ReadParameter(function, vnet, HBL_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC,
+    if (!ReadParameter(log, vnet, HBL_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC,
                        "HBL_DHCP_PARAM_DEFAULT_LEASE_DURATION_SEC", defaultLease, sizeof defaultLease) ||
-        !ReadParameter(function, vnet, HBL_DHCP_PARAM_MAX_LEASE_DURATION_SEC,
+        !ReadParameter(log, vnet, HBL_DHCP_PARAM_MAX_LEASE_DURATION_SEC,
                        "HBL_DHCP_PARAM_MAX_LEASE_DURATION_SEC", maxLease, sizeof maxLease)) {
         return false;
     }
     if (fprintf(stream, DHCP_GLOBAL_LINES, defaultLease, maxLease) < 0) {
-        return LogWriteFailure(function, "fprintf: failed while writing DHCP Global Parameters, error: %s");
+        return LogWriteFailure(log, "fprintf: failed while writing DHCP Global Parameters");
     }
-    HBLLog(LOG_INFO2, function, "Finished writing global values, writing subnet values now");
+    log(LOG_INFO2, "Finished writing global values, writing subnet values now");
     return true;
 }
 
-bool WriteSubnet(const char *function, FILE *stream, uint32_t vnet, SubnetValues *values) {
-    if (!ReadSubnetValues(function, vnet, values)) {
+bool WriteSubnet(FunctionLog log, FILE *stream, uint32_t vnet, SubnetValues *values) {
+    if (!ReadSubnetValues(log, vnet, values)) {
         return false;
     }
     if (fprintf(stream, DHCP_SUBNET_LINES, values->subnet, values->mask, values->leaseBegin, values->leaseEnd,
                 values->broadcast, values->dns, values->domainName, values->defaultLease,
                 values->maxLease) < 0) {
-        return LogWriteFailure(function, "fprintf: failed while writing DHCP Subnet Config, error: %s");
+        return LogWriteFailure(log, "fprintf: failed while writing DHCP Subnet Config");
     }
     values->hasRouters = HBLVnetUsesNAT(vnet);
     if (values->hasRouters) {
-        if (!ReadParameter(function, vnet, HBL_DHCP_PARAM_ROUTERS, "HBL_DHCP_PARAM_ROUTERS", values->routers,
+        if (!ReadParameter(log, vnet, HBL_DHCP_PARAM_ROUTERS, "HBL_DHCP_PARAM_ROUTERS", values->routers,
                            sizeof values->routers)) {
             return false;
         }
         if (fprintf(stream, DHCP_ROUTERS_LINE, values->routers) < 0) {
-            return LogWriteFailure(function,
-                                   "fprintf: failed while writing DHCP Subnet Config Option, error: %s");
+            return LogWriteFailure(log, "fprintf: failed while writing DHCP Subnet Config Option");
         }
     }
     if (fputs(DHCP_CLOSING_LINE, stream) < 0) {
-        return LogWriteFailure(function, "fprintf: failed while writing end Param, error: %s");
+        return LogWriteFailure(log, "fprintf: failed while writing end Param");
     }
-    HBLLog(LOG_INFO2, function, "Finished writing DHCP subnet values");
+    log(LOG_INFO2, "Finished writing DHCP subnet values");
     return true;
 }
 
-bool WriteHosts(const char *function, FILE *stream, uint32_t vnet, const SubnetValues &values) {
+bool WriteHosts(FunctionLog log, FILE *stream, uint32_t vnet, const SubnetValues &values) {
     uint32_t offset = 0;
     char mac[HBL_MAC_STR_SIZE];
     char ip[HBL_IP_STR_SIZE];
     while (HBLNetCfgEnumDHCPMACToIP(nullptr, vnet, &offset, mac, sizeof mac, ip, sizeof ip)) {
         if (fprintf(stream, DHCP_HOST_LINES, ip, mac, ip, values.dns, values.domainName) < 0) {
-            return LogWriteFailure(function, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s");
+            return LogWriteFailure(log, "fprintf: failed while writing DHCP MAC/IP mapping");
         }
         if (values.hasRouters && fprintf(stream, DHCP_ROUTERS_LINE, values.routers) < 0) {
-            return LogWriteFailure(function,
-                                   "fprintf: failed while writing DHCP MAC/IP mapping option, error: %s");
+            return LogWriteFailure(log, "fprintf: failed while writing DHCP MAC/IP mapping option");
         }
         if (fputs(DHCP_CLOSING_LINE, stream) < 0) {
-            return LogWriteFailure(function, "fprintf: failed while writing DHCP MAC/IP mapping, error: %s");
+            return LogWriteFailure(log, "fprintf: failed while writing DHCP MAC/IP mapping");
         }
     }
     return true;
 }
 
-bool WriteEnd(const char *function, FILE *stream) {
+bool WriteEnd(FunctionLog log, FILE *stream) {
     const int length = static_cast<int>(sizeof DHCP_BLOCK_END - 1);
     // What is buffered is flushed here, where a full disk can still be told by its own words.
     if (fprintf(stream, "%s", DHCP_BLOCK_END) != length || fflush(stream) != 0) {
-        return LogWriteFailure(function, "fprintf: failed while writing DHCP readonly end marker, error: %s");
+        return LogWriteFailure(log, "fprintf: failed while writing DHCP readonly end marker");
     }
     return true;
 }
 
-char *HashText(const char *function, const uint8_t (&digest)[SHA1_DIGEST_BYTES]) {
+char *HashText(FunctionLog log, const uint8_t (&digest)[SHA1_DIGEST_BYTES]) {
     char *text = static_cast<char *>(calloc(HASH_TEXT_SIZE, 1));
     if (text == nullptr) {
-        HBLLog(LOG_ERR, function, "Error in memory allocation for buffer for hash");
+        log(LOG_ERR, "Error in memory allocation for buffer for hash");
         return nullptr;
     }
     for (size_t i = 0; i < SHA1_DIGEST_BYTES; i++) {
         if (snprintf(text + 2 * i, HASH_TEXT_SIZE - 2 * i, "%02X", digest[i]) != 2) {
-            HBLLog(LOG_ERR, function, "Converting hash to string failed");
+            log(LOG_ERR, "Converting hash to string failed");
             free(text);
             return nullptr;
         }
@@ -186,39 +183,39 @@ char *HashText(const char *function, const uint8_t (&digest)[SHA1_DIGEST_BYTES])
 }
 
 // Hashes the stretch, with the stream's position wherever it may end up.
-char *HashStretch(const char *function, FILE *stream, long posStart, long posEnd) {
+char *HashStretch(FunctionLog log, FILE *stream, long posStart, long posEnd) {
     if (fseek(stream, posStart, SEEK_SET) != 0) {
-        HBLLog(LOG_ERR, function, "ftell failed");
+        log(LOG_ERR, "ftell failed");
         return nullptr;
     }
     if (posEnd <= posStart) {
-        HBLLog(LOG_ERR, function, "posEnd:%li must be greater than posStart:%li", posEnd, posStart);
+        log(LOG_ERR, "posEnd:%li must be greater than posStart:%li", posEnd, posStart);
         return nullptr;
     }
     const size_t size = static_cast<size_t>(posEnd - posStart);
     const MallocBlock<void> bytes(malloc(size));
     if (bytes == nullptr) {
-        HBLLog(LOG_ERR, function, "Error in allocation memory for Readonly DHCP data");
+        log(LOG_ERR, "Error in allocation memory for Readonly DHCP data");
         return nullptr;
     }
     if (fread(bytes.get(), size, 1, stream) != 1) {
-        HBLLog(LOG_ERR, function, "fread: failed while reading, error: %s", Err_LastErrnoText());
+        log(LOG_ERR, "fread: failed while reading, error: %s", Err_LastErrnoText());
         return nullptr;
     }
     uint8_t digest[SHA1_DIGEST_BYTES];
     Sha1 sha1;
     sha1.Update(bytes.get(), size);
     sha1.Final(digest);
-    return HashText(function, digest);
+    return HashText(log, digest);
 }
 
 }  // namespace
 
-bool HBLDHCPWriteBlock(const char *function, FILE *stream, uint32_t vnet, long *start) {
+bool HBLDHCPWriteBlock(FunctionLog log, FILE *stream, uint32_t vnet, long *start) {
     SubnetValues values = {};
-    return WriteStart(function, stream, start) && WriteGlobals(function, stream, vnet) &&
-           WriteSubnet(function, stream, vnet, &values) && WriteHosts(function, stream, vnet, values) &&
-           WriteEnd(function, stream);
+    return WriteStart(log, stream, start) && WriteGlobals(log, stream, vnet) &&
+           WriteSubnet(log, stream, vnet, &values) && WriteHosts(log, stream, vnet, values) &&
+           WriteEnd(log, stream);
 }
 
 void HBLLocateZelanDHCPBlock(FILE *stream, long *posStart, long *posEnd) {

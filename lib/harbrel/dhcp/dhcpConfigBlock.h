@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "lib/harbrel/base/hblLog.h"
+
 // Writes the block at the stream's position, from its start marker to its end marker. *start receives the
-// offset of its first byte. Reads every value from the database; messages are logged under `function`.
-bool HBLDHCPWriteBlock(const char *function, FILE *stream, uint32_t vnet, long *start);
+// offset of its first byte. Reads every value from the database.
+bool HBLDHCPWriteBlock(FunctionLog log, FILE *stream, uint32_t vnet, long *start);
 
 // Offsets of the block's first byte and of the byte behind its end marker, each -1 if there is none.
 void HBLLocateZelanDHCPBlock(FILE *stream, long *posStart, long *posEnd);

@@ -194,29 +194,28 @@ bool WriteFile(uint32_t vnet, const KeptText &kept, const char *confPath, const 
 }
 
 // Fewer bytes than asked for are no failure; a piece that comes in part is not written.
-bool CopyBytes(const char *function, size_t left, FILE *source, FILE *destination) {
+bool CopyBytes(FunctionLog log, size_t left, FILE *source, FILE *destination) {
     char piece[COPY_PIECE];
     while (left > 0) {
         const size_t size = left < sizeof piece ? left : sizeof piece;
-        HBLLog(LOG_INFO2, function, "To read: %zu", size);
+        log(LOG_INFO2, "To read: %zu", size);
         if (fread(piece, size, 1, source) != 1) {
             if (ferror(source) != 0) {
-                HBLLog(LOG_ERR, function, "fread: failure while copying file, error: %s",
-                       Err_LastErrnoText());
+                log(LOG_ERR, "fread: failure while copying file, error: %s", Err_LastErrnoText());
                 return false;
             }
-            HBLLog(LOG_ERR, function, "Finished copying");
+            log(LOG_ERR, "Finished copying");
             return true;
         }
         const size_t written = fwrite(piece, size, 1, destination);
-        HBLLog(LOG_INFO2, function, "Written: %zu", written * size);
+        log(LOG_INFO2, "Written: %zu", written * size);
         if (written != 1) {
-            HBLLog(LOG_ERR, function, "fwrite: failure while copying file, error: %s", Err_LastErrnoText());
+            log(LOG_ERR, "fwrite: failure while copying file, error: %s", Err_LastErrnoText());
             return false;
         }
         left -= size;
     }
-    HBLLog(LOG_INFO2, function, "Finished copying data");
+    log(LOG_INFO2, "Finished copying data");
     return true;
 }
 

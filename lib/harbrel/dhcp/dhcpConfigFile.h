@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <cstdio>
 
-constexpr const char *VNET_FIELD_DHCP_CFG_HASH = "DHCP_CFG_HASH";
-
 // Writes the file from the database. The daemon is stopped and the caller holds the database lock. The user's
 // text is carried over as long as the block is as the library left it; otherwise the whole file is in the
 // backup only.

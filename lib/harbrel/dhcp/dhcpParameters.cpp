@@ -2,11 +2,11 @@
 
 #include <cstring>
 
+#include "lib/fatal/panic.h"
 #include "lib/harbrel/addresses/addresses.h"
 #include "lib/harbrel/base/functionTrace.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
-#include "lib/harbrel/dhcp/dhcpConfigFile.h"
 #include "lib/harbrel/networks/settings.h"
 #include "lib/string/tokens.h"
 
@@ -15,38 +15,38 @@ namespace {
 constexpr uint32_t EXTERNAL_ID_WITHOUT_ROW = 13356;
 constexpr uint32_t SMALLEST_SUBNET_MASK = 0xFFFFFFF8;  // 255.255.255.248: 8 addresses
 
-bool FitsLength(const char *function, const ParameterRow &row, const char *value, size_t size) {
+bool FitsLength(FunctionLog log, const ParameterRow &row, const char *value, size_t size) {
     const size_t length = strlen(value);
     if (length >= size) {
-        HBLLog(LOG_ERR, function, "Invalid value length: %u, value: %s for parameter: %s",
-               static_cast<unsigned>(length), value, row.displayName);
+        log(LOG_ERR, "Invalid value length: %u, value: %s for parameter: %s", static_cast<unsigned>(length),
+            value, row.displayName);
         return false;
     }
     return true;
 }
 
-bool CheckAddress(const char *function, const ParameterRow &row, uint32_t, const char *value) {
-    if (!FitsLength(function, row, value, HBL_IP_STR_SIZE)) {
+bool CheckAddress(FunctionLog log, const ParameterRow &row, uint32_t, const char *value) {
+    if (!FitsLength(log, row, value, HBL_IP_STR_SIZE)) {
         return false;
     }
     if (!HBLIPStrIsValid(value)) {
-        HBLLog(LOG_ERR, function, "Invalid IP address: %s for parameter: %s", value, row.displayName);
+        log(LOG_ERR, "Invalid IP address: %s for parameter: %s", value, row.displayName);
         return false;
     }
     return true;
 }
 
-bool CheckSeconds(const char *function, const ParameterRow &, uint32_t, const char *value) {
+bool CheckSeconds(FunctionLog log, const ParameterRow &, uint32_t, const char *value) {
     uint32_t seconds;
     if (!StrToUint(&seconds, value) || static_cast<int32_t>(seconds) < 0) {
-        HBLLog(LOG_ERR, function, "Invalid argument for time");
+        log(LOG_ERR, "Invalid argument for time");
         return false;
     }
     return true;
 }
 
-bool CheckDomainName(const char *function, const ParameterRow &row, uint32_t, const char *value) {
-    return FitsLength(function, row, value, HBL_DHCP_DOMAIN_NAME_SIZE);
+bool CheckDomainName(FunctionLog log, const ParameterRow &row, uint32_t, const char *value) {
+    return FitsLength(log, row, value, HBL_DHCP_DOMAIN_NAME_SIZE);
 }
 
 constexpr ParameterRow ROWS[] = {
@@ -76,21 +76,19 @@ constexpr ParameterRow ROWS[] = {
     {HBL_DHCP_PARAM_UNKNOWN, "", "", 0, nullptr, nullptr},
 };
 
-constexpr const char *INVALID_ID = "Invalid DHCP Param Name %d";
-
 // Stands for an id that has no row at all.
 constexpr ParameterRow NO_ROW = {HBL_DHCP_PARAM_NO_ROW, "Invalid DHCP Parameter", "", 0, nullptr, nullptr};
 
 // The subnet of a network as integers, refused when it has less than 8 addresses.
-bool ReadSubnet(const char *function, uint32_t vnet, uint32_t *network, uint32_t *mask) {
+bool ReadSubnet(FunctionLog log, uint32_t vnet, uint32_t *network, uint32_t *mask) {
     char subnetText[HBL_IP_STR_SIZE];
     char maskText[HBL_IP_STR_SIZE];
     if (!HBLGetVnetSubnetAddr(vnet, subnetText, sizeof subnetText)) {
-        HBLLog(LOG_ERR, function, "Cannot obtain subnet address");
+        log(LOG_ERR, "Cannot obtain subnet address");
         return false;
     }
     if (!HBLGetVnetSubnetMask(vnet, maskText, sizeof maskText)) {
-        HBLLog(LOG_ERR, function, "Cannot obtain subnet netmask");
+        log(LOG_ERR, "Cannot obtain subnet netmask");
         return false;
     }
     uint32_t subnet;
@@ -98,18 +96,17 @@ bool ReadSubnet(const char *function, uint32_t vnet, uint32_t *network, uint32_t
         return false;
     }
     if (*mask > SMALLEST_SUBNET_MASK) {
-        HBLLog(LOG_ERR, function, "The subnet: %s, mask: %s is too small, we need atleast 8 hosts",
-               subnetText, maskText);
+        log(LOG_ERR, "The subnet: %s, mask: %s is too small, we need atleast 8 hosts", subnetText, maskText);
         return false;
     }
     *network = subnet & *mask;
     return true;
 }
 
-bool ComputeDefault(const char *function, uint32_t id, uint32_t vnet, char *text, size_t) {
+bool ComputeDefault(FunctionLog log, uint32_t id, uint32_t vnet, char *text, size_t) {
     uint32_t network;
     uint32_t mask;
-    if (!ReadSubnet(function, vnet, &network, &mask)) {
+    if (!ReadSubnet(log, vnet, &network, &mask)) {
         return false;
     }
     const uint32_t broadcast = network | ~mask;
@@ -123,62 +120,41 @@ bool ComputeDefault(const char *function, uint32_t id, uint32_t vnet, char *text
             return HBLIPInt2Str(broadcast, text);
         case HBL_DHCP_PARAM_DNS_ADDR:
             return HBLIPInt2Str(network + (HBLVnetUsesNAT(vnet) ? 2 : 1), text);
-        default:  // the routers
+        case HBL_DHCP_PARAM_ROUTERS:
             return HBLIPInt2Str(network + 2, text);
+        default:
+            PanicNotReached();  // all other rows have a constant
     }
 }
 
-void LogNoSpace(const char *function, const char *format, const ParameterRow &row, size_t size,
-                size_t needed) {
-    HBLLog(LOG_ERR, function, format, size, row.displayName, needed);
+void LogUnknown(FunctionLog log, uint32_t id) {
+    log(LOG_ERR, "Invalid DHCP Param Name %d", static_cast<int>(id));
+}
+
+void LogNoSpace(FunctionLog log, const ParameterRow &row, size_t size, size_t needed) {
+    log(LOG_ERR, "Insufficient space %zu to store value of DHCP parameter: %s, required: %zu", size,
+        row.displayName, needed);
+}
+
+void LogNoSpaceForDefault(FunctionLog log, const ParameterRow &row, size_t size, size_t needed) {
+    log(LOG_ERR, "Insufficient buffer size: %zu for DHCP parameter: %s required: %zu", size, row.displayName,
+        needed);
 }
 
 constexpr ParameterFamily FAMILY = {
     .rows = ROWS,
-    .rowlessId = &NO_ROW,
+    .rowForUnknown = &NO_ROW,
     .unknownId = HBL_DHCP_PARAM_UNKNOWN,
-    .words =
-        {
-            .stored = "Value of DHCP parameter: %s is: %s for vnet: %d",
-            .notFound = "Value for DHCP parameter: %s not found in configuration for vnet: %d",
-            .notFoundLevel = LOG_ERR,
-            .reverting = "Reverting to getting default value",
-            .noSpace = "Insufficient space %zu to store value of DHCP parameter: %s, required: %zu",
-            .defaultValue = "Default value of DHCP parameter: %s is: %s for vnet: %d",
-            .defaultNoSpace = "Insufficient buffer size: %zu for DHCP parameter: %s required: %zu",
-            .setDone = "Successfully set value of DHCP parameter: %s to value: %s for vnet: %d",
-            .setFailed = "Setting value of DHCP parameter: %s failed for vnet: %d",
-            .unknownGet = nullptr,
-            .unknownDefault = INVALID_ID,
-            .unknownSet = INVALID_ID,
-        },
-    .api =
-        {
-            .getFunction = "HBL_GetDHCPParam",
-            .getArguments = "Arguments - v: %p,%s, pID: %u, uD: %u, p: %p, pL: %p,%u",
-            .getInvalid = "Invalid argument - v: %p p: %p, pL: %p,%u",
-            .getUnsupported = "Unsupported DHCP Parameter",
-            .mapped = "Mapped external param ID: %u to internal paramID: %u",
-            .getDone = "Success in getting value of DHCP parameter,vnet: %s, paramID: %u, value: %s, len: %u",
-            .getFailed = "Get DHCP Parameter failed on vnet: %s, paramID: %u",
-            .setFunction = "HBL_SetDHCPParam",
-            .setArguments = "Arguments - v: %p,%s, pID: %u, p: %p,%.*s pL: %u",
-            .setInvalid = "Invalid argument - vnet: %p, param: %p",
-            .setUnsupported = "Unsupported DHCP Parameter",
-            .setMapped = "Mapped external param ID: %u to internal paramID: %u",
-            .noMemory = "Memory allocation failure for DHCP parameter",
-            .setDone = "Setting value for DHCP Parameter succeeded, vnet: %s, paramID: %u, param: %s",
-            .setFailed = "Setting value for DHCP Parameter failed, vnet: %s, paramID: %u, param: %s",
-            .deleteDone = "Deleted value for DHCP parameter: %2$u for vnet: %1$s",
-            .deleteFailed = "Deleting DHCP parameter: %2$u failed for vnet: %1$s",
-        },
-    .computeDefault = ComputeDefault,
+    .service = "DHCP",
+    .lookedFor = "Value for",
+    .notFoundLevel = LOG_ERR,
+    .reverting = "Reverting to getting default value",
+    .logUnreadable = LogUnknown,
+    .logUnsettable = LogUnknown,
     .logNoSpace = LogNoSpace,
-    .mapExternal = HBLDHCPMapIntParamID,
-    .get = HBLDHCPGetParameter,
+    .logNoSpaceForDefault = LogNoSpaceForDefault,
+    .computeDefault = ComputeDefault,
     .getDefault = HBLDHCPGetParameterDefault,
-    .set = HBLDHCPSetParameter,
-    .remove = HBLDHCPRemoveParameter,
 };
 
 constexpr ParameterRemoval REMOVALS[] = {
@@ -197,8 +173,8 @@ constexpr ParameterRemoval REMOVALS[] = {
 
 }  // namespace
 
-const ParameterFamily &HBLDHCPParameters() {
-    return FAMILY;
+std::span<const ParameterRow> HBLDHCPParameterRows() {
+    return ROWS;
 }
 
 uint32_t HBLDHCPMapIntParamID(uint32_t externalId) {
@@ -245,7 +221,7 @@ bool HBLDHCPRemoveDHCPConfig(uint32_t vnet) {
     const FunctionTrace trace(__func__);
     // The file carries the routers only while NAT is on; with NAT off a stored value stays.
     const uint32_t keptId = HBLVnetUsesNAT(vnet) ? 0 : uint32_t{HBL_DHCP_PARAM_ROUTERS};
-    const bool removed = HBLRemoveParameters(FAMILY, __func__, vnet, REMOVALS, keptId);
+    const bool removed = HBLRemoveParameters(__func__, HBLDHCPRemoveParameter, vnet, REMOVALS, keptId);
     HBLRemoveVnetCfg(vnet, VNET_FIELD_DHCP_CFG_HASH);
     HBLNetCfgRemoveAllDHCPMACToIPMapping(nullptr, vnet, true);
     return removed;

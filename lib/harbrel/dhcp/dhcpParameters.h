@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "lib/harbrel/parameters/parameters.h"
 
@@ -23,7 +24,7 @@ enum HBLDHCPParam : uint32_t {
 
 constexpr size_t HBL_DHCP_DOMAIN_NAME_SIZE = 64;  // a buffer for a domain name
 
-const ParameterFamily &HBLDHCPParameters();
+std::span<const ParameterRow> HBLDHCPParameterRows();
 
 uint32_t HBLDHCPMapIntParamID(uint32_t externalId);
 bool HBLDHCPGetParameter(uint32_t vnet, uint32_t paramId, bool useDefault, char *buffer, size_t bufferLength);

@@ -10,9 +10,9 @@
 
 namespace {
 
-bool StandardizeMac(const char *function, const char *mac, char canonical[HBL_MAC_STR_SIZE]) {
+bool StandardizeMac(FunctionLog log, const char *mac, char canonical[HBL_MAC_STR_SIZE]) {
     if (!HBLMACStandardizeFormat(mac, canonical)) {
-        HBLLog(LOG_ERR, function, "MAC address is not valid: %s", mac);
+        log(LOG_ERR, "MAC address is not valid: %s", mac);
         return false;
     }
     return true;
@@ -40,37 +40,37 @@ bool HBL_SetDHCPIPToMAC(const char *vnet, const char *ip, const char *mac) {
     if (!frame.Passed()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, ip: %s, mac: %s", static_cast<const void *>(vnet),
-           TextOrNull(vnet), TextOrNull(ip), TextOrNull(mac));
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, ip: %s, mac: %s", static_cast<const void *>(vnet),
+              TextOrNull(vnet), TextOrNull(ip), TextOrNull(mac));
     if (vnet == nullptr || mac == nullptr) {
-        HBLLog(LOG_ERR, __func__, "Invalid argument - vnet: %p, mac: %p", static_cast<const void *>(vnet),
-               static_cast<const void *>(mac));
+        frame.log(LOG_ERR, "Invalid argument - vnet: %p, mac: %p", static_cast<const void *>(vnet),
+                  static_cast<const void *>(mac));
         return false;
     }
     uint32_t number;
-    if (!ApiVnetNumber(__func__, vnet, &number)) {
+    if (!ApiVnetNumber(frame.log, vnet, &number)) {
         return false;
     }
     if (ip == nullptr) {
-        HBLLog(LOG_INFO2, __func__, "IP address is NULL");
+        frame.log(LOG_INFO2, "IP address is NULL");
     } else if (!HBLIPStrIsValid(ip)) {
-        HBLLog(LOG_ERR, __func__, "IP address is not valid: %s", ip);
+        frame.log(LOG_ERR, "IP address is not valid: %s", ip);
         return false;
     }
     char canonical[HBL_MAC_STR_SIZE];
-    if (!StandardizeMac(__func__, mac, canonical)) {
+    if (!StandardizeMac(frame.log, mac, canonical)) {
         return false;
     }
-    const ConfigLock lock(__func__);
+    const ConfigLock lock(frame.log);
     if (!lock.Held()) {
         return false;
     }
     if (!HBLDHCPSetIPToMAC(number, ip, canonical)) {
-        HBLLog(LOG_ERR, __func__, "Creating/Removing DHCP static mapping failed for vnet: %s", vnet);
+        frame.log(LOG_ERR, "Creating/Removing DHCP static mapping failed for vnet: %s", vnet);
         return false;
     }
-    HBLLog(LOG_OK, __func__, "Creating/Removing DHCP static mapping succeeded for vnet: %s, ip: %s, mac: %s",
-           vnet, TextOrNull(ip), mac);
+    frame.log(LOG_OK, "Creating/Removing DHCP static mapping succeeded for vnet: %s, ip: %s, mac: %s", vnet,
+              TextOrNull(ip), mac);
     return true;
 }
 
@@ -80,29 +80,27 @@ bool HBL_GetDHCPIPToMAC(const char *vnet, char *ip, uint32_t *ipLen, const char 
         return false;
     }
     const uint32_t size = ValueOrZero(ipLen);
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s, ip: %p, iL: %p,%u, m: %p, %s",
-           static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(ip),
-           static_cast<void *>(ipLen), size, static_cast<const void *>(mac), TextOrNull(mac));
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, ip: %p, iL: %p,%u, m: %p, %s", static_cast<const void *>(vnet),
+              TextOrNull(vnet), static_cast<void *>(ip), static_cast<void *>(ipLen), size,
+              static_cast<const void *>(mac), TextOrNull(mac));
     if (vnet == nullptr || ip == nullptr || ipLen == nullptr || mac == nullptr || size < HBL_IP_STR_SIZE) {
-        HBLLog(LOG_ERR, __func__, "Invalid argument - zelan: %p, ip: %p, ipLen: %p,%u, mac: %p",
-               static_cast<const void *>(vnet), static_cast<void *>(ip), static_cast<void *>(ipLen), size,
-               static_cast<const void *>(mac));
+        frame.log(LOG_ERR, "Invalid argument - zelan: %p, ip: %p, ipLen: %p,%u, mac: %p",
+                  static_cast<const void *>(vnet), static_cast<void *>(ip), static_cast<void *>(ipLen), size,
+                  static_cast<const void *>(mac));
         return false;
     }
     uint32_t number;
     char canonical[HBL_MAC_STR_SIZE];
-    if (!ApiVnetNumber(__func__, vnet, &number) || !StandardizeMac(__func__, mac, canonical)) {
+    if (!ApiVnetNumber(frame.log, vnet, &number) || !StandardizeMac(frame.log, mac, canonical)) {
         return false;
     }
     if (!HBLDHCPGetIPToMAC(number, ip, size, canonical)) {
-        HBLLog(LOG_ERR, __func__, "Getting DHCP static IP address mapping failedvnet: %s, MAC: %s", vnet,
-               mac);
+        frame.log(LOG_ERR, "Getting DHCP static IP address mapping failedvnet: %s, MAC: %s", vnet, mac);
         return false;
     }
     *ipLen = LengthWithTerminator(ip);
-    HBLLog(LOG_INFO, __func__,
-           "Success in getting DHCP static IP mapping, vnet: %s, MAC: %s, IP: %s, len: %u", vnet, mac, ip,
-           *ipLen);
+    frame.log(LOG_INFO, "Success in getting DHCP static IP mapping, vnet: %s, MAC: %s, IP: %s, len: %u", vnet,
+              mac, ip, *ipLen);
     return true;
 }
 
@@ -114,31 +112,31 @@ bool HBL_EnumDHCPIPToMAC(const char *vnet, uint32_t *enumOffset, char *ip, uint3
     }
     const uint32_t ipSize = ValueOrZero(ipLen);
     const uint32_t macSize = ValueOrZero(macLen);
-    HBLLog(LOG_ARGS, __func__, "Arguments - v: %p,%s eO: %p,%u ip: %p, iL: %p,%u, mac: %p, mL: %p,%u",
-           static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(enumOffset),
-           ValueOrZero(enumOffset), static_cast<void *>(ip), static_cast<void *>(ipLen), ipSize,
-           static_cast<void *>(mac), static_cast<void *>(macLen), macSize);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s eO: %p,%u ip: %p, iL: %p,%u, mac: %p, mL: %p,%u",
+              static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(enumOffset),
+              ValueOrZero(enumOffset), static_cast<void *>(ip), static_cast<void *>(ipLen), ipSize,
+              static_cast<void *>(mac), static_cast<void *>(macLen), macSize);
     if (vnet == nullptr || enumOffset == nullptr || ip == nullptr || mac == nullptr ||
         ipSize < HBL_IP_STR_SIZE || macSize < HBL_MAC_STR_SIZE) {
-        HBLLog(LOG_ERR, __func__,
-               "Invalid argument: vnet: %p,%s enumOffset: %p,%u ip: %p, ipLen: %p,%u, mac: %p, macLen: %p,%u",
-               static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(enumOffset),
-               ValueOrZero(enumOffset), static_cast<void *>(ip), static_cast<void *>(ipLen), ipSize,
-               static_cast<void *>(mac), static_cast<void *>(macLen), macSize);
+        frame.log(
+            LOG_ERR,
+            "Invalid argument: vnet: %p,%s enumOffset: %p,%u ip: %p, ipLen: %p,%u, mac: %p, macLen: %p,%u",
+            static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(enumOffset),
+            ValueOrZero(enumOffset), static_cast<void *>(ip), static_cast<void *>(ipLen), ipSize,
+            static_cast<void *>(mac), static_cast<void *>(macLen), macSize);
         return false;
     }
     uint32_t number;
-    if (!ApiVnetNumber(__func__, vnet, &number)) {
+    if (!ApiVnetNumber(frame.log, vnet, &number)) {
         return false;
     }
     if (!HBLNetCfgEnumDHCPMACToIP(nullptr, number, enumOffset, mac, macSize, ip, ipSize)) {
-        HBLLog(LOG_ERR, __func__, "No DHCP IP to MAC mappings to enumerate");
+        frame.log(LOG_ERR, "No DHCP IP to MAC mappings to enumerate");
         return false;
     }
     *ipLen = LengthWithTerminator(ip);
     *macLen = LengthWithTerminator(mac);
-    HBLLog(LOG_INFO2, __func__,
-           "DHCP IP to MAC mapping enumerated, vnet: %s, ip: %s, len: %u, mac: %s, len: %u", vnet, ip, *ipLen,
-           mac, *macLen);
+    frame.log(LOG_INFO2, "DHCP IP to MAC mapping enumerated, vnet: %s, ip: %s, len: %u, mac: %s, len: %u",
+              vnet, ip, *ipLen, mac, *macLen);
     return true;
 }

@@ -20,7 +20,7 @@
 
 namespace {
 
-// The parser works for this function, and its lines carry that name.
+// The parser works for this log, and its lines carry that name.
 constexpr char FUNCTION[] = "HBLCreateHostAdapList";
 constexpr uint32_t ADAPTER_RUNNING = 1;
 constexpr uint32_t ADAPTER_NOT_RUNNING = 2;

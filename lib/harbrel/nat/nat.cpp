@@ -9,13 +9,13 @@
 
 namespace {
 
-bool RemoveFiles(const char *function, uint32_t vnet) {
+bool RemoveFiles(FunctionLog log, uint32_t vnet) {
     const bool confRemoved = HBLRemoveFile(vnet, HBL_FILE_NAT_CONF, nullptr);
     const bool backupRemoved = HBLRemoveFile(vnet, HBL_FILE_NAT_CONF_BACKUP, nullptr);
     HBLRemoveFile(vnet, HBL_FILE_NAT_DIR, nullptr);
     HBLRemoveFile(vnet, HBL_FILE_VNET_DIR, nullptr);  // fails while the DHCP directory is there
     if (!confRemoved || !backupRemoved) {
-        HBLLog(LOG_ERR, function, "Removing NAT configuration files failed");
+        log(LOG_ERR, "Removing NAT configuration files failed");
         return false;
     }
     return true;

@@ -23,7 +23,7 @@ struct NatValues {
     char timeout[NUMBER_SIZE];
 };
 
-// Lines that share one message. A text with a value has one %s; without a value it stands as it is.
+// Lines that share one message. The last of them ends in the value, if there is one.
 struct NatLines {
     const char *text;
     const char *(*value)(const NatValues &values);
@@ -31,34 +31,33 @@ struct NatLines {
 };
 
 constexpr NatLines LINES_BEFORE_FORWARDS[] = {
-    {"# Linux NAT configuration file\n", nullptr,
-     "fputs: failed while writing NAT config file header, error: %s"},
-    {"[host]\n", nullptr, "fputs: failed while writing NAT config file host section header, error: %s"},
+    {"# Linux NAT configuration file\n", nullptr, "fputs: failed while writing NAT config file header"},
+    {"[host]\n", nullptr, "fputs: failed while writing NAT config file host section header"},
     {"# NAT gateway address\n"
-     "ip = %s\n",
+     "ip = ",
      [](const NatValues &values) { return values.gateway; },
-     "fputs/fprintf: failed while writing NAT config IP gateway, error: %s"},
-    {"netmask = %s\n", [](const NatValues &values) { return values.mask; },
-     "fprintf: failed while writing NAT config netmask, error: %s"},
+     "fputs/fprintf: failed while writing NAT config IP gateway"},
+    {"netmask = ", [](const NatValues &values) { return values.mask; },
+     "fprintf: failed while writing NAT config netmask"},
     {"# ZeLan device if not specified on command line\n"
-     "device = %s\n",
+     "device = ",
      [](const NatValues &values) { return values.device; },
-     "fputs/fprintf: failed while writing NAT config device, error: %s"},
+     "fputs/fprintf: failed while writing NAT config device"},
     {"# Allow PORT/EPRT FTP commands (they need incoming TCP stream ...)\n"
-     "activeFTP = %s\n",
+     "activeFTP = ",
      [](const NatValues &values) { return values.activeFtp; },
-     "fputs/fprintf: failed while writing NAT config active FTP value, error: %s"},
+     "fputs/fprintf: failed while writing NAT config active FTP value"},
     {"# Allows the source to have any OUI.  Turn this one if you change the OUI\n"
      "# in the MAC address of your virtual machines.\n"
-     "allowAnyOUI = %s\n",
+     "allowAnyOUI = ",
      [](const NatValues &values) { return values.allowAnyOui; },
-     "fputs/fprintf: failed while writing NAT config active FTP value, error: %s"},
-    {"[udp]\n", nullptr, "fputs: failed while writing NAT config UDP sectionheader, error: %s"},
+     "fputs/fprintf: failed while writing NAT config active FTP value"},
+    {"[udp]\n", nullptr, "fputs: failed while writing NAT config UDP sectionheader"},
     {"# Timeout in seconds, 0 = no timeout, default = 60; real value might\n"
-     "# be up to 100%% longer\n"
-     "timeout = %s\n",
+     "# be up to 100% longer\n"
+     "timeout = ",
      [](const NatValues &values) { return values.timeout; },
-     "fputs/fprintf: failed while writing NAT config UDP timeout value, error: %s"},
+     "fputs/fprintf: failed while writing NAT config UDP timeout value"},
 };
 
 struct ForwardSection {
@@ -69,18 +68,18 @@ struct ForwardSection {
 };
 
 constexpr ForwardSection FORWARD_SECTIONS[] = {
-    {false, "[incomingudp]\n", "fputs: failed while writing NAT config UDP port forward header, error: %s",
-     "fprintf: failed while writing NAT config UDP port forward header, error: %s"},
-    {true, "[incomingtcp]\n", "fputs: failed while writing NAT config TCP port forward header, error: %s",
-     "fprintf: failed while writing NAT config TCP port forward header, error: %s"},
+    {false, "[incomingudp]\n", "fputs: failed while writing NAT config UDP port forward header",
+     "fprintf: failed while writing NAT config UDP port forward header"},
+    {true, "[incomingtcp]\n", "fputs: failed while writing NAT config TCP port forward header",
+     "fprintf: failed while writing NAT config TCP port forward header"},
 };
 
-bool LogFailure(const char *function, const char *format) {
-    HBLLog(LOG_ERR, function, format, Err_LastErrnoText());
+bool LogFailure(FunctionLog log, const char *what) {
+    log(LOG_ERR, "%s, error: %s", what, Err_LastErrnoText());
     return false;
 }
 
-bool ReadValues(const char *function, uint32_t vnet, NatValues *values) {
+bool ReadValues(FunctionLog log, uint32_t vnet, NatValues *values) {
     const struct {
         uint32_t id;
         char *buffer;
@@ -101,47 +100,47 @@ bool ReadValues(const char *function, uint32_t vnet, NatValues *values) {
     };
     for (const auto &read : reads) {
         if (!HBLNATGetParameter(vnet, read.id, true, read.buffer, read.size)) {
-            HBLLog(LOG_ERR, function, "%s", read.failed);
+            log(LOG_ERR, "%s", read.failed);
             return false;
         }
     }
     return true;
 }
 
-bool GetPath(const char *function, uint32_t vnet, uint32_t fileType, const char *failure,
+bool GetPath(FunctionLog log, uint32_t vnet, uint32_t fileType, const char *failure,
              char (&path)[HBL_PATH_SIZE]) {
     if (!HBLGetFileName(vnet, fileType, path, sizeof path)) {
-        HBLLog(LOG_ERR, function, "%s", failure);
+        log(LOG_ERR, "%s", failure);
         return false;
     }
     return true;
 }
 
-bool BackUp(const char *function, uint32_t vnet) {
+bool BackUp(FunctionLog log, uint32_t vnet) {
     char confPath[HBL_PATH_SIZE];
     char backupPath[HBL_PATH_SIZE];
-    if (!GetPath(function, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", confPath) ||
-        !GetPath(function, vnet, HBL_FILE_NAT_CONF_BACKUP, "Cannot get the NAT config backup file name",
+    if (!GetPath(log, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", confPath) ||
+        !GetPath(log, vnet, HBL_FILE_NAT_CONF_BACKUP, "Cannot get the NAT config backup file name",
                  backupPath)) {
         return false;
     }
     if (!HBLCopyFile(confPath, backupPath)) {
-        HBLLog(LOG_ERR, function, "Failed to backup NAT file");
+        log(LOG_ERR, "Failed to backup NAT file");
         return false;
     }
     return true;
 }
 
-void CreateNewFile(const char *function, uint32_t vnet) {
+void CreateNewFile(FunctionLog log, uint32_t vnet) {
     if (!HBLCreateFile(vnet, HBL_FILE_VNET_DIR, nullptr) || !HBLCreateFile(vnet, HBL_FILE_NAT_DIR, nullptr) ||
         !HBLCreateFile(vnet, HBL_FILE_NAT_CONF, nullptr)) {
-        HBLLog(LOG_ERR, function, "Failed to create zelan directory, or NAT directory or NAT config file");
+        log(LOG_ERR, "Failed to create zelan directory, or NAT directory or NAT config file");
     }
 }
 
-bool WriteForwards(const char *function, uint32_t vnet, const ForwardSection &section, FILE *stream) {
+bool WriteForwards(FunctionLog log, uint32_t vnet, const ForwardSection &section, FILE *stream) {
     if (fputs(section.header, stream) < 0) {
-        return LogFailure(function, section.headerFailed);
+        return LogFailure(log, section.headerFailed);
     }
     uint32_t index = 0;
     uint16_t hostPort;
@@ -150,66 +149,67 @@ bool WriteForwards(const char *function, uint32_t vnet, const ForwardSection &se
     while (HBLNetCfgEnumNATPortFwd(nullptr, vnet, section.isTcp, &index, &hostPort, vmIP, sizeof vmIP,
                                    &vmPort, nullptr, nullptr)) {
         if (fprintf(stream, "%u = %s:%u\n", hostPort, vmIP, vmPort) < 0) {
-            return LogFailure(function, section.forwardFailed);
+            return LogFailure(log, section.forwardFailed);
         }
     }
     if (fputs("\n", stream) < 0) {
-        LogFailure(function, "fputs: failed while writing, error: %s");
+        LogFailure(log, "fputs: failed while writing");
     }
     return true;
 }
 
-bool WriteLines(const char *function, uint32_t vnet, const NatValues &values, FILE *stream) {
+bool WriteLines(FunctionLog log, uint32_t vnet, const NatValues &values, FILE *stream) {
     for (const NatLines &lines : LINES_BEFORE_FORWARDS) {
-        const int written = lines.value != nullptr ? fprintf(stream, lines.text, lines.value(values))
-                                                   : fputs(lines.text, stream);
+        const int written = lines.value != nullptr
+                                ? fprintf(stream, "%s%s\n", lines.text, lines.value(values))
+                                : fputs(lines.text, stream);
         if (written < 0) {
-            return LogFailure(function, lines.failed);
+            return LogFailure(log, lines.failed);
         }
     }
     for (const ForwardSection &section : FORWARD_SECTIONS) {
-        if (!WriteForwards(function, vnet, section, stream)) {
+        if (!WriteForwards(log, vnet, section, stream)) {
             return false;
         }
     }
     return true;
 }
 
-bool WriteFile(const char *function, uint32_t vnet, const NatValues &values) {
+bool WriteFile(FunctionLog log, uint32_t vnet, const NatValues &values) {
     char path[HBL_PATH_SIZE];
-    if (!GetPath(function, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", path)) {
+    if (!GetPath(log, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", path)) {
         return false;
     }
     FileStream stream(HBLFopenRegular(path, "w"));
     if (stream == nullptr) {
-        return LogFailure(function, "fopen: failed to open NAT config file, error: %s");
+        return LogFailure(log, "fopen: failed to open NAT config file");
     }
-    const bool written = WriteLines(function, vnet, values, stream.get());
+    const bool written = WriteLines(log, vnet, values, stream.get());
     // What is still buffered reaches the disk only here, and a full one shows only here.
     if (fclose(stream.release()) != 0 && written) {
-        return LogFailure(function, "fclose: failed while writing NAT config file, error: %s");
+        return LogFailure(log, "fclose: failed while writing NAT config file");
     }
     return written;
 }
 
 }  // namespace
 
-bool HBLNATWriteConfigFile(const char *function, uint32_t vnet) {
+bool HBLNATWriteConfigFile(FunctionLog log, uint32_t vnet) {
     NatValues values;
-    if (!ReadValues(function, vnet, &values)) {
+    if (!ReadValues(log, vnet, &values)) {
         return false;
     }
     const bool existed = HBLFileExists(vnet, HBL_FILE_NAT_CONF, nullptr);
     if (existed) {
-        if (!BackUp(function, vnet)) {
+        if (!BackUp(log, vnet)) {
             return false;
         }
     } else {
-        CreateNewFile(function, vnet);
+        CreateNewFile(log, vnet);
     }
-    const bool written = WriteFile(function, vnet, values);
+    const bool written = WriteFile(log, vnet, values);
     if (!written && !existed) {
-        HBLLog(LOG_ERR, function, "Removing newly created NAT directory and config file");
+        log(LOG_ERR, "Removing newly created NAT directory and config file");
         HBLRemoveFile(vnet, HBL_FILE_NAT_CONF, nullptr);
         HBLRemoveFile(vnet, HBL_FILE_NAT_DIR, nullptr);
     }

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "lib/harbrel/base/hblLog.h"
+
 // Writes the file from the database, after the previous one was copied to the backup. The daemon is stopped
-// and the caller holds the database lock. Messages are logged under `function`.
-bool HBLNATWriteConfigFile(const char *function, uint32_t vnet);
+// and the caller holds the database lock.
+bool HBLNATWriteConfigFile(FunctionLog log, uint32_t vnet);

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "lib/fatal/panic.h"
 #include "lib/harbrel/addresses/addresses.h"
 #include "lib/harbrel/base/functionTrace.h"
 #include "lib/harbrel/base/hblLog.h"
@@ -14,36 +15,36 @@ namespace {
 
 constexpr uint32_t GATEWAY_OFFSET = 2;
 
-constexpr const char *INVALID_VALUE = "Invalid value: %s for NAT parameter: %s on vnet: %d";
-
-bool Refuse(const char *function, const char *format, const ParameterRow &row, uint32_t vnet,
-            const char *value) {
-    HBLLog(LOG_ERR, function, format, value, row.displayName, vnet);
+// `what` is wrong with the value. Always false.
+bool Refuse(FunctionLog log, const char *what, const ParameterRow &row, uint32_t vnet, const char *value) {
+    log(LOG_ERR, "%s: %s for NAT parameter: %s on vnet: %d", what, value, row.displayName, vnet);
     return false;
 }
 
-bool CheckAddress(const char *function, const ParameterRow &row, uint32_t vnet, const char *value) {
-    return HBLIPStrIsValid(value) ||
-           Refuse(function, "Invalid IP address value: %s for NAT parameter: %s on vnet: %d", row, vnet,
-                  value);
+bool CheckAddress(FunctionLog log, const ParameterRow &row, uint32_t vnet, const char *value) {
+    return HBLIPStrIsValid(value) || Refuse(log, "Invalid IP address value", row, vnet, value);
 }
 
-bool CheckPort(const char *function, const ParameterRow &row, uint32_t vnet, const char *value) {
+bool CheckPort(FunctionLog log, const ParameterRow &row, uint32_t vnet, const char *value) {
     uint32_t port;
-    const bool valid = StrToUint(&port, value) && port >= 1 && port <= UINT16_MAX;
-    return valid || Refuse(function, "Invalid config port value: %s for NAT parameter: %s on vnet: %d ", row,
-                           vnet, value);
+    if (StrToUint(&port, value) && port >= 1 && port <= UINT16_MAX) {
+        return true;
+    }
+    // The one line of these with a blank at its end.
+    log(LOG_ERR, "Invalid config port value: %s for NAT parameter: %s on vnet: %d ", value, row.displayName,
+        vnet);
+    return false;
 }
 
-bool CheckFlag(const char *function, const ParameterRow &row, uint32_t vnet, const char *value) {
+bool CheckFlag(FunctionLog log, const ParameterRow &row, uint32_t vnet, const char *value) {
     return strcmp(value, "0") == 0 || strcmp(value, "1") == 0 ||
-           Refuse(function, INVALID_VALUE, row, vnet, value);
+           Refuse(log, "Invalid value", row, vnet, value);
 }
 
-bool CheckSeconds(const char *function, const ParameterRow &row, uint32_t vnet, const char *value) {
+bool CheckSeconds(FunctionLog log, const ParameterRow &row, uint32_t vnet, const char *value) {
     uint32_t seconds;
-    const bool valid = StrToUint(&seconds, value) && static_cast<int32_t>(seconds) >= 0;
-    return valid || Refuse(function, INVALID_VALUE, row, vnet, value);
+    return (StrToUint(&seconds, value) && static_cast<int32_t>(seconds) >= 0) ||
+           Refuse(log, "Invalid value", row, vnet, value);
 }
 
 constexpr ParameterRow ROWS[] = {
@@ -60,89 +61,63 @@ constexpr ParameterRow ROWS[] = {
 };
 
 // The subnet as stored plus two, without masking.
-bool ComputeGateway(const char *function, uint32_t vnet, char *text) {
+bool ComputeGateway(FunctionLog log, uint32_t vnet, char *text) {
     char subnet[HBL_IP_STR_SIZE];
     uint32_t address;
     if (!HBLGetVnetSubnetAddr(vnet, subnet, sizeof subnet) || !HBLIPStr2Int(subnet, &address)) {
-        HBLLog(LOG_ERR, function, "Could not get subnet address for vnet: %d", vnet);
+        log(LOG_ERR, "Could not get subnet address for vnet: %d", vnet);
         return false;
     }
     return HBLIPInt2Str(address + GATEWAY_OFFSET, text);
 }
 
-bool ComputeDefault(const char *function, uint32_t id, uint32_t vnet, char *text, size_t size) {
+bool ComputeDefault(FunctionLog log, uint32_t id, uint32_t vnet, char *text, size_t size) {
     switch (id) {
         case HBL_NAT_PARAM_GATEWAY_IP:
-            return ComputeGateway(function, vnet, text);
+            return ComputeGateway(log, vnet, text);
         case HBL_NAT_PARAM_GATEWAY_NETMASK:
             if (!HBLGetVnetSubnetMask(vnet, text, HBL_IP_STR_SIZE)) {
-                HBLLog(LOG_ERR, function, "Could not get subnet netmask for vnet: %d", vnet);
+                log(LOG_ERR, "Could not get subnet netmask for vnet: %d", vnet);
                 return false;
             }
             return true;
-        default:  // the device
+        case HBL_NAT_PARAM_DEVICE:
             if (!HBLGetFileName(vnet, HBL_FILE_DEVICE, text, size)) {
-                HBLLog(LOG_ERR, function, "Could not get zelan name for vnet: %d", vnet);
+                log(LOG_ERR, "Could not get zelan name for vnet: %d", vnet);
                 return false;
             }
             return true;
+        default:
+            PanicNotReached();  // all other rows have a constant
     }
 }
 
-constexpr const char *NO_SPACE = "Insufficient space to store NAT param %d.";
-constexpr const char *UNRECOGNIZED = "Unrecognized NAT parameter ID: %d";
+void LogUnrecognized(FunctionLog log, uint32_t id) {
+    log(LOG_ERR, "Unrecognized NAT parameter ID: %d", static_cast<int>(id));
+}
 
-void LogNoSpace(const char *function, const char *format, const ParameterRow &row, size_t, size_t) {
-    HBLLog(LOG_ERR, function, format, row.id);
+void LogUnsettable(FunctionLog log, uint32_t id) {
+    log(LOG_ERR, "Unrecognized NAT parameter ID: %u", id);
+}
+
+void LogNoSpace(FunctionLog log, const ParameterRow &row, size_t, size_t) {
+    log(LOG_ERR, "Insufficient space to store NAT param %d.", static_cast<int>(row.id));
 }
 
 constexpr ParameterFamily FAMILY = {
     .rows = ROWS,
-    .rowlessId = nullptr,
+    .rowForUnknown = nullptr,
     .unknownId = HBL_NAT_PARAM_UNKNOWN,
-    .words =
-        {
-            .stored = "Value of NAT parameter: %s is: %s for vnet: %d",
-            .notFound = "Value of NAT parameter: %s not found in configuration for vnet: %d",
-            .notFoundLevel = LOG_INFO2,
-            .reverting = "Reverting to default value",
-            .noSpace = NO_SPACE,
-            .defaultValue = "Default value of NAT parameter: %s is: %s for vnet: %d",
-            .defaultNoSpace = NO_SPACE,
-            .setDone = "Successfully set value of NAT parameter: %s to value: %s for vnet: %d",
-            .setFailed = "Setting value of NAT parameter: %s failed for vnet: %d",
-            .unknownGet = UNRECOGNIZED,
-            .unknownDefault = UNRECOGNIZED,
-            .unknownSet = "Unrecognized NAT parameter ID: %u",
-        },
-    .api =
-        {
-            .getFunction = "HBL_GetNATParam",
-            .getArguments = nullptr,
-            .getInvalid = "Invalid argument",
-            .getUnsupported = "Unsupported NAT parameter ID: %u",
-            .mapped = "Mapped external NAT param ID: %u to internal param ID: %u",
-            .getDone =
-                "Retrieved value of NAT parameter, paramID: %2$u, value: %3$s, len: %4$u for vnet: %1$s",
-            .getFailed = "Getting value of NAT Parameter: %2$u failed for vnet: %1$s",
-            .setFunction = "HBL_SetNATParam",
-            .setArguments = "Arguments - v: %p,%s, pID: %u, p: %p,%.*s, pL: %u",
-            .setInvalid = "Invalid argument - zelan: %p",
-            .setUnsupported = "Unsupported NAT parameter: %u",
-            .setMapped = "Mapped external parameter ID: %u to internal parameter ID: %u",
-            .noMemory = "Memory allocation failure for NAT param string",
-            .setDone = "Setting value for NAT parameter: %2$u, %3$s succeeded for vnet: %1$s",
-            .setFailed = "Setting value for NAT parameter: %2$u, %3$s failed for vnet: %1$s",
-            .deleteDone = "Deleted value for NAT parameter: %2$u for vnet: %1$s",
-            .deleteFailed = "Deleting NAT parameter: %2$u failed for vnet: %1$s",
-        },
-    .computeDefault = ComputeDefault,
+    .service = "NAT",
+    .lookedFor = "Value of",
+    .notFoundLevel = LOG_INFO2,
+    .reverting = "Reverting to default value",
+    .logUnreadable = LogUnrecognized,
+    .logUnsettable = LogUnsettable,
     .logNoSpace = LogNoSpace,
-    .mapExternal = HBLNATMapIntParamID,
-    .get = HBLNATGetParameter,
+    .logNoSpaceForDefault = LogNoSpace,
+    .computeDefault = ComputeDefault,
     .getDefault = HBLNATGetParamDefault,
-    .set = HBLNATSetParameter,
-    .remove = HBLNATRemoveParam,
 };
 
 constexpr ParameterRemoval REMOVALS[] = {
@@ -157,8 +132,8 @@ constexpr ParameterRemoval REMOVALS[] = {
 
 }  // namespace
 
-const ParameterFamily &HBLNATParameters() {
-    return FAMILY;
+std::span<const ParameterRow> HBLNATParameterRows() {
+    return ROWS;
 }
 
 uint32_t HBLNATMapIntParamID(uint32_t externalId) {
@@ -182,7 +157,7 @@ bool HBLNATSetParameter(uint32_t vnet, uint32_t paramId, const char *value) {
 bool HBLNATRemoveParam(uint32_t vnet, uint32_t paramId) {
     const ParameterRow *row = HBLFindParameter(FAMILY, paramId);
     if (row == nullptr) {
-        HBLLog(LOG_ERR, __func__, UNRECOGNIZED, paramId);
+        LogUnrecognized(__func__, paramId);
         return false;
     }
     if (HBLGetVnetCfg(vnet, row->key) == nullptr) {
@@ -197,7 +172,7 @@ bool HBLNATRemoveParam(uint32_t vnet, uint32_t paramId) {
 
 bool HBLNATRemoveConfig(uint32_t vnet) {
     const FunctionTrace trace(__func__);
-    const bool removed = HBLRemoveParameters(FAMILY, __func__, vnet, REMOVALS);
+    const bool removed = HBLRemoveParameters(__func__, HBLNATRemoveParam, vnet, REMOVALS);
     HBLNetCfgRemoveAllNATPortFwd(nullptr, vnet, true, true, true);
     return removed;
 }

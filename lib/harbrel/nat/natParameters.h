@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "lib/harbrel/parameters/parameters.h"
 
@@ -18,7 +19,7 @@ enum HBLNATParam : uint32_t {
     HBL_NAT_PARAM_UNKNOWN = 13867,
 };
 
-const ParameterFamily &HBLNATParameters();
+std::span<const ParameterRow> HBLNATParameterRows();
 
 uint32_t HBLNATMapIntParamID(uint32_t externalId);
 bool HBLNATGetParameter(uint32_t vnet, uint32_t paramId, bool useDefault, char *buffer, size_t bufferLength);

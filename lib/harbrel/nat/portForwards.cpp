@@ -43,22 +43,22 @@ struct ForwardBuffers {
 };
 
 // A terminated copy; null stays null, and so does an empty text. False when it is refused.
-bool CopyDescription(const char *function, const char *description, uint32_t length, MallocString *copy) {
+bool CopyDescription(FunctionLog log, const char *description, uint32_t length, MallocString *copy) {
     if (description == nullptr) {
         return true;
     }
     if (length >= NETCFG_MAX_DESCRIPTION) {
-        HBLLog(LOG_ERR, function, "Description is too long, allowed is: %u bytes",
-               static_cast<unsigned>(NETCFG_MAX_DESCRIPTION));
+        log(LOG_ERR, "Description is too long, allowed is: %u bytes",
+            static_cast<unsigned>(NETCFG_MAX_DESCRIPTION));
         return false;
     }
     if (length == 0) {
-        HBLLog(LOG_INFO2, function, "Using a NULL description since, length is 0");
+        log(LOG_INFO2, "Using a NULL description since, length is 0");
         return true;
     }
     copy->reset(strndup(description, length));
     if (*copy == nullptr) {
-        HBLLog(LOG_ERR, function, "Error in memory allocation for NAT port forward description");
+        log(LOG_ERR, "Error in memory allocation for NAT port forward description");
         return false;
     }
     return true;
@@ -79,46 +79,46 @@ bool HBL_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, const 
     if (!frame.Passed()) {
         return false;
     }
-    HBLLog(LOG_ARGS, __func__,
-           "Arguments - v: %p,%s, tcp: %u, hP: %u, vmIP: %p,%s, vmP: %u, d: %p,%.*s, dL: %u",
-           static_cast<const void *>(vnet), TextOrNull(vnet), tcp, hostPort, static_cast<const void *>(vmIP),
-           TextOrNull(vmIP), vmPort, static_cast<const void *>(description),
-           ShownLength(description, descLen), TextOrNull(description), descLen);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, tcp: %u, hP: %u, vmIP: %p,%s, vmP: %u, d: %p,%.*s, dL: %u",
+              static_cast<const void *>(vnet), TextOrNull(vnet), tcp, hostPort,
+              static_cast<const void *>(vmIP), TextOrNull(vmIP), vmPort,
+              static_cast<const void *>(description), ShownLength(description, descLen),
+              TextOrNull(description), descLen);
     if (vnet == nullptr || hostPort == 0) {
-        HBLLog(LOG_ERR, __func__, "Invalid argument - zelan: %p, hostPort: %u",
-               static_cast<const void *>(vnet), hostPort);
+        frame.log(LOG_ERR, "Invalid argument - zelan: %p, hostPort: %u", static_cast<const void *>(vnet),
+                  hostPort);
         return false;
     }
     uint32_t number;
-    if (!ApiVnetNumber(__func__, vnet, &number)) {
+    if (!ApiVnetNumber(frame.log, vnet, &number)) {
         return false;
     }
     if (vmIP != nullptr && (!HBLIPStrIsValid(vmIP) || vmPort == 0)) {
-        HBLLog(LOG_ERR, __func__, "Invalid VM IP: %s or port: %u", vmIP, vmPort);
+        frame.log(LOG_ERR, "Invalid VM IP: %s or port: %u", vmIP, vmPort);
         return false;
     }
     MallocString descriptionCopy;
-    if (!CopyDescription(__func__, description, descLen, &descriptionCopy)) {
+    if (!CopyDescription(frame.log, description, descLen, &descriptionCopy)) {
         return false;
     }
-    const ConfigLock lock(__func__);
+    const ConfigLock lock(frame.log);
     if (!lock.Held()) {
         return false;
     }
     if (!StoreForward(number, tcp, hostPort, vmIP, vmPort, descriptionCopy.get())) {
-        HBLLog(LOG_ERR, __func__, "Setting/ Removing NAT Port Forward failed for vnet: %s, port: %u", vnet,
-               hostPort);
+        frame.log(LOG_ERR, "Setting/ Removing NAT Port Forward failed for vnet: %s, port: %u", vnet,
+                  hostPort);
         return false;
     }
     if (vmIP != nullptr) {
-        HBLLog(
-            LOG_OK, __func__,
+        frame.log(
+            LOG_OK,
             "Setting NAT Port Forward succeeded for vnet: %s, tcp: %u, hostPort: %u, vm IP: %s, vm port: %u, "
             "description: %s",
             vnet, tcp, hostPort, vmIP, vmPort, TextOrNull(descriptionCopy.get()));
     } else {
-        HBLLog(LOG_OK, __func__, "Removing NAT Port Forward succeeded for vnet: %s, tcp: %u, hostPort: %u",
-               vnet, tcp, hostPort);
+        frame.log(LOG_OK, "Removing NAT Port Forward succeeded for vnet: %s, tcp: %u, hostPort: %u", vnet,
+                  tcp, hostPort);
     }
     return true;
 }
@@ -130,34 +130,34 @@ bool HBL_GetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, char *
         return false;
     }
     ForwardBuffers buffers(vmIP, vmIPLen, description, descLen);
-    HBLLog(LOG_ARGS, __func__,
-           "Arguments - v: %p,%s, tcp: %u, hP: %u, vIP: %p, vIPL: %p, %u, vP: %p, d: %p, dL: %p,%u",
-           static_cast<const void *>(vnet), TextOrNull(vnet), tcp, hostPort, static_cast<void *>(vmIP),
-           static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
-           static_cast<void *>(description), static_cast<void *>(descLen), ValueOrZero(descLen));
+    frame.log(LOG_ARGS,
+              "Arguments - v: %p,%s, tcp: %u, hP: %u, vIP: %p, vIPL: %p, %u, vP: %p, d: %p, dL: %p,%u",
+              static_cast<const void *>(vnet), TextOrNull(vnet), tcp, hostPort, static_cast<void *>(vmIP),
+              static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
+              static_cast<void *>(description), static_cast<void *>(descLen), ValueOrZero(descLen));
     if (vnet == nullptr || vmPort == nullptr || !buffers.Usable()) {
-        HBLLog(LOG_ERR, __func__,
-               "Invalid argument - vnet: %p, vmIP: %p, vmIPLen: %p, %u, vmPort: %p, description: %p, "
-               "descLen: %p",
-               static_cast<const void *>(vnet), static_cast<void *>(vmIP), static_cast<void *>(vmIPLen),
-               ValueOrZero(vmIPLen), static_cast<void *>(vmPort), static_cast<void *>(description),
-               static_cast<void *>(descLen));
+        frame.log(LOG_ERR,
+                  "Invalid argument - vnet: %p, vmIP: %p, vmIPLen: %p, %u, vmPort: %p, description: %p, "
+                  "descLen: %p",
+                  static_cast<const void *>(vnet), static_cast<void *>(vmIP), static_cast<void *>(vmIPLen),
+                  ValueOrZero(vmIPLen), static_cast<void *>(vmPort), static_cast<void *>(description),
+                  static_cast<void *>(descLen));
         return false;
     }
     uint32_t number;
-    if (!ApiVnetNumber(__func__, vnet, &number)) {
+    if (!ApiVnetNumber(frame.log, vnet, &number)) {
         return false;
     }
     if (!HBLNetCfgLookupNATPortFwd(nullptr, number, tcp, hostPort, vmIP, *vmIPLen, vmPort, description,
                                    &buffers.descriptionSize)) {
-        HBLLog(LOG_ERR, __func__, "Getting NAT Port Forward failed on vnet: %s", vnet);
+        frame.log(LOG_ERR, "Getting NAT Port Forward failed on vnet: %s", vnet);
         return false;
     }
     buffers.Publish();
-    HBLLog(LOG_INFO, __func__,
-           "Retrieved NAT Port forward record for vnet: %s, tcp: %u, hostport: %u, vmIP: %s, vmIPLen: %u, "
-           "vmPort: %u, description: %s, description len: %u",
-           vnet, tcp, hostPort, vmIP, *vmIPLen, *vmPort, buffers.ShownDescription(), ValueOrZero(descLen));
+    frame.log(LOG_INFO,
+              "Retrieved NAT Port forward record for vnet: %s, tcp: %u, hostport: %u, vmIP: %s, vmIPLen: %u, "
+              "vmPort: %u, description: %s, description len: %u",
+              vnet, tcp, hostPort, vmIP, *vmIPLen, *vmPort, buffers.ShownDescription(), ValueOrZero(descLen));
     return true;
 }
 
@@ -168,33 +168,34 @@ bool HBL_EnumNATPortForward(const char *vnet, bool tcp, uint32_t *enumOffset, ui
         return false;
     }
     ForwardBuffers buffers(vmIP, vmIPLen, description, descLen);
-    HBLLog(LOG_ARGS, __func__,
-           "Arguments - v: %p,%s, tcp: %u, eO: %p,%u, hP: %p, vIP: %p, vIPL: %p,%u, vP: %p, d: %p, dL: %p,%u",
-           static_cast<const void *>(vnet), TextOrNull(vnet), tcp, static_cast<void *>(enumOffset),
-           ValueOrZero(enumOffset), static_cast<void *>(hostPort), static_cast<void *>(vmIP),
-           static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
-           static_cast<void *>(description), static_cast<void *>(descLen), ValueOrZero(descLen));
+    frame.log(
+        LOG_ARGS,
+        "Arguments - v: %p,%s, tcp: %u, eO: %p,%u, hP: %p, vIP: %p, vIPL: %p,%u, vP: %p, d: %p, dL: %p,%u",
+        static_cast<const void *>(vnet), TextOrNull(vnet), tcp, static_cast<void *>(enumOffset),
+        ValueOrZero(enumOffset), static_cast<void *>(hostPort), static_cast<void *>(vmIP),
+        static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
+        static_cast<void *>(description), static_cast<void *>(descLen), ValueOrZero(descLen));
     if (vnet == nullptr || enumOffset == nullptr || vmPort == nullptr || !buffers.Usable()) {
-        HBLLog(LOG_ERR, __func__,
-               "Invalid argument, zelan: %p, enumOffset: %p, vmIP: %p vmIPLen: %p, %u, vmPort: %p, "
-               "description: %p, descLen: %p",
-               static_cast<const void *>(vnet), static_cast<void *>(enumOffset), static_cast<void *>(vmIP),
-               static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
-               static_cast<void *>(description), static_cast<void *>(descLen));
+        frame.log(LOG_ERR,
+                  "Invalid argument, zelan: %p, enumOffset: %p, vmIP: %p vmIPLen: %p, %u, vmPort: %p, "
+                  "description: %p, descLen: %p",
+                  static_cast<const void *>(vnet), static_cast<void *>(enumOffset), static_cast<void *>(vmIP),
+                  static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
+                  static_cast<void *>(description), static_cast<void *>(descLen));
         return false;
     }
     uint32_t number;
-    if (!ApiVnetNumber(__func__, vnet, &number)) {
+    if (!ApiVnetNumber(frame.log, vnet, &number)) {
         return false;
     }
     if (!HBLNetCfgEnumNATPortFwd(nullptr, number, tcp, enumOffset, hostPort, vmIP, *vmIPLen, vmPort,
                                  description, &buffers.descriptionSize)) {
-        HBLLog(LOG_ERR, __func__, "No ports to enumerate for vnet: %s", vnet);
+        frame.log(LOG_ERR, "No ports to enumerate for vnet: %s", vnet);
         return false;
     }
     buffers.Publish();
-    HBLLog(
-        LOG_INFO2, __func__,
+    frame.log(
+        LOG_INFO2,
         "Successfully enumerated NAT forwarde port, vnet: %s, tcp: %uenumOffset: %u, hostPort: %u, vmIP: %s, "
         "vmIPLen: %u, vmPort: %u, description: %s, description len: %u",
         vnet, tcp, *enumOffset, *hostPort, vmIP, *vmIPLen, *vmPort, buffers.ShownDescription(),

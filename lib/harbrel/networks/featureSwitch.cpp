@@ -7,80 +7,78 @@
 
 namespace {
 
-void TakeSubnetBack(const FeatureSwitch &feature, const char *name, uint32_t vnet) {
-    if (feature.takingBack != nullptr) {
-        HBLLog(LOG_ERR, feature.function, feature.takingBack, name);
+// One network in one call.
+struct Switching {
+    FunctionLog log;
+    const FeatureSwitch &feature;
+    const char *name;
+    uint32_t vnet;
+
+    void Say(uint32_t level, const NetworkLine &line) const {
+        if (line.behindName != nullptr) {
+            log(level, "%s%s%s", line.text, name, line.behindName);
+        } else {
+            log(level, "%s", line.text);
+        }
     }
-    HBLRemoveVnetSubnet(vnet);
+    // The value is stored, with a line for either outcome.
+    bool Set(bool use, bool cleanup, uint32_t doneLevel, const NetworkLine &done,
+             const NetworkLine &failed) const {
+        const bool set = feature.set(vnet, use, cleanup);
+        Say(set ? doneLevel : uint32_t{LOG_ERR}, set ? done : failed);
+        return set;
+    }
+};
+
+void TakeSubnetBack(const Switching &call) {
+    if (call.feature.takingBack.text != nullptr) {
+        call.Say(LOG_ERR, call.feature.takingBack);
+    }
+    HBLRemoveVnetSubnet(call.vnet);
 }
 
-bool CleanUp(const FeatureSwitch &feature, const char *name, uint32_t vnet, bool use) {
-    if (feature.set(vnet, use, true)) {
-        HBLLog(LOG_INFO, feature.function, feature.cleanedUp, name);
-        return true;
-    }
-    HBLLog(LOG_ERR, feature.function, feature.cleanupFailed, name);
-    return false;
-}
-
-bool AssignSubnet(const FeatureSwitch &feature, const char *name, uint32_t vnet) {
-    HBLLog(LOG_INFO2, feature.function, feature.assigning, name);
-    if (!HBLAssignUnusedSubnetAddressToVNet(vnet)) {
-        HBLLog(LOG_ERR, feature.function, feature.assignFailed, name);
-        TakeSubnetBack(feature, name, vnet);
+bool AssignSubnet(const Switching &call) {
+    call.Say(LOG_INFO2, call.feature.assigning);
+    if (!HBLAssignUnusedSubnetAddressToVNet(call.vnet)) {
+        call.Say(LOG_ERR, call.feature.assignFailed);
+        TakeSubnetBack(call);
         return false;
     }
-    HBLLog(feature.assignedLevel, feature.function, feature.assigned, name);
+    call.Say(call.feature.assignedLevel, call.feature.assigned);
     return true;
 }
 
-bool TurnOn(const FeatureSwitch &feature, const char *name, uint32_t vnet, bool cleanup) {
-    const bool hadSubnet = HBLVnetIsOptionConfigured(vnet, HBL_OPTION_SUBNET);
-    if (!hadSubnet && !AssignSubnet(feature, name, vnet)) {
+bool TurnOn(const Switching &call, bool cleanup) {
+    const bool hadSubnet = HBLVnetIsOptionConfigured(call.vnet, HBL_OPTION_SUBNET);
+    if (!hadSubnet && !AssignSubnet(call)) {
         return false;
     }
-    if (feature.set(vnet, true, cleanup)) {
-        HBLLog(LOG_OK, feature.function, feature.turnedOn, name);
-        return true;
+    const bool turnedOn = call.Set(true, cleanup, LOG_OK, call.feature.turnedOn, call.feature.turnOnFailed);
+    if (!turnedOn && !hadSubnet) {
+        TakeSubnetBack(call);
     }
-    HBLLog(LOG_ERR, feature.function, feature.turnOnFailed, name);
-    if (!hadSubnet) {
-        TakeSubnetBack(feature, name, vnet);
-    }
-    return false;
-}
-
-bool TurnOff(const FeatureSwitch &feature, const char *name, uint32_t vnet, bool cleanup) {
-    if (feature.set(vnet, false, cleanup)) {
-        HBLLog(LOG_OK, feature.function, feature.turnedOff, name);
-        return true;
-    }
-    HBLLog(LOG_ERR, feature.function, feature.turnOffFailed, name);
-    return false;
+    return turnedOn;
 }
 
 }  // namespace
 
-bool HBLApiSwitchFeature(const FeatureSwitch &feature, const char *vnet, bool use, bool cleanup) {
-    const ApiFrame frame(feature.function);
-    if (!frame.Passed()) {
-        return false;
-    }
-    HBLLog(LOG_ARGS, feature.function, feature.arguments, static_cast<const void *>(vnet), TextOrNull(vnet),
-           use, cleanup);
+bool HBLApiSwitchFeature(FunctionLog log, const FeatureSwitch &feature, const char *vnet, bool use,
+                         bool cleanup) {
     uint32_t number = 0;
-    if (!ApiVnetArgument(feature.function, vnet, &number)) {
+    if (!ApiVnetArgument(log, vnet, &number)) {
         return false;
     }
-    const ConfigLock lock(feature.function);
+    const ConfigLock lock(log);
     if (!lock.Held()) {
         return false;
     }
-    const bool inUse = HBLVnetIsOptionConfigured(number, feature.option);
-    if (inUse == use) {
-        HBLLog(LOG_INFO, feature.function, feature.same, vnet);
-        return !cleanup || CleanUp(feature, vnet, number, use);
+    const Switching call = {log, feature, vnet, number};
+    const bool used = HBLVnetIsOptionConfigured(number, feature.option);
+    if (used == use) {
+        log(LOG_INFO, "%s", feature.same);
+        return !cleanup || call.Set(use, true, LOG_INFO, feature.cleanedUp, feature.cleanupFailed);
     }
-    HBLLog(LOG_INFO2, feature.function, feature.changing, inUse, use);
-    return use ? TurnOn(feature, vnet, number, cleanup) : TurnOff(feature, vnet, number, cleanup);
+    feature.logChanging(log, used, use);
+    return use ? TurnOn(call, cleanup)
+               : call.Set(false, cleanup, LOG_OK, feature.turnedOff, feature.turnOffFailed);
 }

@@ -21,9 +21,9 @@ class VnetKey {
     bool valid_;
 };
 
-bool RemoveField(uint32_t vnet, const char *field, const char *function, const char *failureLine) {
+bool RemoveField(uint32_t vnet, const char *field, FunctionLog log, const char *failureLine) {
     if (!HBLRemoveVnetCfg(vnet, field)) {
-        HBLLog(LOG_ERR, function, "%s", failureLine);
+        log(LOG_ERR, "%s", failureLine);
         return false;
     }
     return true;

@@ -11,6 +11,7 @@ constexpr const char *VNET_FIELD_ADAPTER = "VIRTUAL_ADAPTER";
 constexpr const char *VNET_FIELD_ADAPTER_ADDR = "VIRTUAL_ADAPTER_ADDR";
 constexpr const char *VNET_FIELD_ADAPTER_NAME = "VIRTUAL_ADAPTER_NAME";
 constexpr const char *VNET_FIELD_DHCP = "DHCP";
+constexpr const char *VNET_FIELD_DHCP_CFG_HASH = "DHCP_CFG_HASH";
 constexpr const char *VNET_FIELD_NAT = "NAT";
 constexpr size_t HBL_ADAPTER_NAME_SIZE = 16;  // a buffer for an interface name
 

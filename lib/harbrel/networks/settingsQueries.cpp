@@ -42,35 +42,35 @@ bool CopyIfFits(const char *text, char *out, size_t size) {
 }
 
 // The address that the adapter of a vnet takes when none is stored.
-bool ComputeAdapterAddr(uint32_t vnet, char *out, size_t size, const char *function) {
+bool ComputeAdapterAddr(uint32_t vnet, char *out, size_t size, FunctionLog log) {
     char subnet[HBL_IP_STR_SIZE];
     if (!HBLGetVnetSubnetAddr(vnet, subnet, sizeof subnet)) {
-        HBLLog(LOG_ERR, function, "Getting Subnet Address failed");
+        log(LOG_ERR, "Getting Subnet Address failed");
         return false;
     }
     char address[HBL_IP_STR_SIZE];
     if (!HBLGetDefaultAdapterAddr(subnet, address)) {
-        HBLLog(LOG_ERR, function, "Could not calculate adapter address");
+        log(LOG_ERR, "Could not calculate adapter address");
         return false;
     }
     if (!CopyIfFits(address, out, size)) {
-        HBLLog(LOG_ERR, function, "Insufficient buffer length: %zu for adapter address", size);
+        log(LOG_ERR, "Insufficient buffer length: %zu for adapter address", size);
         return false;
     }
     return true;
 }
 
-bool IsBridged(uint32_t vnet, const char *function) {
+bool IsBridged(uint32_t vnet, FunctionLog log) {
     const auto number = static_cast<int32_t>(vnet);
     int32_t defaultVnet = HBL_VNET_NONE;
     if (!HBLGetDefaultBridgeVnet(&defaultVnet)) {
-        HBLLog(LOG_ERR, function, "Failed to get the value of default bridge");
+        log(LOG_ERR, "Failed to get the value of default bridge");
     } else if (defaultVnet == number) {
         return true;
     }
     HostAdapterChain adapters;
     if (!HBLGetVnetBridge(number, &adapters.count, &adapters.head)) {
-        HBLLog(LOG_ERR, function, "Cannot get bridge mappings for vnet: %d", number);
+        log(LOG_ERR, "Cannot get bridge mappings for vnet: %d", number);
         return false;
     }
     return adapters.count > 0;

@@ -26,13 +26,13 @@ struct PingCommand {
     uint32_t interval;
 };
 
-bool FindBinDir(const char *function, const char **binDir) {
+bool FindBinDir(FunctionLog log, const char **binDir) {
     if (!HBLNetCfgGetAnswerString(nullptr, "BINDIR", binDir)) {
-        HBLLog(LOG_WRN, function, "Unable to find BINDIR in host config database.");
+        log(LOG_WRN, "Unable to find BINDIR in host config database.");
         *binDir = "/usr/bin";
     }
     if (strlen(*binDir) >= MAX_BINDIR_SIZE) {
-        HBLLog(LOG_ERR, function, "Value of BINDIR is bigger than allowed %u chracters", MAX_BINDIR_SIZE);
+        log(LOG_ERR, "Value of BINDIR is bigger than allowed %u chracters", MAX_BINDIR_SIZE);
         return false;
     }
     return true;
@@ -48,8 +48,8 @@ int RunPing(const PingCommand &ping, const char *options, uint32_t address) {
     return (Posix_System(command) >> 8) & 0xff;
 }
 
-bool LogUnusual(const char *function, int status) {
-    HBLLog(LOG_ERR, function, "Return value of orvane-ping: %d", status);
+bool LogUnusual(FunctionLog log, int status) {
+    log(LOG_ERR, "Return value of orvane-ping: %d", status);
     return false;
 }
 

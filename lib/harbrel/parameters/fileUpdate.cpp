@@ -1,27 +1,28 @@
 #include "lib/harbrel/parameters/fileUpdate.h"
 
-#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/frame/apiFrame.h"
+#include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/services/daemons.h"
 
-bool HBLApiUpdateFromConfig(const FileUpdateWords &words, const char *vnet) {
-    const ApiFrame frame(words.function);
+bool HBLApiUpdateFromConfig(const char *function, const FileUpdate &file, const char *vnet) {
+    const ApiFrame frame(function);
     uint32_t number = 0;
-    if (!frame.Passed() || !ApiOnlyVnetArgument(words.function, vnet, &number, "zelan")) {
+    if (!frame.Passed() || !ApiOnlyVnetArgument(frame.log, vnet, &number, "zelan")) {
         return false;
     }
-    HBLLog(LOG_INFO2, words.function, "%s", words.checking);
-    if (HBLServiceStatus(number, words.service) != HBL_SERVICE_STATUS_STOPPED) {
-        HBLLog(LOG_ERR, words.function, "%s", words.notStopped);
+    frame.log(LOG_INFO2, "Checking to see if %s service is running", file.service);
+    if (HBLServiceStatus(number, file.serviceId) != HBL_SERVICE_STATUS_STOPPED) {
+        frame.log(LOG_ERR, "%s", file.notStopped);
         return false;
     }
-    const ConfigLock lock(words.function);
+    const ConfigLock lock(frame.log);
     if (!lock.Held()) {
         return false;
     }
-    const char *action = words.isSwitchedOn(number) ? "Writing" : "Removing";
-    const bool updated = words.update(number);
-    HBLLog(updated ? LOG_OK : LOG_ERR, words.function, updated ? words.done : words.failed, action, vnet);
+    const char *action = file.isSwitchedOn(number) ? "Writing" : "Removing";
+    const bool updated = file.update(number);
+    frame.log(updated ? LOG_OK : LOG_ERR, "%s %s configuration file %s for vnet: %s", action, file.service,
+              updated ? "succeeded" : "failed", vnet);
     return updated;
 }

@@ -1,16 +1,17 @@
-// Per-network parameters of a service: rows of data, one engine that reads, sets and removes them, and the
-// exported operations on top of it. What differs between DHCP and NAT stands in their tables.
+// Per-network parameters of a service: rows of data, and one engine that reads, sets and removes them. What
+// differs between DHCP and NAT stands in their families.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
+#include "lib/harbrel/base/hblLog.h"
+
 struct ParameterRow;
 
-// Judges a new value and logs why it is refused, under `function`.
-using ParameterCheck = bool (*)(const char *function, const ParameterRow &row, uint32_t vnet,
-                                const char *value);
+// Judges a new value and logs why it is refused.
+using ParameterCheck = bool (*)(FunctionLog log, const ParameterRow &row, uint32_t vnet, const char *value);
 
 struct ParameterRow {
     uint32_t id;
@@ -21,79 +22,37 @@ struct ParameterRow {
     const char *constant;     // the default; null: computed, or none
 };
 
-// What the functions of one service say. Behind each format stand the arguments that it gets, in their order.
-struct ParameterWords {
-    // reading
-    const char *stored;    // display name, value, vnet
-    const char *notFound;  // display name, vnet
-    uint32_t notFoundLevel;
-    const char *reverting;
-    const char *noSpace;  // as logNoSpace of the family fills it in
-    // computing a default
-    const char *defaultValue;    // display name, value, vnet
-    const char *defaultNoSpace;  // as noSpace
-    // setting
-    const char *setDone;    // display name, value, vnet
-    const char *setFailed;  // display name, vnet
-    // an id that the function does not take: id
-    const char *unknownGet;  // null: rowlessId is read
-    const char *unknownDefault;
-    const char *unknownSet;
-};
-
-// The words of the exported functions. Ids are the caller's. A format that takes the arguments in another
-// order names them by position, all of them up to the last one that it uses: the C library cannot skip one.
-struct ParameterApiWords {
-    const char *getFunction;
-    const char *getArguments;    // null: no argument line
-    const char *getInvalid;      // vnet, buffer, length pointer, length
-    const char *getUnsupported;  // id
-    const char *mapped;          // external id, internal id
-    const char *getDone;         // vnet, id, value, length
-    const char *getFailed;       // vnet, id
-    const char *setFunction;
-    const char *setArguments;
-    const char *setInvalid;      // vnet, value
-    const char *setUnsupported;  // id
-    const char *setMapped;       // external id, internal id
-    const char *noMemory;
-    const char *setDone;       // vnet, id, value
-    const char *setFailed;     // vnet, id, value
-    const char *deleteDone;    // vnet, id
-    const char *deleteFailed;  // vnet, id
-};
-
 struct ParameterFamily {
     std::span<const ParameterRow> rows;
-    const ParameterRow *rowlessId;  // read for an id without a row; null: such an id is refused
-    uint32_t unknownId;             // what an external id that is not in the table maps to
-    ParameterWords words;
-    ParameterApiWords api;
-    // A computed default: a text of at most 255 bytes. Logs its own reason under `function`.
-    bool (*computeDefault)(const char *function, uint32_t id, uint32_t vnet, char *text, size_t size);
-    // Says with `format` that a text of `needed` bytes does not fit `size`.
-    void (*logNoSpace)(const char *function, const char *format, const ParameterRow &row, size_t size,
-                       size_t needed);
-    // The service's own functions, each with its name and its trace lines.
-    uint32_t (*mapExternal)(uint32_t externalId);
-    bool (*get)(uint32_t vnet, uint32_t id, bool useDefault, char *buffer, size_t size);
+    const ParameterRow *rowForUnknown;  // read for an id without a row; null: such an id is refused
+    uint32_t unknownId;                 // what an external id that is not in the table maps to
+    const char *service;                // "DHCP"
+    const char *lookedFor;              // what "... DHCP parameter: %s not found" begins with
+    uint32_t notFoundLevel;
+    const char *reverting;  // to the default
+    // What stands in the log for an id that cannot be read and for one that cannot be set.
+    void (*logUnreadable)(FunctionLog log, uint32_t id);
+    void (*logUnsettable)(FunctionLog log, uint32_t id);
+    // And for a text of `needed` bytes, stored or a default, that does not fit `size`.
+    void (*logNoSpace)(FunctionLog log, const ParameterRow &row, size_t size, size_t needed);
+    void (*logNoSpaceForDefault)(FunctionLog log, const ParameterRow &row, size_t size, size_t needed);
+    // A computed default: a text of at most 255 bytes. Logs its own reason.
+    bool (*computeDefault)(FunctionLog log, uint32_t id, uint32_t vnet, char *text, size_t size);
+    // The service's own function, which calls HBLGetParameterDefault under its name.
     bool (*getDefault)(uint32_t vnet, uint32_t id, char *buffer, size_t size);
-    bool (*set)(uint32_t vnet, uint32_t id, const char *value);
-    bool (*remove)(uint32_t vnet, uint32_t id);
 };
 
-// The work of the service's functions. Messages are logged under `function`, the name of the caller.
+// The work of the service's functions, under their names.
 
 // The row of an internal id, or null.
 const ParameterRow *HBLFindParameter(const ParameterFamily &family, uint32_t id);
 // The internal id, or the family's unknown one after "Could not map external paramID: %u".
-uint32_t HBLMapExternalParameter(const ParameterFamily &family, const char *function, uint32_t externalId);
-// The stored value; without one, and with useDefault, the default. Sizes are in bytes, terminator included.
-bool HBLGetParameter(const ParameterFamily &family, const char *function, uint32_t vnet, uint32_t id,
+uint32_t HBLMapExternalParameter(const ParameterFamily &family, FunctionLog log, uint32_t externalId);
+bool HBLGetParameter(const ParameterFamily &family, FunctionLog log, uint32_t vnet, uint32_t id,
                      bool useDefault, char *buffer, size_t size);
-bool HBLGetParameterDefault(const ParameterFamily &family, const char *function, uint32_t vnet, uint32_t id,
+bool HBLGetParameterDefault(const ParameterFamily &family, FunctionLog log, uint32_t vnet, uint32_t id,
                             char *buffer, size_t size);
-bool HBLSetParameter(const ParameterFamily &family, const char *function, uint32_t vnet, uint32_t id,
+bool HBLSetParameter(const ParameterFamily &family, FunctionLog log, uint32_t vnet, uint32_t id,
                      const char *value);
 
 // One parameter of a network's clean-up, in its order, and the line for its failure.
@@ -101,12 +60,7 @@ struct ParameterRemoval {
     uint32_t id;
     const char *failed;
 };
-// Removes all but `keptId` (0: none). Goes on after a failure; false at the end if there was one.
-bool HBLRemoveParameters(const ParameterFamily &family, const char *function, uint32_t vnet,
+// Removes all but `keptId` (0: none) by the service's own function. Goes on after a failure; false at the end
+// if there was one.
+bool HBLRemoveParameters(FunctionLog log, bool (*remove)(uint32_t vnet, uint32_t id), uint32_t vnet,
                          std::span<const ParameterRemoval> removals, uint32_t keptId = 0);
-
-// The exported getter and setter behind their frames: argument line, argument test, lock, work, result line.
-bool HBLApiGetParameter(const ParameterFamily &family, const char *vnet, uint32_t externalId, bool useDefault,
-                        char *param, uint32_t *paramLen);
-bool HBLApiSetParameter(const ParameterFamily &family, const char *vnet, uint32_t externalId,
-                        const char *param, uint32_t paramLen);

@@ -22,7 +22,7 @@ char *Copy(const char *text) {
 
 char *PidFilename(const ServiceLaunch &launch) {
     char *path = nullptr;
-    return HBLGetPidFilename(launch.vnet, launch.program->service, &path, nullptr) ? path : nullptr;
+    return HBLGetPidFilename(launch.vnet, launch.program.service, &path, nullptr) ? path : nullptr;
 }
 
 void AppendPidFile(const ServiceLaunch &launch, ArgumentVector *arguments) {
@@ -32,18 +32,17 @@ void AppendPidFile(const ServiceLaunch &launch, ArgumentVector *arguments) {
 
 // On the default bridge network everything is bridged but what is mapped elsewhere; on any other network only
 // what is mapped to it.
-bool ListBridgeAdapters(const char *function, uint32_t vnet, HostAdapterChain *adapters,
-                        const char **option) {
+bool ListBridgeAdapters(FunctionLog log, uint32_t vnet, HostAdapterChain *adapters, const char **option) {
     const int32_t number = static_cast<int32_t>(vnet);
     int32_t defaultVnet = HBL_VNET_NONE;
     if (!HBLGetDefaultBridgeVnet(&defaultVnet)) {
-        HBLLog(LOG_ERR, function, "Cannot obtain value of DefaultBridge");
+        log(LOG_ERR, "Cannot obtain value of DefaultBridge");
         return false;
     }
     if (number == defaultVnet) {
         *option = "-e";
         if (!HBLNetCfgLookupHostAdaptersForVnet(nullptr, number, &adapters->count, &adapters->head, true)) {
-            HBLLog(LOG_ERR, function, "Cannot obtain list of adapters excluded from vnet: %d", number);
+            log(LOG_ERR, "Cannot obtain list of adapters excluded from vnet: %d", number);
             return false;
         }
         return true;
@@ -52,88 +51,10 @@ bool ListBridgeAdapters(const char *function, uint32_t vnet, HostAdapterChain *a
     // None at all would tell the daemon to bridge everything. The network was asked for its bridge before the
     // lock was taken, and another process may have moved its adapters away since.
     if (!HBLGetVnetBridge(number, &adapters->count, &adapters->head) || adapters->count == 0) {
-        HBLLog(LOG_ERR, function, "Cannot obtain list of adapters bridged to vnet: %d", number);
+        log(LOG_ERR, "Cannot obtain list of adapters bridged to vnet: %d", number);
         return false;
     }
     return true;
-}
-
-// Each builder appends what follows the program path and "-s <fd>", and logs its own failures under
-// `function`.
-using ArgumentBuilder = bool (*)(const char *function, const ServiceLaunch &launch,
-                                 ArgumentVector *arguments);
-
-bool BridgeArguments(const char *function, const ServiceLaunch &launch, ArgumentVector *arguments) {
-    HostAdapterChain adapters;
-    const char *option = nullptr;
-    if (!ListBridgeAdapters(function, launch.vnet, &adapters, &option)) {
-        return false;
-    }
-    AppendPidFile(launch, arguments);
-    arguments->Append(Copy("-n"));
-    arguments->Append(Str_Asprintf(nullptr, "%u", launch.vnet));
-    for (const HBL_HostAdapter *adapter = adapters.head; adapter != nullptr; adapter = adapter->next) {
-        arguments->Append(Str_Asprintf(nullptr, "%s%s", option, adapter->deviceName));
-    }
-    return true;
-}
-
-bool NetifupArguments(const char *function, const ServiceLaunch &launch, ArgumentVector *arguments) {
-    char adapter[HBL_ADAPTER_NAME_SIZE];
-    if (!HBLGetVnetVirtAdapterName(launch.vnet, adapter, sizeof adapter)) {
-        HBLLog(LOG_ERR, function, "Cannot obtain virtual adapter name");
-        return false;
-    }
-    AppendPidFile(launch, arguments);
-    arguments->Append(Str_Asprintf(nullptr, "/dev/%s", launch.vnetName.text));
-    arguments->Append(Copy(adapter));
-    return true;
-}
-
-bool DHCPArguments(const char *, const ServiceLaunch &launch, ArgumentVector *arguments) {
-    const char *name = launch.vnetName.text;
-    arguments->Append(Copy("-cf"));
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s/dhcpd/dhcpd.conf", launch.configDir, name));
-    arguments->Append(Copy("-lf"));
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s/dhcpd/dhcpd.leases", launch.configDir, name));
-    arguments->Append(Copy("-pf"));
-    arguments->Append(PidFilename(launch));
-    arguments->Append(Copy(name));
-    return true;
-}
-
-bool NATArguments(const char *, const ServiceLaunch &launch, ArgumentVector *arguments) {
-    AppendPidFile(launch, arguments);
-    arguments->Append(Copy("-m"));
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s-%d.mac", launch.runDir, launch.program->program,
-                                   static_cast<int>(launch.vnet)));
-    arguments->Append(Copy("-c"));
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s/nat/nat.conf", launch.configDir, launch.vnetName.text));
-    return true;
-}
-
-bool NetdetectArguments(const char *, const ServiceLaunch &launch, ArgumentVector *arguments) {
-    AppendPidFile(launch, arguments);
-    return true;
-}
-
-struct BuilderRow {
-    uint32_t service;
-    ArgumentBuilder build;
-};
-
-constexpr BuilderRow BUILDERS[] = {
-    {HBL_SVC_BRIDGE, BridgeArguments}, {HBL_SVC_NETIFUP, NetifupArguments},     {HBL_SVC_DHCP, DHCPArguments},
-    {HBL_SVC_NAT, NATArguments},       {HBL_SVC_NETDETECT, NetdetectArguments},
-};
-
-ArgumentBuilder FindBuilder(uint32_t service) {
-    for (const BuilderRow &row : BUILDERS) {
-        if (row.service == service) {
-            return row.build;
-        }
-    }
-    return nullptr;
 }
 
 }  // namespace
@@ -172,6 +93,9 @@ void ArgumentVector::Append(char *text) {
 }
 
 bool ArgumentVector::Complete() const {
+    if (overflowed_) {
+        return false;
+    }
     for (size_t i = 0; i < count_; i++) {
         if (slots_[i] == nullptr) {
             return false;
@@ -180,16 +104,70 @@ bool ArgumentVector::Complete() const {
     return true;
 }
 
-bool HBLBuildServiceArguments(const char *function, const ServiceLaunch &launch, ArgumentVector *arguments) {
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s", launch.binDir, launch.program->program));
+bool HBLBuildServiceArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments) {
+    arguments->Append(Str_Asprintf(nullptr, "%s/%s", launch.binDir, launch.program.program));
     arguments->Append(Copy("-s"));
     arguments->Append(Str_Asprintf(nullptr, "%d", launch.statusFd));
-    if (!FindBuilder(launch.program->service)(function, launch, arguments)) {
+    if (!launch.program.arguments(log, launch, arguments)) {
         return false;
     }
     if (arguments->Overflowed()) {
-        HBLLog(LOG_ERR, function, "Failed to resize array of arguments");
+        log(LOG_ERR, "Failed to resize array of arguments");
         return false;
     }
+    return true;
+}
+
+bool HBLBridgeArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments) {
+    HostAdapterChain adapters;
+    const char *option = nullptr;
+    if (!ListBridgeAdapters(log, launch.vnet, &adapters, &option)) {
+        return false;
+    }
+    AppendPidFile(launch, arguments);
+    arguments->Append(Copy("-n"));
+    arguments->Append(Str_Asprintf(nullptr, "%u", launch.vnet));
+    for (const HBL_HostAdapter *adapter = adapters.head; adapter != nullptr; adapter = adapter->next) {
+        arguments->Append(Str_Asprintf(nullptr, "%s%s", option, adapter->deviceName));
+    }
+    return true;
+}
+
+bool HBLNetifupArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments) {
+    char adapter[HBL_ADAPTER_NAME_SIZE];
+    if (!HBLGetVnetVirtAdapterName(launch.vnet, adapter, sizeof adapter)) {
+        log(LOG_ERR, "Cannot obtain virtual adapter name");
+        return false;
+    }
+    AppendPidFile(launch, arguments);
+    arguments->Append(Str_Asprintf(nullptr, "/dev/%s", launch.vnetName.text));
+    arguments->Append(Copy(adapter));
+    return true;
+}
+
+bool HBLDHCPArguments(FunctionLog, const ServiceLaunch &launch, ArgumentVector *arguments) {
+    const char *name = launch.vnetName.text;
+    arguments->Append(Copy("-cf"));
+    arguments->Append(Str_Asprintf(nullptr, "%s/%s/dhcpd/dhcpd.conf", launch.configDir, name));
+    arguments->Append(Copy("-lf"));
+    arguments->Append(Str_Asprintf(nullptr, "%s/%s/dhcpd/dhcpd.leases", launch.configDir, name));
+    arguments->Append(Copy("-pf"));
+    arguments->Append(PidFilename(launch));
+    arguments->Append(Copy(name));
+    return true;
+}
+
+bool HBLNATArguments(FunctionLog, const ServiceLaunch &launch, ArgumentVector *arguments) {
+    AppendPidFile(launch, arguments);
+    arguments->Append(Copy("-m"));
+    arguments->Append(Str_Asprintf(nullptr, "%s/%s-%d.mac", launch.runDir, launch.program.program,
+                                   static_cast<int>(launch.vnet)));
+    arguments->Append(Copy("-c"));
+    arguments->Append(Str_Asprintf(nullptr, "%s/%s/nat/nat.conf", launch.configDir, launch.vnetName.text));
+    return true;
+}
+
+bool HBLNetdetectArguments(FunctionLog, const ServiceLaunch &launch, ArgumentVector *arguments) {
+    AppendPidFile(launch, arguments);
     return true;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "lib/harbrel/addresses/addresses.h"
+#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/services/programs.h"
 
 // A null-terminated vector of malloc'ed texts that grows by doubling and remembers exhaustion instead of
@@ -20,7 +21,7 @@ class ArgumentVector {
     // Complete().
     void Append(char *text);
     bool Overflowed() const { return overflowed_; }  // an Append could not grow the vector
-    bool Complete() const;                           // no element is null
+    bool Complete() const;                           // every text was appended, and none is null
     size_t Count() const { return count_; }
     char *const *Data() const { return slots_; }
 
@@ -35,7 +36,7 @@ class ArgumentVector {
 
 // What the vectors are made of.
 struct ServiceLaunch {
-    const ServiceProgram *program;
+    const ServiceProgram &program;
     uint32_t vnet;
     HBLVnetName vnetName;
     const char *binDir;
@@ -44,5 +45,12 @@ struct ServiceLaunch {
     int statusFd;  // the write end of the status pipe, in the daemon's own table
 };
 
-// Fills an empty vector, program path first. Logs the reason of a failure under `function`.
-bool HBLBuildServiceArguments(const char *function, const ServiceLaunch &launch, ArgumentVector *arguments);
+// Fills an empty vector, program path first. Logs the reason of a failure.
+bool HBLBuildServiceArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments);
+
+// What follows the program path and "-s <fd>". Each logs its own failures.
+bool HBLBridgeArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments);
+bool HBLNetifupArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments);
+bool HBLDHCPArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments);
+bool HBLNATArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments);
+bool HBLNetdetectArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments);

@@ -15,18 +15,18 @@
 
 namespace {
 
-uint32_t StatusOfProcess(const char *function, const char *displayName, uint32_t vnet, long pid) {
+uint32_t StatusOfProcess(FunctionLog log, const char *displayName, uint32_t vnet, long pid) {
     if (kill(static_cast<pid_t>(pid), 0) == 0) {
-        HBLLog(LOG_INFO2, function, "Successfully tracked %s daemon on vnet: %d, pid: %ld", displayName,
-               static_cast<int>(vnet), pid);
+        log(LOG_INFO2, "Successfully tracked %s daemon on vnet: %d, pid: %ld", displayName,
+            static_cast<int>(vnet), pid);
         return HBL_SERVICE_STATUS_RUNNING;
     }
     if (errno == ESRCH) {
-        HBLLog(LOG_ERR, function, "pid: %ld for %s service daemon on vnet: %d is stale", pid, displayName,
-               static_cast<int>(vnet));
+        log(LOG_ERR, "pid: %ld for %s service daemon on vnet: %d is stale", pid, displayName,
+            static_cast<int>(vnet));
         return HBL_SERVICE_STATUS_STOPPED;
     }
-    HBLLog(LOG_ERR, function, "kill(): failed for pid: %ld, error: %s", pid, Err_LastErrnoText());
+    log(LOG_ERR, "kill(): failed for pid: %ld, error: %s", pid, Err_LastErrnoText());
     return HBL_SERVICE_STATUS_ERROR;
 }
 
@@ -55,6 +55,7 @@ uint32_t HBLServiceStatus(uint32_t vnet, uint32_t service) {
     return StatusOfProcess(__func__, displayName, vnet, pid);
 }
 
+// Without an exiting line, unlike the others.
 bool HBLServiceStop(uint32_t vnet, uint32_t service) {
     HBLLog(LOG_INFO2, __func__, " Entering Function, %s:%d", __func__, __LINE__);
     char *path = nullptr;

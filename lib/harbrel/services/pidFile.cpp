@@ -17,10 +17,10 @@ namespace {
 
 constexpr size_t PID_LINE_LIMIT = 256;
 
-const char *ProgramName(const char *function, const ServiceProgram &program) {
+const char *ProgramName(FunctionLog log, const ServiceProgram &program) {
     const char *name = HBLAnswerOr(program.answerKey, nullptr);
     if (name == nullptr) {
-        HBLLog(LOG_INFO2, function, "Cannot find %s value in Vnet Config", program.answerKey);
+        log(LOG_INFO2, "Cannot find %s value in Vnet Config", program.answerKey);
         return program.program;
     }
     return name;

@@ -2,15 +2,16 @@
 
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/cache/cache.h"
+#include "lib/harbrel/services/arguments.h"
 
 namespace {
 
 constexpr ServiceProgram PROGRAMS[] = {
-    {HBL_SVC_BRIDGE, "zelan-bridge", "BRIDGE_PROGRAM", PidFileForm::WithNumber},
-    {HBL_SVC_NETIFUP, "zelan-netifup", "NETIFUP_PROGRAM", PidFileForm::WithName},
-    {HBL_SVC_DHCP, "zelan-dhcpd", "DHCP_PROGRAM", PidFileForm::WithName},
-    {HBL_SVC_NAT, "zelan-natd", "NAT_PROGRAM", PidFileForm::WithNumber},
-    {HBL_SVC_NETDETECT, "zelan-detect", "NETDETECT_PROGRAM", PidFileForm::ForTheHost},
+    {HBL_SVC_BRIDGE, "zelan-bridge", "BRIDGE_PROGRAM", PidFileForm::WithNumber, HBLBridgeArguments},
+    {HBL_SVC_NETIFUP, "zelan-netifup", "NETIFUP_PROGRAM", PidFileForm::WithName, HBLNetifupArguments},
+    {HBL_SVC_DHCP, "zelan-dhcpd", "DHCP_PROGRAM", PidFileForm::WithName, HBLDHCPArguments},
+    {HBL_SVC_NAT, "zelan-natd", "NAT_PROGRAM", PidFileForm::WithNumber, HBLNATArguments},
+    {HBL_SVC_NETDETECT, "zelan-detect", "NETDETECT_PROGRAM", PidFileForm::ForTheHost, HBLNetdetectArguments},
 };
 
 }  // namespace

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "lib/harbrel/base/hblLog.h"
+
 // How a PID file's name tells the network apart.
 enum class PidFileForm : uint8_t {
     WithNumber,  // <program>-8.pid
@@ -10,11 +12,15 @@ enum class PidFileForm : uint8_t {
     ForTheHost,  // <program>.pid
 };
 
+class ArgumentVector;
+struct ServiceLaunch;
+
 struct ServiceProgram {
     uint32_t service;       // HBLServiceId
     const char *program;    // the file in BINDIR that is executed, and the PID file's base name by default
     const char *answerKey;  // the answer that changes the PID file's base name, and nothing else
     PidFileForm pidFile;
+    bool (*arguments)(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments);
 };
 
 const ServiceProgram *HBLFindServiceProgram(uint32_t service);  // null for any other id

@@ -37,26 +37,26 @@ unsigned Flags(const ifreq &request) {
     return static_cast<unsigned short>(request.ifr_flags);
 }
 
-bool GetFlags(const char *function, int socketFd, ifreq *request) {
+bool GetFlags(FunctionLog log, int socketFd, ifreq *request) {
     if (NetInterface_Ioctl(socketFd, SIOCGIFFLAGS, request) != 0) {
         const int reason = errno;
-        HBLLog(LOG_ERR, function, "ioctl: SIOCGIFFLAGS failed, error: %s", Err_ErrnoText(reason));
+        log(LOG_ERR, "ioctl: SIOCGIFFLAGS failed, error: %s", Err_ErrnoText(reason));
         errno = reason;
         return false;
     }
-    HBLLog(LOG_INFO, function, "ioctl: SIOCGIFFLAGS get interface flags: 0x%x for interface: %s",
-           Flags(*request), request->ifr_name);
+    log(LOG_INFO, "ioctl: SIOCGIFFLAGS get interface flags: 0x%x for interface: %s", Flags(*request),
+        request->ifr_name);
     return true;
 }
 
-bool SetFlags(const char *function, int socketFd, short flags, ifreq *request) {
+bool SetFlags(FunctionLog log, int socketFd, short flags, ifreq *request) {
     request->ifr_flags = flags;
     if (NetInterface_Ioctl(socketFd, SIOCSIFFLAGS, request) != 0) {
-        HBLLog(LOG_ERR, function, "ioctl: SIOCSIFFLAGS failed, error: %s", Err_LastErrnoText());
+        log(LOG_ERR, "ioctl: SIOCSIFFLAGS failed, error: %s", Err_LastErrnoText());
         return false;
     }
-    HBLLog(LOG_INFO, function, "ioctl: SIOCSIFFLAGS set interface flags to: 0x%x for interface: %s",
-           Flags(*request), request->ifr_name);
+    log(LOG_INFO, "ioctl: SIOCSIFFLAGS set interface flags to: 0x%x for interface: %s", Flags(*request),
+        request->ifr_name);
     return true;
 }
 
@@ -76,42 +76,41 @@ struct AdapterAddresses {
     in_addr subnet;
 };
 
-bool ReadConfiguredTexts(const char *function, uint32_t vnet, AdapterTexts *texts) {
+bool ReadConfiguredTexts(FunctionLog log, uint32_t vnet, AdapterTexts *texts) {
     if (!HBLGetVnetSubnetAddr(vnet, texts->subnet, sizeof texts->subnet)) {
-        HBLLog(LOG_ERR, function, "Getting Subnet Address failed");
+        log(LOG_ERR, "Getting Subnet Address failed");
         return false;
     }
     if (!HBLGetVnetVirtAdapterAddr(vnet, texts->address, sizeof texts->address, true)) {
-        HBLLog(LOG_ERR, function, "Getting virtual adapter address failed");
+        log(LOG_ERR, "Getting virtual adapter address failed");
         return false;
     }
     if (!HBLGetVnetSubnetMask(vnet, texts->mask, sizeof texts->mask)) {
-        HBLLog(LOG_ERR, function, "Getting virtual adapter mask failed");
+        log(LOG_ERR, "Getting virtual adapter mask failed");
         return false;
     }
     if (!HBLGetBcastAddr(texts->address, texts->mask, texts->broadcast)) {
-        HBLLog(LOG_ERR, function, "Getting virtual adapter broadcast address failed");
+        log(LOG_ERR, "Getting virtual adapter broadcast address failed");
         return false;
     }
     return true;
 }
 
-bool ConvertAddresses(const char *function, const AdapterTexts &texts, AdapterAddresses *addresses) {
+bool ConvertAddresses(FunctionLog log, const AdapterTexts &texts, AdapterAddresses *addresses) {
     if (inet_pton(AF_INET, texts.address, &addresses->address) != 1) {
-        HBLLog(LOG_ERR, function, "Converting interface address: %s to network format failed", texts.address);
+        log(LOG_ERR, "Converting interface address: %s to network format failed", texts.address);
         return false;
     }
     if (inet_pton(AF_INET, texts.mask, &addresses->mask) != 1) {
-        HBLLog(LOG_ERR, function, "Converting interface netmask: %s to network format failed", texts.mask);
+        log(LOG_ERR, "Converting interface netmask: %s to network format failed", texts.mask);
         return false;
     }
     if (inet_pton(AF_INET, texts.broadcast, &addresses->broadcast) != 1) {
-        HBLLog(LOG_ERR, function, "Converting interface broadcast: %s to network format failed",
-               texts.broadcast);
+        log(LOG_ERR, "Converting interface broadcast: %s to network format failed", texts.broadcast);
         return false;
     }
     if (inet_pton(AF_INET, texts.subnet, &addresses->subnet) != 1) {
-        HBLLog(LOG_ERR, function, "Converting subnet address: %s to network format failed", texts.subnet);
+        log(LOG_ERR, "Converting subnet address: %s to network format failed", texts.subnet);
         return false;
     }
     return true;
@@ -131,34 +130,33 @@ constexpr AddressStep ADDRESS_STEPS[] = {
     {SIOCSIFBRDADDR, "SIOCSIFBRDADDR", "broadcast address", &AdapterAddresses::broadcast},
 };
 
-bool SetAddress(const char *function, int socketFd, const AddressStep &step, in_addr value, ifreq *request) {
+bool SetAddress(FunctionLog log, int socketFd, const AddressStep &step, in_addr value, ifreq *request) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr = value;
     memcpy(&request->ifr_addr, &address, sizeof address);
     if (NetInterface_Ioctl(socketFd, step.request, request) != 0) {
-        HBLLog(LOG_ERR, function, "ioctl: %s failed, error: %s", step.requestName, Err_LastErrnoText());
+        log(LOG_ERR, "ioctl: %s failed, error: %s", step.requestName, Err_LastErrnoText());
         return false;
     }
-    HBLLog(LOG_INFO, function, "ioctl: %s set interface %s to: %.8x for interface: %s", step.requestName,
-           step.what, value.s_addr, request->ifr_name);
+    log(LOG_INFO, "ioctl: %s set interface %s to: %.8x for interface: %s", step.requestName, step.what,
+        value.s_addr, request->ifr_name);
     return true;
 }
 
-bool PushAddressesAndFlags(const char *function, const char *interfaceName,
-                           const AdapterAddresses &addresses) {
+bool PushAddressesAndFlags(FunctionLog log, const char *interfaceName, const AdapterAddresses &addresses) {
     const FileDescriptor control = OpenControlSocket();
     if (!control) {
-        HBLLog(LOG_ERR, function, "socket(): for enabling adapter failed, error: %s", Err_LastErrnoText());
+        log(LOG_ERR, "socket(): for enabling adapter failed, error: %s", Err_LastErrnoText());
         return false;
     }
     ifreq request = RequestFor(interfaceName);
     for (const AddressStep &step : ADDRESS_STEPS) {
-        if (!SetAddress(function, control.get(), step, addresses.*step.value, &request)) {
+        if (!SetAddress(log, control.get(), step, addresses.*step.value, &request)) {
             return false;
         }
     }
-    return SetFlags(function, control.get(), ENABLED_FLAGS, &request);
+    return SetFlags(log, control.get(), ENABLED_FLAGS, &request);
 }
 
 }  // namespace

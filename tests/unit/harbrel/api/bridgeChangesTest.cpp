@@ -54,6 +54,8 @@ TEST(BridgeChanges, MoveChecksAdapterDestinationAndSource) {
     const HBL_HostAdapter unmapped = Adapter("eth1");
     HBL_HostAdapter otherVersion = eth0;
     otherVersion.version = 2;
+    HBL_HostAdapter endless = eth0;
+    memset(endless.deviceName, 'e', sizeof endless.deviceName);
     const HBL_NetworkID three = Network(3);
     const HBL_NetworkID four = Network(4);
     const HBL_NetworkID bad = Network(-2);
@@ -67,6 +69,7 @@ TEST(BridgeChanges, MoveChecksAdapterDestinationAndSource) {
     } cases[] = {
         {nullptr, nullptr, nullptr, false, prefix + "Invalid arguments - adapter: (nil)\n"},
         {&otherVersion, nullptr, nullptr, false, prefix + "Unsupported adapter version: 2\n"},
+        {&endless, nullptr, nullptr, false, prefix + "Name of host adapter has no end within 128 bytes\n"},
         {&eth0, nullptr, &bad, false, badNetwork + prefix + "Invalid destination network\n"},
         {&eth0, &bad, &four, false, badNetwork + prefix + "Invalid destination network\n"},
         {&eth0, &four, &three, false,

@@ -18,23 +18,22 @@ bool Refuses(uint32_t, bool, bool) {
     return false;
 }
 
-constexpr FeatureSwitch WORDS = {.function = "Set",
-                                 .arguments = "",
-                                 .option = HBL_OPTION_NAT,
-                                 .set = Stores,
-                                 .same = "same",
-                                 .cleanedUp = "cleaned %s",
-                                 .cleanupFailed = "not cleaned %s",
-                                 .changing = "from %u to %u",
-                                 .assigning = "assigning %s",
-                                 .assignFailed = "not assigned %s",
-                                 .assigned = "assigned %s",
-                                 .assignedLevel = LOG_INFO,
-                                 .turnedOn = "on %s",
-                                 .turnOnFailed = "not on %s",
-                                 .takingBack = "taking back %s",
-                                 .turnedOff = "off %s",
-                                 .turnOffFailed = "not off %s"};
+constexpr FeatureSwitch WORDS = {
+    .option = HBL_OPTION_NAT,
+    .set = Stores,
+    .same = "same",
+    .cleanedUp = {"cleaned ", ""},
+    .cleanupFailed = {"not cleaned ", ""},
+    .logChanging = [](FunctionLog log, bool used, bool use) { log(LOG_INFO2, "from %u to %u", used, use); },
+    .assigning = {"assigning"},
+    .assignFailed = {"not assigned ", ""},
+    .assigned = {"assigned ", ""},
+    .assignedLevel = LOG_INFO,
+    .turnedOn = {"on ", ""},
+    .turnOnFailed = {"not on ", "?"},
+    .takingBack = {"taking back ", ""},
+    .turnedOff = {"off ", ""},
+    .turnOffFailed = {"not off ", ""}};
 
 TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
     static constexpr struct {
@@ -44,13 +43,13 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
         const char *lines;
     } CASES[] = {
         {false, false, true, true, true, false, true, true,
-         "from 0 to 1, assigning zelan8, assigned zelan8, on zelan8, "},
+         "from 0 to 1, assigning, assigned zelan8, on zelan8, "},
         {false, false, true, false, true, false, false, false,
-         "from 0 to 1, assigning zelan8, assigned zelan8, not on zelan8, taking back zelan8, "},
+         "from 0 to 1, assigning, assigned zelan8, not on zelan8?, taking back zelan8, "},
         {false, false, false, true, true, false, false, false,
-         "from 0 to 1, assigning zelan8, not assigned zelan8, taking back zelan8, "},
+         "from 0 to 1, assigning, not assigned zelan8, taking back zelan8, "},
         {false, true, false, true, true, true, true, true, "from 0 to 1, on zelan8, "},
-        {false, true, false, false, true, false, false, true, "from 0 to 1, not on zelan8, "},
+        {false, true, false, false, true, false, false, true, "from 0 to 1, not on zelan8?, "},
         {true, true, false, true, false, false, true, true, "from 1 to 0, off zelan8, "},
         {true, true, false, false, false, false, false, true, "from 1 to 0, not off zelan8, "},
         {true, false, true, false, true, false, true, false, "same, "},
@@ -69,7 +68,7 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
         feature.set = row.setWorks ? Stores : Refuses;
         LogCapture log(HBL_MAX_LOG_MASK - LOG_ARGS);
         SCOPED_TRACE(row.lines);
-        EXPECT_EQ(row.done, HBLApiSwitchFeature(feature, "zelan8", row.use, row.cleanup));
+        EXPECT_EQ(row.done, HBLApiSwitchFeature("Set", feature, "zelan8", row.use, row.cleanup));
         std::string lines;
         std::istringstream all(log.Take());
         for (std::string line; std::getline(all, line);) {

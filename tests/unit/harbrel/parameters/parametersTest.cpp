@@ -1,10 +1,10 @@
 // The parameters of DHCP and NAT by internal id: defaults, reading, setting, removing.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <string>
 
 #include "lib/harbrel/cache/cache.h"
-#include "lib/harbrel/dhcp/dhcpConfigFile.h"
 #include "lib/harbrel/dhcp/dhcpParameters.h"
 #include "lib/harbrel/nat/natParameters.h"
 #include "lib/harbrel/networks/settings.h"
@@ -13,37 +13,43 @@
 
 namespace {
 
-const ParameterFamily &D = HBLDHCPParameters();
-const ParameterFamily &N = HBLNATParameters();
+// The internal functions of one service.
+struct Service {
+    std::span<const ParameterRow> rows;
+    bool (*get)(uint32_t vnet, uint32_t id, bool useDefault, char *buffer, size_t size);
+    bool (*set)(uint32_t vnet, uint32_t id, const char *value);
+};
+const Service D = {HBLDHCPParameterRows(), HBLDHCPGetParameter, HBLDHCPSetParameter};
+const Service N = {HBLNATParameterRows(), HBLNATGetParameter, HBLNATSetParameter};
 
 // The value or its default, or "-" when the read is refused and has left the buffer alone.
-std::string Read(const ParameterFamily &family, uint32_t id) {
+std::string Read(const Service &service, uint32_t id) {
     char text[64] = "-";
-    const bool read = family.get(8, id, true, text, sizeof text);
+    const bool read = service.get(8, id, true, text, sizeof text);
     EXPECT_EQ(!read, std::string(text) == "-") << id;
     return text;
 }
 
-std::string ReadAll(const ParameterFamily &family, std::initializer_list<uint32_t> ids) {
+std::string ReadAll(const Service &service, std::initializer_list<uint32_t> ids) {
     std::string values;
     for (const uint32_t id : ids) {
-        values.append(values.empty() ? "" : " ").append(Read(family, id));
+        values.append(values.empty() ? "" : " ").append(Read(service, id));
     }
     return values;
 }
 
 // Stores a value for each parameter, with no regard to what the setters accept.
-void StoreAll(const ParameterFamily &family) {
-    for (const ParameterRow &row : family.rows) {
+void StoreAll(const Service &service) {
+    for (const ParameterRow &row : service.rows) {
         if (row.key[0] != '\0') {
             ASSERT_TRUE(HBLSetVnetCfg(8, row.key, "1"));
         }
     }
 }
 
-std::string StoredKeys(const ParameterFamily &family) {
+std::string StoredKeys(const Service &service) {
     std::string keys;
-    for (const ParameterRow &row : family.rows) {
+    for (const ParameterRow &row : service.rows) {
         if (row.key[0] != '\0' && HBLGetVnetCfg(8, row.key) != nullptr) {
             keys.append(row.key).append(" ");
         }
@@ -91,7 +97,7 @@ TEST(ParameterDefaults, AddressesFollowFromSubnetMaskAndNat) {
 TEST(ParameterSet, StoresWhatItsFormAllowsAsItIs) {
     const std::string longName(64, 'n');
     const struct {
-        const ParameterFamily &family;
+        const Service &service;
         uint32_t id;
         std::string value;
         bool accepted;
@@ -119,10 +125,10 @@ TEST(ParameterSet, StoresWhatItsFormAllowsAsItIs) {
         const OpenCache cache;
         SCOPED_TRACE(testing::Message() << row.id << " " << row.value);
         LogCapture log;
-        EXPECT_EQ(row.accepted, row.family.set(8, row.id, row.value.c_str()));
+        EXPECT_EQ(row.accepted, row.service.set(8, row.id, row.value.c_str()));
         EXPECT_EQ(row.accepted, log.Take().empty());
-        const ParameterRow *parameter = HBLFindParameter(row.family, row.id);
-        const char *stored = parameter != nullptr ? HBLGetVnetCfg(8, parameter->key) : nullptr;
+        const auto parameter = std::ranges::find(row.service.rows, row.id, &ParameterRow::id);
+        const char *stored = parameter != row.service.rows.end() ? HBLGetVnetCfg(8, parameter->key) : nullptr;
         EXPECT_EQ(row.accepted ? row.value : "-", stored != nullptr ? stored : "-");
     }
 }

@@ -1,4 +1,4 @@
-// Changes of what bridging reads, with the restarts of the bridge daemons that make them take effect.
+// Taking a network that is being removed out of bridging.
 #pragma once
 
 #include <cstdint>
