@@ -73,9 +73,7 @@ void Show(const MsgState &state, int severity, const DetachedList &list) {
     if (state.listPost != nullptr) {
         state.listPost(severity, list.head);
     }
-    if (state.post != nullptr) {
-        state.post(severity, list.last->id, Msg_ExpandList(list.head).c_str());
-    }
+    state.post(severity, list.last->id, Msg_ExpandList(list.head).c_str());
 }
 
 }  // namespace

@@ -9,9 +9,9 @@ struct HashTable;
 constexpr int MSG_SEVERITY_COUNT = 4;
 
 struct MsgState {
-    MsgPostCallback post;  // the terminal post by default
-    MsgListPostCallback listPost;
-    MsgList *head;  // pending messages, oldest first
+    MsgPostCallback post;          // never null; the terminal post by default
+    MsgListPostCallback listPost;  // may be null
+    MsgList *head;                 // pending messages, oldest first
     MsgList *tail;
     const char *locale;       // null here: no locale is ever set
     HashTable *translations;  // identifier to format text; null here: none are ever loaded

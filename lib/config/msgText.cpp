@@ -1,5 +1,6 @@
 #include "lib/config/msgText.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -47,8 +48,9 @@ char *ErrorText(const MsgFmtArg &arg) {
     if (locale == nullptr || strcmp(locale, "en") == 0) {
         return nullptr;
     }
-    const char *format = MsgLookupText(MSGID("msg.msg.systemError") "Error %d [%s]", false, nullptr);
-    return Str_SafeAsprintf(nullptr, format, errorNumber, arg.value.string8);
+    return Str_SafeAsprintf(nullptr,
+                            MsgLookupText(MSGID("msg.msg.systemError") "Error %d [%s]", false, nullptr),
+                            errorNumber, arg.value.string8);
 }
 
 // The text that takes the place of the captured one, or null when that stays. An argument is data: one that
@@ -111,9 +113,13 @@ std::string Msg_Expand(const MsgList &message) {
     const char *translated = Translation(message.id);
     const char *format = translated != nullptr ? translated : message.format;
     size_t length = 0;
+    errno = 0;
     const MallocString text(MsgFmt_Asprintf(&length, format, args.data(), message.numArgs));
-    if (text == nullptr) {
+    if (text == nullptr && errno == ENOMEM) {
         PanicMemAlloc();
+    }
+    if (text == nullptr) {
+        PanicInconsistent();
     }
     return std::string(text.get(), length);
 }

@@ -11,8 +11,8 @@ struct Dictionary;  // opaque
 Dictionary *Dictionary_Create();  // out of memory is fatal
 void Dictionary_Free(Dictionary *dict);
 void Dictionary_Clear(Dictionary *dict);
-// Clears the dictionary, then reads the file; "-" is standard input. A file that cannot be opened leaves the
-// dictionary as it was. `entryClass` keeps its low four bits.
+// Clears the dictionary, then reads the regular file; "-" is standard input. A file that cannot be opened
+// leaves the dictionary as it was. `entryClass` keeps its low four bits.
 bool Dictionary_Load(Dictionary *dict, const char *path, int entryClass, StringEncoding defaultEncoding);
 // A new text that the caller frees, or null when neither an entry nor a default is there.
 char *DictionaryGetString(Dictionary *dict, const char *defaultValue, const char *nameFormat, ...)

@@ -6,6 +6,7 @@
 
 #include "lib/config/msg.h"
 #include "lib/dict/dictionaryData.h"
+#include "lib/string/tokens.h"
 
 namespace {
 
@@ -63,7 +64,7 @@ void ConvertTristate(const char *text, const char *name, DictionaryValue *value)
 void ConvertInteger(const char *text, const char *name, DictionaryValue *value) {
     char *end = nullptr;
     errno = 0;
-    const long number = strtol(text, &end, 0);
+    const long number = strtol(text, &end, NumberBase(text));
     if (errno == ERANGE || number < INT32_MIN || number > UINT32_MAX) {
         value->integer = -1;
         Msg_Post(MSG_ERROR,
@@ -84,7 +85,7 @@ void ConvertInteger(const char *text, const char *name, DictionaryValue *value) 
 void ConvertInteger64(const char *text, const char *name, DictionaryValue *value) {
     char *end = nullptr;
     errno = 0;
-    value->integer64 = static_cast<int64_t>(strtoull(text, &end, 0));
+    value->integer64 = static_cast<int64_t>(strtoull(text, &end, NumberBase(text)));
     if (errno == ERANGE) {
         Msg_Post(MSG_ERROR,
                  MSGID("msg.dictionary.integer64TooBig")

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
 
@@ -56,13 +57,13 @@ bool SetEncoding(Dictionary *dict, StringEncoding encoding) {
         return true;
     }
     if (dict->encoding != STRING_ENCODING_UNSUPPORTED) {
-        Dictionary_AppendMessage(*dict, DICTIONARY_HAS_ENCODING, Unicode_EncodingEnumToName(dict->encoding));
+        Dictionary_AppendHasEncoding(*dict, Unicode_EncodingEnumToName(dict->encoding));
         return false;
     }
     for (const DictionaryEntry *entry = dict->entries.head; entry != nullptr; entry = entry->next) {
         if (HasText(*entry) && !IsValid(entry->value.text, encoding)) {
-            Dictionary_AppendMessage(*dict, DICTIONARY_BAD_ENCODED_INPUT, entry->value.text, entry->name,
-                                     Unicode_EncodingEnumToName(encoding));
+            Dictionary_AppendBadEncodedInput(*dict, entry->value.text, entry->name,
+                                             Unicode_EncodingEnumToName(encoding));
             return false;
         }
     }
@@ -80,7 +81,7 @@ bool SetEncoding(Dictionary *dict, StringEncoding encoding) {
 bool SetEncodingByName(Dictionary *dict, const char *name) {
     const StringEncoding encoding = UnicodeIANALookup(name);
     if (encoding == STRING_ENCODING_UNSUPPORTED) {
-        Dictionary_AppendMessage(*dict, DICTIONARY_UNKNOWN_ENCODING, name);
+        Dictionary_AppendUnknownEncoding(*dict, name);
         return false;
     }
     return SetEncoding(dict, encoding);
@@ -97,7 +98,7 @@ DictionaryLine *StoreLine(Dictionary *dict, const char *text, DictionaryEntry *e
 ParseResult ParseTextLine(Dictionary *dict, const char *line) {
     const char *text = DictionaryLine_SkipBlanks(line);
     if (*text != '\0' && *text != '#') {
-        Dictionary_AppendMessage(*dict, DICTIONARY_SYNTAX_ERROR);
+        Dictionary_AppendSyntaxError(*dict);
         return PARSE_FAILED_STOP;
     }
     StoreLine(dict, line, nullptr);
@@ -108,8 +109,7 @@ ParseResult StoreEntry(Dictionary *dict, const char *line, const char *name, con
                        int entryClass) {
     const bool decided = dict->encoding != STRING_ENCODING_UNSUPPORTED;
     if (decided && !IsValid(value, dict->encoding)) {
-        Dictionary_AppendMessage(*dict, DICTIONARY_BAD_ENCODED_INPUT, value, name,
-                                 Unicode_EncodingEnumToName(dict->encoding));
+        Dictionary_AppendBadEncodedInput(*dict, value, name, Unicode_EncodingEnumToName(dict->encoding));
         return PARSE_FAILED_STOP;
     }
     DictionaryValue stored = {};
@@ -135,7 +135,7 @@ ParseResult DictionaryParseReadLine(Dictionary *dict, const char *line, const ch
         return PARSE_OK;
     }
     if (Dictionary_Find(dict, name) != nullptr) {
-        Dictionary_AppendMessage(*dict, DICTIONARY_ALREADY_DEFINED, name);
+        Dictionary_AppendAlreadyDefined(*dict, name);
         StoreLine(dict, line, nullptr);
         return PARSE_FAILED_GO_ON;
     }
@@ -153,7 +153,7 @@ bool ReadLines(Dictionary *dict, FILE *stream, int entryClass) {
             return good;
         }
         if (read == READ_LINE_ERROR) {
-            Dictionary_AppendMessage(*dict, DICTIONARY_READ_ERROR, Err_ErrnoText(errno));
+            Dictionary_AppendReadError(*dict, Err_ErrnoText(errno));
             return false;
         }
         const DictionaryAssignment assignment = DictionaryLine_Split(line.get());
@@ -201,6 +201,20 @@ bool DecideEncoding(Dictionary *dict, bool hasSignature, StringEncoding defaultE
     return true;
 }
 
+// Anything but a regular file could hold up the load for ever, or never end.
+FileStream OpenRegular(const char *path) {
+    FileDescriptor file(Posix_Open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status;
+    if (!file || fstat(file.get(), &status) != 0) {
+        return nullptr;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    return StreamOf(std::move(file), "r");
+}
+
 FileStream OpenFile(const char *path) {
     struct stat status;
     if (Posix_Stat(path, &status) != 0) {
@@ -213,7 +227,7 @@ FileStream OpenFile(const char *path) {
         Msg_AppendFormatted(MSGID("msg.dictionary.load.isDirectory") "\"%s\" is a directory.\n", path);
         return nullptr;
     }
-    FileStream stream(Posix_Fopen(path, "r"));
+    FileStream stream = OpenRegular(path);
     if (stream == nullptr) {
         Msg_AppendFormatted(MSGID("msg.dictionary.load.openFailed") "Cannot open file \"%s\": %s.\n", path,
                             Err_ErrnoText(errno));

@@ -2,45 +2,48 @@
 
 #include "lib/config/msg.h"
 #include "lib/dict/dictionaryData.h"
-#include "lib/misc/owners.h"
-#include "lib/string/str.h"
 
-namespace {
+// The three forms of one message as literals, which the compiler checks. Without a file the wording may be
+// another one.
+#define APPEND(dict, id, text, textNoFile, ...)                                            \
+    do {                                                                                   \
+        if ((dict).fileName == nullptr) {                                                  \
+            Msg_AppendFormatted(MSGID(id "NoFile") textNoFile __VA_OPT__(, ) __VA_ARGS__); \
+        } else if ((dict).lineNumber <= 0) {                                               \
+            Msg_AppendFormatted(MSGID(id "NoLine") "File \"%s\": " text,                   \
+                                (dict).fileName __VA_OPT__(, ) __VA_ARGS__);               \
+        } else {                                                                           \
+            Msg_AppendFormatted(MSGID(id) "File \"%s\" line %d: " text, (dict).fileName,   \
+                                (dict).lineNumber __VA_OPT__(, ) __VA_ARGS__);             \
+        }                                                                                  \
+    } while (false)
 
-struct PlacedMessage {
-    const char *id;
-    const char *text;        // behind the place
-    const char *textNoFile;  // where a dictionary without a file has another wording, else null
-};
-constexpr PlacedMessage MESSAGES[] = {
-    {"msg.dictionary.read.readError", "%s.\n", nullptr},
-    {"msg.dictionary.read.syntaxError", "Syntax error.\n", nullptr},
-    {"msg.dictionary.alreadyDefined", "Variable \"%s\" is already defined.\n", nullptr},
-    {"msg.dictionary.unknownEncoding", "Character encoding \"%s\" is not supported.\n", nullptr},
-    {"msg.dictionary.hasEncoding", "File already has an encoding \"%s\".\n",
-     "Dictionary already has an encoding \"%s\".\n"},
-    {"msg.dictionary.badEncodedInput", "Value \"%s\" for variable \"%s\" is not valid in encoding \"%s\".\n",
-     nullptr},
-};
-static_assert(sizeof MESSAGES / sizeof *MESSAGES == DICTIONARY_MESSAGE_COUNT);
-
-MallocString Compose(const char *id, const char *suffix, const char *place, const char *text) {
-    return MallocString(Str_SafeAsprintf(nullptr, MSG_MAGIC "(%s%s)%s%s", id, suffix, place, text));
+void Dictionary_AppendReadError(const Dictionary &dict, const char *errorText) {
+    APPEND(dict, "msg.dictionary.read.readError", "%s.\n", "%s.\n", errorText);
 }
 
-}  // namespace
+void Dictionary_AppendSyntaxError(const Dictionary &dict) {
+    APPEND(dict, "msg.dictionary.read.syntaxError", "Syntax error.\n", "Syntax error.\n");
+}
 
-void Dictionary_AppendMessage(const Dictionary &dict, DictionaryMessage message, const char *first,
-                              const char *second, const char *third) {
-    const auto &[id, text, textNoFile] = MESSAGES[message];
-    if (dict.fileName == nullptr) {
-        const char *alone = textNoFile != nullptr ? textNoFile : text;
-        Msg_AppendFormatted(Compose(id, "NoFile", "", alone).get(), first, second, third);
-    } else if (dict.lineNumber <= 0) {
-        Msg_AppendFormatted(Compose(id, "NoLine", "File \"%s\": ", text).get(), dict.fileName, first, second,
-                            third);
-    } else {
-        Msg_AppendFormatted(Compose(id, "", "File \"%s\" line %d: ", text).get(), dict.fileName,
-                            dict.lineNumber, first, second, third);
-    }
+void Dictionary_AppendAlreadyDefined(const Dictionary &dict, const char *name) {
+    APPEND(dict, "msg.dictionary.alreadyDefined", "Variable \"%s\" is already defined.\n",
+           "Variable \"%s\" is already defined.\n", name);
+}
+
+void Dictionary_AppendUnknownEncoding(const Dictionary &dict, const char *encoding) {
+    APPEND(dict, "msg.dictionary.unknownEncoding", "Character encoding \"%s\" is not supported.\n",
+           "Character encoding \"%s\" is not supported.\n", encoding);
+}
+
+void Dictionary_AppendHasEncoding(const Dictionary &dict, const char *encoding) {
+    APPEND(dict, "msg.dictionary.hasEncoding", "File already has an encoding \"%s\".\n",
+           "Dictionary already has an encoding \"%s\".\n", encoding);
+}
+
+void Dictionary_AppendBadEncodedInput(const Dictionary &dict, const char *value, const char *name,
+                                      const char *encoding) {
+    APPEND(dict, "msg.dictionary.badEncodedInput",
+           "Value \"%s\" for variable \"%s\" is not valid in encoding \"%s\".\n",
+           "Value \"%s\" for variable \"%s\" is not valid in encoding \"%s\".\n", value, name, encoding);
 }

@@ -1,19 +1,13 @@
-// Messages that tell the place in the file where something is wrong.
+// Messages that tell the place in the file where something is wrong, in the form that fits what the
+// dictionary knows: with file and line, with the file alone, or without either.
 #pragma once
 
 struct Dictionary;
 
-enum DictionaryMessage {
-    DICTIONARY_READ_ERROR,         // error text
-    DICTIONARY_SYNTAX_ERROR,       // no arguments
-    DICTIONARY_ALREADY_DEFINED,    // name
-    DICTIONARY_UNKNOWN_ENCODING,   // encoding name
-    DICTIONARY_HAS_ENCODING,       // encoding name
-    DICTIONARY_BAD_ENCODED_INPUT,  // value, name, encoding name
-    DICTIONARY_MESSAGE_COUNT,
-};
-
-// Appends the message in the form that fits what the dictionary knows: with file and line, with the file
-// alone, or without either. It takes as many of the texts as it has arguments.
-void Dictionary_AppendMessage(const Dictionary &dict, DictionaryMessage message, const char *first = "",
-                              const char *second = "", const char *third = "");
+void Dictionary_AppendReadError(const Dictionary &dict, const char *errorText);
+void Dictionary_AppendSyntaxError(const Dictionary &dict);
+void Dictionary_AppendAlreadyDefined(const Dictionary &dict, const char *name);
+void Dictionary_AppendUnknownEncoding(const Dictionary &dict, const char *encoding);
+void Dictionary_AppendHasEncoding(const Dictionary &dict, const char *encoding);
+void Dictionary_AppendBadEncodedInput(const Dictionary &dict, const char *value, const char *name,
+                                      const char *encoding);

@@ -7,8 +7,8 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <unordered_map>
-#include <utility>
 
 #include "lib/fatal/memory.h"
 #include "lib/fatal/panic.h"
@@ -42,9 +42,10 @@ struct HashTable {
     bool atomic;
     bool copyKey;
     HashTableFreeEntryFn freeEntryFn;
-    Entry **buckets;
+    std::unique_ptr<Entry *[]> buckets;
     uint64_t numElements;
-    EntryIndex *index;  // null in a small table, and in an atomic one, whose readers take no lock
+    std::unique_ptr<EntryIndex>
+        index;  // null in a small table, and in an atomic one, whose readers take no lock
 };
 
 namespace {
@@ -155,7 +156,7 @@ void IndexNewEntry(HashTable *table, Entry *added) {
     if (table->atomic || table->numElements < INDEXED_CHAIN_LENGTH * table->numEntries) {
         return;
     }
-    table->index = new EntryIndex;
+    table->index = std::make_unique<EntryIndex>();
     for (uint32_t bucket = 0; bucket < table->numEntries; bucket++) {
         for (Entry *entry = table->buckets[bucket]; entry != nullptr; entry = entry->next) {
             table->index->emplace(entry->hash, entry);
@@ -283,19 +284,17 @@ HashTable *HashTable_Alloc(uint32_t numEntries, uint32_t flags, HashTableFreeEnt
         Panic("%s only takes powers of 2 \n", __func__);
     }
     AtomicFence_Init();
-    HashTable *table = static_cast<HashTable *>(Mem_Alloc(sizeof(HashTable)));
-    *table = HashTable{
+    return new HashTable{
         .numEntries = numEntries,
         .numBits = numEntries != 0 ? static_cast<uint32_t>(std::countr_zero(numEntries)) : 0,
         .keyType = flags & HASH_KEYTYPE_MASK,
         .atomic = (flags & HASH_FLAG_ATOMIC) != 0,
         .copyKey = (flags & HASH_FLAG_COPYKEY) != 0,
         .freeEntryFn = freeEntryFn,
-        .buckets = static_cast<Entry **>(Mem_Calloc(numEntries, sizeof(Entry *))),
+        .buckets = std::make_unique<Entry *[]>(numEntries),
         .numElements = 0,
         .index = nullptr,
     };
-    return table;
 }
 
 HashTable *HashTable_AllocOnce(HashTable **var, uint32_t numEntries, uint32_t flags,
@@ -315,13 +314,12 @@ HashTable *HashTable_AllocOnce(HashTable **var, uint32_t numEntries, uint32_t fl
 
 void HashTable_Free(HashTable *table) {
     HashTable_Clear(table);
-    free(table->buckets);
-    free(table);
+    delete table;
 }
 
 void HashTable_Clear(HashTable *table) {
     table->numElements = 0;
-    delete std::exchange(table->index, nullptr);
+    table->index.reset();
     for (uint32_t bucket = 0; bucket < table->numEntries; bucket++) {
         while (table->buckets[bucket] != nullptr) {
             Entry *entry = table->buckets[bucket];

@@ -229,6 +229,9 @@ const char *EngineSize(const MsgFmtConversion &conversion, MsgFmtArgType type) {
     }
 }
 
+// The format is one conversion that has been found to suit the value.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
 char *FormatValue(size_t *length, const char *format, MsgFmtArgType type, const MsgFmtArg &arg) {
     switch (type) {
         case MSGFMT_ARG_INT32:
@@ -247,6 +250,7 @@ char *FormatValue(size_t *length, const char *format, MsgFmtArgType type, const 
             return nullptr;
     }
 }
+#pragma GCC diagnostic pop
 
 // Expands one conversion behind what `out` holds already. A conversion that does not suit the captured
 // argument fails, so that a translated format can do no harm.

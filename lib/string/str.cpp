@@ -1,5 +1,6 @@
 #include "lib/string/str.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -19,12 +20,20 @@ void EndAtWholeCharacter(char *dest, size_t size) {
     }
 }
 
+// What does not format is the caller's to deal with; a lack of memory is not.
+void StopWithoutMemory(SourcePlace place = Here()) {
+    if (errno == ENOMEM) {
+        PanicNoMemory(place);
+    }
+}
+
 int FormatTranslated(char *dest, size_t size, const char *format, va_list args)
     __attribute__((format(printf, 3, 0)));
 int FormatTranslated(char *dest, size_t size, const char *format, va_list args) {
     size_t length = 0;
     const MallocString text(StrFormat_Translate(&length, format, args));
     if (text == nullptr) {
+        StopWithoutMemory();
         if (size != 0) {
             dest[0] = '\0';
         }
@@ -57,6 +66,7 @@ int Str_Vsnprintf(char *dest, size_t size, const char *format, va_list args) {
     }
     const int length = vsnprintf(dest, size, format, args);
     if (length < 0) {
+        StopWithoutMemory();
         if (size != 0) {
             dest[0] = '\0';
         }
@@ -120,7 +130,8 @@ char *Str_SafeAsprintf(size_t *length, const char *format, ...) {
     char *text = Str_Vasprintf(length, format, args);
     va_end(args);
     if (text == nullptr) {
-        PanicNoMemory();
+        StopWithoutMemory();
+        PanicInconsistent();
     }
     return text;
 }

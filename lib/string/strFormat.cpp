@@ -1,15 +1,20 @@
 #include "lib/string/strFormat.h"
 
 #include <array>
+#include <cerrno>
 #include <cinttypes>
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "lib/misc/owners.h"
 #include "lib/string/utf8.h"
+
+// The formats handed to the C library here are put together from checked parts of the caller's.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 namespace {
 
@@ -394,6 +399,7 @@ bool WriteWide(FILE *out, const Directive &directive, const wchar_t *text) {
     size_t characters = 0;
     size_t bytes = 0;
     if (!MeasureWide(text, maxBytes, &characters, &bytes)) {
+        errno = EILSEQ;
         return false;
     }
     const MallocString encoded(static_cast<char *>(malloc(bytes + 1)));
@@ -413,7 +419,11 @@ bool WriteCharacter(FILE *out, const Directive &directive, int character) {
     if (directive.length == Length::Long) {
         count = Utf8_Encode(static_cast<uint32_t>(character), encoded);
     }
-    return count != 0 && WriteText(out, directive, encoded, count);
+    if (count == 0) {
+        errno = EILSEQ;
+        return false;
+    }
+    return WriteText(out, directive, encoded, count);
 }
 
 void StoreCount(FILE *out, Length length, void *target) {
@@ -468,10 +478,11 @@ bool WriteDirective(FILE *out, const Directive &directive, const Arguments &argu
     }
 }
 
-bool CollectArguments(const char *format, Arguments *arguments) {
+// All conversions of the format, and the classes of their arguments. False with more than MAX_ARGUMENTS.
+bool ParseFormat(const char *format, std::vector<Directive> *directives, Arguments *arguments) {
     int next = 0;
     for (const char *text = strchr(format, '%'); text != nullptr; text = strchr(text, '%')) {
-        Directive directive = ParseDirective(text);
+        Directive &directive = directives->emplace_back(ParseDirective(text));
         if (!NumberArguments(arguments, &next, &directive)) {
             return false;
         }
@@ -480,28 +491,27 @@ bool CollectArguments(const char *format, Arguments *arguments) {
     return true;
 }
 
-bool WriteFormat(FILE *out, const char *format, Arguments *arguments) {
-    int next = 0;
+bool WriteLiteral(FILE *out, const char *text, const char *end) {
+    const size_t length = static_cast<size_t>(end - text);
+    return fwrite(text, 1, length, out) == length;
+}
+
+bool WriteFormat(FILE *out, const char *format, std::vector<Directive> *directives,
+                 const Arguments &arguments) {
     const char *text = format;
-    while (*text != '\0') {
-        const char *percent = strchrnul(text, '%');
-        const size_t literal = static_cast<size_t>(percent - text);
-        if (fwrite(text, 1, literal, out) != literal || *percent == '\0') {
-            return ferror(out) == 0;
-        }
-        Directive directive = ParseDirective(percent);
-        NumberArguments(arguments, &next, &directive);
-        ResolveWidthAndPrecision(*arguments, &directive);
-        if (!WriteDirective(out, directive, *arguments)) {
+    for (Directive &directive : *directives) {
+        ResolveWidthAndPrecision(arguments, &directive);
+        if (!WriteLiteral(out, text, directive.start) || !WriteDirective(out, directive, arguments)) {
             return false;
         }
         text = directive.end;
     }
-    return true;
+    return WriteLiteral(out, text, strchr(text, '\0'));
 }
 
 }  // namespace
 
+// All reals do, for the sign that the C library gives to a NaN.
 bool StrFormat_NeedsTranslation(const char *format) {
     for (const char *text = strchr(format, '%'); text != nullptr; text = strchr(text, '%')) {
         const Directive directive = ParseDirective(text);
@@ -517,8 +527,10 @@ bool StrFormat_NeedsTranslation(const char *format) {
 }
 
 char *StrFormat_Translate(size_t *length, const char *format, va_list args) {
+    std::vector<Directive> directives;
     Arguments arguments;
-    if (!CollectArguments(format, &arguments)) {
+    if (!ParseFormat(format, &directives, &arguments)) {
+        errno = E2BIG;
         return nullptr;
     }
     FetchArguments(&arguments, args);
@@ -527,7 +539,7 @@ char *StrFormat_Translate(size_t *length, const char *format, va_list args) {
     if (out == nullptr) {
         return nullptr;
     }
-    const bool written = WriteFormat(out, format, &arguments);
+    const bool written = WriteFormat(out, format, &directives, arguments);
     if (fclose(out) != 0 || !written) {
         free(text);
         return nullptr;

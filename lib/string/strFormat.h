@@ -10,7 +10,7 @@
 bool StrFormat_NeedsTranslation(const char *format);
 
 // Formats with the forms above, in sequence or by position ("%2$s"). A new text from malloc that the caller
-// frees, its length without the terminator in *length; null when memory ran out or a wide string holds what
-// is no character.
+// frees, its length without the terminator in *length. Null with errno: ENOMEM when memory ran out, EILSEQ
+// when a wide string holds what is no character, E2BIG at more than 128 arguments.
 char *StrFormat_Translate(size_t *length, const char *format, va_list args)
     __attribute__((format(printf, 2, 0)));

@@ -11,8 +11,23 @@
 
 namespace {
 
-// Newer C libraries take "0b" for a prefix when they choose the base themselves, so it is chosen here.
-int BaseByPrefix(const char *text) {
+bool ParseWholeNumber(const char *text, long long *value) {
+    char *end = nullptr;
+    const int savedErrno = errno;
+    errno = 0;
+    const long long parsed = strtoll(text, &end, NumberBase(text));
+    const bool converted = errno == 0 && end != text && *end == '\0';
+    errno = savedErrno;
+    if (!converted || parsed < INT32_MIN || parsed > UINT32_MAX) {
+        return false;
+    }
+    *value = parsed;
+    return true;
+}
+
+}  // namespace
+
+int NumberBase(const char *text) {
     while (isspace(static_cast<unsigned char>(*text))) {
         text++;
     }
@@ -24,22 +39,6 @@ int BaseByPrefix(const char *text) {
     }
     return text[1] == 'x' || text[1] == 'X' ? 16 : 8;
 }
-
-bool ParseWholeNumber(const char *text, long long *value) {
-    char *end = nullptr;
-    const int savedErrno = errno;
-    errno = 0;
-    const long long parsed = strtoll(text, &end, BaseByPrefix(text));
-    const bool converted = errno == 0 && end != text && *end == '\0';
-    errno = savedErrno;
-    if (!converted || parsed < INT32_MIN || parsed > UINT32_MAX) {
-        return false;
-    }
-    *value = parsed;
-    return true;
-}
-
-}  // namespace
 
 char *GetNextToken(unsigned *index, const char *text, const char *delimiters) {
     const char *start = text + *index;

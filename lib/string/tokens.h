@@ -12,6 +12,10 @@ char *GetNextToken(unsigned *index, const char *text, const char *delimiters);
 bool GetNextUintToken(uint32_t *value, unsigned *index, const char *text, const char *delimiters);
 bool GetNextIntToken(int32_t *value, unsigned *index, const char *text, const char *delimiters);
 
+// The base that a number's prefix tells: 16 behind 0x, 8 behind 0, else 10. Newer C libraries take "0b" for a
+// prefix, too, when they choose the base themselves.
+int NumberBase(const char *text);
+
 // One whole text in the base that its prefix tells (0x, 0, none). What fits in 32 bits, signed or unsigned,
 // is accepted, so "-1" is 0xFFFFFFFF; anything left over, an empty text or an overflow fails. *value is set
 // on success.

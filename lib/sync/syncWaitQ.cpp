@@ -133,16 +133,25 @@ bool WakeFifo(const char *path) {
     return true;
 }
 
+// The FIFO opened for reading, or an empty descriptor and errno. EINVAL: something else stands there, which
+// would be readable at once and for ever.
+FileDescriptor OpenFifo(const char *path) {
+    if (Posix_Mkfifo(path, S_IRUSR | S_IWUSR) != 0 && errno != EEXIST) {
+        return {};
+    }
+    FileDescriptor fifo(Posix_Open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status;
+    if (fifo && fstat(fifo.get(), &status) == 0 && !S_ISFIFO(status.st_mode)) {
+        fifo.reset();
+        errno = EINVAL;
+    }
+    return fifo;
+}
+
 int AddNamed(SyncWaitQ *queue, uint64_t sequence) {
     const MallocString path = FifoPath(*queue, sequence);
-    FileDescriptor fifo;
-    int error = 0;
-    if (Posix_Mkfifo(path.get(), S_IRUSR | S_IWUSR) != 0 && errno != EEXIST) {
-        error = errno;
-    } else {
-        fifo.reset(Posix_Open(path.get(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-        error = errno;
-    }
+    FileDescriptor fifo = OpenFifo(path.get());
+    const int error = errno;
     if (WakeUpRacedPast(queue, sequence)) {
         // Others may wait at this FIFO whom the wake-up has not reached yet, and would not find without it.
         fifo.reset();
@@ -181,6 +190,7 @@ bool WakeUpNamed(SyncWaitQ *queue) {
 
 bool SyncWaitQ_Init(SyncWaitQ *queue, const char *pathPrefix) {
     SyncPipe pipe = NO_PIPE;
+    queue->initialized = false;
     if (pathPrefix == nullptr && !MakePipe(&pipe)) {
         return false;
     }

@@ -216,9 +216,7 @@ VThreadID VThread_CreateThread(void (*function)(void *), void *argument, VThread
     }
     ReportFailure(error);
     memset(info->name, 0, sizeof info->name);
-    if (dynamic) {
-        VThreadTable_Release(id);
-    }
+    VThreadTable_Release(id);
     return VTHREAD_INVALID_ID;
 }
 

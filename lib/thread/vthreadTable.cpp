@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
 
 #include "lib/misc/atomicFence.h"
@@ -17,6 +18,7 @@ struct VThreadBlock {
 struct VThreadTable {
     VThreadInfo vthreadInfo[VTHREAD_TABLE_SIZE];
     std::atomic<VThreadBlock *> blocks;  // ids from VTHREAD_TABLE_SIZE up, block by block
+    std::mutex growing;
 };
 
 VThreadTable table;
@@ -44,21 +46,17 @@ int FirstFree(VThreadInfo (&infos)[VTHREAD_TABLE_SIZE], int from) {
 // The block behind `link`, made if there is none yet. Null without memory: a thread that cannot be created
 // is no reason to stop, so the allocation is not one of the stopping kind.
 VThreadBlock *BlockAt(std::atomic<VThreadBlock *> *link) {
-    VThreadBlock *present = link->load();
-    if (present != nullptr) {
-        return present;
+    const std::lock_guard guard(table.growing);
+    if (link->load() == nullptr) {
+        void *memory = calloc(1, sizeof(VThreadBlock));
+        if (memory == nullptr) {
+            return nullptr;
+        }
+        VThreadBlock *fresh = new (memory) VThreadBlock();
+        ForgetParents(fresh->infos);
+        link->store(fresh);
     }
-    void *memory = calloc(1, sizeof(VThreadBlock));
-    if (memory == nullptr) {
-        return nullptr;
-    }
-    VThreadBlock *fresh = new (memory) VThreadBlock();
-    ForgetParents(fresh->infos);
-    if (!AtomicFence_CompareExchange(*link, &present, fresh)) {
-        free(memory);
-        return present;
-    }
-    return fresh;
+    return link->load();
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ void VThreadTable_ForgetParents();
 bool VThreadTable_Reserve(VThreadID id);
 // Takes the first free slot of the dynamic range; -1 without the memory for further ones.
 VThreadID VThreadTable_ReserveDynamic();
-// Gives back a slot of the dynamic range whose thread never ran.
+// Gives back a slot whose thread never ran.
 void VThreadTable_Release(VThreadID id);
 
 // Cuts the name to its 31 characters; null gives "vthread-<id>".

@@ -4,7 +4,9 @@
 #include <bit>
 #include <cerrno>
 #include <cstdint>
+#include <string>
 
+#include "lib/string/utf16.h"
 #include "lib/string/utf8.h"
 #include "lib/unicode/codesetLayers.h"
 #include "lib/unicode/ianaTable.h"
@@ -79,16 +81,15 @@ uint32_t ReadUtf16(Utf16Reader *reader) {
     }
     const uint32_t unit = PeekUnit(*reader);
     reader->bytes += UTF16_UNIT_BYTES;
-    if ((unit & 0xF800) != 0xD800) {
-        return unit;
+    if (!Utf16_IsLead(unit)) {
+        return Utf16_IsTrail(unit) ? UTF8_INVALID : unit;
     }
-    const bool isLead = (unit & 0xFC00) == 0xD800;
-    if (!isLead || UnitsLeft(*reader) == 0 || (PeekUnit(*reader) & 0xFC00) != 0xDC00) {
+    if (UnitsLeft(*reader) == 0 || !Utf16_IsTrail(PeekUnit(*reader))) {
         return UTF8_INVALID;
     }
     const uint32_t trail = PeekUnit(*reader);
     reader->bytes += UTF16_UNIT_BYTES;
-    return 0x10000 + ((unit & 0x3FF) << 10 | (trail & 0x3FF));
+    return Utf16_Join(unit, trail);
 }
 
 bool DecodeUtf16(StringEncoding from, const char *bytes, size_t size, CodeSetMode mode, ByteBuffer *out) {
@@ -126,11 +127,11 @@ void EncodeUtf16(const ByteBuffer &text, StringEncoding to, ByteBuffer *out) {
     const char *end = bytes + text.size;
     while (bytes != end) {
         const uint32_t codePoint = Utf8_Decode(&bytes, end);
-        if (codePoint < 0x10000) {
+        if (codePoint < UTF16_FIRST_PAIRED) {
             AppendUnit(out, codePoint, bigEndian);
         } else {
-            AppendUnit(out, 0xD800 + ((codePoint - 0x10000) >> 10), bigEndian);
-            AppendUnit(out, 0xDC00 + (codePoint & 0x3FF), bigEndian);
+            AppendUnit(out, Utf16_LeadOf(codePoint), bigEndian);
+            AppendUnit(out, Utf16_TrailOf(codePoint), bigEndian);
         }
     }
 }
@@ -139,9 +140,12 @@ class Iconv {
   public:
     // Both under the first of their names that iconv knows; one side is UTF-8 in all uses here.
     Iconv(StringEncoding to, StringEncoding from) {
-        other_ = to == STRING_ENCODING_UTF8 ? from : to;
-        decodes_ = to == STRING_ENCODING_UTF8;
-        Iana_ForEachName(other_, TryOpen, this);
+        const bool decodes = to == STRING_ENCODING_UTF8;
+        Iana_AnyNameOf(decodes ? from : to, [this, decodes](std::string_view known) {
+            const std::string name(known);
+            handle_ = decodes ? iconv_open("UTF-8", name.c_str()) : iconv_open(name.c_str(), "UTF-8");
+            return IsOpen();
+        });
     }
     ~Iconv() {
         if (IsOpen()) {
@@ -171,15 +175,7 @@ class Iconv {
     }
 
   private:
-    static bool TryOpen(const char *name, void *clientData) {
-        Iconv *self = static_cast<Iconv *>(clientData);
-        self->handle_ = self->decodes_ ? iconv_open("UTF-8", name) : iconv_open(name, "UTF-8");
-        return self->IsOpen();
-    }
-
     inline static const iconv_t CLOSED = reinterpret_cast<iconv_t>(-1);
-    StringEncoding other_;
-    bool decodes_;
     iconv_t handle_ = CLOSED;
 };
 

@@ -19,16 +19,6 @@ struct ConverterCloser {
 };
 using Converter = std::unique_ptr<UConverter, ConverterCloser>;
 
-bool TryOpen(const char *name, void *clientData) {
-    UErrorCode status = U_ZERO_ERROR;
-    Converter converter(ucnv_open(name, &status));
-    if (U_FAILURE(status)) {
-        return false;
-    }
-    *static_cast<Converter *>(clientData) = std::move(converter);
-    return true;
-}
-
 struct ModeCallbacks {
     UConverterToUCallback toUnicode;
     UConverterFromUCallback fromUnicode;
@@ -48,7 +38,12 @@ ModeCallbacks CallbacksOf(CodeSetMode mode) {
 // Null when ICU has no converter under any name of the encoding.
 Converter Open(StringEncoding encoding, CodeSetMode mode) {
     Converter converter;
-    if (!Iana_ForEachName(encoding, TryOpen, &converter)) {
+    const bool opened = Iana_AnyNameOf(encoding, [&converter](std::string_view name) {
+        UErrorCode status = U_ZERO_ERROR;
+        converter.reset(ucnv_open(std::string(name).c_str(), &status));
+        return U_SUCCESS(status);
+    });
+    if (!opened) {
         return nullptr;
     }
     const ModeCallbacks callbacks = CallbacksOf(mode);

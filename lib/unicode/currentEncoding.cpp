@@ -34,9 +34,16 @@ std::string CurrentName() {
     return getenv("G_BROKEN_FILENAMES") != nullptr ? LocaleCharset() : "UTF-8";
 }
 
+// Paths, arguments and the environment are strings of bytes that end in one NUL, which no text in units of
+// two or four bytes is.
+bool HasWideUnits(StringEncoding encoding) {
+    return encoding >= STRING_ENCODING_UTF16_LE && encoding <= STRING_ENCODING_UTF32_XE;
+}
+
 CurrentEncoding Decide() {
     const std::string name = CurrentName();
-    return {name, UnicodeIANALookup(name.c_str())};
+    const StringEncoding encoding = UnicodeIANALookup(name.c_str());
+    return {name, HasWideUnits(encoding) ? STRING_ENCODING_UNSUPPORTED : encoding};
 }
 
 const CurrentEncoding &Current() {

@@ -1,9 +1,10 @@
 #include <strings.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <string>
+#include <string_view>
 
 #include "lib/log/log.h"
 #include "lib/unicode/ianaTable.h"
@@ -17,37 +18,25 @@ bool IsLetterOrDigit(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-// Compares two names by their letters and digits alone, letters without regard to case. `end` ends the first
-// one; the second ends with its NUL.
-bool IsSameName(const char *name, const char *end, const char *other) {
+// Compares two names by their letters and digits alone, letters without regard to case.
+bool IsSameName(std::string_view name, std::string_view other) {
+    const auto skipRest = [](std::string_view *text) {
+        text->remove_prefix(
+            static_cast<size_t>(std::find_if(text->begin(), text->end(), IsLetterOrDigit) - text->begin()));
+    };
     for (;;) {
-        while (name != end && !IsLetterOrDigit(*name)) {
-            name++;
+        skipRest(&name);
+        skipRest(&other);
+        if (name.empty() || other.empty()) {
+            return name.empty() && other.empty();
         }
-        while (*other != '\0' && !IsLetterOrDigit(*other)) {
-            other++;
-        }
-        if (name == end || *other == '\0') {
-            return name == end && *other == '\0';
-        }
-        if (tolower(static_cast<unsigned char>(*name++)) != tolower(static_cast<unsigned char>(*other++))) {
+        if (tolower(static_cast<unsigned char>(name.front())) !=
+            tolower(static_cast<unsigned char>(other.front()))) {
             return false;
         }
+        name.remove_prefix(1);
+        other.remove_prefix(1);
     }
-}
-
-bool RowHasName(const IanaRow &row, const char *name) {
-    if (IsSameName(row.preferred, row.preferred + strlen(row.preferred), name)) {
-        return true;
-    }
-    for (const char *alias = row.aliases; *alias != '\0';) {
-        const char *end = strchrnul(alias, ' ');
-        if (IsSameName(alias, end, name)) {
-            return true;
-        }
-        alias = *end == ' ' ? end + 1 : end;
-    }
-    return false;
 }
 
 // 0 for a name that is not "windows-" and digits only.
@@ -69,7 +58,7 @@ const IanaRow *FindRow(const char *name) {
         }
     }
     for (const IanaRow &row : IANA_TABLE) {
-        if (RowHasName(row, name)) {
+        if (Iana_AnyName(row, [name](std::string_view known) { return IsSameName(known, name); })) {
             return &row;
         }
     }
@@ -97,24 +86,4 @@ const IanaRow *Iana_PreferredRow(StringEncoding encoding) {
         }
     }
     return nullptr;
-}
-
-bool Iana_ForEachName(StringEncoding encoding, bool (*visit)(const char *name, void *clientData),
-                      void *clientData) {
-    for (const IanaRow &row : IANA_TABLE) {
-        if (row.encoding != encoding) {
-            continue;
-        }
-        if (visit(row.preferred, clientData)) {
-            return true;
-        }
-        for (const char *alias = row.aliases; *alias != '\0';) {
-            const char *end = strchrnul(alias, ' ');
-            if (visit(std::string(alias, end).c_str(), clientData)) {
-                return true;
-            }
-            alias = *end == ' ' ? end + 1 : end;
-        }
-    }
-    return false;
 }

@@ -1,7 +1,10 @@
 // The character sets that the system knows by name.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
+#include <string_view>
 
 #include "lib/unicode/unicode.h"
 
@@ -22,7 +25,27 @@ extern const IanaRow IANA_TABLE[IANA_ROW_COUNT];
 // The row with an encoding's preferred name; null for a number that is no encoding.
 const IanaRow *Iana_PreferredRow(StringEncoding encoding);
 
-// Offers every name that the table has for an encoding, the preferred one first, until `visit` returns true;
+// Offers the row's names, the preferred one first, until `visit`, which takes a string_view, returns true;
 // whether it did.
-bool Iana_ForEachName(StringEncoding encoding, bool (*visit)(const char *name, void *clientData),
-                      void *clientData);
+template <typename Visit>
+bool Iana_AnyName(const IanaRow &row, Visit visit) {
+    if (visit(std::string_view(row.preferred))) {
+        return true;
+    }
+    for (std::string_view rest = row.aliases; !rest.empty();) {
+        const std::string_view alias = rest.substr(0, rest.find(' '));
+        if (visit(alias)) {
+            return true;
+        }
+        rest.remove_prefix(std::min(alias.size() + 1, rest.size()));
+    }
+    return false;
+}
+
+// The same with every name that the table has for an encoding.
+template <typename Visit>
+bool Iana_AnyNameOf(StringEncoding encoding, Visit visit) {
+    return std::any_of(std::begin(IANA_TABLE), std::end(IANA_TABLE), [&](const IanaRow &row) {
+        return row.encoding == encoding && Iana_AnyName(row, visit);
+    });
+}

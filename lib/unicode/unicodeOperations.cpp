@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "lib/fatal/memory.h"
+#include "lib/string/utf16.h"
 #include "lib/unicode/caseFold.h"
 #include "lib/unicode/codeset.h"
 
@@ -46,19 +47,11 @@ bool ToUtf16(std::string_view text, std::u16string *units) {
     return true;
 }
 
-bool IsLead(char16_t unit) {
-    return (unit & 0xFC00) == 0xD800;
-}
-
-bool IsTrail(char16_t unit) {
-    return (unit & 0xFC00) == 0xDC00;
-}
-
 // The folded unit at an index, or the whole code point when the unit is half of a pair.
 uint32_t CodePointAt(const std::u16string &units, size_t index, bool ignoreCase) {
-    const size_t lead = IsTrail(units[index]) && index > 0 ? index - 1 : index;
-    if (IsLead(units[lead]) && lead + 1 < units.size() && IsTrail(units[lead + 1])) {
-        return 0x10000 + ((units[lead] & 0x3FFu) << 10 | (units[lead + 1] & 0x3FFu));
+    const size_t lead = Utf16_IsTrail(units[index]) && index > 0 ? index - 1 : index;
+    if (Utf16_IsLead(units[lead]) && lead + 1 < units.size() && Utf16_IsTrail(units[lead + 1])) {
+        return Utf16_Join(units[lead], units[lead + 1]);
     }
     return ignoreCase ? CaseFold_Unit(units[index]) : units[index];
 }

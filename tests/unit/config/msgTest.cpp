@@ -1,6 +1,7 @@
 #include "lib/config/msg.h"
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "lib/err/errText.h"
+#include "lib/log/log.h"
 #include "lib/misc/owners.h"
 #include "tests/support/generalLog.h"
 
@@ -37,6 +39,9 @@ class Msg : public testing::Test {
     void TearDown() override { Msg_SetPostCallbacks(nullptr, nullptr); }
 };
 
+// A position in a format is not known to the C standard.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
 TEST_F(Msg, PostShowsWhatWasAppendedOldestFirstAndOnlyOnce) {
     Msg_AppendFormatted(MSGID("test.first") "Cannot open \"%s\": %s.\n", "f", Err_ErrnoText(ENOENT));
     Msg_AppendFormatted(MSGID("test.second") "%2$s before %1$d.", 1, "two");
@@ -47,6 +52,27 @@ TEST_F(Msg, PostShowsWhatWasAppendedOldestFirstAndOnlyOnce) {
                             "Failed (100%).\n",
                             "2 test.fourth Alone."));
     EXPECT_THAT(postedIds, testing::ElementsAre("test.first", "test.second", "test.third", "test.fourth"));
+}
+#pragma GCC diagnostic pop
+
+TEST_F(Msg, StopsAtAMessageThatIsNoneOrDoesNotFormat) {
+    const std::string longest(127, 'i');
+    const auto append = [](const std::string &message, const wchar_t *argument) {
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        Log_SetLogHook([](const char *format, va_list args) { vfprintf(stderr, format, args); });
+        const char *volatile unchecked = message.c_str();
+        Msg_AppendFormatted(unchecked, argument);
+        Msg_Post(MSG_ERROR, MSGID("test.end") "End.");
+        _exit(0);
+    };
+    EXPECT_EXIT(append(MSG_MAGIC "(" + longest + ")Text.", nullptr), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(append(MSG_MAGIC "(" + longest + "i)Text.", nullptr), testing::ExitedWithCode(1),
+                "NOT_IMPLEMENTED lib/config/msgText.cpp:[0-9]+\n");
+    EXPECT_EXIT(append(MSGID("test.count") "%n", nullptr), testing::ExitedWithCode(1),
+                "Msg_VCreateMsgList error: MsgFmtGetArg1: %n not supported, pos \"\", type \"n\"\n"
+                "format <%n>(.|\n)*PANIC lib/config/msgText.cpp:[0-9]+\n");
+    EXPECT_EXIT(append(MSGID("test.wide") "%ls", L"\xD800"), testing::ExitedWithCode(1),
+                "PANIC lib/config/msgText.cpp:[0-9]+\n");
 }
 
 TEST_F(Msg, LogsWhatIsPostedAndOnDemandWhatIsDropped) {

@@ -1,6 +1,7 @@
 #include "lib/dict/dictionary.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <string>
@@ -132,10 +133,18 @@ TEST_F(DictionaryFile, TakesTheSignatureAsAHint) {
 TEST_F(DictionaryFile, TellsWhyAFileCannotBeRead) {
     EXPECT_FALSE(Dictionary_Load(dict_, "/nowhere/at/all", 18, STRING_ENCODING_CURRENT));
     EXPECT_FALSE(Dictionary_Load(dict_, "/", 18, STRING_ENCODING_CURRENT));
+    for (const char *path : {"/dev/null", path_.c_str()}) {  // of the second nobody would read the other end
+        mkfifo(path_.c_str(), 0600);
+        EXPECT_FALSE(Dictionary_Load(dict_, path, 18, STRING_ENCODING_CURRENT));
+    }
+    EXPECT_FALSE(Dictionary_Load(dict_, "/proc/self/mem", 18, STRING_ENCODING_CURRENT));
     EXPECT_EQ(Pending(),
               "[msg.dictionary.load.statFailed] Unable to get information about file \"/nowhere/at/all\": No "
               "such file or directory.\n"
-              "[msg.dictionary.load.isDirectory] \"/\" is a directory.\n");
+              "[msg.dictionary.load.isDirectory] \"/\" is a directory.\n"
+              "[msg.dictionary.load.openFailed] Cannot open file \"/dev/null\": Invalid argument.\n"
+              "[msg.dictionary.load.openFailed] Cannot open file \"FILE\": Invalid argument.\n"
+              "[msg.dictionary.read.readErrorNoLine] File \"/proc/self/mem\": Input/output error.\n");
 }
 
 double AsNumber(DictionaryType type, const void *value) {
@@ -165,8 +174,11 @@ TEST_F(DictionaryFile, ConvertsAValueOnceAtItsFirstTypedRead) {
         {DICT_TRISTATE, "maybe", 0, "is not a valid tristate value. Using value \"false\".\n"},
         {DICT_LONG, "-010", -8, ""},
         {DICT_LONG, "4294967296", -1, "is too large. Using value \"-1\".\n"},
+        {DICT_LONG, "0b11", 0, "is not a valid integer value. Using value \"0\".\n"},
         {DICT_LONG, "12ab", 12, "is not a valid integer value. Using value \"12\".\n"},
         {DICT_INT64, "-4294967296", -4294967296.0, ""},
+        {DICT_INT64, "99999999999999999999", -1, "is too large. Using value \"-1\".\n"},
+        {DICT_INT64, "0x1g", 1, "is not a valid integer value. Using value \"1\".\n"},
         {DICT_DOUBLE, "-2.5e1", -25, ""},
         {DICT_DOUBLE, "2.5x", 2.5, "is not a valid floating-point value. Using value \"2.500000\".\n"},
     };

@@ -26,6 +26,8 @@ void ShowOnly(int stream) {
 TEST(PanicDeathTest, EveryStopHasItsOwnMessage) {
     const std::pair<void (*)(SourcePlace), const char *> cases[] = {
         {PanicNoMemory, "Unrecoverable memory allocation failure at lib/a.cpp:7\n"},
+        {PanicMemAlloc, "MEM_ALLOC lib/a.cpp:7\n"},
+        {PanicNotImplemented, "NOT_IMPLEMENTED lib/a.cpp:7\n"},
         {PanicNotReached, "NOT_REACHED lib/a.cpp:7\n"},
         {PanicInconsistent, "PANIC lib/a.cpp:7\n"},
         {[](SourcePlace place) { PanicAssert(4711, place); }, "ASSERT lib/a.cpp:7 bugNr=4711\n"},

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "lib/misc/atomicFence.h"
@@ -119,6 +120,25 @@ TEST(HashTable, LongChainsFindTheirKeysAndKeepTheirOrder) {
     EXPECT_TRUE(HashTable_Insert(table.get(), HashTable_IntKey(51), Value(51)));
     newestFirst.insert(newestFirst.begin(), 51);
     EXPECT_EQ(Walk(table.get()), newestFirst);
+}
+
+TEST(HashTable, WalkByCallbackEndsWhereTheCallbackSaysSo) {
+    Table table = MakeTable(4, HASH_INT_KEY);
+    for (uintptr_t key = 1; key <= 3; key++) {
+        HashTable_Insert(table.get(), HashTable_IntKey(key), Value(key));
+    }
+    const auto countAndDelete = [](const void *key, void *, void *data) {
+        const auto &[walked, visits] = *static_cast<std::pair<HashTable *, int *> *>(data);
+        EXPECT_TRUE(HashTable_Delete(walked, key));
+        return ++*visits == 2 ? 17 : 0;
+    };
+    int visits = 0;
+    std::pair<HashTable *, int *> data(table.get(), &visits);
+    EXPECT_EQ(HashTable_ForEach(table.get(), countAndDelete, &data), 17);
+    EXPECT_EQ(HashTable_GetNumElements(table.get()), 1u);
+    EXPECT_EQ(HashTable_ForEach(table.get(), countAndDelete, &data), 0);
+    const Table none = MakeTable(0, HASH_INT_KEY);
+    EXPECT_FALSE(HashTable_Lookup(none.get(), HashTable_IntKey(1), nullptr));
 }
 
 TEST(HashTable, ConcurrentInsertsAddEachKeyOnce) {

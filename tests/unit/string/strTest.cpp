@@ -1,9 +1,11 @@
 #include "lib/string/str.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <climits>
+#include <cmath>
 #include <cstring>
 #include <string>
 
@@ -56,6 +58,33 @@ TEST(StrAsprintf, TakesArgumentsBySequenceStarAndPosition) {
     long long count = 0;
     EXPECT_EQ(Format("%.1f%%%I64n %y", 1.0, &count), "1.0% %y");
     EXPECT_EQ(count, 4);
+}
+
+TEST(StrAsprintf, NamesRealsThatAreNoNumbers) {
+    EXPECT_EQ(Format("%f %F %e %g|%6.1f|%-5G|%+05f", NAN, -NAN, INFINITY, -INFINITY, NAN, INFINITY, -NAN),
+              "nan NAN inf -inf|   nan|INF  |  nan");
+}
+
+// A lone half of a pair of units is no text.
+TEST(StrDeathTest, TellsWhatDoesNotFormatFromALackOfMemory) {
+    char dest[16] = "before";
+    EXPECT_EQ(Str_Snprintf(dest, sizeof dest, "%ls", L"\xD800"), -1);
+    EXPECT_STREQ(dest, "");
+    const auto format = [](const char *constant, auto argument) {
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        const rlimit limit = {size_t{1} << 30, size_t{1} << 30};
+        setrlimit(RLIMIT_AS, &limit);
+        const char *volatile unchecked = constant;
+        char small[16];
+        Str_Snprintf(small, sizeof small, unchecked, argument);
+        Str_SafeAsprintf(nullptr, unchecked, argument);
+        _exit(0);
+    };
+    EXPECT_EXIT(format("%ls", L"\xD800"), testing::ExitedWithCode(1), "^Panic:\nPANIC lib/string/str.cpp");
+#ifndef __SANITIZE_ADDRESS__
+    EXPECT_EXIT(format("%2000000000.3f", 1.0), testing::ExitedWithCode(1),
+                "^Panic:\nUnrecoverable memory allocation failure at lib/string/str.cpp:[0-9]+\n$");
+#endif
 }
 
 TEST(StrDeathTest, StopsWhenTheBufferIsTooSmall) {

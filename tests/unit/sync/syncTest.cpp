@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -20,6 +21,7 @@
 #include "lib/misc/owners.h"
 #include "lib/sync/syncMutex.h"
 #include "lib/sync/syncWaitQ.h"
+#include "tests/support/command.h"
 #include "tests/support/tempFolder.h"
 
 namespace {
@@ -166,6 +168,15 @@ TEST_P(Sync, OnlyAWaiterNeedsADescriptorAndStopsWithoutOne) {
                 "uncontended\n(.|\n)*SyncWaitQ: Too many file descriptors are in use by the process.\n");
 }
 
+TEST(SyncWaitQ, FileInPlaceOfTheFifoFailsTheWait) {
+    const TempFolder directory;
+    SyncWaitQ queue;
+    ASSERT_TRUE(SyncWaitQ_Init(&queue, (directory / "queue").c_str()));
+    WriteFileText(directory / "queue.0", "");
+    EXPECT_EQ(SyncWaitQ_Add(&queue), -1) << "it would be readable at once and for ever";
+    SyncWaitQ_Destroy(&queue);
+}
+
 TEST(SyncMutex, SingletonIsOneForAllThreads) {
     std::atomic<SyncMutex *> storage = nullptr;
     RunThreads(THREADS, [&] {
@@ -180,10 +191,13 @@ TEST(SyncMutex, SingletonIsOneForAllThreads) {
 
 // The two calls by which a waiter gets its descriptor, in place of the C library's.
 extern "C" int fcntl(int fd, int command, ...) {
-    va_list args;
-    va_start(args, command);
-    const long argument = va_arg(args, long);
-    va_end(args);
+    long argument = 0;
+    if (command != F_GETFD && command != F_GETFL) {
+        va_list args;
+        va_start(args, command);
+        argument = va_arg(args, long);
+        va_end(args);
+    }
     RunAtNextDescriptor();
     return static_cast<int>(syscall(SYS_fcntl, fd, command, argument));
 }

@@ -6,6 +6,7 @@
 
 #include <barrier>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <set>
 #include <string>
@@ -17,14 +18,22 @@
 
 namespace {
 
+// "<id>+" for a thread that has started, "<id>-" for one that has ended.
+std::string hooked;
+
 struct Seen {
     VThreadID id = VTHREAD_INVALID_ID;
+    bool blocksHangup = false, blocksUser = false;
     std::string name, nameAtFirst;
 };
 
 void Look(void *data) {
     Seen *seen = static_cast<Seen *>(data);
     seen->nameAtFirst = VThread_CurName();
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    seen->blocksHangup = sigismember(&mask, SIGHUP) == 1;
+    seen->blocksUser = sigismember(&mask, SIGUSR1) == 1;
     seen->id = VThread_CurID();
     seen->name = VThread_CurName();
 }
@@ -45,7 +54,17 @@ Seen RunThread(const char *name) {
     EXPECT_EQ(VThread_CurID(), VTHREAD_MAIN_ID);
     EXPECT_STREQ(VThread_CurName(), "harbrelCLI");
 
+    sigset_t hangup;
+    sigemptyset(&hangup);
+    sigaddset(&hangup, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &hangup, nullptr);
+    vthreadThreadHook = [](VThreadID id, int starting) {
+        hooked += std::to_string(id) + (starting == 1 ? "+" : "-");
+    };
     const Seen first = RunThread(nullptr);
+    vthreadThreadHook = nullptr;
+    EXPECT_EQ(hooked, "36+36-");
+    EXPECT_TRUE(first.blocksHangup && !first.blocksUser) << "as its creator";
     EXPECT_EQ(first.id, 36);
     EXPECT_EQ(first.nameAtFirst, "vthread-36");
     EXPECT_EQ(RunThread(std::string(40, 'n').c_str()).name, std::string(31, 'n'));
@@ -70,6 +89,11 @@ Seen RunThread(const char *name) {
     pthread_attr_setstacksize(&attributes, size_t{1} << 20);
     pthread_setattr_default_np(&attributes);
     EXPECT_EQ(RunThread(nullptr).name, "vthread-39") << "the id is free again";
+    pthread_attr_setstacksize(&attributes, size_t{1} << 47);
+    pthread_setattr_default_np(&attributes);
+    for (int i = 0; i < 2; ++i) {  // a named id as well
+        EXPECT_EQ(VThread_CreateThread(Look, nullptr, 7, nullptr), VTHREAD_INVALID_ID);
+    }
     _exit(testing::Test::HasFailure() ? 1 : 0);
 }
 

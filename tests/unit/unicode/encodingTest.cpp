@@ -9,6 +9,7 @@
 
 #include "lib/log/log.h"
 #include "lib/misc/owners.h"
+#include "lib/unicode/ianaTable.h"
 #include "lib/unicode/unicode.h"
 
 namespace {
@@ -27,6 +28,21 @@ TEST(UnicodeIANALookup, ComparesLettersAndDigitsOnly) {
     for (const auto &[name, preferred] : cases) {
         EXPECT_STREQ(Unicode_EncodingEnumToName(UnicodeIANALookup(name)), preferred) << '"' << name << '"';
     }
+}
+
+TEST(UnicodeIANALookup, TableHoldsAPreferredNameForEachEncoding) {
+    for (StringEncoding encoding = 0; encoding < STRING_ENCODING_COUNT; encoding++) {
+        const IanaRow *row = Iana_PreferredRow(encoding);
+        ASSERT_NE(row, nullptr) << encoding;
+        int names = 0;
+        Iana_AnyName(*row, [&](std::string_view name) {
+            EXPECT_NE(name, "") << encoding;
+            names++;
+            return false;
+        });
+        EXPECT_LE(names, 1 + IANA_MAX_ALIASES) << encoding;
+    }
+    EXPECT_EQ(Iana_PreferredRow(STRING_ENCODING_COUNT), nullptr);
 }
 
 void SetVariable(const char *name, const char *value) {
@@ -62,6 +78,9 @@ TEST(UnicodeInitDeathTest, TakesTheEncodingFromTheEnvironmentAndTheArgumentsToUt
         {"ISO-8859-1,UTF-8", "1", "C", "caf\xE9", 0, "<ISO-8859-1 8 caf\xC3\xA9 caf\xC3\xA9>"},
         {"klingon,UTF-8", nullptr, "C", "x", 1,
          "Panic:\nUnsupported local character encoding \"klingon\"\\.\n"},
+        // No string of bytes with one NUL at its end is a text in these.
+        {"UTF-16LE", nullptr, "C", "x", 1, "Panic:\nUnsupported local character encoding \"UTF-16LE\"\\.\n"},
+        {"ucs-4", nullptr, "C", "x", 1, "Panic:\nUnsupported local character encoding \"ucs-4\"\\.\n"},
         {nullptr, nullptr, "C", "a\xE9\n", 1,
          "Unicode_AllocWithLength: Error: Couldn't convert invalid buffer \\[a\\\\xE9\\\\x0A\\] from "
          "UTF-8 to Unicode\\.\n.*Panic:\nPANIC lib/unicode/unicodeBasics.cpp:[0-9]+\n"},
