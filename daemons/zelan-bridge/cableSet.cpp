@@ -1,6 +1,10 @@
 #include "daemons/zelan-bridge/cableSet.h"
 
+#include <poll.h>
+
 #include <algorithm>
+#include <array>
+#include <chrono>
 
 #include "daemons/common/complain.h"
 #include "daemons/common/linkGroup.h"
@@ -8,10 +12,41 @@
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// How long a new adapter is left alone before it is looked at: tools make an interface first and plug it into
+// a bridge or rename it a moment later.
+constexpr milliseconds SETTLE_TIME{100};
+
+// How long a copying process that has ended is left away, should it end at once again.
+constexpr milliseconds RESTART_TIME{1000};
+
 // Whether nothing has changed that a cable depends on. (An attempt to connect changes other things.)
 bool IsUnchanged(const LinkInfo &before, const LinkInfo &now) {
     return before.name == now.name && before.mtu == now.mtu && before.mac == now.mac &&
            ((before.flags ^ now.flags) & IFF_UP) == 0;
+}
+
+// In milliseconds, as poll takes it: rounded up, and without end for the end of time.
+int TimeUntil(Clock::time_point next) {
+    if (next == Clock::time_point::max()) {
+        return -1;
+    }
+    auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
+    return left > 0 ? static_cast<int>(left) : 0;
+}
+
+Cable::Surroundings SurroundingsOf(int adapter, const HostLinks &links, size_t cableCount) {
+    Cable::Surroundings surroundings;
+    surroundings.several = cableCount > 1;
+    for (const auto &[index, link] : links.byIndex) {
+        if (link.kind == "vlan" && link.lower == adapter && !link.lowerIsElsewhere &&
+            link.vlan < VLAN_COUNT) {
+            surroundings.hostVlans[link.vlan / 64] |= uint64_t{1} << link.vlan % 64;
+        }
+    }
+    return surroundings;
 }
 
 }  // namespace
@@ -22,6 +57,38 @@ bool CableSet::Begin() {
     }
     TakeNoted();
     return true;
+}
+
+void CableSet::Run() {
+    paths_.copier.Start();
+    Clock::time_point settled = Clock::now();
+    Clock::time_point restart = settled;
+    for (;;) {
+        Clock::time_point next = Clock::time_point::max();
+        if (noted_) {
+            next = settled;
+        }
+        if (paths_.copier.IsWanted()) {
+            next = std::min(next, restart);
+        }
+        std::array<pollfd, 2> waits = {
+            {{announcements_.descriptor(), POLLIN, 0}, {paths_.copier.descriptor(), POLLIN, 0}}};
+        poll(waits.data(), waits.size(), TimeUntil(next));
+        if (waits[1].revents != 0) {
+            paths_.copier.NoteEnd();
+            restart = Clock::now() + RESTART_TIME;
+        }
+        if (waits[0].revents != 0) {
+            TakeAnnouncements();
+            settled = Clock::now() + SETTLE_TIME;
+        }
+        if (noted_ && Clock::now() >= settled) {
+            TakeNoted();
+        }
+        if (paths_.copier.IsWanted() && Clock::now() >= restart) {
+            paths_.copier.Start();
+        }
+    }
 }
 
 void CableSet::TakeAnnouncements() {
@@ -51,9 +118,16 @@ void CableSet::TakeAnnouncement(const nlmsghdr *message) {
 void CableSet::TakeNoted() {
     HostLinks links;
     noted_ = !HostLinks_Read(&requests_, &links);
-    if (noted_) {
-        return;
+    if (!noted_) {
+        GiveUpUntaken(links);
+        ConnectTaken(links);
+        for (const auto &cable : cables_) {
+            cable->Follow(SurroundingsOf(cable->adapterIndex(), links, cables_.size()));
+        }
     }
+}
+
+void CableSet::GiveUpUntaken(const HostLinks &links) {
     std::vector<int> given;
     for (const auto &cable : cables_) {
         const LinkInfo *adapter = links.Find(cable->adapterIndex());
@@ -65,26 +139,28 @@ void CableSet::TakeNoted() {
         }
     }
     std::for_each(given.begin(), given.end(), [this](int adapter) { Remove(adapter); });
+}
+
+void CableSet::ConnectTaken(const HostLinks &links) {
     for (const auto &[index, link] : links.byIndex) {
         if (Find(index) == nullptr && Adapters_Takes(rule_, link, links)) {
-            Connect(link);
+            Connect(link, links);
         }
     }
 }
 
-void CableSet::Connect(const LinkInfo &link) {
+void CableSet::Connect(const LinkInfo &link, const HostLinks &links) {
     auto refused = refused_.find(link.index);
     if (refused != refused_.end() && IsUnchanged(refused->second, link)) {
         return;
     }
     refused_.erase(link.index);
-    auto added = std::make_unique<Cable>();
-    if (!added->Connect(&requests_, network_, link)) {
+    auto added = std::make_unique<Cable>(&paths_);
+    if (!added->Connect(&requests_, network_, link, SurroundingsOf(link.index, links, cables_.size() + 1))) {
         refused_[link.index] = link;
         return;
     }
     Tell("%s is connected to network %d", link.name.c_str(), network_);
-    onConnect(added.get());
     cables_.push_back(std::move(added));
 }
 

@@ -1,7 +1,6 @@
 // The cables to the adapters of one network, as the adapters come and go.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -16,23 +15,21 @@ class CableSet {
     // Opens the sockets and connects every adapter that is there. False after a line in the log.
     bool Begin();
 
+    // Follows the host's adapters for good. To be called by the process that stays.
+    [[noreturn]] void Run();
+
+  private:
     // Takes the kernel's announcements. Adapters that are gone lose their cable at once; other changes are
     // only noted, since an interface that is being set up is seldom what it will be a moment later.
     void TakeAnnouncements();
 
     // Looks at the host as it is now: connects what the rule takes and gives up what it takes no longer.
     void TakeNoted();
-    bool HasNoted() const { return noted_; }
 
-    int announcements() const { return announcements_.descriptor(); }
-    const std::vector<std::unique_ptr<Cable>> &cables() const { return cables_; }
-
-    // Called with each cable that is new.
-    std::function<void(Cable *)> onConnect = [](Cable *) {};
-
-  private:
     void TakeAnnouncement(const nlmsghdr *message);
-    void Connect(const LinkInfo &link);
+    void GiveUpUntaken(const HostLinks &links);
+    void ConnectTaken(const HostLinks &links);
+    void Connect(const LinkInfo &link, const HostLinks &links);
     void Remove(int adapterIndex);
     Cable *Find(int adapterIndex);
     int AdapterOf(int tapIndex) const;  // 0 for a TAP of no cable
@@ -41,6 +38,7 @@ class CableSet {
     AdapterRule rule_;
     RtSocket requests_;
     RtSocket announcements_;
+    DataPaths paths_;
     std::vector<std::unique_ptr<Cable>> cables_;
     bool noted_ = false;
     // Adapters that could not be connected, as they were then: tried again once they have changed.

@@ -1,8 +1,13 @@
 #include "tests/support/frames.h"
 
 #include <gtest/gtest.h>
+#include <linux/if_ether.h>
 #include <linux/if_packet.h>
+#include <netinet/in.h>
+#include <poll.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 
 #include "tests/support/conversation.h"
@@ -22,14 +27,68 @@ uint16_t ChecksumOf(const std::string &bytes) {
     return static_cast<uint16_t>(~sum);
 }
 
+constexpr char TEST_PROTOCOL[] = "\x88\xb5";
+constexpr char TAG_PROTOCOL[] = "\x81\0";
+constexpr size_t MINIMAL_FRAME = 60;
+
+std::string MacBytes(const std::string &mac) {
+    std::string bytes;
+    for (size_t i = 0; i < mac.size(); i += 3) {
+        bytes += static_cast<char>(std::stoi(mac.substr(i, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
+int IndexOf(const Machine *machine, const std::string &link) {
+    const std::string command = "cat /sys/class/net/" + link + "/ifindex";
+    return std::stoi((machine != nullptr ? machine->Run(command) : RunShell(command)).output);
+}
+
 }  // namespace
 
+std::string TestFrame::Bytes() const {
+    std::string bytes = MacBytes(to) + MacBytes(from);
+    for (const int tag : tags) {
+        bytes.append(TAG_PROTOCOL, 2);
+        bytes.push_back(static_cast<char>(tag >> 8));
+        bytes.push_back(static_cast<char>(tag));
+    }
+    bytes.append(TEST_PROTOCOL).append(text);
+    bytes.resize(std::max(bytes.size() + 1, MINIMAL_FRAME));
+    return bytes;
+}
+
+FrameEar::FrameEar(const Machine *machine, const std::string &link)
+    : socket_(SocketOn(machine, SOCK_RAW, AF_PACKET)) {
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_ALL);
+    address.sll_ifindex = IndexOf(machine, link);
+    EXPECT_EQ(0, bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address));
+}
+
+bool FrameEar::HearUntil(const std::string &text) {
+    pollfd wait = {socket_.get(), POLLIN, 0};
+    while (!HasHeard(text) && poll(&wait, 1, static_cast<int>(CONDITION_DEADLINE.count())) > 0) {
+        std::array<char, 2048> block;
+        sockaddr_ll sender = {};
+        socklen_t size = sizeof sender;
+        const ssize_t got = recvfrom(socket_.get(), block.data(), block.size(), 0,
+                                     reinterpret_cast<sockaddr *>(&sender), &size);
+        const std::string frame(block.data(), got > 0 ? static_cast<size_t>(got) : 0);
+        const size_t place = frame.find(TEST_PROTOCOL, 2 * ETH_ALEN);
+        if (sender.sll_pkttype != PACKET_OUTGOING && place != std::string::npos) {
+            heard_.insert(frame.c_str() + place + 2);
+        }
+    }
+    return HasHeard(text);
+}
+
 void SendFrame(const Machine *machine, const std::string &link, const std::string &frame) {
-    const std::string command = "cat /sys/class/net/" + link + "/ifindex";
     FileDescriptor handle = SocketOn(machine, SOCK_RAW, AF_PACKET);
     sockaddr_ll target = {};
     target.sll_family = AF_PACKET;
-    target.sll_ifindex = std::stoi((machine != nullptr ? machine->Run(command) : RunShell(command)).output);
+    target.sll_ifindex = IndexOf(machine, link);
     ASSERT_EQ(static_cast<ssize_t>(frame.size()),
               sendto(handle.get(), frame.data(), frame.size(), 0, reinterpret_cast<sockaddr *>(&target),
                      sizeof target));
