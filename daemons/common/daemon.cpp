@@ -1,27 +1,23 @@
 #include "daemons/common/daemon.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "daemons/common/capabilities.h"
 #include "daemons/common/complain.h"
 #include "daemons/common/file.h"
-#include "daemons/common/linkGroup.h"
 #include "daemons/common/options.h"
 #include "daemons/common/startersLegacy.h"
-#include "daemons/common/switch.h"
+#include "daemons/common/watch.h"
 #include "lib/misc/owners.h"
 
 namespace {
@@ -67,49 +63,24 @@ void LeaveStartersSession() {
     }
 }
 
-// Removing an interface takes the kernel long and is left for later. The tool asks by name whether it still
-// exists, and must find the name and the addresses given up as soon as the daemon is dead.
-void PutAside(RtSocket *socket, int link) {
-    char name[IFNAMSIZ];
-    snprintf(name, sizeof name, "zelan-x%x", static_cast<unsigned>(link));
-    Link_SetFlags(socket, link, 0, IFF_UP);
-    Link_SetName(socket, link, name);
+// The path as it is from every folder.
+std::string Absolute(const char *path) {
+    char folder[PATH_MAX];
+    if (*path == '/' || getcwd(folder, sizeof folder) == nullptr) {
+        return path;
+    }
+    return std::string(folder) + "/" + path;
 }
 
-void RemoveTraces(int network, const CleanUp &cleanUp) {
-    RtSocket socket;
-    if (!socket.Open()) {
-        return;
+// False after a line in the log.
+bool WriteRecord(const DaemonContract &contract, pid_t daemon, const CleanUp &cleanUp) {
+    Traces traces = {daemon, Process_StartTime(daemon), Absolute(contract.pidFile), cleanUp};
+    std::string path = Traces_Path(contract.duty);
+    if (!File_Replace(path.c_str(), Traces_Text(traces))) {
+        Complain("%s: %s", path.c_str(), strerror(errno));
+        return false;
     }
-    if (cleanUp.hostInterface != 0) {
-        PutAside(&socket, cleanUp.hostInterface);
-    }
-    for (int link : cleanUp.links) {
-        Link_SetGroup(&socket, link, LINK_GROUP_DEAD);
-    }
-    Switch_RemoveDeadLinks(&socket);
-    if (cleanUp.rest != nullptr) {
-        cleanUp.rest();
-    }
-    if (network >= 0) {
-        Switch_RemoveWhenUnused(&socket, network);
-    }
-}
-
-// Holds nothing of the daemon's but the log: neither its switch use nor its TAPs nor the pipe.
-[[noreturn]] void RunWatcher(int process, int network, const CleanUp &cleanUp) {
-    for (int signalNumber : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
-        signal(signalNumber, SIG_IGN);
-    }
-    prctl(PR_SET_NAME, "zelan-watch");
-    CloseRange(STDERR_FILENO + 1, static_cast<unsigned>(process) - 1);
-    CloseRange(static_cast<unsigned>(process) + 1, UINT_MAX);
-    LeaveStartersSession();
-    pollfd end = {process, POLLIN, 0};
-    while (poll(&end, 1, -1) < 0 && errno == EINTR) {
-    }
-    RemoveTraces(network, cleanUp);
-    _exit(EXIT_SUCCESS);
+    return true;
 }
 
 bool WritePidFile(const char *path, pid_t daemon) {
@@ -136,32 +107,32 @@ bool Daemon_TakeContract(DaemonContract *contract, std::span<const int> capabili
         return false;
     }
     ShedDescriptors(contract->statusDescriptor);
-    StartersLegacy_Shed(capabilities);
-    return true;
+    StartersLegacy_Shed();
+    contract->watch = Watch_Connect();
+    if (contract->watch && !Capabilities_KeepForGood(capabilities)) {
+        Complain("cannot give capabilities up: %s", strerror(errno));
+    }
+    return static_cast<bool>(contract->watch);
 }
 
 bool Daemon_Claim(DaemonContract *contract, Service service, int network) {
-    contract->service = service;
-    contract->network = network;
-    if (network < 0) {
-        return true;
+    contract->duty = {service, network};
+    const std::string request = std::string(WATCH_CLAIM) + Duty_Text(contract->duty);
+    std::string answer = Watch_Ask(contract->watch, request);
+    if (answer.empty()) {
+        // One that was killed a moment ago still takes connections.
+        contract->watch = Watch_Connect();
+        answer = contract->watch ? Watch_Ask(contract->watch, request) : answer;
     }
-    contract->lock.emplace(network);
-    if (!contract->lock->held() || !contract->use.Begin(network)) {
-        return false;
+    if (answer == WATCH_BUSY) {
+        Complain(network < 0 ? "another daemon serves this host" : "another daemon serves this network");
     }
-    if (service == Service::DHCP) {
-        contract->use.KeepAcrossExec();
-    }
-    return true;
+    return answer == WATCH_DONE;
 }
 
 void Daemon_GiveUp(DaemonContract *contract, const CleanUp &cleanUp) {
-    if (fork() == 0) {
-        CloseRange(STDERR_FILENO + 1, UINT_MAX);
-        LeaveStartersSession();
-        RemoveTraces(contract->network, cleanUp);
-    }
+    // Of a process that is about to end: the end of the connection is what the record is looked at for.
+    WriteRecord(*contract, getpid(), cleanUp);
     _exit(EXIT_FAILURE);
 }
 
@@ -169,7 +140,7 @@ void Daemon_Detach(DaemonContract *contract, const CleanUp &cleanUp) {
     pid_t daemon = fork();
     if (daemon == 0) {
         close(contract->statusDescriptor);
-        contract->lock.reset();
+        contract->watch.reset();
         LeaveStartersSession();
         return;
     }
@@ -177,12 +148,7 @@ void Daemon_Detach(DaemonContract *contract, const CleanUp &cleanUp) {
         Complain("fork: %s", strerror(errno));
         Daemon_GiveUp(contract, cleanUp);
     }
-    if (!Daemon_Guard(contract, daemon, cleanUp)) {
-        kill(daemon, SIGKILL);
-        waitpid(daemon, nullptr, 0);
-        Daemon_GiveUp(contract, cleanUp);
-    }
-    if (!WritePidFile(contract->pidFile, daemon)) {
+    if (!Daemon_Guard(contract, daemon, cleanUp) || !WritePidFile(contract->pidFile, daemon)) {
         kill(daemon, SIGKILL);
         _exit(EXIT_FAILURE);
     }
@@ -191,22 +157,13 @@ void Daemon_Detach(DaemonContract *contract, const CleanUp &cleanUp) {
 }
 
 bool Daemon_Guard(DaemonContract *contract, pid_t daemon, const CleanUp &cleanUp) {
-    if (contract->network < 0) {
-        return true;
-    }
     FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, daemon, 0)));
     if (!process) {
         Complain("pidfd_open: %s", strerror(errno));
         return false;
     }
-    pid_t watcher = fork();
-    if (watcher == 0) {
-        RunWatcher(process.get(), contract->network, cleanUp);
-    }
-    if (watcher < 0) {
-        Complain("fork: %s", strerror(errno));
-    }
-    return watcher > 0;
+    return WriteRecord(*contract, daemon, cleanUp) &&
+           Watch_Ask(contract->watch, WATCH_GUARD, process.get()) == WATCH_DONE;
 }
 
 void Daemon_Report(DaemonContract *contract) {

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "daemons/common/capabilities.h"
 #include "daemons/common/complain.h"
 
 namespace {
@@ -51,7 +50,7 @@ void SetLimits() {
 
 }  // namespace
 
-void StartersLegacy_Shed(std::span<const int> capabilities) {
+void StartersLegacy_Shed() {
     SetLimits();
     umask(S_IWGRP | S_IWOTH);
     setpriority(PRIO_PROCESS, 0, 0);
@@ -59,8 +58,5 @@ void StartersLegacy_Shed(std::span<const int> capabilities) {
     setenv("PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
         Complain("cannot forgo new privileges: %s", strerror(errno));
-    }
-    if (!Capabilities_KeepForGood(capabilities)) {
-        Complain("cannot give capabilities up: %s", strerror(errno));
     }
 }

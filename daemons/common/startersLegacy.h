@@ -2,9 +2,7 @@
 // login, a umask, a priority, an environment, privileges that it never uses.
 #pragma once
 
-#include <span>
-
 // Gives the process the same standing whatever the starter had: fixed resource limits, umask 022, priority 0,
-// an environment of PATH alone, no privileges by exec, and of the capabilities (CAP_) only these, now and
-// ever after. What cannot be had costs a line in the log and nothing else.
-void StartersLegacy_Shed(std::span<const int> capabilities);
+// an environment of PATH alone, and no privileges by exec. What cannot be had costs a line in the log and
+// nothing else.
+void StartersLegacy_Shed();

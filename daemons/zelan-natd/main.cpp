@@ -21,7 +21,6 @@
 #include "daemons/common/namespace.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
-#include "daemons/firewall/hostGuard.h"
 #include "daemons/firewall/hostTable.h"
 #include "daemons/zelan-natd/closedHost.h"
 #include "daemons/zelan-natd/dns.h"
@@ -109,7 +108,6 @@ class NatDaemon {
     HostTable hostTable_;
     Router router_;
     HostPorts ports_;
-    HostGuard guard_;
     NameServers nameServers_;
     DnsOverUdp dnsOverUdp_;
     DnsOverTcp dnsOverTcp_;
@@ -136,7 +134,7 @@ bool NatDaemon::JoinHost() {
     for (const PortForward &forward : ports_.forwards) {
         share.forwards.push_back({forward.tcp, forward.hostPort});
     }
-    if (!hostTable_.AddNat(share) || !guard_.Begin()) {
+    if (!hostTable_.AddNat(share)) {
         return false;
     }
     HostTable_UseAllAdapters();
@@ -150,7 +148,6 @@ bool NatDaemon::Begin(CleanUp *cleanUp) {
     if (!socket.Open() || !hostTable_.Ensure() || !hostTable_.ClaimNat(arguments_.network)) {
         return false;
     }
-    cleanUp->rest = HostTable_Sweep;
     ports_ = HostPorts_Take(conf_);
     return Router_Plan(&socket, arguments_.network, conf_, &router_) &&
            Router_Make(&socket, arguments_.network, conf_, MacFile_Obtain(arguments_.macFile), &router_,
@@ -171,8 +168,6 @@ void NatDaemon::Run() {
     std::vector<pollfd> waits;
     for (;;) {
         waits.clear();
-        guard_.Collect(&waits);
-        size_t udpPlace = waits.size();
         dnsOverUdp_.Collect(&waits);
         size_t tcpPlace = waits.size();
         dnsOverTcp_.Collect(&waits);
@@ -182,9 +177,8 @@ void NatDaemon::Run() {
         }
         auto now = DnsClock::now();
         std::span<const pollfd> all = waits;
-        dnsOverUdp_.Serve(all.subspan(udpPlace, tcpPlace - udpPlace), now, &nameServers_);
+        dnsOverUdp_.Serve(all.first(tcpPlace), now, &nameServers_);
         dnsOverTcp_.Serve(all.subspan(tcpPlace), now, &nameServers_);
-        guard_.Serve();
     }
 }
 

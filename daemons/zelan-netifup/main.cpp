@@ -10,13 +10,13 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "daemons/common/complain.h"
@@ -27,9 +27,6 @@
 
 namespace {
 
-// The device nodes of the networks: the minor number is the network's.
-constexpr unsigned ZELAN_MAJOR = 119;
-
 constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SETUID, CAP_SETGID};
 
 struct Arguments {
@@ -38,18 +35,20 @@ struct Arguments {
     const char *adapter = nullptr;
 };
 
+// The node's name tells the network, as it does the library; its numbers, which that one leaves as they are,
+// mean nothing.
 bool ReadNetwork(const char *node, int *network) {
     struct stat status = {};
     if (stat(node, &status) != 0) {
         Complain("%s: %s", node, strerror(errno));
         return false;
     }
-    if (!S_ISCHR(status.st_mode) || major(status.st_rdev) != ZELAN_MAJOR ||
-        minor(status.st_rdev) > SWITCH_MAX_NETWORK) {
+    std::string_view name = node;
+    name.remove_prefix(name.rfind('/') + 1);
+    if (!S_ISCHR(status.st_mode) || !Options_Network(name, network)) {
         Complain("%s is no device node of a network", node);
         return false;
     }
-    *network = static_cast<int>(minor(status.st_rdev));
     return true;
 }
 
@@ -82,7 +81,6 @@ bool MakeInterface(const Arguments &arguments, HostTable *hostTable, CleanUp *cl
     if (!socket.Open() || !hostTable->Ensure()) {
         return false;
     }
-    cleanUp->rest = HostTable_Sweep;
     if (!Switch_MakePort(&socket, arguments.network, portName, arguments.adapter, -1, &port)) {
         return false;
     }

@@ -72,4 +72,24 @@ TEST(DaemonContract, DaemonIsNamedByItsPidFileAndHoldsNothingOfItsStarters) {
     EXPECT_EQ(std::string::npos, held.output.find("pipe:")) << held;
 }
 
+TEST(DaemonContract, StartersLimitsAndEnvironmentAreNotTheDaemons) {
+    mknod("/dev/zelan8", S_IFCHR | 0600, makedev(119, 9));
+    // Soft limits: hard ones can be raised only where the host lets us.
+    Must(
+        "ulimit -S -t 3; ulimit -S -n 64; umask 0; export SECRET=1; exec 9> /tmp/status > /tmp/log 2>&1; "
+        "exec nice -n 19 " +
+        ProgramPath("zelan-netifup") + " -s 9 -d /var/run/x.pid /dev/zelan8 zelan8");
+    const std::string pid = ReadFileText("/var/run/x.pid");
+    const std::string folder = "/proc/" + pid.substr(0, pid.find('\n'));
+    const std::string limits = ReadFileText(folder + "/limits");
+    EXPECT_TRUE(RunShell("grep -q 'Max cpu time *unlimited' " + folder + "/limits").Succeeded()) << limits;
+    EXPECT_TRUE(RunShell("grep -q 'Max open files *1024' " + folder + "/limits").Succeeded()) << limits;
+    EXPECT_EQ("0\n", RunShell("awk '{print $19}' " + folder + "/stat").output);
+    EXPECT_EQ("Umask:\t0022\nNoNewPrivs:\t1\n",
+              RunShell("grep -E '^(Umask|NoNewPrivs)' " + folder + "/status").output);
+    EXPECT_EQ("0\n", RunShell("grep -c SECRET /proc/$(pgrep -x zelan-watch)/environ").output);
+    EXPECT_EQ("/var/run/x.pid\n", RunShell("find /var/run/x.pid -perm 0644").output);
+    EXPECT_TRUE(HasLink("zelan-sw8")) << "the node's numbers, not its name, told the network";
+}
+
 }  // namespace

@@ -111,7 +111,7 @@ TEST(Dhcp, PidFileNamesTheOneServerAndItsDeathLeavesNothing) {
     EXPECT_TRUE(LeftOver().find("nsid") != std::string::npos) << "no namespace to look for";
     const DaemonStart second = StartDhcp(CONFIGURATION);
     EXPECT_EQ("", second.report) << "two servers on one network";
-    EXPECT_NE(std::string::npos, second.Log().find("running already")) << second;
+    EXPECT_NE(std::string::npos, second.Log().find("another daemon serves this network")) << second;
     KillDaemon(start);
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }

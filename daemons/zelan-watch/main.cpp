@@ -1,0 +1,79 @@
+// zelan-watch --serve     started by the first daemon that needs it, with the socket as standard input
+// zelan-watch --sweep     cleans up behind daemons that are dead, whoever has killed them, and ends
+//
+// Outlives the daemons and removes what they leave behind. It ends when no daemon is left.
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include "daemons/common/capabilities.h"
+#include "daemons/common/complain.h"
+#include "daemons/common/file.h"
+#include "daemons/common/startersLegacy.h"
+#include "daemons/common/watch.h"
+#include "daemons/zelan-watch/watcher.h"
+
+namespace {
+
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN};
+
+// Short of memory the kernel is to kill a daemon rather than the one who cleans up behind it.
+constexpr char MEMORY_PRIORITY[] = "-900";
+
+// The socket, moved away from where it came; standard input gets nothing in its place.
+FileDescriptor TakeListener() {
+    FileDescriptor listener(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    FileDescriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    dup2(nothing.get(), STDIN_FILENO);
+    int flags = fcntl(listener.get(), F_GETFL);
+    if (fcntl(listener.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
+        Complain("standard input is no socket: %s", strerror(errno));
+        listener.reset();
+    }
+    return listener;
+}
+
+int Serve() {
+    close_range(STDERR_FILENO + 1, UINT_MAX, 0);
+    for (int signalNumber : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGPIPE}) {
+        signal(signalNumber, SIG_IGN);
+    }
+    (void)!chdir("/");
+    StartersLegacy_Shed();
+    File_Write("/proc/self/oom_score_adj", MEMORY_PRIORITY);
+    if (!Capabilities_KeepForGood(CAPABILITIES)) {
+        Complain("cannot give capabilities up: %s", strerror(errno));
+    }
+    FileDescriptor listener = TakeListener();
+    Watcher watcher;
+    if (!listener || !watcher.Begin(std::move(listener))) {
+        return EXIT_FAILURE;
+    }
+    watcher.Run();
+    return EXIT_SUCCESS;
+}
+
+int Sweep() {
+    FileDescriptor connection = Watch_Connect();
+    return connection && Watch_Ask(connection, WATCH_SWEEP) == WATCH_DONE ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+}  // namespace
+
+int main(int, char **argv) {
+    const char *command = argv[1] != nullptr ? argv[1] : "";
+    if (strcmp(command, "--serve") == 0) {
+        return Serve();
+    }
+    if (strcmp(command, "--sweep") == 0) {
+        return Sweep();
+    }
+    Complain("usage: --sweep");
+    return EXIT_FAILURE;
+}

@@ -1,0 +1,83 @@
+// The one process of the host that outlives the daemons: it waits for the end of each and cleans up behind
+// it.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <poll.h>
+
+#include "daemons/common/rtnetlink.h"
+#include "daemons/common/service.h"
+#include "daemons/common/traces.h"
+#include "daemons/firewall/hostGuard.h"
+#include "lib/misc/owners.h"
+
+class Watcher {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    // Takes the living daemons over that a predecessor has guarded, and puts aside what is left of the dead.
+    // Their connections come in by `listener`. False after a line in the log.
+    bool Begin(FileDescriptor listener);
+
+    // Returns when nothing is left to guard.
+    void Run();
+
+  private:
+    // A daemon that lives, or is not yet known to be dead.
+    struct Guarded {
+        FileDescriptor process;  // readable once it is dead
+        Traces traces;
+    };
+
+    // A daemon that is being started, or somebody who wants all cleaned up.
+    struct Client {
+        FileDescriptor connection;
+        std::optional<Duty> duty;
+        bool holds = false;  // the duty is the client's
+        bool isGuarded = false;
+        bool awaitsSweep = false;
+        Clock::time_point patience = {};  // until when it waits for a predecessor's end
+    };
+
+    void TakeOver(const Duty &duty);
+    void Guard(const Duty &duty, FileDescriptor process, Traces traces);
+    void Bury(const Duty &duty);
+    void BuryAllDead();
+
+    void AcceptAll();
+    void Add(FileDescriptor connection);
+    void Serve(Client *client);
+    bool Answer(Client *client, const std::string &request, FileDescriptor descriptor);
+    bool TryClaim(Client *client);
+    bool GuardFor(Client *client, FileDescriptor process);
+    void Leave(Client *client);
+    void RetryClaims();
+
+    bool IsAlive(const Duty &duty) const;
+    bool IsNetworkInUse(int network) const;
+    void RemoveSoon();
+    void RemoveNow();
+    bool HasNothingToDo() const;
+    bool End();
+
+    void Collect(std::vector<pollfd> *waits);
+    int WaitMilliseconds() const;
+    void Dispatch(const std::vector<pollfd> &waits);
+
+    FileDescriptor listener_;
+    FileDescriptor ends_;  // of the guarded daemons, together
+    RtSocket requests_;
+    RtSocket ports_;  // tells of guests that leave a switch
+    HostGuard host_;
+    std::map<Duty, Guarded> guarded_;
+    std::vector<Client> clients_;
+    size_t firstClient_ = 0;  // where they begin among what is waited for
+    bool guestsRemain_ = false;
+    std::optional<Clock::time_point> removalDue_;
+    Clock::time_point removalLimit_ = {};
+};

@@ -1,0 +1,105 @@
+// The one process that cleans up behind the daemons.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "tests/support/daemonStart.h"
+
+namespace {
+
+DaemonStart StartDetect() {
+    return StartDaemon("zelan-detect", "zelan-detect", {});
+}
+
+std::string Watchers() {
+    return RunShell("ps -e -o pid=,comm= | awk '$2 == \"zelan-watch\" {print $1}'").output;
+}
+
+void KillAll(const std::string &pattern) {
+    Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 ~ /" + pattern + "/ {print $1}')");
+}
+
+CommandResult Sweep() {
+    return RunCommand({ProgramPath("zelan-watch"), "--sweep"});
+}
+
+// As when the kernel runs out of memory or a whole control group is killed.
+TEST(Watch, DeathOfEverythingIsCleanedByASweepAndByTheNextStart) {
+    constexpr char STRANGERS[] = "/var/run/zelan-netifup-zelan9.pid";
+    for (const bool byStart : {false, true}) {
+        SCOPED_TRACE(byStart);
+        const DaemonStart first = MustComeUp(StartNetifup(8));
+        const DaemonStart second = MustComeUp(StartNetifup(9));
+        KillAll("^zelan-");
+        ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep ^zelan-").output.empty(); }));
+        EXPECT_TRUE(HasLink("zelan8") && HasLink("zelan-sw9")) << "nothing to clean up";
+        WriteFileText(STRANGERS, std::to_string(getpid()) + "\n");
+        if (byStart) {
+            const DaemonStart any = MustComeUp(StartDetect());
+            EXPECT_FALSE(HasLink("zelan8")) << LeftOver();
+            KillDaemon(any);
+            EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+        } else {
+            const CommandResult sweep = Sweep();
+            EXPECT_TRUE(sweep.Succeeded()) << sweep;
+            EXPECT_EQ("", RunShell("ip -br link | grep '^zelan'").output);
+        }
+        EXPECT_NE(0, access(first.pidFile.c_str(), F_OK)) << "names a dead process";
+        EXPECT_EQ(std::to_string(getpid()) + "\n", ReadFileText(STRANGERS)) << "names a living process";
+        unlink(STRANGERS);
+    }
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+TEST(Watch, OneThatIsKilledAloneIsReplacedByTheNextStartAndMissesNothing) {
+    const DaemonStart first = MustComeUp(StartNetifup(8));
+    const DaemonStart second = MustComeUp(StartNetifup(9));
+    KillAll("^zelan-watch$");
+    EXPECT_TRUE(HasLink("zelan8") && HasLink("zelan9"));
+    KillDaemon(first);
+    const DaemonStart third = MustComeUp(StartNetifup(10));
+    EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan-sw8"); })) << "died while nobody looked\n"
+                                                                 << LeftOver();
+    KillDaemon(second);
+    EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan-sw9"); })) << "died later\n" << LeftOver();
+    EXPECT_TRUE(HasLink("zelan10"));
+    KillDaemon(third);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+TEST(Watch, DaemonThatDiesByItselfLeavesNoPidFile) {
+    const DaemonStart start = MustComeUp(StartDetect());
+    kill(start.pid, SIGTERM);
+    EXPECT_TRUE(WaitUntil([&] { return access(start.pidFile.c_str(), F_OK) != 0; }));
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+TEST(Watch, FailedStartsLeaveNoProcessAndTheSwitchToItsGuest) {
+    Machine guest("guest");
+    const DaemonStart start = MustComeUp(StartNetifup(8));
+    guest.ConnectToBridge("zelan-sw8", "g0");
+    const std::string watcher = Watchers();
+    Must("ip link add name zelan9 type veth peer name other");
+    for (int round = 0; round < 3; round++) {
+        EXPECT_FALSE(StartNetifup(9).CameUp());
+    }
+    KillDaemon(start);
+    EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan8") && !HasLink("zelan-sw9"); })) << LeftOver();
+    EXPECT_EQ("zelan-watch\n", RunShell("ps -e -o comm= | grep ^zelan-").output);
+    EXPECT_EQ(watcher, Watchers());
+    EXPECT_TRUE(HasLink("zelan-sw8")) << "the guest's";
+    Must("ip -n guest link delete g0; ip link delete zelan9");
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
+TEST(Watch, SecondDaemonOfANetworkIsRefusedAndHarmsNothing) {
+    const DaemonStart start = MustComeUp(StartNetifup(8));
+    const std::string before = RunShell("ip -o link show zelan8").output;
+    const DaemonStart second = StartNetifup(8);
+    EXPECT_EQ("", second.report);
+    EXPECT_NE(std::string::npos, second.Log().find("another daemon serves this network")) << second;
+    EXPECT_EQ(before, RunShell("ip -o link show zelan8").output);
+    EXPECT_EQ(std::to_string(start.pid) + "\n", ReadFileText(start.pidFile));
+}
+
+}  // namespace
