@@ -125,7 +125,7 @@ bool Daemon_Claim(DaemonContract *contract, Service service, int network) {
         answer = contract->watch ? Watch_Ask(contract->watch, request) : answer;
     }
     if (answer == WATCH_BUSY) {
-        Complain(network < 0 ? "another daemon serves this host" : "another daemon serves this network");
+        Complain("another daemon serves this network");
     }
     return answer == WATCH_DONE;
 }

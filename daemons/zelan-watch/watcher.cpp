@@ -173,7 +173,8 @@ bool Watcher::TryClaim(Client *client) {
     if (guarded != guarded_.end() && HasEnded(guarded->second.process)) {
         Bury(duty);
     }
-    if (!IsAlive(duty)) {
+    // What serves the host makes nothing that two could be in each other's way about.
+    if (duty.network < 0 || !IsAlive(duty)) {
         client->holds = true;
         return Watch_Send(client->connection, WATCH_DONE);
     }
