@@ -26,7 +26,11 @@
  *  - Locking. "Locks" means that the call holds the database lock, which orders processes: it waits up to
  *    about 2.5 seconds for another process and fails after that. Load, unload and import take it as they say;
  *    all other calls take no lock.
- *  - Threads. Load, unload and all changes belong to one thread. Other threads may read meanwhile.
+ *  - Threads. Load, unload and all changes belong to one thread. Between its first load and its last unload
+ *    other threads may call, at any moment and several at once, all functions that only read: those that
+ *    neither lock nor add, remove, store, set, create or delete anything. Each record that they read is whole,
+ *    the one before a change or the one after it; a call that reads several may see some before and some
+ *    after.
  *  - A call that changes DHCP, NAT or adapter settings changes the database alone. The daemon's file or the
  *    interface follows on HBL_UpdateDHCPFromConfig, HBL_UpdateNATFromConfig or HBL_UpdateAdapterFromConfig.
  */
@@ -138,7 +142,7 @@ HBL_API void HBL_Unload(void);
 HBL_API uint32_t HBL_GetNumVnets(void);
 
 /* The value of an answer, by a key that is compared without regard to case. *value belongs to the library: it
- * is neither freed nor used after this process has changed the answer, after an import or after HBL_Unload.
+ * is not freed, and stays as it is until the last HBL_Unload, whatever becomes of the answer meanwhile.
  * False without a line in the log when the key has no answer. */
 HBL_CHECKED bool HBL_VnetCfgGetAnswer(const char *key, const char **value);
 

@@ -8,6 +8,7 @@
 #include "lib/harbrel/base/libraryState.h"
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/bridging/bridging.h"
+#include "lib/harbrel/cache/keptTexts.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/database/logSettings.h"
 #include "lib/harbrel/files/fileDB.h"
@@ -88,6 +89,7 @@ void HBL_Unload(void) {
         frame.log(LOG_INFO, "harbrel is not loaded");
     } else if (HBLDropLoad()) {
         HBLNetCfgUnload(nullptr, true);
+        NetCfgForgetTexts();
         HBLFileDBUnload();
         frame.log(LOG_OK, "Harbrel unloaded.");
         HBLLogClose();

@@ -2,6 +2,8 @@
 
 #include <strings.h>
 
+#include <atomic>
+
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/hostAdapterChain.h"
 #include "lib/harbrel/cache/cache.h"
@@ -13,7 +15,7 @@ constexpr char GET_VNET_BRIDGE[] = "HBLGetVnetBridge";
 
 // The copy of the stored value. It outlives an unload of the library.
 struct DefaultBridge {
-    int32_t vnet = HBL_DEFAULT_BRIDGE_UNREAD;
+    std::atomic<int32_t> vnet = HBL_DEFAULT_BRIDGE_UNREAD;
 };
 
 DefaultBridge defaultBridge;
@@ -89,7 +91,8 @@ bool HBLGetDefaultBridgeVnet(int32_t *vnet) {
             HBLLog(LOG_ERR, __func__, "Invalid value of defaultBridge in config");
             return false;
         }
-        defaultBridge.vnet = stored;
+        int32_t unread = HBL_DEFAULT_BRIDGE_UNREAD;
+        defaultBridge.vnet.compare_exchange_strong(unread, stored);  // a value set meanwhile stays
     }
     if (vnet != nullptr) {
         *vnet = defaultBridge.vnet;

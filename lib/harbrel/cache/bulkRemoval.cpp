@@ -1,4 +1,5 @@
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cacheGuard.h"
 #include "lib/harbrel/cache/defaultCache.h"
 #include "lib/harbrel/cache/tableProtocol.h"
 
@@ -26,6 +27,7 @@ bool RemoveWholeTable(const RecordFamily &family, HBLNetworkConfigurationDB *db,
 }  // namespace
 
 bool HBLNetCfgRemoveAllDHCPMACToIPMapping(HBLNetworkConfigurationDB *db, uint32_t vnet, bool writeRecords) {
+    const CacheChanging alone;
     db = NetCfgResolveCache(db, __func__);
     if (db == nullptr) {
         return false;
@@ -43,6 +45,7 @@ bool HBLNetCfgRemoveAllDHCPMACToIPMapping(HBLNetworkConfigurationDB *db, uint32_
 
 bool HBLNetCfgRemoveAllNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool doTcp, bool doUdp,
                                   bool writeRecords) {
+    const CacheChanging alone;
     db = NetCfgResolveCache(db, __func__);
     if (db == nullptr) {
         return false;

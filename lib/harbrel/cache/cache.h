@@ -2,13 +2,16 @@
 // touch the file, and changes that go to the table first and are then appended to the open file.
 //
 // Functions with the prefix HBLNetCfg use the default cache when the cache pointer is null. Functions with
-// the prefix NetCfgHash (records.h) need a real cache and touch tables only. No locks: one thread changes,
-// and whoever changes holds the database lock (database/database.h).
+// the prefix NetCfgHash (tables.h) need a real cache and touch tables only; they are for caches that no other
+// thread knows yet. The rest keeps to the guard (cacheGuard.h): one thread changes, others may read. Whoever
+// changes holds the database lock (database/database.h).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
+#include <string>
 
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/harbrel.h"
@@ -86,9 +89,6 @@ struct HBLNetworkConfigurationDB {
     NATVnetPortFwdConfig *natConfig[HBL_NUM_VNETS];
     DHCPMACToIPConfig *dhcpConfig[HBL_NUM_VNETS];
     NetCfgFileIdentity fileIdentity;
-    // Former contents, replaced when another process had changed the file; kept for texts handed out by
-    // reads, and freed with the cache.
-    HBLNetworkConfigurationDB *retired;
 };
 
 // The default cache's slot; the cache is null while nothing is loaded.
@@ -101,8 +101,11 @@ bool NetCfgTrackFile(HBLNetworkConfigurationDB *db);
 // Whether `path` still names the tracked file, with the size that it had after our last line.
 bool NetCfgFileIsAsLastSeen(const HBLNetworkConfigurationDB *db);
 
-// Reads. Texts that a read hands out by pointer belong to the cache and stay valid until that answer changes.
+// Reads.
+// For texts that leave the library: *value stays good until the last unload (keptTexts.h).
 bool HBLNetCfgGetAnswerString(HBLNetworkConfigurationDB *db, const char *key, const char **value);
+// For all other uses: the value's copy, or nothing.
+std::optional<std::string> HBLNetCfgCopyAnswer(HBLNetworkConfigurationDB *db, const char *key);
 bool HBLNetCfgGetAnswerInt32(HBLNetworkConfigurationDB *db, const char *key, int32_t *value);
 bool HBLNetCfgGetAnswerBool(HBLNetworkConfigurationDB *db, const char *key, bool *value);
 bool HBLNetCfgLookupVnetForHostAdapter(HBLNetworkConfigurationDB *db, const char *adapter, int32_t *vnet);

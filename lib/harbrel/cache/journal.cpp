@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cacheGuard.h"
 #include "lib/harbrel/cache/defaultCache.h"
 #include "lib/harbrel/cache/formatter.h"
 #include "lib/harbrel/cache/journalFile.h"
@@ -82,6 +83,7 @@ RecordFields OwnedRecord::Fields() const {
 
 bool JournalledAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, const RecordFields &wanted,
                    bool isRollback) {
+    const CacheChanging alone;
     const JournalWords &words = *family.words;
     const RecordFamily &records = *family.records;
     db = NetCfgResolveCache(db, words.addFunction);
@@ -123,6 +125,7 @@ bool JournalledAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, c
 
 bool JournalledRemove(const JournalFamily &family, HBLNetworkConfigurationDB *db,
                       const RecordFields &wanted) {
+    const CacheChanging alone;
     const JournalWords &words = *family.words;
     db = NetCfgResolveCache(db, words.removeFunction);
     if (db == nullptr) {

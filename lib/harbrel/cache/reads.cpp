@@ -5,7 +5,9 @@
 
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/hostAdapterChain.h"
+#include "lib/harbrel/cache/cacheGuard.h"
 #include "lib/harbrel/cache/defaultCache.h"
+#include "lib/harbrel/cache/keptTexts.h"
 #include "lib/harbrel/cache/tableProtocol.h"
 #include "lib/string/tokens.h"
 
@@ -17,6 +19,17 @@ bool Fits(const char *text, size_t size) {
 
 void Copy(char *buffer, const char *text) {
     memcpy(buffer, text, strlen(text) + 1);
+}
+
+// The entry's own text, for as long as the caller holds the guard; null without a message when there is none.
+const char *FindAnswer(const char *function, HBLNetworkConfigurationDB *db, const char *key) {
+    db = NetCfgResolveCache(db, function);
+    if (db == nullptr) {
+        return nullptr;
+    }
+    const auto *answer =
+        static_cast<const NetworkConfigDictionaryEntry *>(FindEntry(ANSWER_FAMILY, db, {.key = key}));
+    return answer != nullptr ? answer->value : nullptr;
 }
 
 // Texts of an enumeration's three ends.
@@ -33,7 +46,7 @@ const void *EntryAt(const EnumerationWords &words, const TableRef &table, uint32
         HBLLog(LOG_ERR, words.function, "%s", words.noTable);
         return nullptr;
     }
-    if (!EnsureSnapshot(table)) {
+    if (EnsureSnapshot(table) == Snapshot::Missing) {
         HBLLog(LOG_ERR, words.function, "%s", words.noSnapshot);
         return nullptr;
     }
@@ -93,23 +106,26 @@ HBL_HostAdapter *NewHostAdapter(const char *name, int32_t vnet) {
 }  // namespace
 
 bool HBLNetCfgGetAnswerString(HBLNetworkConfigurationDB *db, const char *key, const char **value) {
-    db = NetCfgResolveCache(db, __func__);
-    if (db == nullptr) {
+    const CacheReading reading;
+    const char *const text = FindAnswer(__func__, db, key);
+    if (text == nullptr) {
         return false;
     }
-    const auto *answer =
-        static_cast<const NetworkConfigDictionaryEntry *>(FindEntry(ANSWER_FAMILY, db, {.key = key}));
-    if (answer == nullptr) {
-        return false;
-    }
-    *value = answer->value;
+    *value = NetCfgKeepText(text);
     return true;
 }
 
+std::optional<std::string> HBLNetCfgCopyAnswer(HBLNetworkConfigurationDB *db, const char *key) {
+    const CacheReading reading;
+    const char *const text = FindAnswer("HBLNetCfgGetAnswerString", db, key);
+    return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
+}
+
 bool HBLNetCfgGetAnswerInt32(HBLNetworkConfigurationDB *db, const char *key, int32_t *value) {
-    const char *text = nullptr;
+    const CacheReading reading;
+    const char *const text = FindAnswer("HBLNetCfgGetAnswerString", db, key);
     uint32_t number = 0;
-    if (!HBLNetCfgGetAnswerString(db, key, &text) || !StrToUint(&number, text)) {
+    if (text == nullptr || !StrToUint(&number, text)) {
         HBLLog(LOG_ERR, __func__, "Value not found or failed to convert value to integer: %s",
                TextOrNull(text));
         return false;
@@ -119,8 +135,9 @@ bool HBLNetCfgGetAnswerInt32(HBLNetworkConfigurationDB *db, const char *key, int
 }
 
 bool HBLNetCfgGetAnswerBool(HBLNetworkConfigurationDB *db, const char *key, bool *value) {
-    const char *text = nullptr;
-    if (!HBLNetCfgGetAnswerString(db, key, &text)) {
+    const CacheReading reading;
+    const char *const text = FindAnswer("HBLNetCfgGetAnswerString", db, key);
+    if (text == nullptr) {
         return false;
     }
     *value = strcasecmp(text, "yes") == 0;
@@ -128,6 +145,7 @@ bool HBLNetCfgGetAnswerBool(HBLNetworkConfigurationDB *db, const char *key, bool
 }
 
 bool HBLNetCfgLookupVnetForHostAdapter(HBLNetworkConfigurationDB *db, const char *adapter, int32_t *vnet) {
+    const CacheReading reading;
     db = NetCfgResolveCache(db, __func__);
     if (db == nullptr) {
         return false;
@@ -151,6 +169,7 @@ bool HBLNetCfgLookupVnetForHostAdapter(HBLNetworkConfigurationDB *db, const char
 
 bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t vnet, uint32_t *count,
                                         HBL_HostAdapter **list, bool exclude) {
+    const CacheReading reading;
     db = NetCfgResolveCache(db, __func__);
     if (db == nullptr) {
         return false;
@@ -162,12 +181,12 @@ bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t v
         *list = nullptr;
         return true;
     }
-    bool fresh = *table.array == nullptr;
-    if (!EnsureSnapshot(table)) {
+    const Snapshot snapshot = EnsureSnapshot(table);
+    if (snapshot == Snapshot::Missing) {
         HBLLog(LOG_ERR, __func__, "Failure in creating array of Bridge mappings");
         return false;
     }
-    if (fresh) {
+    if (snapshot == Snapshot::Built) {
         HBLLog(LOG_INFO2, __func__, "Created array of Bridge mappings");
     }
     HostAdapterChain chain;
@@ -202,6 +221,7 @@ bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t v
 
 bool HBLNetCfgLookupDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, const char *mac, char *ip,
                                 size_t ipSize) {
+    const CacheReading reading;
     db = NetCfgResolveCache(db, __func__);
     if (db == nullptr) {
         return false;
@@ -229,6 +249,7 @@ bool HBLNetCfgLookupDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, co
 
 bool HBLNetCfgEnumDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, uint32_t *index, char *mac,
                               size_t macSize, char *ip, size_t ipSize) {
+    const CacheReading reading;
     db = NetCfgResolveCache(db, __func__);
     if (db == nullptr) {
         return false;
@@ -257,6 +278,7 @@ bool HBLNetCfgEnumDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, uint
 bool HBLNetCfgLookupNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool isTcp, uint16_t hostPort,
                                char *vmIP, size_t vmIPSize, uint16_t *vmPort, char *description,
                                size_t *descriptionSize) {
+    const CacheReading reading;
     db = NetCfgResolveCache(db, __func__);
     if (db == nullptr) {
         return false;
@@ -279,6 +301,7 @@ bool HBLNetCfgLookupNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, boo
 bool HBLNetCfgEnumNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bool isTcp, uint32_t *index,
                              uint16_t *hostPort, char *vmIP, size_t vmIPSize, uint16_t *vmPort,
                              char *description, size_t *descriptionSize) {
+    const CacheReading reading;
     db = NetCfgResolveCache(db, __func__);
     if (db == nullptr) {
         return false;

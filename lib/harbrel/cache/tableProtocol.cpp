@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <mutex>
 
 #include "lib/err/errText.h"
 #include "lib/harbrel/base/hblLog.h"
@@ -129,11 +130,14 @@ bool RemoveFromTable(const RecordFamily &family, HBLNetworkConfigurationDB *db, 
     return HashTable_Delete(table.Table(), TableKey(family, record)) || family.absentIsRemoved;
 }
 
-bool EnsureSnapshot(const TableRef &table) {
-    if (*table.array == nullptr) {
-        HashTable_ToArray(*table.hash, table.array, table.count);
+Snapshot EnsureSnapshot(const TableRef &table) {
+    static std::mutex building;  // readers share the cache's guard
+    const std::lock_guard hold(building);
+    if (*table.array != nullptr) {
+        return Snapshot::Present;
     }
-    return *table.array != nullptr;
+    HashTable_ToArray(*table.hash, table.array, table.count);
+    return *table.array != nullptr ? Snapshot::Built : Snapshot::Missing;
 }
 
 void FreeTable(const TableRef &table) {

@@ -10,7 +10,9 @@ void *FindEntry(const RecordFamily &family, HBLNetworkConfigurationDB *db, const
 bool AddToTable(const RecordFamily &family, HBLNetworkConfigurationDB *db, const RecordFields &record);
 bool RemoveFromTable(const RecordFamily &family, HBLNetworkConfigurationDB *db, const RecordFields &record);
 
-// Builds the snapshot unless it is there; false when it cannot be built, also for an empty table.
-bool EnsureSnapshot(const TableRef &table);
+// Builds the snapshot unless it is there; missing when it cannot be built, also for an empty table. Several
+// readers may come at once.
+enum class Snapshot { Missing, Built, Present };
+Snapshot EnsureSnapshot(const TableRef &table);
 // Frees table and snapshot and clears their places.
 void FreeTable(const TableRef &table);

@@ -6,6 +6,7 @@
 
 #include "lib/file/posix.h"
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cacheGuard.h"
 #include "lib/harbrel/cache/defaultCache.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/database/reading.h"
@@ -17,15 +18,11 @@ bool IsGone(const char *path) {
     return Posix_Stat(path, &status) != 0 && errno == ENOENT;
 }
 
-// The cache takes the fresh contents; its own lock stays, and `fresh` is left behind with the former ones.
-void Exchange(HBLNetworkConfigurationDB *db, HBLNetworkConfigurationDB *fresh) {
+// The cache takes the fresh contents, with its own lock; `fresh` is left with the former ones.
+void TakeContents(HBLNetworkConfigurationDB *db, HBLNetworkConfigurationDB *fresh) {
+    const CacheChanging alone;
     std::swap(*db, *fresh);
     std::swap(db->lockToken, fresh->lockToken);
-    if (fresh->stream != nullptr) {
-        fclose(fresh->stream);
-        fresh->stream = nullptr;
-    }
-    db->retired = fresh;
 }
 
 }  // namespace
@@ -52,7 +49,8 @@ NetCfgReadResult NetCfgCatchUp(HBLNetworkConfigurationDB *db, const char *functi
         HBLNetCfgUnload(&fresh, false);
         return result;
     }
-    Exchange(db, fresh);
+    TakeContents(db, fresh);
+    HBLNetCfgUnload(&fresh, false);
     return result;
 }
 

@@ -3,6 +3,7 @@
 #include "lib/err/errText.h"
 #include "lib/file/fileLock.h"
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cacheGuard.h"
 #include "lib/harbrel/cache/tables.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/database/reading.h"
@@ -26,6 +27,11 @@ bool Fill(HBLNetworkConfigurationDB *db) {
         return false;
     }
     return NetCfgReadHostConfig(db, LOAD);
+}
+
+void Publish(HBLNetworkConfigurationDB *db, HBLNetworkConfigurationDB **slot) {
+    const CacheChanging alone;
+    *slot = db;
 }
 
 }  // namespace
@@ -76,7 +82,7 @@ bool HBLNetCfgLoad(const char *path, HBLNetworkConfigurationDB **out, bool isBac
         HBLNetCfgUnload(&db, false);
         return false;
     }
-    *slot = db;
+    Publish(db, slot);
     HBLLog(LOG_INFO, __func__, "Database cache loaded with contents of file: %s", path);
     return true;
 }

@@ -21,10 +21,10 @@ bool HBLSetDefaultLogLevel(uint32_t level) {
 }
 
 bool HBLGetLogFileName(char *path, size_t size) {
-    const char *stored = nullptr;
-    if (!HBLNetCfgGetAnswerString(nullptr, HBL_LOG_FILE_KEY, &stored) || strlen(stored) >= size) {
+    const auto stored = HBLNetCfgCopyAnswer(nullptr, HBL_LOG_FILE_KEY);
+    if (!stored.has_value() || stored->size() >= size) {
         return false;
     }
-    strcpy(path, stored);
+    memcpy(path, stored->c_str(), stored->size() + 1);
     return true;
 }

@@ -26,10 +26,9 @@ bool NetCfgReadHostConfig(HBLNetworkConfigurationDB *db, const char *function);
 const char *NetCfgVersionText(const char *line, const char *key);
 
 // Brings a cache up to its file if another process has appended to that or replaced it since this cache last
-// saw it; Done says that cache and file agree. What the cache held before stays allocated until the unload,
-// so that texts handed out stay good. Without a database at its path the cache stays as it is. The caller
-// holds the database lock, or accepts that a change half written by another process is seen half until the
-// next call.
+// saw it; Done says that cache and file agree. Without a database at its path the cache stays as it is. The
+// caller holds the database lock, or accepts that a change half written by another process is seen half until
+// the next call.
 NetCfgReadResult NetCfgCatchUp(HBLNetworkConfigurationDB *db, const char *function);
 
 // Gives the database lock back. 0, or an errno value; the cache then stays marked as locked.

@@ -11,6 +11,7 @@
 #include "lib/file/fileLock.h"
 #include "lib/file/posix.h"
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cacheGuard.h"
 #include "lib/harbrel/cache/defaultCache.h"
 #include "lib/harbrel/cache/records.h"
 #include "lib/harbrel/database/database.h"
@@ -209,6 +210,7 @@ bool HBLNetCfgImportConfig(const char *backupPath, const char *databasePath) {
         return false;
     }
     import.wasLoaded = *HBLNetCfgDefaultSlot() != nullptr;
+    const CacheChanging alone;  // readers find the former contents or the new ones, never none
     if (import.wasLoaded) {
         HBLNetCfgUnload(nullptr, false);  // its journal stands in the file
     }

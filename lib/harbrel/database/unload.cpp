@@ -9,6 +9,7 @@
 #include "lib/file/fileLock.h"
 #include "lib/file/posix.h"
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cacheGuard.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/database/reading.h"
 #include "lib/misc/hashTable.h"
@@ -96,6 +97,12 @@ void FreeCache(HBLNetworkConfigurationDB *db) {
     free(db);
 }
 
+// From here on no reader has the cache any more.
+void Clear(HBLNetworkConfigurationDB **slot) {
+    const CacheChanging alone;
+    *slot = nullptr;
+}
+
 }  // namespace
 
 bool HBLNetCfgUnload(HBLNetworkConfigurationDB **slot, bool rewrite) {
@@ -115,11 +122,7 @@ bool HBLNetCfgUnload(HBLNetworkConfigurationDB **slot, bool rewrite) {
     if (db->lockToken != nullptr) {
         NetCfgReleaseLock(db);
     }
-    while (db != nullptr) {
-        HBLNetworkConfigurationDB *const retired = db->retired;
-        FreeCache(db);
-        db = retired;
-    }
-    *slot = nullptr;
+    Clear(slot);
+    FreeCache(db);
     return true;
 }

@@ -61,14 +61,14 @@ bool BlockIsIntact(uint32_t vnet, FILE *stream, long start, long end) {
                "existing file");
         return false;
     }
-    const char *stored = HBLGetVnetCfg(vnet, VNET_FIELD_DHCP_CFG_HASH);
-    if (stored == nullptr) {
+    const auto stored = HBLGetVnetCfg(vnet, VNET_FIELD_DHCP_CFG_HASH);
+    if (!stored.has_value()) {
         HBLLog(LOG_ERR, GENERATOR,
                "DHCP config hash not found in vnet config, creating a new config file and backing up "
                "existing file");
         return false;
     }
-    if (strncasecmp(stored, hash.get(), COMPARED_HASH_DIGITS) != 0) {
+    if (strncasecmp(stored->c_str(), hash.get(), COMPARED_HASH_DIGITS) != 0) {
         HBLLog(LOG_WRN, GENERATOR,
                "DHCP config modified by user, creating a new config file and backing up existing file");
         return false;

@@ -50,24 +50,23 @@ bool HBLFileKindMatches(HBLFileKind kind, mode_t mode) {
     return false;
 }
 
-const char *HBLConfigDir() {
-    const char *directory = nullptr;
-    return HBLNetCfgGetAnswerString(nullptr, "CONFIGDIR", &directory) ? directory : DEFAULT_CONFIG_DIR;
+std::string HBLConfigDir() {
+    return HBLNetCfgCopyAnswer(nullptr, "CONFIGDIR").value_or(DEFAULT_CONFIG_DIR);
 }
 
 bool HBLGetFileName(uint32_t vnet, uint32_t fileType, char *buffer, size_t bufferLength) {
-    const char *const configDirectory = HBLConfigDir();
+    const std::string configDirectory = HBLConfigDir();
     const HBLFileTypeRow *const row = HBLFindFileType(fileType);
     if (row == nullptr || row->kind == HBLFileKind::Custom) {
         return false;
     }
-    const int length =
-        row->kind == HBLFileKind::Device
-            ? Str_Snprintf(buffer, bufferLength, "/dev/zelan%d", static_cast<int>(vnet))
-            : Str_Snprintf(buffer, bufferLength, row->pathTemplate, configDirectory, static_cast<int>(vnet));
+    const int length = row->kind == HBLFileKind::Device
+                           ? Str_Snprintf(buffer, bufferLength, "/dev/zelan%d", static_cast<int>(vnet))
+                           : Str_Snprintf(buffer, bufferLength, row->pathTemplate, configDirectory.c_str(),
+                                          static_cast<int>(vnet));
     if (length < 0) {
         HBLLog(LOG_ERR, __func__, "Error formatting the file name for file type: %ufrom cD: %s, vnet: %d",
-               fileType, configDirectory, static_cast<int>(vnet));
+               fileType, configDirectory.c_str(), static_cast<int>(vnet));
         return false;
     }
     return true;

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 enum HBLFileType : uint32_t {
     HBL_FILE_VNET_DIR = 0,
@@ -26,8 +27,8 @@ enum HBLFileType : uint32_t {
 constexpr size_t HBL_PATH_SIZE = 256;      // every path buffer
 constexpr uint32_t HBL_CUSTOM_VNET = ~0u;  // the vnet that goes with HBL_FILE_CUSTOM
 
-// CONFIGDIR, the root of the per-network directories. The text belongs to the cache.
-const char *HBLConfigDir();
+// CONFIGDIR, the root of the per-network directories.
+std::string HBLConfigDir();
 bool HBLGetFileName(uint32_t vnet, uint32_t fileType, char *buffer, size_t bufferLength);
 
 // `customPath` goes with HBL_FILE_CUSTOM and is null otherwise. Failures are logged.

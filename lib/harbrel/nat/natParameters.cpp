@@ -160,7 +160,7 @@ bool HBLNATRemoveParam(uint32_t vnet, uint32_t paramId) {
         LogUnrecognized(__func__, paramId);
         return false;
     }
-    if (HBLGetVnetCfg(vnet, row->key) == nullptr) {
+    if (!HBLGetVnetCfg(vnet, row->key).has_value()) {
         return true;
     }
     if (!HBLRemoveVnetCfg(vnet, row->key)) {

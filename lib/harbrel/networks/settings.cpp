@@ -31,23 +31,22 @@ bool RemoveField(uint32_t vnet, const char *field, FunctionLog log, const char *
 
 }  // namespace
 
-const char *HBLGetVnetCfg(uint32_t vnet, const char *field) {
+std::optional<std::string> HBLGetVnetCfg(uint32_t vnet, const char *field) {
     const VnetKey key(vnet, field);
-    const char *value = nullptr;
-    return key && HBLNetCfgGetAnswerString(nullptr, key.Text(), &value) ? value : nullptr;
+    return key ? HBLNetCfgCopyAnswer(nullptr, key.Text()) : std::nullopt;
 }
 
 bool HBLGetVnetCfgCpy(uint32_t vnet, const char *field, char *out, size_t *size) {
-    const char *const value = HBLGetVnetCfg(vnet, field);
-    if (value == nullptr) {
+    const auto value = HBLGetVnetCfg(vnet, field);
+    if (!value.has_value()) {
         HBLLog(LOG_INFO2, __func__, "Unable to find host configuration entry : \"%s\" for Vnet: %d", field,
                static_cast<int>(vnet));
         return false;
     }
-    const size_t needed = strlen(value) + 1;
+    const size_t needed = value->size() + 1;
     const bool fits = needed <= *size;
     if (fits) {
-        memcpy(out, value, needed);
+        memcpy(out, value->c_str(), needed);
     } else {
         HBLLog(LOG_INFO2, __func__, "Insufficient space provided for host configuration entry: \"%s\".",
                field);

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 
 constexpr const char *VNET_FIELD_SUBNET = "HOSTONLY_SUBNET";
 constexpr const char *VNET_FIELD_NETMASK = "HOSTONLY_NETMASK";
@@ -24,7 +26,7 @@ enum HBLOption : uint32_t {
     HBL_OPTION_SUBNET = 5,
 };
 
-const char *HBLGetVnetCfg(uint32_t vnet, const char *field);  // belongs to the cache; null when absent
+std::optional<std::string> HBLGetVnetCfg(uint32_t vnet, const char *field);  // a copy; nothing when absent
 // *size: in the buffer's size, out the length with its terminator (also when it does not fit).
 bool HBLGetVnetCfgCpy(uint32_t vnet, const char *field, char *out, size_t *size);
 bool HBLSetVnetCfg(uint32_t vnet, const char *field, const char *value);

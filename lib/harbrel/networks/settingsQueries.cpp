@@ -101,7 +101,7 @@ bool HBLVnetIsOptionConfigured(uint32_t vnet, uint32_t option) {
         case HBL_OPTION_VIRTUAL_ADAPTER:
             return HBLGetVnetCfgBool(vnet, VNET_FIELD_ADAPTER);
         case HBL_OPTION_SUBNET:
-            return HBLGetVnetCfg(vnet, VNET_FIELD_SUBNET) != nullptr;
+            return HBLGetVnetCfg(vnet, VNET_FIELD_SUBNET).has_value();
         default:
             return false;
     }

@@ -21,17 +21,18 @@ enum PingStatus : int {
 };
 
 struct PingCommand {
-    const char *binDir;
+    std::string binDir;
     uint32_t timeout;
     uint32_t interval;
 };
 
-bool FindBinDir(FunctionLog log, const char **binDir) {
-    if (!HBLNetCfgGetAnswerString(nullptr, "BINDIR", binDir)) {
+bool FindBinDir(FunctionLog log, std::string *binDir) {
+    const auto stored = HBLNetCfgCopyAnswer(nullptr, "BINDIR");
+    if (!stored.has_value()) {
         log(LOG_WRN, "Unable to find BINDIR in host config database.");
-        *binDir = "/usr/bin";
     }
-    if (strlen(*binDir) >= MAX_BINDIR_SIZE) {
+    *binDir = stored.value_or("/usr/bin");
+    if (binDir->size() >= MAX_BINDIR_SIZE) {
         log(LOG_ERR, "Value of BINDIR is bigger than allowed %u chracters", MAX_BINDIR_SIZE);
         return false;
     }
@@ -43,7 +44,7 @@ int RunPing(const PingCommand &ping, const char *options, uint32_t address) {
     char addressText[HBL_IP_STR_SIZE];
     char command[COMMAND_SIZE];
     HBLIPInt2Str(address, addressText);
-    Str_Sprintf(command, sizeof command, "%s/orvane-ping -q %s%s -t %u -i %u", ping.binDir, options,
+    Str_Sprintf(command, sizeof command, "%s/orvane-ping -q %s%s -t %u -i %u", ping.binDir.c_str(), options,
                 addressText, ping.timeout, ping.interval);
     return (Posix_System(command) >> 8) & 0xff;
 }
@@ -58,7 +59,7 @@ bool LogUnusual(FunctionLog log, int status) {
 bool HBLPingAndCheckSubnet(const char *subnet, bool broadcast, uint32_t timeout, uint32_t interval) {
     HBLLog(LOG_INFO2, __func__, "Ping arguments, subnet: %s, broadcast: %s, timeout: %u interval: %u", subnet,
            broadcast ? "true" : "false", timeout, interval);
-    PingCommand ping = {.binDir = nullptr, .timeout = timeout, .interval = interval};
+    PingCommand ping = {.binDir = {}, .timeout = timeout, .interval = interval};
     uint32_t address = 0;
     if (!FindBinDir(__func__, &ping.binDir) || !HBLIPStr2Int(subnet, &address)) {
         return false;

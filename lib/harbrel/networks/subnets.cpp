@@ -1,6 +1,8 @@
 // Choosing an unused subnet, assigning it to a vnet and taking it away.
 #include "lib/harbrel/networks/subnets.h"
 
+#include <mutex>
+
 #include "lib/harbrel/addresses/addresses.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/networks/settings.h"
@@ -14,17 +16,24 @@ constexpr const char *CANDIDATE_MASK = "255.255.255.0";
 constexpr uint32_t PROBE_TIMEOUT_SECONDS = 2;
 constexpr uint32_t PROBE_INTERVAL = 1;  // as orvane-ping counts it
 
+// Several threads may look for a subnet at once; none gets another's candidate.
+bool TakeCandidate(uint32_t *address) {
+    static std::mutex guard;
+    const std::lock_guard hold(guard);
+    SubnetTables &tables = HBLSubnetTables();
+    HBLBuildSubnetCandidates(tables);
+    return HBLTakeSubnetCandidate(tables, address);
+}
+
 }  // namespace
 
 bool HBLSubnetProbe(char *subnet, char *mask) {
     if (subnet == nullptr || mask == nullptr) {
         return false;
     }
-    SubnetTables &tables = HBLSubnetTables();
-    HBLBuildSubnetCandidates(tables);
     uint32_t address = 0;
     int failedPings = 0;
-    while (HBLTakeSubnetCandidate(tables, &address)) {
+    while (TakeCandidate(&address)) {
         char candidate[HBL_IP_STR_SIZE];
         HBLIPInt2Str(address, candidate);
         HBLLog(LOG_INFO, __func__, "Pinging to see if subnet is used");

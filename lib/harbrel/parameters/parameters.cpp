@@ -20,20 +20,20 @@ bool CopyFitting(const char *text, char *buffer, size_t size, size_t *needed) {
 // *found tells whether a value is stored at all.
 bool ReadStored(const ParameterFamily &family, FunctionLog log, uint32_t vnet, const ParameterRow &row,
                 char *buffer, size_t size, bool *found) {
-    const char *value = row.key[0] != '\0' ? HBLGetVnetCfg(vnet, row.key) : nullptr;
-    *found = value != nullptr;
+    const auto value = row.key[0] != '\0' ? HBLGetVnetCfg(vnet, row.key) : std::nullopt;
+    *found = value.has_value();
     if (!*found) {
         log(family.notFoundLevel, "%s %s parameter: %s not found in configuration for vnet: %d",
             family.lookedFor, family.service, row.displayName, vnet);
         return false;
     }
     size_t needed;
-    if (!CopyFitting(value, buffer, size, &needed)) {
+    if (!CopyFitting(value->c_str(), buffer, size, &needed)) {
         family.logNoSpace(log, row, size, needed);
         return false;
     }
-    log(LOG_INFO2, "Value of %s parameter: %s is: %s for vnet: %d", family.service, row.displayName, value,
-        vnet);
+    log(LOG_INFO2, "Value of %s parameter: %s is: %s for vnet: %d", family.service, row.displayName,
+        value->c_str(), vnet);
     return true;
 }
 

@@ -105,7 +105,7 @@ bool ArgumentVector::Complete() const {
 }
 
 bool HBLBuildServiceArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments) {
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s", launch.binDir, launch.program.program));
+    arguments->Append(Str_Asprintf(nullptr, "%s/%s", launch.binDir.c_str(), launch.program.program));
     arguments->Append(Copy("-s"));
     arguments->Append(Str_Asprintf(nullptr, "%d", launch.statusFd));
     if (!launch.program.arguments(log, launch, arguments)) {
@@ -148,9 +148,9 @@ bool HBLNetifupArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentV
 bool HBLDHCPArguments(FunctionLog, const ServiceLaunch &launch, ArgumentVector *arguments) {
     const char *name = launch.vnetName.text;
     arguments->Append(Copy("-cf"));
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s/dhcpd/dhcpd.conf", launch.configDir, name));
+    arguments->Append(Str_Asprintf(nullptr, "%s/%s/dhcpd/dhcpd.conf", launch.configDir.c_str(), name));
     arguments->Append(Copy("-lf"));
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s/dhcpd/dhcpd.leases", launch.configDir, name));
+    arguments->Append(Str_Asprintf(nullptr, "%s/%s/dhcpd/dhcpd.leases", launch.configDir.c_str(), name));
     arguments->Append(Copy("-pf"));
     arguments->Append(PidFilename(launch));
     arguments->Append(Copy(name));
@@ -160,10 +160,11 @@ bool HBLDHCPArguments(FunctionLog, const ServiceLaunch &launch, ArgumentVector *
 bool HBLNATArguments(FunctionLog, const ServiceLaunch &launch, ArgumentVector *arguments) {
     AppendPidFile(launch, arguments);
     arguments->Append(Copy("-m"));
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s-%d.mac", launch.runDir, launch.program.program,
+    arguments->Append(Str_Asprintf(nullptr, "%s/%s-%d.mac", launch.runDir.c_str(), launch.program.program,
                                    static_cast<int>(launch.vnet)));
     arguments->Append(Copy("-c"));
-    arguments->Append(Str_Asprintf(nullptr, "%s/%s/nat/nat.conf", launch.configDir, launch.vnetName.text));
+    arguments->Append(
+        Str_Asprintf(nullptr, "%s/%s/nat/nat.conf", launch.configDir.c_str(), launch.vnetName.text));
     return true;
 }
 

@@ -39,9 +39,9 @@ struct ServiceLaunch {
     const ServiceProgram &program;
     uint32_t vnet;
     HBLVnetName vnetName;
-    const char *binDir;
-    const char *runDir;
-    const char *configDir;
+    std::string binDir;
+    std::string runDir;
+    std::string configDir;
     int statusFd;  // the write end of the status pipe, in the daemon's own table
 };
 

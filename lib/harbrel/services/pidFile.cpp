@@ -6,6 +6,7 @@
 #include "lib/harbrel/addresses/addresses.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/services.h"
+#include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/services/daemons.h"
 #include "lib/harbrel/services/programs.h"
 #include "lib/misc/owners.h"
@@ -17,17 +18,17 @@ namespace {
 
 constexpr size_t PID_LINE_LIMIT = 256;
 
-const char *ProgramName(FunctionLog log, const ServiceProgram &program) {
-    const char *name = HBLAnswerOr(program.answerKey, nullptr);
-    if (name == nullptr) {
+std::string ProgramName(FunctionLog log, const ServiceProgram &program) {
+    const auto name = HBLNetCfgCopyAnswer(nullptr, program.answerKey);
+    if (!name.has_value()) {
         log(LOG_INFO2, "Cannot find %s value in Vnet Config", program.answerKey);
-        return program.program;
     }
-    return name;
+    return name.value_or(program.program);
 }
 
 char *FormatPidPath(PidFileForm form, const char *program, uint32_t vnet) {
-    const char *runDir = HBLRunDir();
+    const std::string runDirText = HBLRunDir();
+    const char *const runDir = runDirText.c_str();
     switch (form) {
         case PidFileForm::WithNumber:
             return Str_Asprintf(nullptr, "%s/%s-%d.pid", runDir, program, static_cast<int>(vnet));
@@ -47,7 +48,7 @@ bool HBLGetPidFilename(uint32_t vnet, uint32_t service, char **path, const char 
         HBLLog(LOG_ERR, __func__, "Invalid service name: %d", static_cast<int>(service));
         return false;
     }
-    char *formatted = FormatPidPath(program->pidFile, ProgramName(__func__, *program), vnet);
+    char *formatted = FormatPidPath(program->pidFile, ProgramName(__func__, *program).c_str(), vnet);
     if (formatted == nullptr) {
         HBLLog(LOG_ERR, __func__, "Memory allocation error, n: %u, p: %p", service,
                static_cast<void *>(formatted));

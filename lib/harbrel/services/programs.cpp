@@ -25,11 +25,10 @@ const ServiceProgram *HBLFindServiceProgram(uint32_t service) {
     return nullptr;
 }
 
-const char *HBLAnswerOr(const char *key, const char *fallback) {
-    const char *value = nullptr;
-    return HBLNetCfgGetAnswerString(nullptr, key, &value) ? value : fallback;
+std::string HBLAnswerOr(const char *key, const char *fallback) {
+    return HBLNetCfgCopyAnswer(nullptr, key).value_or(fallback);
 }
 
-const char *HBLRunDir() {
+std::string HBLRunDir() {
     return HBLAnswerOr("RUNDIR", "/var/run");
 }

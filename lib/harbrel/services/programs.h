@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "lib/harbrel/base/hblLog.h"
 
@@ -25,6 +26,6 @@ struct ServiceProgram {
 
 const ServiceProgram *HBLFindServiceProgram(uint32_t service);  // null for any other id
 
-// The answer's value, or the fallback. The text belongs to the cache.
-const char *HBLAnswerOr(const char *key, const char *fallback);
-const char *HBLRunDir();  // RUNDIR
+// The answer's value, or the fallback.
+std::string HBLAnswerOr(const char *key, const char *fallback);
+std::string HBLRunDir();  // RUNDIR

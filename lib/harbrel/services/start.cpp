@@ -9,6 +9,7 @@
 #include "lib/err/errText.h"
 #include "lib/harbrel/base/functionTrace.h"
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/files/files.h"
 #include "lib/harbrel/services/arguments.h"
 #include "lib/harbrel/services/daemonProcess.h"
@@ -47,13 +48,12 @@ bool OpenStatusPipe(FunctionLog log, StatusPipe *statusPipe) {
     return false;
 }
 
-const char *FindBinDir(FunctionLog log) {
-    const char *binDir = HBLAnswerOr("BINDIR", nullptr);
-    if (binDir == nullptr) {
+std::string FindBinDir(FunctionLog log) {
+    const auto binDir = HBLNetCfgCopyAnswer(nullptr, "BINDIR");
+    if (!binDir.has_value()) {
         log(LOG_INFO2, "Cannot find BINDIR value in Vnet Config");
-        return "/usr/bin";
     }
-    return binDir;
+    return binDir.value_or("/usr/bin");
 }
 
 bool BuildArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVector *arguments) {
@@ -137,7 +137,7 @@ bool Launch(FunctionLog log, const ArgumentVector &arguments, StatusPipe *status
 bool HBLServiceStart(uint32_t vnet, uint32_t service) {
     const FunctionTrace trace(__func__);
     const FunctionLog log(__func__);
-    const char *binDir = FindBinDir(log);
+    const std::string binDir = FindBinDir(log);
     StatusPipe statusPipe;
     if (!OpenStatusPipe(log, &statusPipe)) {
         return false;

@@ -40,7 +40,7 @@ TEST(AddressSettings, SetterStoresAndWithNullRemovesUnderTheLock) {
     for (const AddressKind &kind : KINDS) {
         EXPECT_TRUE(kind.set("ZELAN8", "255.255.0.0"));
         EXPECT_EQ(kind.SetLine("Successfully set" + kind.settingWords + " for vnet: ZELAN8"), log.Take());
-        EXPECT_STREQ("255.255.0.0", HBLGetVnetCfg(8, kind.field));
+        EXPECT_EQ("255.255.0.0", HBLGetVnetCfg(8, kind.field));
         char out[16] = "before";
         uint32_t len = 15;
         EXPECT_FALSE(kind.get("zelan8", out, &len));
@@ -52,7 +52,7 @@ TEST(AddressSettings, SetterStoresAndWithNullRemovesUnderTheLock) {
         log.Take();
         EXPECT_TRUE(kind.set("ZELAN8", nullptr));
         EXPECT_EQ(kind.SetLine("Successfully removed" + kind.settingWords + " for vnet: ZELAN8"), log.Take());
-        EXPECT_EQ(nullptr, HBLGetVnetCfg(8, kind.field));
+        EXPECT_EQ(std::nullopt, HBLGetVnetCfg(8, kind.field));
         ASSERT_TRUE(HBLNetCfgLockConfig(nullptr));
         EXPECT_FALSE(kind.set("zelan8", "255.255.0.0"));
         EXPECT_EQ(kind.SetLine("Failed to obtain lock on vnet config"), log.Take());

@@ -91,10 +91,7 @@ class DhcpConfig : public testing::Test {
             R"((\n# Written at: )(0[1-9]|1[0-2])/(0[1-9]|[12]\d|3[01])/\d{4} ([01]\d|2[0-3])(:[0-5]\d){2}\n)");
         return std::regex_replace(text, DATED, "$1DATE\n");
     }
-    static std::string Hash() {
-        const char *hash = HBLGetVnetCfg(8, VNET_FIELD_DHCP_CFG_HASH);
-        return hash != nullptr ? hash : "";
-    }
+    static std::string Hash() { return HBLGetVnetCfg(8, VNET_FIELD_DHCP_CFG_HASH).value_or(""); }
 
     FakePrograms cache_;
 };

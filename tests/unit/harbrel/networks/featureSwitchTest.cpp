@@ -78,7 +78,7 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
         }
         EXPECT_EQ(row.lines, lines);
         EXPECT_EQ(row.hasSubnetAfter, HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
-        EXPECT_EQ(row.hasSubnetAfter && !row.hasSubnet, HBLGetVnetCfg(8, VNET_FIELD_NETMASK) != nullptr);
+        EXPECT_EQ(row.hasSubnetAfter && !row.hasSubnet, HBLGetVnetCfg(8, VNET_FIELD_NETMASK).has_value());
         EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)) << "the lock was not given back";
     }
 }

@@ -14,7 +14,7 @@ TEST(VnetSettings, WritingTheValueThatABooleanReadsAsStoresNothing) {
     EXPECT_FALSE(HBLVnetUsesNAT(9));
     EXPECT_TRUE(HBLSetVnetCfgBool(8, VNET_FIELD_NAT, true));
     EXPECT_TRUE(HBLSetVnetCfgBool(8, VNET_FIELD_DHCP, false));
-    EXPECT_EQ(nullptr, HBLGetVnetCfg(8, VNET_FIELD_DHCP));
+    EXPECT_EQ(std::nullopt, HBLGetVnetCfg(8, VNET_FIELD_DHCP));
     EXPECT_EQ(before, ReadFileText(cache.Database()));
     EXPECT_TRUE(HBLSetVnetCfgBool(8, VNET_FIELD_DHCP, true));
     EXPECT_TRUE(HBLVnetUsesDHCP(8));

@@ -110,15 +110,15 @@ TEST_F(Subnets, AssignmentOverwritesOnlyWhenAskedAndRemovalFreesTheCandidate) {
     PingsExitWith(UNREACHABLE, 0);
     cache_.Answer("VNET_8_HOSTONLY_SUBNET", "10.1.2.0");
     EXPECT_TRUE(HBL_AssignSubnetAddressToVnet("zelan8", false));
-    EXPECT_STREQ("10.1.2.0", HBLGetVnetCfg(8, VNET_FIELD_SUBNET));
+    EXPECT_EQ("10.1.2.0", HBLGetVnetCfg(8, VNET_FIELD_SUBNET));
     EXPECT_TRUE(HBL_AssignSubnetAddressToVnet("zelan8", true));
     EXPECT_EQ(Candidate(0), HBLGetVnetCfg(8, VNET_FIELD_SUBNET));
-    EXPECT_STREQ("255.255.255.0", HBLGetVnetCfg(8, VNET_FIELD_NETMASK));
+    EXPECT_EQ("255.255.255.0", HBLGetVnetCfg(8, VNET_FIELD_NETMASK));
     EXPECT_EQ(1, HBLSubnetTables().candidates[0].probed);
     EXPECT_TRUE(HBLRemoveVnetSubnet(8));
     EXPECT_EQ(0, HBLSubnetTables().candidates[0].probed);
-    EXPECT_EQ(nullptr, HBLGetVnetCfg(8, VNET_FIELD_SUBNET));
-    EXPECT_EQ(nullptr, HBLGetVnetCfg(8, VNET_FIELD_NETMASK));
+    EXPECT_EQ(std::nullopt, HBLGetVnetCfg(8, VNET_FIELD_SUBNET));
+    EXPECT_EQ(std::nullopt, HBLGetVnetCfg(8, VNET_FIELD_NETMASK));
     EXPECT_TRUE(HBLRemoveVnetSubnet(8));
 }
 

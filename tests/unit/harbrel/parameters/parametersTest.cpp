@@ -50,7 +50,7 @@ void StoreAll(const Service &service) {
 std::string StoredKeys(const Service &service) {
     std::string keys;
     for (const ParameterRow &row : service.rows) {
-        if (row.key[0] != '\0' && HBLGetVnetCfg(8, row.key) != nullptr) {
+        if (row.key[0] != '\0' && HBLGetVnetCfg(8, row.key).has_value()) {
             keys.append(row.key).append(" ");
         }
     }
@@ -128,8 +128,9 @@ TEST(ParameterSet, StoresWhatItsFormAllowsAsItIs) {
         EXPECT_EQ(row.accepted, row.service.set(8, row.id, row.value.c_str()));
         EXPECT_EQ(row.accepted, log.Take().empty());
         const auto parameter = std::ranges::find(row.service.rows, row.id, &ParameterRow::id);
-        const char *stored = parameter != row.service.rows.end() ? HBLGetVnetCfg(8, parameter->key) : nullptr;
-        EXPECT_EQ(row.accepted ? row.value : "-", stored != nullptr ? stored : "-");
+        const auto stored =
+            parameter != row.service.rows.end() ? HBLGetVnetCfg(8, parameter->key) : std::nullopt;
+        EXPECT_EQ(row.accepted ? row.value : "-", stored.value_or("-"));
     }
 }
 
@@ -143,7 +144,7 @@ TEST(ParameterRemove, CleanUpLeavesTheRoutersWhileNatIsOff) {
         EXPECT_TRUE(HBLSetVnetCfgBool(8, VNET_FIELD_NAT, nat));
         EXPECT_TRUE(HBLDHCPRemoveDHCPConfig(8));
         EXPECT_EQ(nat ? "" : "DHCP_PARAM_ROUTERS ", StoredKeys(D));
-        EXPECT_EQ(nullptr, HBLGetVnetCfg(8, VNET_FIELD_DHCP_CFG_HASH));
+        EXPECT_EQ(std::nullopt, HBLGetVnetCfg(8, VNET_FIELD_DHCP_CFG_HASH));
         EXPECT_TRUE(HBLNATRemoveConfig(8));
         EXPECT_EQ("", StoredKeys(N));
         char ip[16];
