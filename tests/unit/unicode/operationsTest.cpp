@@ -3,6 +3,17 @@
 #include "lib/misc/owners.h"
 #include "lib/unicode/unicode.h"
 
+TEST(UnicodeOperations, MakeTextsOfOthers) {
+    const MallocString copy(Unicode_Duplicate("caf\xC3\xA9"));
+    EXPECT_STREQ(copy.get(), "caf\xC3\xA9");
+    EXPECT_EQ(Unicode_Duplicate(nullptr), nullptr);
+    const MallocString joined(Unicode_Join(copy.get(), "", "-", copy.get(), nullptr));
+    EXPECT_STREQ(joined.get(), "caf\xC3\xA9-caf\xC3\xA9");
+    EXPECT_EQ(Unicode_Join(nullptr, "x", nullptr), nullptr);
+    const MallocString formatted(Unicode_Format("%s %d", "x", 7));
+    EXPECT_STREQ(formatted.get(), "x 7");
+}
+
 TEST(UnicodeOperations, PinRangesToTheText) {
     const std::pair<std::pair<ptrdiff_t, ptrdiff_t>, std::pair<const char *, const char *>> cases[] = {
         {{0, -1}, {"abcde", "XY"}}, {{0, 2}, {"ab", "XYcde"}},   {{3, 99}, {"de", "abcXY"}},

@@ -1,0 +1,29 @@
+// What tells this machine's members of a file lock from those of others.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+
+#include "lib/file/fileLockInternal.h"
+#include "lib/misc/digest.h"
+#include "lib/misc/hostinfo.h"
+#include "tests/support/command.h"
+
+TEST(MachineId, HoldsTheHostNamesHashAndTheFirstEthernetAddressInOrder) {
+    ASSERT_TRUE(
+        RunShell("ip link del eth0; ip link add eth2 address 02:66:77:88:99:aa type veth peer name peer2;"
+                 "ip link add eth1 address 02:ff:fe:33:44:55 type veth peer name peer1")
+            .Succeeded());
+    char name[HOST_NAME_MAX + 1];
+    ASSERT_EQ(gethostname(name, sizeof name), 0);
+    const uint32_t hash = Hostinfo_HashHostName(name);
+    std::string text = FileLockGetMachineID();
+    EXPECT_EQ(text.find('/'), std::string::npos);
+    std::replace(text.begin(), text.end(), '-', '/');
+    std::vector<uint8_t> raw;
+    ASSERT_TRUE(Base64_Decode(text, &raw));
+    const uint8_t low = hash & 0xFF, second = hash >> 8 & 0xFF, third = hash >> 16 & 0xFF, high = hash >> 24;
+    EXPECT_EQ(raw,
+              std::vector<uint8_t>({low, second, third, high, 0x02, 0xff, 0xfe, 0x33, 0x44, 0x55, 0, 0}));
+}
