@@ -3,8 +3,8 @@
 // false.
 #pragma once
 
+#include "lib/misc/dictionaryType.h"
 #include "lib/unicode/unicode.h"
-#include "lib/user/preference.h"
 
 struct Dictionary;  // opaque
 

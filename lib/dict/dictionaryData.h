@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
+#include "lib/misc/dictionaryType.h"
 #include "lib/unicode/unicode.h"
-#include "lib/user/preference.h"
 
 struct HashTable;
 struct DictionaryLine;

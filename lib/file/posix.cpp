@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "lib/fatal/memory.h"
@@ -89,10 +90,10 @@ EnvironmentValue *CachedValue(const char *name) {
     if (HashTable_Lookup(table, name, &found)) {
         return static_cast<EnvironmentValue *>(found);
     }
-    EnvironmentValue *fresh = new EnvironmentValue;
-    EnvironmentValue *kept = static_cast<EnvironmentValue *>(HashTable_LookupOrInsert(table, name, fresh));
-    if (kept != fresh) {
-        delete fresh;
+    auto fresh = std::make_unique<EnvironmentValue>();
+    auto *kept = static_cast<EnvironmentValue *>(HashTable_LookupOrInsert(table, name, fresh.get()));
+    if (kept == fresh.get()) {
+        fresh.release();  // the table keeps it to the end of the process
     }
     return kept;
 }

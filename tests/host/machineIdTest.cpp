@@ -1,8 +1,9 @@
 // What tells this machine's members of a file lock from those of others.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 
 #include "lib/file/fileLockInternal.h"
@@ -23,7 +24,9 @@ TEST(MachineId, HoldsTheHostNamesHashAndTheFirstEthernetAddressInOrder) {
     std::replace(text.begin(), text.end(), '-', '/');
     std::vector<uint8_t> raw;
     ASSERT_TRUE(Base64_Decode(text, &raw));
-    const uint8_t low = hash & 0xFF, second = hash >> 8 & 0xFF, third = hash >> 16 & 0xFF, high = hash >> 24;
-    EXPECT_EQ(raw,
-              std::vector<uint8_t>({low, second, third, high, 0x02, 0xff, 0xfe, 0x33, 0x44, 0x55, 0, 0}));
+    std::array<uint8_t, 12> expected = {0, 0, 0, 0, 0x02, 0xff, 0xfe, 0x33, 0x44, 0x55, 0, 0};
+    for (size_t i = 0; i < sizeof hash; i++) {
+        expected[i] = static_cast<uint8_t>(hash >> (8 * i));
+    }
+    EXPECT_THAT(raw, testing::ElementsAreArray(expected));
 }

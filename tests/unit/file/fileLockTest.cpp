@@ -133,9 +133,12 @@ TEST_F(FileLock, SharedLocksGoTogetherAndExclusiveOnesAlone) {
     Unlock(second);
     FileLockToken *exclusive = Lock(false, 0);
     ASSERT_NE(exclusive, nullptr);
+    GeneralLog log;
     EXPECT_EQ(Lock(true, 0), nullptr);
     EXPECT_EQ(Lock(false, 150), nullptr);
-    EXPECT_EQ(Names().size(), 1u);
+    ASSERT_EQ(Names().size(), 1u);
+    EXPECT_EQ(log.Take(), "FILE: WaitForPossession timeout on '" + lockDir_ + "/" + Names()[0] +
+                              "' due to a local process (" + std::to_string(getpid()) + ")\n");
     Unlock(exclusive);
 }
 
@@ -160,14 +163,26 @@ TEST_F(FileLock, SpellingsOfOnePathMeet) {
 }
 
 TEST_F(FileLock, FailuresOfThePathAreReported) {
-    const std::pair<std::string, int> cases[] = {
-        {"", EINVAL}, {"missing/x", EINVAL}, {folder_ / "missing/x", ENOENT}, {"/dev/null/x", ENOTDIR}};
+    const std::string create = "FILE: CreateEntryDirectory ";
+    const std::string missing = folder_ / "missing/x";
+    const std::tuple<std::string, int, std::string> cases[] = {
+        {"", EINVAL, ""},
+        {"missing/x", EINVAL, ""},
+        {missing, ENOENT, create + "creation failure on '" + missing + ".lck': No such file or directory\n"},
+        {"/dev/null/x", ENOTDIR, create + "stat failure on '/dev/null/x.lck': Not a directory\n"},
+        {"/proc/self/x", ENOENT,
+         create + "creation failure on '/proc/" + std::to_string(getpid()) +
+             "/x.lck': No such file or directory\n"},
+    };
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    for (const auto &[path, expectedError] : cases) {
+    for (const auto &[path, expectedError, message] : cases) {
         int error = -1;
         EXPECT_EQ(FileLock_Lock(path.c_str(), false, 0, &error), nullptr) << path;
         EXPECT_EQ(error, expectedError) << path;
+        GeneralLog log;
+        FileLock_Lock(path.c_str(), false, 0, &error);
+        EXPECT_EQ(log.Take(), message);
     }
     FileLockToken *token = Lock(false, 0);
     fs::remove_all(lockDir_);
@@ -256,8 +271,10 @@ TEST_F(FileLock, TicketsThenNamesDecideWhoIsAhead) {
 }
 
 TEST_F(FileLock, ObjectsInPlaceOfTheLockDirectory) {
+    GeneralLog log;
     WriteFileText(lockDir_, "old style");
     EXPECT_EQ(Lock(false, FILE_LOCK_INFINITE_WAIT), nullptr);
+    EXPECT_EQ(log.Take(), "FILE: CreateEntryDirectory: '" + lockDir_ + "' exists; an old style lock file?\n");
     EXPECT_EQ(ReadFileText(lockDir_), "old style");
     fs::remove(lockDir_);
 
@@ -371,12 +388,16 @@ TEST_F(FileLock, DirectoryThatCannotBeReadIsADomainError) {
 TEST_F(FileLock, ReadOnlyPlaceGrantsSharedLocksWithNothingOnDisk) {
     fs::permissions(folder_.Path(), static_cast<fs::perms>(0555));
     EXPECT_TRUE(EndsWell(StartChild([this] {
+        GeneralLog log;
         if (!BecomeOtherUser()) {
             return false;
         }
         FileLockToken *first = Lock(true, 0);
         FileLockToken *second = Lock(true, 0);
-        return first != nullptr && second != nullptr && !fs::exists(lockDir_) &&
+        const std::string said = "FILE: CreateEntryDirectory creation failure on '" + lockDir_ +
+                                 "': Permission denied\n" +
+                                 "FILE: FileLockIntrinsic implicit S lock succeeded on '" + path_ + "'.\n";
+        return log.Take() == said + said && first != nullptr && second != nullptr && !fs::exists(lockDir_) &&
                FileLock_Unlock(path_.c_str(), first) == 0 && FileLock_Unlock(path_.c_str(), second) == 0 &&
                Lock(false, 0, EACCES) == nullptr && !HasFailure();
     })));
