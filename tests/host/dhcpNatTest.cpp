@@ -208,8 +208,13 @@ TEST_F(DhcpNat, FullDiskInARewriteOfDhcpdConfLeavesTheOldOneWhole) {
         EXPECT_THAT(log, EndsWith("Writing DHCP configuration file failed for vnet: zelan8\n"));
         EXPECT_EQ(before, ReadFileText(row.touched ? DHCP_CONF + ".bak" : DHCP_CONF));
         ExpectLockIsFree();
+        // What is left of the file is not taken for what the user wrote.
+        const std::string left = ReadFileText(DHCP_CONF);
         Must(std::string("mount -o remount,size=1m ") + VNET_DIR);
         EXPECT_TRUE(UpdateDhcp());
+        EXPECT_EQ(row.touched,
+                  TakeLog().find("Could not locate zelan DHCP config block") != std::string::npos);
+        EXPECT_EQ(left, ReadFileText(DHCP_CONF + ".bak"));
         umount(VNET_DIR);
         EXPECT_TRUE(HBL_SetVnetUseDHCP("zelan8", true, true));
     }

@@ -1,17 +1,18 @@
 #include "lib/harbrel/dhcp/dhcpConfigBlock.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <utility>
 
-#include "lib/err/errText.h"
 #include "lib/harbrel/addresses/addresses.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/dhcp/dhcpConfigText.h"
 #include "lib/harbrel/dhcp/dhcpParameters.h"
 #include "lib/harbrel/networks/settings.h"
+#include "lib/harbrel/parameters/generatedFile.h"
 #include "lib/misc/digest.h"
 #include "lib/misc/owners.h"
 
@@ -42,11 +43,6 @@ bool ReadParameter(FunctionLog log, uint32_t vnet, uint32_t id, const char *name
         return false;
     }
     return true;
-}
-
-bool LogWriteFailure(FunctionLog log, const char *what) {
-    log(LOG_ERR, "%s, error: %s", what, Err_LastErrnoText());
-    return false;
 }
 
 bool ReadSubnetValues(FunctionLog log, uint32_t vnet, SubnetValues *values) {
@@ -92,7 +88,7 @@ bool WriteStart(FunctionLog log, FILE *stream, long *start) {
     *start = ftell(stream);
     if (*start < 0 || fputs(DHCP_BLOCK_START, stream) < 0 || fputs(DHCP_BLOCK_INSTRUCTIONS, stream) < 0 ||
         fprintf(stream, DHCP_DATE_LINE, date) < 0) {
-        return LogWriteFailure(log, "fseek/fprintf: failed");
+        return HBLLogFileFailure(log, "fseek/fprintf: failed");
     }
     return true;
 }
@@ -107,7 +103,7 @@ bool WriteGlobals(FunctionLog log, FILE *stream, uint32_t vnet) {
         return false;
     }
     if (fprintf(stream, DHCP_GLOBAL_LINES, defaultLease, maxLease) < 0) {
-        return LogWriteFailure(log, "fprintf: failed while writing DHCP Global Parameters");
+        return HBLLogFileFailure(log, "fprintf: failed while writing DHCP Global Parameters");
     }
     log(LOG_INFO2, "Finished writing global values, writing subnet values now");
     return true;
@@ -120,7 +116,7 @@ bool WriteSubnet(FunctionLog log, FILE *stream, uint32_t vnet, SubnetValues *val
     if (fprintf(stream, DHCP_SUBNET_LINES, values->subnet, values->mask, values->leaseBegin, values->leaseEnd,
                 values->broadcast, values->dns, values->domainName, values->defaultLease,
                 values->maxLease) < 0) {
-        return LogWriteFailure(log, "fprintf: failed while writing DHCP Subnet Config");
+        return HBLLogFileFailure(log, "fprintf: failed while writing DHCP Subnet Config");
     }
     values->hasRouters = HBLVnetUsesNAT(vnet);
     if (values->hasRouters) {
@@ -129,11 +125,11 @@ bool WriteSubnet(FunctionLog log, FILE *stream, uint32_t vnet, SubnetValues *val
             return false;
         }
         if (fprintf(stream, DHCP_ROUTERS_LINE, values->routers) < 0) {
-            return LogWriteFailure(log, "fprintf: failed while writing DHCP Subnet Config Option");
+            return HBLLogFileFailure(log, "fprintf: failed while writing DHCP Subnet Config Option");
         }
     }
     if (fputs(DHCP_CLOSING_LINE, stream) < 0) {
-        return LogWriteFailure(log, "fprintf: failed while writing end Param");
+        return HBLLogFileFailure(log, "fprintf: failed while writing end Param");
     }
     log(LOG_INFO2, "Finished writing DHCP subnet values");
     return true;
@@ -145,13 +141,13 @@ bool WriteHosts(FunctionLog log, FILE *stream, uint32_t vnet, const SubnetValues
     char ip[HBL_IP_STR_SIZE];
     while (HBLNetCfgEnumDHCPMACToIP(nullptr, vnet, &offset, mac, sizeof mac, ip, sizeof ip)) {
         if (fprintf(stream, DHCP_HOST_LINES, ip, mac, ip, values.dns, values.domainName) < 0) {
-            return LogWriteFailure(log, "fprintf: failed while writing DHCP MAC/IP mapping");
+            return HBLLogFileFailure(log, "fprintf: failed while writing DHCP MAC/IP mapping");
         }
         if (values.hasRouters && fprintf(stream, DHCP_ROUTERS_LINE, values.routers) < 0) {
-            return LogWriteFailure(log, "fprintf: failed while writing DHCP MAC/IP mapping option");
+            return HBLLogFileFailure(log, "fprintf: failed while writing DHCP MAC/IP mapping option");
         }
         if (fputs(DHCP_CLOSING_LINE, stream) < 0) {
-            return LogWriteFailure(log, "fprintf: failed while writing DHCP MAC/IP mapping");
+            return HBLLogFileFailure(log, "fprintf: failed while writing DHCP MAC/IP mapping");
         }
     }
     return true;
@@ -161,7 +157,7 @@ bool WriteEnd(FunctionLog log, FILE *stream) {
     const int length = static_cast<int>(sizeof DHCP_BLOCK_END - 1);
     // What is buffered is flushed here, where a full disk can still be told by its own words.
     if (fprintf(stream, "%s", DHCP_BLOCK_END) != length || fflush(stream) != 0) {
-        return LogWriteFailure(log, "fprintf: failed while writing DHCP readonly end marker");
+        return HBLLogFileFailure(log, "fprintf: failed while writing DHCP readonly end marker");
     }
     return true;
 }
@@ -199,7 +195,8 @@ char *HashStretch(FunctionLog log, FILE *stream, long posStart, long posEnd) {
         return nullptr;
     }
     if (fread(bytes.get(), size, 1, stream) != 1) {
-        log(LOG_ERR, "fread: failed while reading, error: %s", Err_LastErrnoText());
+        errno = ferror(stream) != 0 ? errno : ENODATA;  // the end of the file leaves no reason
+        HBLLogFileFailure(log, "fread: failed while reading");
         return nullptr;
     }
     uint8_t digest[SHA1_DIGEST_BYTES];

@@ -1,7 +1,11 @@
 #include "lib/harbrel/dhcp/dhcpConfigFile.h"
 
+#include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <utility>
 
 #include "lib/err/errText.h"
 #include "lib/file/posix.h"
@@ -10,31 +14,22 @@
 #include "lib/harbrel/dhcp/dhcpConfigText.h"
 #include "lib/harbrel/files/files.h"
 #include "lib/harbrel/networks/settings.h"
+#include "lib/harbrel/parameters/generatedFile.h"
 #include "lib/misc/owners.h"
 
 namespace {
 
-constexpr const char *GENERATOR = "HBLDHCPWriteDHCPCfg";
 constexpr size_t COPY_PIECE = 256;
 constexpr size_t COMPARED_HASH_DIGITS = 8;
 
 // What of the existing file goes into the new one.
 struct KeptText {
-    bool isNewFile = false;
     long headEnd = 0;    // the head is the bytes before it; 0: none
     long tailStart = 0;  // the tail is the bytes from it on; 0: none
 };
 
-bool GetPath(uint32_t vnet, uint32_t fileType, const char *failure, char (&path)[HBL_PATH_SIZE]) {
-    if (!HBLGetFileName(vnet, fileType, path, sizeof path)) {
-        HBLLog(LOG_ERR, GENERATOR, "%s", failure);
-        return false;
-    }
-    return true;
-}
-
-bool CreateNewFile(uint32_t vnet, const char *confPath) {
-    HBLLog(LOG_INFO, GENERATOR, "DHCP Config %s does not exist yet, Creating new", confPath);
+bool CreateNewFile(FunctionLog log, uint32_t vnet, const char *confPath) {
+    log(LOG_INFO, "DHCP Config %s does not exist yet, Creating new", confPath);
     const struct {
         uint32_t fileType;
         const char *failure;
@@ -45,7 +40,7 @@ bool CreateNewFile(uint32_t vnet, const char *confPath) {
     };
     for (const auto &step : steps) {
         if (!HBLCreateFile(vnet, step.fileType, nullptr)) {
-            HBLLog(LOG_ERR, GENERATOR, "%s", step.failure);
+            log(LOG_ERR, "%s", step.failure);
             return false;
         }
     }
@@ -53,27 +48,26 @@ bool CreateNewFile(uint32_t vnet, const char *confPath) {
 }
 
 // Whether the block is as the library left it.
-bool BlockIsIntact(uint32_t vnet, FILE *stream, long start, long end) {
+bool BlockIsIntact(FunctionLog log, uint32_t vnet, FILE *stream, long start, long end) {
     const MallocString hash(HBLCalculateHashStrForBlock(stream, start, end));
     if (hash == nullptr) {
-        HBLLog(LOG_ERR, GENERATOR,
-               "Hash for DHCP config could not be calculated, creating a new config file and backing up "
-               "existing file");
+        log(LOG_ERR,
+            "Hash for DHCP config could not be calculated, creating a new config file and backing up "
+            "existing file");
         return false;
     }
     const auto stored = HBLGetVnetCfg(vnet, VNET_FIELD_DHCP_CFG_HASH);
     if (!stored.has_value()) {
-        HBLLog(LOG_ERR, GENERATOR,
-               "DHCP config hash not found in vnet config, creating a new config file and backing up "
-               "existing file");
+        log(LOG_ERR,
+            "DHCP config hash not found in vnet config, creating a new config file and backing up "
+            "existing file");
         return false;
     }
     if (strncasecmp(stored->c_str(), hash.get(), COMPARED_HASH_DIGITS) != 0) {
-        HBLLog(LOG_WRN, GENERATOR,
-               "DHCP config modified by user, creating a new config file and backing up existing file");
+        log(LOG_WRN, "DHCP config modified by user, creating a new config file and backing up existing file");
         return false;
     }
-    HBLLog(LOG_INFO, GENERATOR, "DHCP config block is not modified");
+    log(LOG_INFO, "DHCP config block is not modified");
     return true;
 }
 
@@ -82,115 +76,132 @@ long StreamLength(FILE *stream) {
     return fstat(fileno(stream), &status) == 0 ? static_cast<long>(status.st_size) : 0;
 }
 
-KeptText DecideWhatToKeep(uint32_t vnet, FILE *stream) {
+KeptText DecideWhatToKeep(FunctionLog log, uint32_t vnet, FILE *stream) {
     KeptText kept;
     long start;
     long end;
-    HBLLog(LOG_ERR, GENERATOR, "Trying to locate the zelan dhcp config block");
+    log(LOG_ERR, "Trying to locate the zelan dhcp config block");
     HBLLocateZelanDHCPBlock(stream, &start, &end);
     if (start < 0 || end < 0) {
-        HBLLog(LOG_ERR, GENERATOR,
-               "Could not locate zelan DHCP config block, creating a new config file and backing up existing "
-               "file");
+        log(LOG_ERR,
+            "Could not locate zelan DHCP config block, creating a new config file and backing up existing "
+            "file");
         return kept;
     }
-    HBLLog(LOG_INFO2, GENERATOR, "Located positions: Start: %li, End: %li, Size: %li", start, end,
-           end - start);
-    if (BlockIsIntact(vnet, stream, start, end)) {
+    log(LOG_INFO2, "Located positions: Start: %li, End: %li, Size: %li", start, end, end - start);
+    if (BlockIsIntact(log, vnet, stream, start, end)) {
         kept.headEnd = start;
         kept.tailStart = StreamLength(stream) > end ? end : 0;
     }
     return kept;
 }
 
-bool BackUp(uint32_t vnet, const char *confPath, char (&backupPath)[HBL_PATH_SIZE]) {
-    if (!GetPath(vnet, HBL_FILE_DHCP_CONF_BACKUP, "Cannot get the DHCP config backup file name",
-                 backupPath)) {
+bool BackUp(FunctionLog log, uint32_t vnet, const char *confPath, char (&backupPath)[HBL_PATH_SIZE]) {
+    if (!HBLGeneratedFilePath(log, vnet, HBL_FILE_DHCP_CONF_BACKUP,
+                              "Cannot get the DHCP config backup file name", backupPath)) {
         return false;
     }
-    HBLLog(LOG_WRN, GENERATOR, "Backing up DHCP config into \"%s\" before modification", backupPath);
+    log(LOG_WRN, "Backing up DHCP config into \"%s\" before modification", backupPath);
     if (!HBLCopyFile(confPath, backupPath)) {
-        HBLLog(LOG_ERR, GENERATOR, "Failed to backup DHCP file. Aborting");
+        log(LOG_ERR, "Failed to backup DHCP file. Aborting");
         return false;
     }
     return true;
 }
 
-bool WriteHead(uint32_t vnet, const KeptText &kept, const char *backupPath, FILE *stream) {
+bool WriteHead(FunctionLog log, uint32_t vnet, const KeptText &kept, const char *backupPath, FILE *stream) {
     if (kept.headEnd == 0) {
         if (fprintf(stream, DHCP_FILE_HEADER, vnet) < 0) {
-            HBLLog(LOG_ERR, GENERATOR, "fprintf: failed while writing DHCP File Header, error: %s",
-                   Err_LastErrnoText());
-            return false;
+            return HBLLogFileFailure(log, "fprintf: failed while writing DHCP File Header");
         }
         return true;
     }
-    HBLLog(LOG_INFO2, GENERATOR, "Copying from backup file, pos:%d-%li", 0, kept.headEnd);
+    log(LOG_INFO2, "Copying from backup file, pos:%d-%li", 0, kept.headEnd);
     if (!HBLCopyFileData(0, kept.headEnd, backupPath, stream)) {
-        HBLLog(LOG_ERR, GENERATOR, "Copying data failed");
+        log(LOG_ERR, "Copying data failed");
         return false;
     }
-    HBLLog(LOG_INFO2, GENERATOR, "Copying is done");
+    log(LOG_INFO2, "Copying is done");
     return true;
 }
 
-bool StoreHash(uint32_t vnet, FILE *stream, long start) {
+bool StoreHash(FunctionLog log, uint32_t vnet, FILE *stream, long start) {
     const MallocString hash(HBLCalculateHashStrForBlock(stream, start, ftell(stream)));
     if (hash == nullptr) {
-        HBLLog(LOG_ERR, GENERATOR, "Hash for DHCP config block could not be calculated");
+        log(LOG_ERR, "Hash for DHCP config block could not be calculated");
         return false;
     }
     if (!HBLSetVnetCfg(vnet, VNET_FIELD_DHCP_CFG_HASH, hash.get())) {
-        HBLLog(LOG_ERR, GENERATOR, "Could not set DHCP config hash in vnet config");
+        log(LOG_ERR, "Could not set DHCP config hash in vnet config");
         return false;
     }
-    HBLLog(LOG_INFO, GENERATOR, "Hash of DHCP config block set in vnet config");
+    log(LOG_INFO, "Hash of DHCP config block set in vnet config");
     return true;
 }
 
-bool WriteTail(const KeptText &kept, const char *backupPath, FILE *stream) {
+bool WriteTail(FunctionLog log, const KeptText &kept, const char *backupPath, FILE *stream) {
     if (kept.tailStart == 0) {
         return true;
     }
-    HBLLog(LOG_INFO2, GENERATOR, "Copying from backup file, pos:%li-%d", kept.tailStart, 0);
+    log(LOG_INFO2, "Copying from backup file, pos:%li-%d", kept.tailStart, 0);
     if (!HBLCopyFileData(kept.tailStart, 0, backupPath, stream)) {
-        HBLLog(LOG_ERR, GENERATOR, "Failure in writing DHCP configuration  information into the config file");
+        log(LOG_ERR, "Failure in writing DHCP configuration  information into the config file");
         return false;
     }
-    HBLLog(LOG_INFO2, GENERATOR, "Copying is done");
+    log(LOG_INFO2, "Copying is done");
     return true;
 }
 
-bool CreateLeases(uint32_t vnet) {
+bool CreateLeases(FunctionLog log, uint32_t vnet) {
     if (!HBLCreateFile(vnet, HBL_FILE_DHCP_LEASES, nullptr)) {
-        HBLLog(LOG_ERR, GENERATOR, "Cannot create DHCP leases file");
+        log(LOG_ERR, "Cannot create DHCP leases file");
         return false;
     }
     return true;
 }
 
-bool WriteContents(uint32_t vnet, const KeptText &kept, const char *backupPath, FILE *stream) {
+// *blockEnd is set once the block is whole and its hash is stored.
+bool WriteText(FunctionLog log, uint32_t vnet, const KeptText &kept, const char *backupPath, FILE *stream,
+               long *blockEnd) {
     long start = 0;
-    return WriteHead(vnet, kept, backupPath, stream) && HBLDHCPWriteBlock(GENERATOR, stream, vnet, &start) &&
-           StoreHash(vnet, stream, start) && WriteTail(kept, backupPath, stream) && CreateLeases(vnet);
+    if (!WriteHead(log, vnet, kept, backupPath, stream) || !HBLDHCPWriteBlock(log, stream, vnet, &start) ||
+        !StoreHash(log, vnet, stream, start)) {
+        return false;
+    }
+    *blockEnd = ftell(stream);
+    return WriteTail(log, kept, backupPath, stream);
 }
 
-bool WriteFile(uint32_t vnet, const KeptText &kept, const char *confPath, const char *backupPath) {
+// The text behind the block is not all there. A blank at the end of its end marker keeps the next call from
+// taking the rest for what the user wrote.
+void SpoilEndMarker(const char *confPath, long blockEnd) {
+    constexpr long LINE_END_AND_LAST_CHARACTER = 2;
+    const FileDescriptor file(HBLOpenRegular(confPath, O_WRONLY, 0));
+    if (file) {
+        // Nothing is left to be done where even that byte cannot be written.
+        const ssize_t written = pwrite(file.get(), " ", 1, blockEnd - LINE_END_AND_LAST_CHARACTER);
+        static_cast<void>(written);
+    }
+}
+
+bool WriteFile(FunctionLog log, uint32_t vnet, const KeptText &kept, const char *confPath,
+               const char *backupPath) {
     FileStream stream(HBLFopenRegular(confPath, "w+"));
     if (stream == nullptr) {
-        HBLLog(LOG_ERR, GENERATOR, "Cannot create DHCP Config File, %s, because of  error: %s", confPath,
-               Err_LastErrnoText());
+        log(LOG_ERR, "Cannot create DHCP Config File, %s, because of  error: %s", confPath,
+            Err_LastErrnoText());
         return false;
     }
-    HBLLog(LOG_INFO, GENERATOR, "Writing configuration information into: %s", confPath);
-    const bool written = WriteContents(vnet, kept, backupPath, stream.get());
-    // What is still buffered reaches the disk only here, and a full one shows only here.
-    if (fclose(stream.release()) != 0 && written) {
-        HBLLog(LOG_ERR, GENERATOR, "fclose: failed while writing DHCP config file, error: %s",
-               Err_LastErrnoText());
-        return false;
+    log(LOG_INFO, "Writing configuration information into: %s", confPath);
+    long blockEnd = 0;
+    const bool textWritten = WriteText(log, vnet, kept, backupPath, stream.get(), &blockEnd);
+    const bool written = textWritten && CreateLeases(log, vnet);
+    const bool onDisk = HBLFinishGeneratedFile(log, std::move(stream), written,
+                                               "fclose: failed while writing DHCP config file");
+    if (blockEnd != 0 && (!textWritten || written != onDisk)) {
+        SpoilEndMarker(confPath, blockEnd);
     }
-    return written;
+    return onDisk;
 }
 
 // Fewer bytes than asked for are no failure; a piece that comes in part is not written.
@@ -222,27 +233,29 @@ bool CopyBytes(FunctionLog log, size_t left, FILE *source, FILE *destination) {
 }  // namespace
 
 bool HBLDHCPWriteDHCPCfg(uint32_t vnet) {
+    const FunctionLog log(__func__);
     char confPath[HBL_PATH_SIZE];
     char backupPath[HBL_PATH_SIZE] = "";
-    if (!GetPath(vnet, HBL_FILE_DHCP_CONF, "Cannot get the DHCP config file name", confPath)) {
+    if (!HBLGeneratedFilePath(log, vnet, HBL_FILE_DHCP_CONF, "Cannot get the DHCP config file name",
+                              confPath)) {
         return false;
     }
     KeptText kept;
     FileStream existing(HBLFopenRegular(confPath, "r"));
-    if (existing == nullptr) {
-        if (!CreateNewFile(vnet, confPath)) {
+    const bool isNew = existing == nullptr;
+    if (isNew) {
+        if (!CreateNewFile(log, vnet, confPath)) {
             return false;
         }
-        kept.isNewFile = true;
     } else {
-        kept = DecideWhatToKeep(vnet, existing.get());
+        kept = DecideWhatToKeep(log, vnet, existing.get());
         existing.reset();
-        if (!BackUp(vnet, confPath, backupPath)) {
+        if (!BackUp(log, vnet, confPath, backupPath)) {
             return false;
         }
     }
-    const bool written = WriteFile(vnet, kept, confPath, backupPath);
-    if (!written && kept.isNewFile) {
+    const bool written = WriteFile(log, vnet, kept, confPath, backupPath);
+    if (!written && isNew) {
         HBLRemoveFile(vnet, HBL_FILE_DHCP_CONF, nullptr);
     }
     return written;

@@ -1,13 +1,13 @@
 #include "lib/harbrel/nat/natConfigFile.h"
 
 #include <cstdio>
+#include <utility>
 
-#include "lib/err/errText.h"
 #include "lib/harbrel/addresses/addresses.h"
-#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/files/files.h"
 #include "lib/harbrel/nat/natParameters.h"
+#include "lib/harbrel/parameters/generatedFile.h"
 #include "lib/misc/owners.h"
 
 namespace {
@@ -74,11 +74,6 @@ constexpr ForwardSection FORWARD_SECTIONS[] = {
      "fprintf: failed while writing NAT config TCP port forward header"},
 };
 
-bool LogFailure(FunctionLog log, const char *what) {
-    log(LOG_ERR, "%s, error: %s", what, Err_LastErrnoText());
-    return false;
-}
-
 bool ReadValues(FunctionLog log, uint32_t vnet, NatValues *values) {
     const struct {
         uint32_t id;
@@ -107,21 +102,13 @@ bool ReadValues(FunctionLog log, uint32_t vnet, NatValues *values) {
     return true;
 }
 
-bool GetPath(FunctionLog log, uint32_t vnet, uint32_t fileType, const char *failure,
-             char (&path)[HBL_PATH_SIZE]) {
-    if (!HBLGetFileName(vnet, fileType, path, sizeof path)) {
-        log(LOG_ERR, "%s", failure);
-        return false;
-    }
-    return true;
-}
-
 bool BackUp(FunctionLog log, uint32_t vnet) {
     char confPath[HBL_PATH_SIZE];
     char backupPath[HBL_PATH_SIZE];
-    if (!GetPath(log, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", confPath) ||
-        !GetPath(log, vnet, HBL_FILE_NAT_CONF_BACKUP, "Cannot get the NAT config backup file name",
-                 backupPath)) {
+    if (!HBLGeneratedFilePath(log, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name",
+                              confPath) ||
+        !HBLGeneratedFilePath(log, vnet, HBL_FILE_NAT_CONF_BACKUP,
+                              "Cannot get the NAT config backup file name", backupPath)) {
         return false;
     }
     if (!HBLCopyFile(confPath, backupPath)) {
@@ -140,7 +127,7 @@ void CreateNewFile(FunctionLog log, uint32_t vnet) {
 
 bool WriteForwards(FunctionLog log, uint32_t vnet, const ForwardSection &section, FILE *stream) {
     if (fputs(section.header, stream) < 0) {
-        return LogFailure(log, section.headerFailed);
+        return HBLLogFileFailure(log, section.headerFailed);
     }
     uint32_t index = 0;
     uint16_t hostPort;
@@ -149,11 +136,11 @@ bool WriteForwards(FunctionLog log, uint32_t vnet, const ForwardSection &section
     while (HBLNetCfgEnumNATPortFwd(nullptr, vnet, section.isTcp, &index, &hostPort, vmIP, sizeof vmIP,
                                    &vmPort, nullptr, nullptr)) {
         if (fprintf(stream, "%u = %s:%u\n", hostPort, vmIP, vmPort) < 0) {
-            return LogFailure(log, section.forwardFailed);
+            return HBLLogFileFailure(log, section.forwardFailed);
         }
     }
     if (fputs("\n", stream) < 0) {
-        LogFailure(log, "fputs: failed while writing");
+        HBLLogFileFailure(log, "fputs: failed while writing");
     }
     return true;
 }
@@ -164,7 +151,7 @@ bool WriteLines(FunctionLog log, uint32_t vnet, const NatValues &values, FILE *s
                                 ? fprintf(stream, "%s%s\n", lines.text, lines.value(values))
                                 : fputs(lines.text, stream);
         if (written < 0) {
-            return LogFailure(log, lines.failed);
+            return HBLLogFileFailure(log, lines.failed);
         }
     }
     for (const ForwardSection &section : FORWARD_SECTIONS) {
@@ -177,19 +164,16 @@ bool WriteLines(FunctionLog log, uint32_t vnet, const NatValues &values, FILE *s
 
 bool WriteFile(FunctionLog log, uint32_t vnet, const NatValues &values) {
     char path[HBL_PATH_SIZE];
-    if (!GetPath(log, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", path)) {
+    if (!HBLGeneratedFilePath(log, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", path)) {
         return false;
     }
     FileStream stream(HBLFopenRegular(path, "w"));
     if (stream == nullptr) {
-        return LogFailure(log, "fopen: failed to open NAT config file");
+        return HBLLogFileFailure(log, "fopen: failed to open NAT config file");
     }
     const bool written = WriteLines(log, vnet, values, stream.get());
-    // What is still buffered reaches the disk only here, and a full one shows only here.
-    if (fclose(stream.release()) != 0 && written) {
-        return LogFailure(log, "fclose: failed while writing NAT config file");
-    }
-    return written;
+    return HBLFinishGeneratedFile(log, std::move(stream), written,
+                                  "fclose: failed while writing NAT config file");
 }
 
 }  // namespace
