@@ -126,6 +126,13 @@ TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExpor
     EXPECT_EQ(5, list->first->net.vnet);
     EXPECT_EQ(nullptr, list->first->next);
     HBL_FreeHostAdapterList(list);
+    Must("ip link set ZELAN7 name hbl7");
+    ASSERT_TRUE(HBL_GetHostAdapterList(1, &list));
+    ASSERT_EQ(2u, list->count);
+    EXPECT_STREQ("hbl7", list->first->next->deviceName);
+    EXPECT_EQ(0, list->first->next->net.vnet);
+    EXPECT_EQ(nullptr, list->first->next->next);
+    HBL_FreeHostAdapterList(list);
 }
 
 TEST_F(BridgeChanges, RemovedDefaultPinsItsAdaptersAndItsReturnTakesTheUnmappedOnes) {

@@ -79,6 +79,8 @@ TEST_F(HostPolicy, InstallWithoutASubnetRestartsDetectionOnly) {
     WriteFileText(PidFile("zelan-detect"), "no number\n");
     Expect(Run({"--install-host-policy"}), 1, "", "Failed to stop Netdetect service\n");
     EXPECT_TRUE(Runs(Pid("zelan-detect"))) << "started all the same";
+    Replace("zelan-detect", "exit 0\n");
+    Expect(Run({"--install-host-policy=10.7.8.0,1"}), 1, CONFIGURED, "Failed to start Netdetect service\n");
 }
 
 TEST_F(HostPolicy, InstallThatFailsInTheMiddleStripsTheNetwork) {
@@ -100,6 +102,23 @@ TEST_F(HostPolicy, InstallThatFailsInTheMiddleStripsTheNetwork) {
     EXPECT_EQ("zelan-bridge-0.pid zelan-detect.pid ", PidFiles());
     EXPECT_EQ(detection, Pid("zelan-detect"));
     EXPECT_TRUE(Runs(detection));
+}
+
+// No file can grow beyond 512 bytes, which the database has already: nothing is changed and nothing taken
+// back.
+TEST_F(HostPolicy, EachStepOfTheRollBackIsToldAndNoneStopsTheOthers) {
+    WriteFileText(DATABASE, ReadFileText(DATABASE) + "answer VNET_8_NAT_PARAM_UDP_TIMEOUT 20\n" +
+                                "answer VNET_9_DHCP_PARAM_DOMAIN_NAME " + std::string(600, 'x') + "\n");
+    const std::string before = ReadFileText(DATABASE);
+    Expect(
+        RunShell("trap '' XFSZ; ulimit -f 1; exec " + ProgramPath("harbrelCLI") +
+                 " --install-host-policy=172.16.9.0,1"),
+        1, "",
+        "Failed to set the subnet address: 172.16.9.0 for network zelan8\n"
+        "Failed to configure all host policy network settings, cleanup up settigns on network zelan8 ...\n"
+        "Failed to cleanup subnet, Failed to cleanup netmask, Failed to cleanup dhcp, Failed to cleanup nat, "
+        "Failed to cleanup hostonly adapter\n");
+    EXPECT_EQ(before, ReadFileText(DATABASE));
 }
 
 TEST_F(HostPolicy, InstallThatCannotStopTheNetworkChangesNoSetting) {

@@ -123,6 +123,18 @@ TEST_F(Postinstall, UpgradeOfADatabaseThatIsNoneFallsBackToTheDefaults) {
     }
 }
 
+TEST_F(Postinstall, FreshInstallWithoutAFileOfAServiceLeavesNoDatabase) {
+    WriteFileText("/etc/orvane/zelan1", "");
+    const CommandResult result = Run({"--postinstall", "tool,0,2.0"});
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ(
+        "Failed to create DHCP configuration file for network zelan1\n"
+        "Failed to remove NAT configuration file for network zelan1\n"
+        "Failed to configure default network settings\n",
+        result.errors);
+    EXPECT_EQ("", Files());
+}
+
 TEST_F(Postinstall, NoFreeSubnetLeavesNoDatabase) {
     Replace("orvane-ping", "exit 0\n");
     Expect(Run({"--postinstall", "tool,0,2.0"}), 1,

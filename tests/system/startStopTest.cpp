@@ -131,6 +131,31 @@ TEST_F(FullHost, SecondStartTouchesNothingAndRestartWaitsForNothing) {
     Expect(Run({"--status"}), 0, RUNNING, "");
 }
 
+// Whatever fails, the rest of its network and of the host comes up.
+TEST_F(FullHost, FailuresOfOneStartAreToldOneByOneAndStopNothingElse) {
+    WriteFileText(DATABASE, ReadFileText(DATABASE) + "answer VNET_5_VIRTUAL_ADAPTER_NAME sixteen-letters-\n");
+    Replace("zelan-dhcpd", "exit 0\n");
+    Replace("zelan-natd", "exit 0\n");
+    Replace("zelan-detect", "exit 0\n");
+    Must("mkdir /dev/zelan2");
+    ExpectInAnyOrder(
+        Run({"--start"}), 1,
+        "Started Bridge networking on zelan0\nStarted Bridge networking on zelan3\n"
+        "Enabled hostonly virtual adapter on zelan1\nEnabled hostonly virtual adapter on zelan8\n",
+        std::string("Failed to determine features for network zelan5\n"
+                    "Failed to start DHCP service on zelan1\n"
+                    "Failed to start DHCP service on zelan8\nFailed to start NAT service on zelan8\n"
+                    "Failed to start Network detection service\n") +
+            SOME_NOT_STARTED);
+    EXPECT_EQ("zelan-bridge-0.pid zelan-bridge-3.pid zelan-netifup-zelan1.pid zelan-netifup-zelan8.pid ",
+              PidFiles());
+    Expect(Run({"--stop"}), 1,
+           "Stopped Bridged networking on zelan0\nDisabled hostonly virtual adapter on zelan1\n"
+           "Stopped Bridged networking on zelan3\nDisabled hostonly virtual adapter on zelan8\n",
+           "Failed to delete device for zelan2\nFailed to determine features for network zelan5\n"
+           "Failed to stop some/all services\n");
+}
+
 // The stand-in for netifup comes up without its interface, as if that had gone at once.
 TEST_F(StartStop, DaemonThatDoesNotComeUpAndInterfaceThatVanishesFailTheirServiceOnly) {
     WriteDatabase(Subnet(1) + Feature(1, "VIRTUAL_ADAPTER"));

@@ -50,19 +50,63 @@ TEST_F(Subnets, ExitStatusesOfThePingsDecide) {
         int broadcastStatus, directStatus;
         bool isFree;
         const char *pings;
+        int unusual;  // the status that the log shows
     } CASES[] = {
-        {true, NO_ANSWER, NO_ANSWER, true, BOTH}, {true, NO_ANSWER, UNREACHABLE, true, BOTH},
-        {true, NO_ANSWER, 0, false, BOTH},        {true, NO_ANSWER, 3, false, BOTH},
-        {true, UNREACHABLE, 0, true, BROADCAST},  {true, 0, NO_ANSWER, false, BROADCAST},
-        {true, 3, NO_ANSWER, false, BROADCAST},   {false, 0, NO_ANSWER, true, DIRECT},
+        {true, NO_ANSWER, NO_ANSWER, true, BOTH, 0}, {true, NO_ANSWER, UNREACHABLE, true, BOTH, 0},
+        {true, NO_ANSWER, 0, false, BOTH, 0},        {true, NO_ANSWER, 3, false, BOTH, 3},
+        {true, UNREACHABLE, 0, true, BROADCAST, 0},  {true, 0, NO_ANSWER, false, BROADCAST, 0},
+        {true, 4, NO_ANSWER, false, BROADCAST, 4},   {false, 0, NO_ANSWER, true, DIRECT, 0},
     };
     for (const auto &row : CASES) {
         SCOPED_TRACE(testing::Message() << row.broadcast << row.broadcastStatus << row.directStatus);
         PingsExitWith(row.broadcastStatus, row.directStatus);
         EXPECT_EQ(row.isFree, HBLPingAndCheckSubnet("192.168.40.0", row.broadcast, 2, 1));
         EXPECT_EQ(row.pings, TakePings());
-        EXPECT_EQ(row.isFree, log_.Take().empty());
+        EXPECT_EQ(row.isFree ? ""
+                             : "HBLPingAndCheckSubnet - Return value of orvane-ping: " +
+                                   std::to_string(row.unusual) + "\n",
+                  log_.Take());
     }
+}
+
+TEST_F(Subnets, ProgramsAreLookedForInBindirOfLessThan256Bytes) {
+    HBLLogSetMask(LOG_ERR | LOG_WRN);
+    cache_.Answer("BINDIR", std::string(256, 'b'));
+    EXPECT_FALSE(HBLPingAndCheckSubnet("192.168.40.0", false, 2, 1));
+    EXPECT_EQ("HBLPingAndCheckSubnet - Value of BINDIR is bigger than allowed 256 chracters\n", log_.Take());
+    ASSERT_TRUE(HBLNetCfgRemoveAnswer(nullptr, "BINDIR"));
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(HBLPingAndCheckSubnet("192.168.40.0", false, 2, 1));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr(" /usr/bin/orvane-ping: "));
+    EXPECT_EQ(
+        "HBLPingAndCheckSubnet - Unable to find BINDIR in host config database.\n"
+        "HBLPingAndCheckSubnet - Return value of orvane-ping: 127\n",
+        log_.Take());
+}
+
+TEST_F(Subnets, ExportedProbeAndCheckHandOutWhatTheyFind) {
+    PingsExitWith(UNREACHABLE, UNREACHABLE);
+    bool available = true;
+    EXPECT_FALSE(HBL_CheckSubnetAvailability("zelan8", true, 2, 1, &available)) << "without a subnet";
+    EXPECT_TRUE(available);
+    cache_.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
+    EXPECT_TRUE(HBL_CheckSubnetAvailability("zelan8", false, 7, 3, &available));
+    EXPECT_TRUE(available);
+    EXPECT_EQ("-q 192.168.40.1 -t 7 -i 3\n", TakePings());
+    PingsExitWith(0, 0);
+    EXPECT_TRUE(HBL_CheckSubnetAvailability("zelan8", true, 2, 1, &available));
+    EXPECT_FALSE(available);
+
+    PingsExitWith(UNREACHABLE, UNREACHABLE);
+    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet_, 15, mask_, 16));
+    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet_, 16, mask_, 15));
+    EXPECT_STREQ("untouched", subnet_);
+    EXPECT_TRUE(HBL_GetUnusedSubnet(subnet_, 16, mask_, 16));
+    EXPECT_EQ(Candidate(0), subnet_);
+    HBLSubnetTables().cursor = HBLSubnetTables().candidateCount;
+    log_.Take();
+    EXPECT_FALSE(HBL_GetUnusedSubnet(subnet_, 16, mask_, 16));
+    EXPECT_EQ("HBL_GetUnusedSubnet - Failed to probe for unused subnet\n", log_.Take());
 }
 
 TEST_F(Subnets, CandidatesAreAllThatIsNotConfiguredInRandomOrder) {
