@@ -18,10 +18,16 @@ constexpr int MAX_PREFIX = 30;
 // Takes a value; null, or why it is refused.
 using Setter = const char *(*)(std::string_view value, NatConf *conf);
 
-// A whole number in the base that its prefix tells, as the library stores what it is given.
+// Blanks as scanf takes them.
+constexpr std::string_view BLANKS = " \t\n\v\f\r";
+
+// A whole number in the base that its prefix tells, with a sign before it: as the library takes and stores
+// it.
 bool ParseNumber(std::string_view text, uint32_t maximum, uint32_t *number) {
     int base = 10;
-    text.remove_prefix(text.starts_with('+') ? 1 : 0);
+    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
+    bool negative = text.starts_with('-');
+    text.remove_prefix(negative || text.starts_with('+') ? 1 : 0);
     if (text.starts_with("0x") || text.starts_with("0X")) {
         text.remove_prefix(2);
         base = 16;
@@ -30,7 +36,39 @@ bool ParseNumber(std::string_view text, uint32_t maximum, uint32_t *number) {
     }
     const char *end = text.data() + text.size();
     auto [stop, error] = std::from_chars(text.data(), end, *number, base);
-    return error == std::errc() && stop == end && *number <= maximum;
+    return error == std::errc() && stop == end && *number <= maximum && (!negative || *number == 0);
+}
+
+// Takes what scanf takes for "%3u".
+bool TakeOctet(std::string_view *text, uint32_t *octet) {
+    constexpr size_t WIDTH = 3;
+    constexpr uint32_t MAX_OCTET = 255;
+    text->remove_prefix(std::min(text->find_first_not_of(BLANKS), text->size()));
+    std::string_view field = text->substr(0, WIDTH);
+    bool negative = field.starts_with('-');
+    field.remove_prefix(negative || field.starts_with('+') ? 1 : 0);
+    auto [stop, error] = std::from_chars(field.data(), field.data() + field.size(), *octet);
+    text->remove_prefix(static_cast<size_t>(stop - text->data()));
+    return error == std::errc() && *octet <= MAX_OCTET && (!negative || *octet == 0);
+}
+
+// An address in every form that the library takes: octets may have a sign and blanks before them.
+bool ParseAddress(std::string_view text, Ipv4 *address) {
+    constexpr int OCTETS = 4;
+    constexpr unsigned OCTET_BITS = 8;
+    *address = 0;
+    for (int i = 0; i < OCTETS; i++) {
+        uint32_t octet = 0;
+        if (i > 0 && !text.starts_with('.')) {
+            return false;
+        }
+        text.remove_prefix(i > 0 ? 1 : 0);
+        if (!TakeOctet(&text, &octet)) {
+            return false;
+        }
+        *address = *address << OCTET_BITS | octet;
+    }
+    return text.empty();
 }
 
 bool ParsePort(std::string_view text, uint16_t *port) {
@@ -46,12 +84,12 @@ const char *SetFlag(std::string_view value, bool *flag) {
 }
 
 const char *SetGateway(std::string_view value, NatConf *conf) {
-    return Ipv4_Parse(value, &conf->gateway) ? nullptr : "the value is no IPv4 address";
+    return ParseAddress(value, &conf->gateway) ? nullptr : "the value is no IPv4 address";
 }
 
 const char *SetMask(std::string_view value, NatConf *conf) {
     Ipv4 mask = 0;
-    bool valid = Ipv4_Parse(value, &mask) && Ipv4_Prefix(mask, &conf->prefix) && conf->prefix > 0 &&
+    bool valid = ParseAddress(value, &mask) && Ipv4_Prefix(mask, &conf->prefix) && conf->prefix > 0 &&
                  conf->prefix <= MAX_PREFIX;
     return valid ? nullptr : "the value is no netmask of a subnet with guests";
 }
@@ -170,7 +208,7 @@ const char *Reader::TakeForward(std::string_view key, std::string_view value) {
     if (!ParsePort(key, &forward.hostPort)) {
         return "the key is no port of the host";
     }
-    if (!Ipv4_Parse(value.substr(0, colon), &forward.guest) || colon == value.size() ||
+    if (!ParseAddress(value.substr(0, colon), &forward.guest) || colon == value.size() ||
         !ParsePort(value.substr(colon + 1), &forward.guestPort)) {
         return "the value is no address and port, as 192.168.8.50:80";
     }
