@@ -1,0 +1,229 @@
+// What may pass between whom, as docs/isolation.md has it: each cell with a real packet, on hosts of every
+// kind.
+#include <unistd.h>
+
+#include <vector>
+
+#include "tests/system/natNetwork.h"
+
+namespace {
+
+// The host's own interface on the host-only network; any name may be configured.
+constexpr const char *HOSTONLY_LINK = "lan2";
+
+struct Cell {
+    const char *from;  // a machine, or "" for the host
+    const char *to;    // an address
+};
+
+// What must not arrive, not even one way.
+constexpr Cell CLOSED[] = {
+    // A host-only network and everybody else.
+    {"zelan-o", "203.0.113.9"},
+    {"zelan-o", "198.51.100.9"},
+    {"zelan-o", "172.17.0.11"},
+    {"zelan-o", "192.168.10.50"},
+    {"zelan-o", "100.127.252.34"},
+    {"outside", "192.168.1.50"},
+    {"lan", "192.168.1.50"},
+    {"box", "192.168.1.50"},
+    {"zelan-g", "192.168.1.50"},
+    // Into a NAT network, and to its router.
+    {"outside", "192.168.10.50"},
+    {"lan", "192.168.10.50"},
+    {"box", "192.168.10.50"},
+    {"zelan-n", "192.168.10.50"},
+    {"outside", "100.127.252.34"},
+    {"zelan-n", "100.127.252.34"},
+    // Past the NAT, by the host's interface on the network.
+    {"zelan-s", "203.0.113.9"},
+    {"zelan-s", "192.168.1.50"},
+};
+
+// Between adapters of the host, which its own switch decides.
+constexpr Cell BETWEEN_ADAPTERS = {"outside", "198.51.100.9"};
+
+constexpr Cell OPEN[] = {
+    {"zelan-o", "192.168.1.51"}, {"zelan-o", "192.168.1.1"},  {"", "192.168.1.50"},
+    {"zelan-g", "203.0.113.9"},  {"zelan-g", "198.51.100.9"}, {"zelan-g", "172.17.0.11"},
+    {"zelan-g", "192.168.10.2"}, {"zelan-g", "203.0.113.1"},  {"zelan-g", "192.168.10.51"},
+    {"zelan-n", "203.0.113.9"},  {"", "192.168.10.50"},       {"box", "172.17.0.12"},
+};
+
+// Tries all at once, since what is closed takes its time. A line for each that is answered.
+template <typename Cells>
+std::string Answered(const Cells &cells) {
+    std::string script;
+    for (const Cell &cell : cells) {
+        const std::string inside = *cell.from == '\0' ? "" : std::string("ip netns exec ") + cell.from + " ";
+        script += "(" + inside + "ping -c 1 -W 1 " + cell.to + " >/dev/null 2>&1 && echo '" + cell.from +
+                  " to " + cell.to + "') & ";
+    }
+    return RunShell(script + "wait").output;
+}
+
+template <typename Cells>
+std::string Unanswered(const Cells &cells) {
+    const std::string answered = Answered(cells);
+    std::string missing;
+    for (const Cell &cell : cells) {
+        const std::string line = std::string(cell.from) + " to " + cell.to;
+        missing += answered.find(line + "\n") == std::string::npos ? line + "\n" : "";
+    }
+    return missing;
+}
+
+class Isolation : public NatNetwork {
+  protected:
+    void SetUp() override {
+        NatNetwork::SetUp();
+        lan_.ConnectToHost("eth1", "eth0", "198.51.100.9/24");
+        Must("ip address add 198.51.100.1/24 dev eth1");
+        ShowBridgedFrames("0");
+        Must(
+            "ip link add docker0 type bridge && ip address add 172.17.0.1/16 dev docker0"
+            " && ip link set docker0 up");
+        box_.ConnectToBridge("docker0", "eth0", "172.17.0.11/16");
+        box2_.ConnectToBridge("docker0", "eth0", "172.17.0.12/16");
+        for (const auto &[machine, host] :
+             {std::pair{"outside", HOST}, {"lan", "198.51.100.1"}, {"box", "172.17.0.1"}}) {
+            Must(std::string("ip -n ") + machine + " route add default via " + host);
+        }
+    }
+
+    // Networks 1, host-only, 8, NAT with an interface of the host, and 9, NAT, with their guests.
+    void StartNetworks() {
+        MakeNode(1);
+        hostOnly_ =
+            MustComeUp(StartDaemon("zelan-netifup", "zelan-netifup-zelan1", {"/dev/zelan1", HOSTONLY_LINK}));
+        Must(std::string("ip address add 192.168.1.1/24 dev ") + HOSTONLY_LINK + " && ip link set " +
+             HOSTONLY_LINK + " up");
+        MustComeUp(StartNetifup(8));
+        Must("ip address add 192.168.10.1/24 dev zelan8 && ip link set zelan8 up");
+        Start(Configuration("", "", "8888 = 192.168.10.50:80\n"));
+        StartNinth();
+        second_.ConnectToBridge("zelan-sw8", "eth0", "192.168.10.51/24");
+        Must("ip -n zelan-s route add default via 192.168.10.1");
+        other_.ConnectToBridge("zelan-sw1", "eth0", "192.168.1.50/24");
+        Must("ip -n zelan-o route add default via 192.168.1.1");
+        other2_.ConnectToBridge("zelan-sw1", "eth0", "192.168.1.51/24");
+        ninth_.ConnectToBridge("zelan-sw9", "eth0", "192.168.11.50/24");
+        Must("ip -n zelan-n route add default via 192.168.11.2");
+    }
+
+    void ExpectTable(const char *condition, bool hostForwards) {
+        SCOPED_TRACE(condition);
+        EXPECT_EQ("", Answered(CLOSED));
+        for (const Machine *machine :
+             std::initializer_list<const Machine *>{guest_.get(), &other_, &outside_, &lan_, &box_}) {
+            EXPECT_EQ("0\n", machine->Run("nstat -asz IcmpInEchos | awk '/InEchos/ {print $2}'").output)
+                << machine->name() << ": a packet got through one way";
+        }
+        EXPECT_EQ(hostForwards, !Answered(std::vector{BETWEEN_ADAPTERS}).empty());
+        EXPECT_EQ("", Unanswered(OPEN));
+        Responder web(guest_.get(), SOCK_STREAM, {GUEST, 80}, Peer);
+        for (const Machine *client : std::initializer_list<const Machine *>{&outside_, &ninth_, nullptr}) {
+            EXPECT_NE("", Exchange(client, SOCK_STREAM, {HOST, 8888}, "x", SHORT)) << "no forward";
+        }
+        EXPECT_EQ("", Exchange(&outside_, SOCK_STREAM, {GUEST, 80}, "x", SHORT));
+        EXPECT_EQ(OUTSIDE, Exchange(&outside_, SOCK_STREAM, {HOST, 8888}, "x"));
+    }
+
+    // To the host's firewall; without effect on a kernel that cannot.
+    static void ShowBridgedFrames(const std::string &on) {
+        RunShell("for name in iptables ip6tables arptables; do echo " + on +
+                 " > /proc/sys/net/bridge/bridge-nf-call-$name; done");
+    }
+
+    Machine lan_{"lan"}, box_{"box"}, box2_{"box2"};
+    Machine second_{"zelan-s"}, other_{"zelan-o"}, other2_{"zelan-o2"}, ninth_{"zelan-n"};
+    DaemonStart hostOnly_;
+
+  private:
+    static void MakeNode(int network) {
+        Must("mknod /dev/zelan" + std::to_string(network) + " c 119 " + std::to_string(network));
+    }
+
+    static void StartNinth() {
+        Must("mkdir -p /etc/orvane/zelan9/nat");
+        WriteFileText("/etc/orvane/zelan9/nat/nat.conf",
+                      "[host]\nip = 192.168.11.2\nnetmask = 255.255.255.0\ndevice = /dev/zelan9\n");
+        MustComeUp(StartDaemon("zelan-natd", "zelan-natd-9",
+                               {"-m", "/var/run/zelan-natd-9.mac", "-c", "/etc/orvane/zelan9/nat/nat.conf"}));
+    }
+};
+
+constexpr const char *ALL_FORWARD = "echo 1 > /proc/sys/net/ipv4/ip_forward";
+constexpr const char *NONE_FORWARDS = "echo 0 > /proc/sys/net/ipv4/ip_forward";
+
+TEST_F(Isolation, HostThatDoesNotForward) {
+    StartNetworks();
+    ExpectTable("from the start", false);
+    Must(ALL_FORWARD);
+    EXPECT_TRUE(WaitUntil([] { return !Answered(std::vector{BETWEEN_ADAPTERS}).empty(); }))
+        << "somebody has told the host to forward";
+}
+
+TEST_F(Isolation, HostThatForwards) {
+    Must(ALL_FORWARD);
+    StartNetworks();
+    ExpectTable("from the start", true);
+    Must(NONE_FORWARDS);
+    EXPECT_TRUE(WaitUntil([this] { return GuestPings(OUTSIDE); })) << "the guests' way out is lost";
+    EXPECT_EQ("", Answered(std::vector{BETWEEN_ADAPTERS}));
+}
+
+TEST_F(Isolation, HostThatBeginsToForward) {
+    StartNetworks();
+    Must(ALL_FORWARD);
+    EXPECT_TRUE(WaitUntil([] {
+        return RunShell("nft list set inet zelan adapters").output.find("elements") == std::string::npos;
+    }));
+    ExpectTable("turned on later", true);
+}
+
+TEST_F(Isolation, HostThatShowsBridgedFramesToItsFirewall) {
+    if (access("/proc/sys/net/bridge/bridge-nf-call-iptables", W_OK) != 0) {
+        GTEST_SKIP() << "this kernel has no br_netfilter";
+    }
+    StartNetworks();
+    ShowBridgedFrames("1");
+    ExpectTable("bridge-nf-call-iptables", false);
+}
+
+TEST_F(Isolation, HostWithRulesOfItsOwn) {
+    Must(ALL_FORWARD);
+    Must(
+        "nft 'table inet theirs {"
+        " chain early { type filter hook forward priority -10; policy accept; accept; };"
+        " chain late { type filter hook forward priority 10; policy accept; accept; };"
+        " chain nat { type nat hook postrouting priority 90; policy accept;"
+        " oifname \"eth0\" ip saddr 192.168.1.0/24 masquerade; }; }'");
+    StartNetworks();
+    ExpectTable("accepting rules of somebody else", true);
+    Must("nft flush ruleset");
+    EXPECT_TRUE(WaitUntil([] { return RunShell("nft list table inet zelan").Succeeded(); }));
+    EXPECT_TRUE(WaitUntil([this] { return GuestPings(OUTSIDE); }));
+    // What answers to a packet of before would be let in as an answer.
+    EXPECT_EQ("", Answered(CLOSED));
+    EXPECT_EQ("", Unanswered(OPEN));
+    Must("nft flush chain inet zelan forward");
+    EXPECT_TRUE(WaitUntil([] {
+        return RunShell("nft list chain inet zelan forward").output.find("1193 drop") != std::string::npos;
+    }));
+    EXPECT_EQ("", Answered(CLOSED));
+}
+
+TEST_F(Isolation, OutlivesOtherNetworksDaemons) {
+    Must(ALL_FORWARD);
+    StartNetworks();
+    KillDaemon(start_);
+    EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan-up8"); }));
+    EXPECT_EQ("", Answered(std::vector<Cell>{{"zelan-o", OUTSIDE}, {"outside", "192.168.1.50"}}));
+    EXPECT_EQ("", Unanswered(std::vector<Cell>{{"zelan-o", "192.168.1.1"}, {"zelan-n", OUTSIDE}}));
+    KillDaemon(hostOnly_);
+    EXPECT_TRUE(WaitUntil([] { return !HasLink(HOSTONLY_LINK); }));
+    EXPECT_TRUE(RunShell("nft list table inet zelan").Succeeded()) << "there is another network";
+}
+
+}  // namespace
