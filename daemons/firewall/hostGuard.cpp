@@ -101,8 +101,13 @@ class RuleChanges {
 }  // namespace
 
 bool HostGuard::Begin() {
-    return addresses_.Open(RTMGRP_IPV4_IFADDR | GroupBit(RTNLGRP_IPV4_NETCONF)) &&
-           rules_.Open(GroupBit(NFNLGRP_NFTABLES), NETLINK_NETFILTER);
+    if (!addresses_.Open(RTMGRP_IPV4_IFADDR | GroupBit(RTNLGRP_IPV4_NETCONF)) ||
+        !rules_.Open(GroupBit(NFNLGRP_NFTABLES), NETLINK_NETFILTER)) {
+        return false;
+    }
+    HostTable_RestoreWhenMissing();
+    HostTable_UseAllAdapters();
+    return true;
 }
 
 void HostGuard::Collect(std::vector<pollfd> *waits) const {

@@ -12,7 +12,8 @@
 
 class HostGuard {
   public:
-    // Subscribes to the announcements. False after a line in the log.
+    // Subscribes to the announcements, and catches up with what has changed while nobody followed. False
+    // after a line in the log.
     bool Begin();
 
     // Adds what to poll for; call Serve when there is something.

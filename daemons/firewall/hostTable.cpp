@@ -144,6 +144,15 @@ bool IsNatUsed() {
                        [](int network) { return HostFiles_IsHeld(HostFiles_OfNat(network)); });
 }
 
+// Whether another network's daemon has got as far as having a share.
+bool IsNatServed(int except) {
+    std::vector<int> networks = HostFiles_NatNetworks();
+    return std::any_of(networks.begin(), networks.end(), [except](int network) {
+        std::string name = HostFiles_OfNat(network);
+        return network != except && HostFiles_IsHeld(name) && !HostFiles_Read(name).empty();
+    });
+}
+
 bool IsUsed() {
     return HostFiles_IsHeld(HOST_TABLE_FILE);
 }
@@ -199,6 +208,7 @@ bool HostTable::AddNat(NatShare share) {
                                        });
     share.activeFtp =
         share.activeFtp && EnsureFlowChain(&socket, FTP_CHAIN, "the FTP helper", FlowObjects_AddFtp);
+    isFirstNat_ = !IsNatServed(network_);
     const std::string name = HostFiles_OfNat(network_);
     NftTransaction transaction(HostRules_Table());
     NatShare predecessors;
@@ -245,6 +255,13 @@ void HostTable_Restore() {
     }
 }
 
+void HostTable_RestoreWhenMissing() {
+    RtSocket socket;
+    if (socket.Open(0, NETLINK_NETFILTER) && Nft_Find(&socket, HostRules_Table()) == ENOENT) {
+        HostTable_Restore();
+    }
+}
+
 void HostTable_UseAdapters(const std::vector<int> &links) {
     HostEdit edit;
     RtSocket nftables;
@@ -263,7 +280,7 @@ void HostTable_UseAdapters(const std::vector<int> &links) {
 void HostTable_UseAllAdapters() {
     RtSocket routes;
     std::set<int> links;
-    if (!routes.Open()) {
+    if (!IsNatUsed() || !routes.Open()) {
         return;
     }
     Address_ForEach(&routes, [&links](int link) { links.insert(link); });

@@ -23,10 +23,15 @@ class HostTable {
     // kernel lacks, each with a line in the log. False after a line in the log.
     bool AddNat(NatShare share);
 
+    // Whether no other network had a share when this one's was added, so that the host's adapters are still
+    // to be turned on.
+    bool isFirstNat() const { return isFirstNat_; }
+
   private:
     FileDescriptor use_;
     FileDescriptor nat_;
     int network_ = -1;
+    bool isFirstNat_ = false;
 };
 
 // Removes the shares of NAT daemons that are dead; after the last one turns off what forwarding it has turned
@@ -35,6 +40,8 @@ void HostTable_Sweep();
 
 // Makes the table anew as the living daemons need it, if there are any: somebody has removed it or its rules.
 void HostTable_Restore();
+// The same when there is no table at all.
+void HostTable_RestoreWhenMissing();
 
 // Lets the host forward, while there is a NAT network, what comes in by these adapters, by their indexes, or
 // by all that have an address, the uplinks of the networks included. Those that do already, loopback and the

@@ -23,8 +23,8 @@ DnsVerdict DnsMessage_Judge(std::string_view message);
 // The answer to a message of a guest that carries a verdict and no records.
 std::string DnsMessage_Answer(std::string_view question, DnsVerdict verdict);
 
-// Over TCP a message travels with its length before it. How many bytes the one at the front is known to have, its
-// length included: those of the length as long as they are not all there.
+// Over TCP a message travels with its length before it. How many bytes the one at the front is known to have,
+// its length included: those of the length as long as they are not all there.
 size_t DnsMessage_SizeOnStream(std::string_view bytes);
 inline constexpr size_t DNS_LENGTH_SIZE = 2;
 

@@ -2,9 +2,10 @@
 //
 // Gives the guests of a network a way out under the host's addresses, and hands ports of the host to them.
 // The kernel does the work: a network namespace is the router, see router.h and routerTable.h. This process
-// keeps it in being, passes the guests' DNS questions on, and follows the host's addresses.
+// keeps it in being and passes the guests' DNS questions on, for which it needs no privilege any more.
 #include <linux/capability.h>
 #include <poll.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +22,7 @@
 #include "daemons/common/namespace.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
+#include "daemons/confinement/confinement.h"
 #include "daemons/firewall/hostTable.h"
 #include "daemons/zelan-natd/closedHost.h"
 #include "daemons/zelan-natd/dns.h"
@@ -34,6 +36,16 @@ namespace {
 
 // SYS_ADMIN for the namespace.
 constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SYS_ADMIN, CAP_NET_BIND_SERVICE, CAP_SETUID, CAP_SETGID};
+
+// To poll, to talk to guests and name servers, and to read the list of these.
+constexpr int SYSTEM_CALLS[] = {
+    SYS_ppoll,    SYS_socket,     SYS_connect,    SYS_accept4, SYS_sendto,
+    SYS_recvfrom, SYS_setsockopt, SYS_getsockopt, SYS_close,   SYS_openat,
+    SYS_read,     SYS_newfstatat, SYS_fstat,      SYS_ioctl,   SYS_restart_syscall,
+#ifdef SYS_poll
+    SYS_poll,     SYS_open,       SYS_stat,
+#endif
+};
 
 struct Arguments {
     DaemonContract contract;
@@ -96,12 +108,14 @@ class NatDaemon {
     // False after a line in the log; *cleanUp tells what was made.
     bool Begin(CleanUp *cleanUp);
 
-    [[noreturn]] void Run();
+    // Returns only when it cannot go on, after a line in the log.
+    void Run();
 
   private:
     bool LoadRouterTable();
     bool ServeDns();
     bool JoinHost();
+    static bool GiveUpPrivileges();
 
     const Arguments &arguments_;
     const NatConf &conf_;
@@ -137,7 +151,10 @@ bool NatDaemon::JoinHost() {
     if (!hostTable_.AddNat(share)) {
         return false;
     }
-    HostTable_UseAllAdapters();
+    // Those that come later are zelan-watch's, from the first network on.
+    if (hostTable_.isFirstNat()) {
+        HostTable_UseAllAdapters();
+    }
     return true;
 }
 
@@ -163,8 +180,27 @@ int MillisecondsUntil(DnsClock::time_point deadline, DnsClock::time_point now) {
     return static_cast<int>(std::max<long>(left, 0));
 }
 
+// What is left reads guests' messages: it may open the list of name servers and sockets towards them, no
+// more.
+bool NatDaemon::GiveUpPrivileges() {
+    constexpr uint16_t PORTS[] = {DNS_PORT};
+    // A list that is replaced is another file of the same folder, which is often not where its name stands.
+    const std::string folder = NameServers_Folder();
+    const ReachablePath paths[] = {{"/etc"}, {folder.c_str()}};
+    Confinement confinement;
+    confinement.systemCalls = SYSTEM_CALLS;
+    confinement.files = true;
+    confinement.paths = paths;
+    confinement.tcp = true;
+    confinement.tcpPorts = PORTS;
+    return Confine(confinement);
+}
+
 void NatDaemon::Run() {
     ClosedHost_Warn(arguments_.network, router_.uplink);
+    if (!GiveUpPrivileges()) {
+        return;
+    }
     std::vector<pollfd> waits;
     for (;;) {
         waits.clear();
@@ -196,4 +232,5 @@ int main(int, char **argv) {
     }
     Daemon_Detach(&arguments.contract, cleanUp);
     daemon.Run();
+    return EXIT_FAILURE;
 }

@@ -5,10 +5,12 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string>
 
 #include "daemons/common/file.h"
 #include "daemons/common/text.h"
+#include "lib/misc/owners.h"
 
 namespace {
 
@@ -65,6 +67,12 @@ std::vector<NameServer> NameServers_Parse(std::string_view text) {
         Add(HOST_ITSELF, &servers);
     }
     return servers;
+}
+
+std::string NameServers_Folder() {
+    MallocString path(realpath(RESOLVER_FILE, nullptr));
+    std::string folder = path ? path.get() : "";
+    return folder.substr(0, folder.rfind('/') + 1);
 }
 
 const std::vector<NameServer> &NameServers::Current() {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -17,6 +18,9 @@ struct NameServer {
 
 // The name servers in the text of a resolv.conf; the host itself when it names none, as its own programs do.
 std::vector<NameServer> NameServers_Parse(std::string_view text);
+
+// The folder in which the list stands when its name is a link; empty when there is none.
+std::string NameServers_Folder();
 
 class NameServers {
   public:
