@@ -12,22 +12,24 @@ struct ReachablePath {
 
 // What is left to the process. The defaults leave nothing.
 struct Confinement {
-    // CAP_; a daemon that keeps any must hold CAP_SETUID until it is confined, like all others.
+    // CAP_
     std::span<const int> capabilities = {};
     // Runs as the user `harbrel`, or as nobody on a host without it.
     bool ownUser = true;
-    // The only system calls (SYS_) besides those of every process (memory, clocks, exit, write to descriptors
-    // that it has); all others fail with EPERM. Empty: all are left.
+    // The only system calls (SYS_) besides those of every process (memory, clocks, its end; read, write, poll
+    // and close); all others fail with EPERM. Empty: all are left. Built for a sanitizer no call is refused.
     std::span<const int> systemCalls = {};
     // With `files` no file can be opened but these, and with `tcp` no TCP port connected to but these and
-    // none listened on. Sockets and files that are open stay so.
+    // none listened on. Sockets and files that are open stay so. A file is meant as it is now: one that takes
+    // its name later is another; name the folder for such.
     bool files = false;
     std::span<const ReachablePath> paths = {};
     bool tcp = false;
     std::span<const uint16_t> tcpPorts = {};
 };
 
-// Confines the calling process for good, with all that it starts. It must have one thread. What this kernel
-// or host does not have costs a line in the log, and the rest holds all the same. False, after such a line,
-// when the process could not even change its user or give its capabilities up.
+// Confines the calling process for good, with all that it starts. It must have one thread and hold CAP_SETUID
+// and CAP_SETGID. What this kernel or host does not have costs a line in the log, and the rest holds all the
+// same. False, after such a line, when the process could not even change its user or give its capabilities
+// up.
 bool Confine(const Confinement &confinement);

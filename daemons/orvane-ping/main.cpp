@@ -31,8 +31,10 @@
 #include <memory>
 #include <vector>
 
+#include "daemons/common/capabilities.h"
 #include "daemons/common/complain.h"
 #include "daemons/common/options.h"
+#include "daemons/confinement/ownUser.h"
 #include "lib/misc/owners.h"
 
 namespace {
@@ -285,6 +287,15 @@ Verdict WaitForAnswer(int icmp, const EchoRequest &request, Clock::time_point en
     }
 }
 
+// From here on it only takes packets apart that anybody may have sent. Whoever runs it without being root
+// gives up the one capability that it got from its file.
+void ShedPrivileges() {
+    if (geteuid() == 0) {
+        OwnUser_Become(OwnUser());
+    }
+    Capabilities_Keep({});
+}
+
 Verdict Ping(const Arguments &arguments) {
     Verdict verdict = LookUpRoute(arguments.address);
     if (verdict != SILENT) {
@@ -299,6 +310,7 @@ Verdict Ping(const Arguments &arguments) {
     if (!icmp || !MakeRequest(&request)) {
         return FAILED;
     }
+    ShedPrivileges();
     std::vector<sockaddr_in> targets = FindTargets(arguments, own.get());
     Clock::time_point end = Clock::now() + arguments.timeout;
     while (verdict == SILENT && Clock::now() < end) {

@@ -4,6 +4,7 @@
 // standard output, which is the library's log file.
 #include <linux/capability.h>
 #include <poll.h>
+#include <sys/syscall.h>
 
 #include <array>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include "daemons/common/complain.h"
 #include "daemons/common/daemon.h"
 #include "daemons/common/options.h"
+#include "daemons/confinement/confinement.h"
 #include "daemons/zelan-detect/facts.h"
 #include "daemons/zelan-detect/kernelView.h"
 #include "daemons/zelan-detect/nameServers.h"
@@ -26,6 +28,11 @@ constexpr int SETTLE_MILLISECONDS = 100;
 
 // For the announcements' large receive buffer.
 constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SETUID, CAP_SETGID};
+
+// Afterwards it asks the kernel, and reads the file with the name servers wherever a link in /etc leads.
+constexpr int SYSTEM_CALLS[] = {SYS_sendto, SYS_recvfrom, SYS_inotify_add_watch, SYS_openat, SYS_newfstatat,
+                                SYS_fstat,  SYS_lseek,    SYS_readlinkat};
+constexpr ReachablePath PATHS[] = {{"/etc"}, {"/run"}, {"/var/run"}};
 
 bool ReadArguments(char **argv, DaemonContract *contract) {
     const OptionRule rules[] = {{"-s", &contract->statusText}, {"-d", &contract->pidFile}};
@@ -80,5 +87,6 @@ int main(int, char **argv) {
     Facts facts;
     facts.Begin(std::move(first));
     Daemon_Detach(&contract, CleanUp());
+    Confine({.systemCalls = SYSTEM_CALLS, .files = true, .paths = PATHS, .tcp = true});
     FollowChanges(&kernel, &nameServers, &facts);
 }

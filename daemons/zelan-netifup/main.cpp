@@ -8,8 +8,10 @@
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,11 +25,15 @@
 #include "daemons/common/daemon.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
+#include "daemons/confinement/confinement.h"
 #include "daemons/firewall/hostTable.h"
 
 namespace {
 
-constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SETUID, CAP_SETGID};
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_NET_RAW, CAP_SETUID, CAP_SETGID};
+
+// Afterwards it only waits.
+constexpr int SYSTEM_CALLS[] = {SYS_getsockopt, SYS_ioctl};
 
 struct Arguments {
     DaemonContract contract;
@@ -72,8 +78,24 @@ bool ReadArguments(char **argv, Arguments *arguments) {
            ReadNetwork(operands[0], &arguments->network);
 }
 
+// A packet socket of its own costs nothing while nothing happens and is told when its interface goes down,
+// which the port does only on its way out. False after a line in the log.
+bool WatchPort(int port, FileDescriptor *watch) {
+    watch->reset(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_protocol = htons(ETH_P_802_EX1);  // nobody's frames
+    address.sll_ifindex = port;
+    if (!*watch || bind(watch->get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+        Complain("cannot watch the interface: %s", strerror(errno));
+        return false;
+    }
+    return true;
+}
+
 // Nothing is forwarded to or from the interface from its first moment on.
-bool MakeInterface(const Arguments &arguments, HostTable *hostTable, CleanUp *cleanUp) {
+bool MakeInterface(const Arguments &arguments, HostTable *hostTable, FileDescriptor *watch,
+                   CleanUp *cleanUp) {
     char portName[IFNAMSIZ];
     snprintf(portName, sizeof portName, "zelan-if%d", arguments.network);
     RtSocket socket;
@@ -87,23 +109,21 @@ bool MakeInterface(const Arguments &arguments, HostTable *hostTable, CleanUp *cl
     // Removing one end of the pair removes both.
     cleanUp->links.push_back(port.portIndex);
     cleanUp->hostInterface = port.peerIndex;
-    return true;
+    return WatchPort(port.portIndex, watch);
+}
+
+bool Exists(const FileDescriptor &anySocket, int link) {
+    ifreq request = {};
+    request.ifr_ifindex = link;
+    return ioctl(anySocket.get(), SIOCGIFNAME, &request) == 0;
 }
 
 // Returns when somebody has removed the pair: without an interface there is nothing to keep, and a daemon
-// that lived on would look to the tool as if all were well. A packet socket of its own costs nothing while
-// nothing happens and is told when its interface goes down, which the port does only on its way out.
-void AwaitEndOf(int port) {
+// that lived on would look to the tool as if all were well.
+void AwaitEndOf(const FileDescriptor &watch, int port) {
     constexpr int DOWN_POLL_MILLISECONDS = 500;
-    FileDescriptor watch(socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sockaddr_ll address = {};
-    address.sll_family = AF_PACKET;
-    address.sll_protocol = htons(ETH_P_802_EX1);  // nobody's frames
-    address.sll_ifindex = port;
-    bool bound = watch && bind(watch.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
-    char name[IFNAMSIZ];
-    int patience = bound ? -1 : DOWN_POLL_MILLISECONDS;
-    while (if_indextoname(static_cast<unsigned>(port), name) != nullptr) {
+    int patience = -1;
+    while (Exists(watch, port)) {
         pollfd end = {watch.get(), 0, 0};
         poll(&end, 1, patience);
         int error = 0;
@@ -122,12 +142,14 @@ int main(int, char **argv) {
         return EXIT_FAILURE;
     }
     HostTable hostTable;
+    FileDescriptor watch;
     CleanUp cleanUp;
-    if (!MakeInterface(arguments, &hostTable, &cleanUp)) {
+    if (!MakeInterface(arguments, &hostTable, &watch, &cleanUp)) {
         Daemon_GiveUp(&arguments.contract, cleanUp);
     }
     Daemon_Detach(&arguments.contract, cleanUp);
-    AwaitEndOf(cleanUp.links.front());
+    Confine({.systemCalls = SYSTEM_CALLS, .files = true, .tcp = true});
+    AwaitEndOf(watch, cleanUp.links.front());
     Complain("%s has been removed", arguments.adapter);
     return EXIT_FAILURE;
 }

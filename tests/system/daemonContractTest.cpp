@@ -92,4 +92,22 @@ TEST(DaemonContract, StartersLimitsAndEnvironmentAreNotTheDaemons) {
     EXPECT_TRUE(HasLink("zelan-sw8")) << "the node's numbers, not its name, told the network";
 }
 
+// The PID file's process; zelan-watch is the one that keeps a capability, to clean up with.
+TEST(DaemonContract, WaitingDaemonHasNoPrivilegeLeft) {
+    const DaemonStart netifup = MustComeUp(StartNetifup(8));
+    const DaemonStart detect = MustComeUp(StartDaemon("zelan-detect", "zelan-detect", {}));
+    const std::string own = RunShell("id -u harbrel").output;
+    for (const pid_t pid : {netifup.pid, detect.pid}) {
+        const std::string line =
+            "awk '/^(Uid|CapEff|CapBnd|NoNewPrivs|Seccomp):/ {printf \"%s \", $2}' /proc/";
+        EXPECT_TRUE(WaitUntil([&] {
+            const std::string state = RunShell(line + std::to_string(pid) + "/status").output;
+            return state.starts_with(own.substr(0, own.size() - 1) + " 0000000000000000 ") &&
+                   state.ends_with(" 1 2 ");
+        })) << RunShell("cat /proc/" + std::to_string(pid) + "/status").output;
+    }
+    EXPECT_EQ("CapEff:\t0000000000001000\n",
+              RunShell("grep CapEff /proc/$(pgrep -x zelan-watch)/status").output);
+}
+
 }  // namespace

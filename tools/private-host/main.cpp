@@ -73,6 +73,19 @@ void MakeFolders(const std::string &path) {
     }
 }
 
+void AppendLine(const char *path, const char *line) {
+    FileDescriptor file(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+    if (!file || write(file.get(), line, strlen(line)) < 0) {
+        StopSetup(path);
+    }
+}
+
+// The user of the daemons, whom a package would make; the number only has to be nobody else's.
+void AddDaemonUser() {
+    AppendLine("/etc/passwd", "harbrel:x:64119:64119:virtual networks:/nonexistent:/usr/sbin/nologin\n");
+    AppendLine("/etc/group", "harbrel:x:64119:\n");
+}
+
 // An overlay, or a copy in memory, in which the tool's folder can be made without appearing on the real host.
 void MakePrivateEtc() {
     const char *scratch = "/tmp";
@@ -93,6 +106,7 @@ void MakePrivateEtc() {
         }
     }
     umount2(scratch, MNT_DETACH);
+    AddDaemonUser();
 
     // The real file may lead into /run, which is empty here, and this network has no name server anyway.
     unlink("/etc/resolv.conf");

@@ -1,0 +1,105 @@
+// What a daemon that guests' bytes have turned hostile can still do, by trying it.
+#include "daemons/confinement/confinement.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "lib/misc/owners.h"
+
+namespace {
+
+constexpr int SYSTEM_CALLS[] = {SYS_openat, SYS_socket, SYS_connect, SYS_getuid, SYS_getgid};
+constexpr ReachablePath PATHS[] = {{"/etc"}, {"/var/log", true}, {"/no/such/folder"}};
+constexpr uint16_t PORTS[] = {53};
+
+// Nobody listens, so that a connection which is let through is refused by the other side.
+int Connect(uint16_t port) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    FileDescriptor handle(socket(AF_INET, SOCK_STREAM, 0));
+    return connect(handle.get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
+}
+
+int Open(const char *path, int flags) {
+    return FileDescriptor(open(path, flags, 0644)) ? 0 : -1;
+}
+
+// The errno value that the attempt ends with in a confined process, 0 when it succeeds.
+int ErrorOf(const Confinement &confinement, const std::function<int()> &attempt) {
+    pid_t child = fork();
+    if (child == 0) {
+        if (!Confine(confinement)) {
+            _exit(255);
+        }
+        _exit(attempt() < 0 ? errno : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -status;
+}
+
+TEST(Confinement, LeavesWhatIsNamedAndNothingElse) {
+    const Confinement confinement = {
+        .systemCalls = SYSTEM_CALLS, .files = true, .paths = PATHS, .tcp = true, .tcpPorts = PORTS};
+    ASSERT_EQ(0, chmod("/var/log", 0777));
+    const struct {
+        const char *name;
+        int error;
+        std::function<int()> attempt;
+    } attempts[] = {
+        {"read a file within reach", 0, [] { return Open("/etc/hosts", O_RDONLY); }},
+        {"write it", EACCES, [] { return Open("/var/log/../../etc/hosts", O_WRONLY); }},
+        {"make one where it may", 0, [] { return Open("/var/log/made", O_WRONLY | O_CREAT); }},
+        {"make one elsewhere", EACCES, [] { return Open("/tmp/made", O_WRONLY | O_CREAT); }},
+        {"read one elsewhere", EACCES, [] { return Open("/proc/version", O_RDONLY); }},
+        {"speak to the named port", ECONNREFUSED, [] { return Connect(53); }},
+        {"speak to another", EACCES, [] { return Connect(54); }},
+        {"open a raw socket", EPERM, [] { return socket(AF_INET, SOCK_RAW, IPPROTO_ICMP); }},
+#ifndef HARBREL_ALL_SYSTEM_CALLS
+        {"name itself a leader", EPERM, [] { return setsid(); }},
+        {"map memory that it could run", EPERM,
+         [] {
+             return mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1,
+                         0) == MAP_FAILED
+                        ? -1
+                        : 0;
+         }},
+#endif
+    };
+    for (const auto &row : attempts) {
+        EXPECT_EQ(row.error, ErrorOf(confinement, row.attempt)) << row.name;
+    }
+}
+
+TEST(Confinement, RunsAsTheOwnUserOrNobodyWithoutAnyGroup) {
+    const passwd *own = getpwnam("harbrel");
+    ASSERT_NE(nullptr, own);
+    for (const auto &[user, group] : {std::pair(own->pw_uid, own->pw_gid), std::pair(65534U, 65534U)}) {
+        EXPECT_EQ(0, ErrorOf({},
+                             [user, group] {
+                                 const bool changed = getuid() == user && geteuid() == user &&
+                                                      getegid() == group && getgroups(0, nullptr) == 0 &&
+                                                      setuid(0) != 0;
+                                 errno = EINVAL;
+                                 return changed ? 0 : -1;
+                             }))
+            << user;
+        ASSERT_EQ(0, unlink("/etc/passwd"));
+        ASSERT_EQ(0, Open("/etc/passwd", O_WRONLY | O_CREAT));
+    }
+}
+
+}  // namespace
