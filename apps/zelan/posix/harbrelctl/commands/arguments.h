@@ -13,7 +13,8 @@ struct Arguments {
     bool verbose = false;
     bool yes = false;
 
-    std::vector<std::string> networks;  // as written; what one command calls NET or NET...
+    std::vector<std::string> networks;  // as written; what a command calls NET...
+    std::string network;                // the one that a command calls NET
     std::vector<std::string> words;     // KEY=VALUE..., KEY...
     // add
     bool nat = false;

@@ -7,11 +7,20 @@
 #include <string>
 
 #include "apps/zelan/posix/harbrelctl/commands/commands.h"
+#include "apps/zelan/posix/harbrelctl/model/keys.h"
 #include "apps/zelan/posix/harbrelctl/output/report.h"
 
 namespace {
 
 constexpr const char *VERSION = "harbrelctl version: 0.1";
+
+std::string KeyHelp() {
+    std::string help = "settings:";
+    for (const KeyRow &key : Keys()) {
+        help += std::string("\n") + key.name + "=" + key.allowed;
+    }
+    return help;
+}
 
 using AddOptions = void (*)(CLI::App *app, Arguments *arguments);
 
@@ -23,7 +32,68 @@ void AnyNetworks(CLI::App *app, Arguments *arguments) {
 }
 
 void OneNetwork(CLI::App *app, Arguments *arguments) {
-    app->add_option("NET", arguments->networks, "the network, as zelan8 or 8")->required()->expected(1);
+    app->add_option("NET", arguments->network, "the network, as zelan8 or 8")->required();
+}
+
+void SomeNetworks(CLI::App *app, Arguments *arguments) {
+    app->add_option("NET", arguments->networks, "networks, as zelan8 or 8")->required();
+}
+
+void Assignments(CLI::App *app, Arguments *arguments) {
+    OneNetwork(app, arguments);
+    app->add_option("KEY=VALUE", arguments->words, KeyHelp())->required();
+}
+
+void KeyNames(CLI::App *app, Arguments *arguments) {
+    OneNetwork(app, arguments);
+    app->add_option("KEY", arguments->words, "keys of set, back to their defaults")->required();
+}
+
+void NewNetwork(CLI::App *app, Arguments *arguments) {
+    app->add_option("NET", arguments->network, "its name; the first free one without it");
+    app->add_flag("--nat", arguments->nat, "guests reach the world outside through the host");
+    app->add_flag("--host-only", arguments->hostOnly, "guests reach the host and each other");
+    app->add_option("--bridge", arguments->bridge, "guests are on the net of these adapters of the host");
+    app->add_option("--subnet", arguments->subnet, "as 192.168.8.0/24; without it one that nothing uses");
+    app->add_flag("--no-dhcp", arguments->noDhcp, "guests set their addresses themselves");
+}
+
+void HostPorts(CLI::App *app, Arguments *arguments) {
+    OneNetwork(app, arguments);
+    app->add_option("PROTOCOL", arguments->protocol, "tcp or udp")->required();
+    app->add_option("PORT", arguments->ports, "of the host, or FIRST-LAST")->required();
+}
+
+void NewForward(CLI::App *app, Arguments *arguments) {
+    HostPorts(app, arguments);
+    app->add_option("GUEST", arguments->target, "ADDRESS:PORT, as 192.168.8.10:80")->required();
+    app->add_option("--note", arguments->note, "what it is for");
+}
+
+void NewReservation(CLI::App *app, Arguments *arguments) {
+    OneNetwork(app, arguments);
+    app->add_option("GUEST", arguments->guest, "MAC address, or name in the leases")->required();
+    app->add_option("ADDRESS", arguments->target, "to keep for it; without one its present address");
+}
+
+void OldReservation(CLI::App *app, Arguments *arguments) {
+    OneNetwork(app, arguments);
+    app->add_option("GUEST", arguments->guest, "MAC address, name in the leases, or the address")->required();
+}
+
+void AdapterMove(CLI::App *app, Arguments *arguments) {
+    app->add_option("ADAPTER", arguments->adapter, "of the host, as eth1")->required();
+    app->add_option("NET", arguments->destination, "network, default or none")->required();
+}
+
+void OnOrOff(CLI::App *app, Arguments *arguments) {
+    app->add_option("STATE", arguments->onOff, "on or off")->required();
+}
+
+void ApplyOptions(CLI::App *app, Arguments *arguments) {
+    AnyNetworks(app, arguments);
+    app->add_option("--plan", arguments->planFile,
+                    "what --dry-run --json has printed, if nothing changed since");
 }
 
 struct CommandRow {
@@ -37,11 +107,25 @@ struct CommandRow {
 constexpr CommandRow COMMANDS[] = {
     {nullptr, "list", "one line for each network that has anything", AnyNetworks, RunList},
     {nullptr, "show", "everything about one network", OneNetwork, RunShow},
+    {nullptr, "add", "a new network", NewNetwork, RunAdd},
+    {nullptr, "remove", "stops networks and takes them out", SomeNetworks, RunRemove},
+    {nullptr, "set", "changes settings of a network", Assignments, RunSet},
+    {nullptr, "unset", "takes settings back to their defaults", KeyNames, RunUnset},
     {"forward", "list", "ports of the host that lead to guests", AnyNetworks, RunForwardList},
+    {"forward", "add", "lets a port of the host lead to a guest", NewForward, RunForwardAdd},
+    {"forward", "remove", "takes ports back", HostPorts, RunForwardRemove},
     {"reserve", "list", "addresses that are kept for guests", AnyNetworks, RunReserveList},
+    {"reserve", "add", "keeps an address for a guest", NewReservation, RunReserveAdd},
+    {"reserve", "remove", "keeps it no longer", OldReservation, RunReserveRemove},
     {"adapter", "list", "the host's adapters and where they are bridged", NoOptions, RunAdapterList},
+    {"adapter", "move", "bridges an adapter to another network", AdapterMove, RunAdapterMove},
+    {"adapter", "default", "whether zelan0 takes adapters without a place", OnOrOff, RunAdapterDefault},
     {"lease", "list", "addresses that the DHCP servers have given away", AnyNetworks, RunLeaseList},
     {"guest", "list", "who is plugged in, with traffic counters", AnyNetworks, RunGuestList},
+    {nullptr, "start", "starts what is configured", AnyNetworks, RunStart},
+    {nullptr, "stop", "stops what runs", AnyNetworks, RunStop},
+    {nullptr, "restart", "stops and starts", AnyNetworks, RunRestart},
+    {nullptr, "apply", "brings what runs into line with the settings", ApplyOptions, RunApply},
 };
 
 struct GroupRow {

@@ -10,3 +10,18 @@ int RunReserveList(const Arguments &arguments);
 int RunAdapterList(const Arguments &arguments);
 int RunLeaseList(const Arguments &arguments);
 int RunGuestList(const Arguments &arguments);
+
+int RunSet(const Arguments &arguments);
+int RunUnset(const Arguments &arguments);
+int RunAdd(const Arguments &arguments);
+int RunRemove(const Arguments &arguments);
+int RunForwardAdd(const Arguments &arguments);
+int RunForwardRemove(const Arguments &arguments);
+int RunReserveAdd(const Arguments &arguments);
+int RunReserveRemove(const Arguments &arguments);
+int RunAdapterMove(const Arguments &arguments);
+int RunAdapterDefault(const Arguments &arguments);
+int RunStart(const Arguments &arguments);
+int RunStop(const Arguments &arguments);
+int RunRestart(const Arguments &arguments);
+int RunApply(const Arguments &arguments);

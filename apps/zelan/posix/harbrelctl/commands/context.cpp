@@ -4,9 +4,14 @@
 #include <cerrno>
 #include <cstring>
 
+#include "apps/zelan/posix/harbrelctl/model/surroundings.h"
 #include "apps/zelan/posix/harbrelctl/output/report.h"
 
-std::optional<std::vector<int>> ParseNetworks(const std::vector<std::string> &names) {
+std::optional<std::vector<int>> ParseNetworks(const Arguments &arguments) {
+    std::vector<std::string> names = arguments.networks;
+    if (!arguments.network.empty()) {
+        names.push_back(arguments.network);
+    }
     std::vector<int> numbers;
     for (const std::string &name : names) {
         const std::optional<int> number = ParseNetwork(name);
@@ -49,6 +54,7 @@ bool Open(Context *context) {
         Complain("the kernel does not tell its interfaces: %s", strerror(errno));
         return false;
     }
+    AddMissingAdapters(context->kernel, &context->host);
     return true;
 }
 

@@ -11,7 +11,7 @@
 
 // Numbers of the networks on the command line, each once, in their order there; those that have anything when
 // none was named. Nothing after a complaint.
-std::optional<std::vector<int>> ParseNetworks(const std::vector<std::string> &names);
+std::optional<std::vector<int>> ParseNetworks(const Arguments &arguments);
 std::vector<int> NetworksWithAnything(const Host &host);
 std::vector<int> NamedOrAll(const std::vector<int> &named, const Host &host);
 

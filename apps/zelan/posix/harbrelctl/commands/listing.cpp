@@ -7,7 +7,7 @@ namespace {
 
 // Opens the host and settles which networks to show.
 std::optional<std::vector<int>> Begin(const Arguments &arguments, Context *context, int *status) {
-    const std::optional<std::vector<int>> named = ParseNetworks(arguments.networks);
+    const std::optional<std::vector<int>> named = ParseNetworks(arguments);
     if (!named) {
         *status = STATUS_USAGE;
         return std::nullopt;

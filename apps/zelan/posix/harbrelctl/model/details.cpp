@@ -1,5 +1,15 @@
 #include "apps/zelan/posix/harbrelctl/model/details.h"
 
+#include <set>
+
+size_t PortCount(const Details &details) {
+    std::set<std::string> ports;
+    for (const Guest &guest : details.guests) {
+        ports.insert(guest.port);
+    }
+    return ports.size();
+}
+
 Details ReadDetails(const Host &host, const KernelView &kernel, int network) {
     Details details;
     const NetworkConfig &config = host.config.networks[network];

@@ -14,4 +14,7 @@ struct Details {
     std::array<std::optional<Process>, SERVICE_COUNT> processes;  // that the PID files name
 };
 
+// Ports of the switch with somebody behind them; one guest may show several MAC addresses.
+size_t PortCount(const Details &details);
+
 Details ReadDetails(const Host &host, const KernelView &kernel, int network);

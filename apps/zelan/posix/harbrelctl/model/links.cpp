@@ -67,7 +67,7 @@ int TakeLinkInfo(const nlattr *attribute, void *link) {
     return MNL_CB_OK;
 }
 
-void TakeLinkAttribute(const nlattr *attribute, int type, bool ethernet, Link *link) {
+void TakeLinkAttribute(const nlattr *attribute, int type, Link *link) {
     switch (type) {
         case IFLA_IFNAME:
             link->name = mnl_attr_get_str(attribute);
@@ -82,7 +82,7 @@ void TakeLinkAttribute(const nlattr *attribute, int type, bool ethernet, Link *l
             link->carrier = mnl_attr_get_u8(attribute) != 0;
             break;
         case IFLA_ADDRESS:
-            link->mac = ethernet ? MacIn(attribute) : "";
+            link->mac = link->ethernet ? MacIn(attribute) : "";
             break;
         case IFLA_LINKINFO:
             mnl_attr_parse_nested(attribute, TakeLinkInfo, link);
@@ -100,10 +100,9 @@ int TakeLink(const nlmsghdr *message, void *data) {
     Link link;
     link.index = header->ifi_index;
     link.flags = header->ifi_flags;
-    const bool ethernet = header->ifi_type == ARPHRD_ETHER;
-    ForEachAttribute<ifinfomsg>(message, [&](const nlattr *attribute, int type) {
-        TakeLinkAttribute(attribute, type, ethernet, &link);
-    });
+    link.ethernet = header->ifi_type == ARPHRD_ETHER;
+    ForEachAttribute<ifinfomsg>(
+        message, [&](const nlattr *attribute, int type) { TakeLinkAttribute(attribute, type, &link); });
     static_cast<KernelView *>(data)->links.push_back(link);
     return MNL_CB_OK;
 }

@@ -24,6 +24,7 @@ struct Link {
     uint32_t group = 0;
     unsigned flags = 0;  // IFF_...
     bool carrier = false;
+    bool ethernet = false;
     std::string mac;  // as StandardMac; empty without an Ethernet address
     uint64_t receivedBytes = 0, sentBytes = 0;
     uint64_t receivedPackets = 0, sentPackets = 0;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 
@@ -17,15 +18,16 @@ std::string FirstLine(const std::string &path) {
     return line;
 }
 
+double Now(clockid_t clock) {
+    constexpr double NANOSECONDS = 1e9;
+    timespec now = {};
+    clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / NANOSECONDS;
+}
+
+// Start times count from the boot.
 double BootTime() {
-    std::ifstream file("/proc/stat");
-    for (std::string word; file >> word;) {
-        double seconds = 0;
-        if (word == "btime" && file >> seconds) {
-            return seconds;
-        }
-    }
-    return 0;
+    return Now(CLOCK_REALTIME) - Now(CLOCK_BOOTTIME);
 }
 
 // From the state on; the name before it may hold anything.

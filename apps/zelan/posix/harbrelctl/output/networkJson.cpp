@@ -134,7 +134,7 @@ std::string ListJson(const Host &host, const std::vector<NetworkView> &views) {
                             {"kind", KindName(KindOf(host.config, view.number))},
                             {"subnet", SubnetJson(config)},
                             {"services", ServicesJson(host.networks[view.number])},
-                            {"guests", view.details.guests.size()},
+                            {"guests", PortCount(view.details)},
                             {"leases", view.details.leases.size()},
                             {"forwards", config.forwards.size()}});
     }

@@ -1,48 +1,22 @@
+#include <set>
 #include <utility>
 
+#include "apps/zelan/posix/harbrelctl/model/keys.h"
 #include "apps/zelan/posix/harbrelctl/output/networks.h"
 #include "apps/zelan/posix/harbrelctl/output/report.h"
 
 namespace {
 
-// The keys of `set`, each with the field whose value it shows and, for a pair, the second one.
-struct ShownKey {
-    Field field;
-    Field second;
-};
-constexpr ShownKey SHOWN_KEYS[] = {
-    {FIELD_ADAPTER_ADDRESS, FIELD_COUNT},  {FIELD_ADAPTER_NAME, FIELD_COUNT},
-    {FIELD_RANGE_FIRST, FIELD_RANGE_LAST}, {FIELD_LEASE_TIME, FIELD_COUNT},
-    {FIELD_MAX_LEASE_TIME, FIELD_COUNT},   {FIELD_DNS, FIELD_COUNT},
-    {FIELD_DOMAIN, FIELD_COUNT},           {FIELD_ROUTERS, FIELD_COUNT},
-    {FIELD_GATEWAY, FIELD_COUNT},          {FIELD_ACTIVE_FTP, FIELD_COUNT},
-    {FIELD_UDP_TIMEOUT, FIELD_COUNT},
-};
-
-// Whether the value says anything on this network.
-bool Applies(const NetworkConfig &config, Field field) {
-    if (config.Has(field)) {
-        return true;
-    }
-    const unsigned users = FIELDS[field].takenUpBy;
-    return ((users & USES_DHCP) != 0 && config.IsOn(FIELD_DHCP) &&
-            (field != FIELD_ROUTERS || config.IsOn(FIELD_NAT))) ||
-           ((users & USES_NAT) != 0 && config.IsOn(FIELD_NAT)) ||
-           ((users & USES_ADAPTER) != 0 && config.IsOn(FIELD_ADAPTER));
-}
+// Told by the lines of the services.
+const std::set<Field> SERVICE_KEYS = {FIELD_DHCP, FIELD_NAT, FIELD_ADAPTER};
 
 void AddParameters(int network, const NetworkConfig &config, Table *table) {
-    for (const ShownKey &key : SHOWN_KEYS) {
-        if (!Applies(config, key.field)) {
-            continue;
+    for (const KeyRow &key : Keys()) {
+        const std::string value = KeyValue(key, network, config);
+        const bool isService = SERVICE_KEYS.contains(key.field);
+        if (!isService && KeyApplies(key, config) && !value.empty()) {
+            table->rows.push_back({key.name, value + (KeyIsStored(key, config) ? "" : " (default)")});
         }
-        std::string value = EffectiveValue(network, config, key.field).value_or("");
-        bool stored = config.Has(key.field);
-        if (key.second != FIELD_COUNT) {
-            value += "-" + EffectiveValue(network, config, key.second).value_or("");
-            stored = stored || config.Has(key.second);
-        }
-        table->rows.push_back({FIELDS[key.field].name, value + (stored ? "" : " (default)")});
     }
 }
 
@@ -96,13 +70,9 @@ std::string Section(const char *title, const Table &table) {
 
 std::string ShowText(const Host &host, const NetworkView &view) {
     const NetworkConfig &config = host.config.networks[view.number];
-    const std::optional<Subnet> subnet = config.NetworkSubnet();
     Table facts = {{"", ""}, {}};
     facts.rows.push_back({"network", NetworkName(view.number)});
     facts.rows.push_back({"kind", KindName(KindOf(host.config, view.number))});
-    if (subnet) {
-        facts.rows.push_back({"subnet", SubnetText(*subnet)});
-    }
     AddServices(host, view, &facts);
     AddParameters(view.number, config, &facts);
     AddPlaces(host, view.number, &facts);

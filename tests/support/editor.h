@@ -1,0 +1,58 @@
+// harbrelctl on the private host, with a network behind NAT on it.
+#pragma once
+
+#include <memory>
+#include <sstream>
+
+#include "tests/support/tool.h"
+
+class EditorTest : public ToolTest {
+  protected:
+    static std::vector<std::string> EditorCommand(const std::vector<std::string> &arguments) {
+        std::vector<std::string> command = {ProgramPath("harbrelctl")};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return command;
+    }
+    // A line of words, without quoting.
+    static std::vector<std::string> Words(const std::string &line) {
+        std::istringstream stream(line);
+        return {std::istream_iterator<std::string>(stream), {}};
+    }
+    static CommandResult Edit(const std::string &line) { return RunCommand(EditorCommand(Words(line))); }
+    static CommandResult MustEdit(const std::string &line) {
+        CommandResult result = Edit(line);
+        EXPECT_TRUE(result.Succeeded()) << line << "\n" << result;
+        return result;
+    }
+
+    // zelan8 on 10.7.8.0/24, with all its services.
+    static std::string Nat8() {
+        return Subnet(8) + Feature(8, "DHCP") + Feature(8, "NAT") + Feature(8, "VIRTUAL_ADAPTER");
+    }
+    static void StartNat8(const std::string &records = "") {
+        Install(Nat8() + "answer HBL_DEFAULT_BRIDGE_VNET -1\n" + records);
+        MustEdit("start zelan8");
+    }
+
+    // A guest on a network's switch, with a MAC address that ends in `number`.
+    static std::unique_ptr<Machine> Plug(int network, int number) {
+        auto guest = std::make_unique<Machine>("zelan-g" + std::to_string(number));
+        guest->ConnectToBridge("zelan-sw" + std::to_string(network), "eth0");
+        Must("ip -n " + guest->name() + " link set eth0 address 02:00:00:00:00:0" + std::to_string(number));
+        return guest;
+    }
+    // Takes a lease and its address and router; the address.
+    static std::string TakeLease(const Machine &guest) {
+        WriteFileText(
+            "/tmp/client",
+            "#!/bin/sh\n[ \"$1\" = bound ] || exit 0\nip address flush dev $interface\n"
+            "ip address add $ip/$mask dev $interface\nip route replace default via ${router:-$serverid}\n"
+            "echo got $ip\n");
+        Must("chmod +x /tmp/client");
+        const CommandResult result = guest.Run("udhcpc -i eth0 -f -q -n -t 10 -T 1 -s /tmp/client");
+        const size_t start = result.output.find("got ");
+        return start == std::string::npos
+                   ? ""
+                   : result.output.substr(start + 4, result.output.find('\n', start) - start - 4);
+    }
+};

@@ -1,0 +1,206 @@
+// What an administrator does with the editor, seen by guests and by programs outside.
+#include <gmock/gmock.h>
+
+#include <fstream>
+
+#include "tests/support/conversation.h"
+#include "tests/support/editor.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+class Editor : public EditorTest {};
+
+std::string Peer(const std::string &, const std::string &peer) {
+    return peer;
+}
+
+// All that a failed change must leave alone.
+std::string StateOf() {
+    return RunShell(
+               "sort /etc/orvane/networking; md5sum /etc/orvane/zelan*/*/*.conf; cat /var/run/zelan-*.pid")
+        .output;
+}
+
+TEST_F(Editor, NewNetworkServesGuestsWithForwardsAndReservations) {
+    Machine outside("outside");
+    outside.ConnectToHost("eth0", "eth0", "203.0.113.9/24");
+    Must("ip address add 203.0.113.1/24 dev eth0");
+    Install("answer HBL_DEFAULT_BRIDGE_VNET -1\n");
+    EXPECT_THAT(MustEdit("add --nat --subnet 10.7.1.0/24").output, HasSubstr("added zelan1\n"));
+    auto guest = Plug(1, 5);
+    const std::string address = TakeLease(*guest);
+    EXPECT_THAT(address, MatchesRegex("10\\.7\\.1\\.(129|1[3-9].|2..)"));
+    EXPECT_TRUE(guest->Run("ping -c 1 -W 5 203.0.113.9").Succeeded());
+
+    EXPECT_THAT(MustEdit("--no-legend lease list").output,
+                MatchesRegex("zelan1  " + address + "  02:00:00:00:00:05  .*  no\n"));
+    EXPECT_THAT(MustEdit("--no-legend guest list zelan1").output,
+                MatchesRegex("zelan1  zelan-g5-eth0  02:00:00:00:00:05  " + address + "  .*\n"));
+    EXPECT_THAT(MustEdit("--no-legend list").output,
+                MatchesRegex("zelan1  NAT  10.7.1.0/24  dhcp,nat,adapter  dhcp,nat,adapter  1  1  0\n"));
+
+    MustEdit("reserve add 1 2:0:0:0:0:5 10.7.1.20");
+    EXPECT_EQ("10.7.1.20", TakeLease(*guest));
+    MustEdit("forward add zelan1 tcp 8888-8889 10.7.1.20:80 --note two_ports");
+    Responder first(guest.get(), SOCK_STREAM, {"10.7.1.20", 80}, Peer);
+    Responder second(guest.get(), SOCK_STREAM, {"10.7.1.20", 81}, Peer);
+    EXPECT_EQ("203.0.113.9", Exchange(&outside, SOCK_STREAM, {"203.0.113.1", 8888}, "x"));
+    EXPECT_EQ("203.0.113.9", Exchange(&outside, SOCK_STREAM, {"203.0.113.1", 8889}, "x"));
+    MustEdit("forward remove zelan1 tcp 8888");
+    EXPECT_EQ("203.0.113.9", Exchange(&outside, SOCK_STREAM, {"203.0.113.1", 8889}, "x"));
+    EXPECT_EQ("", Exchange(&outside, SOCK_STREAM, {"203.0.113.1", 8888}, "x", milliseconds(500)));
+
+    // The whole network moves, with the guest on it.
+    MustEdit("forward remove zelan1 tcp 8889");
+    MustEdit("reserve remove zelan1 10.7.1.20");
+    MustEdit("set zelan1 subnet=10.7.99.0/24 range=10.7.99.50-10.7.99.59");
+    EXPECT_THAT(TakeLease(*guest), MatchesRegex("10\\.7\\.99\\.5."));
+    EXPECT_TRUE(guest->Run("ping -c 1 -W 5 203.0.113.9").Succeeded());
+    guest.reset();
+    MustEdit("remove zelan1");
+    EXPECT_EQ("", MustEdit("--no-legend list").output);
+    EXPECT_FALSE(HasLink("zelan1"));
+    EXPECT_EQ("", Names("/etc/orvane/zelan1*"));
+}
+
+TEST_F(Editor, AdapterMovesToANetworkAndBack) {
+    Machine outside("outside");
+    outside.ConnectToHost("eth0", "eth0", "10.7.3.9/24");
+    Install("");
+    MustEdit("start");
+    MustEdit("add zelan3 --bridge eth0");
+    Machine guest("zelan-g");
+    guest.ConnectToBridge("zelan-sw3", "eth0", "10.7.3.50/24");
+    EXPECT_TRUE(guest.Run("ping -c 1 -W 5 10.7.3.9").Succeeded());
+    EXPECT_THAT(MustEdit("--no-legend adapter list").output, HasSubstr("eth0  zelan3  yes"));
+    MustEdit("adapter move eth0 none");
+    EXPECT_FALSE(guest.Run("ping -c 1 -W 1 10.7.3.9").Succeeded());
+    EXPECT_THAT(MustEdit("--no-legend adapter list").output, HasSubstr("eth0  none  yes"));
+}
+
+TEST_F(Editor, ConflictsAndSlipsAreRefusedWithTheirReasonAndChangeNothing) {
+    Must("ip link add docker0 type bridge && ip address add 172.17.0.1/16 dev docker0");
+    StartNat8(Subnet(9) + "add_nat_portfwd 9 udp 53 10.7.9.5 53\n");
+    Responder server(nullptr, SOCK_STREAM, {"127.0.0.1", 2222}, Peer);
+    const std::string before = StateOf();
+    const struct {
+        const char *line;
+        int status;
+        const char *words;
+    } cases[] = {
+        {"set zelan8 subnet=10.7.8.0/23", 4, "overlaps 10.7.9.0/24 of zelan9"},
+        {"set zelan8 subnet=172.16.0.0/12", 4, "overlaps 172.17.0.0/16 of the bridge docker0"},
+        {"add --nat --subnet 10.7.0.0/16", 4, "overlaps 10.7.8.0/24 of zelan8"},
+        {"add zelan8 --nat", 4, "zelan8 is configured already"},
+        {"forward add 8 tcp 2222 10.7.8.9:22", 4, "tcp port 2222 of the host is used by system_tests ("},
+        {"forward add 8 udp 53 10.7.8.9:53", 4, "udp port 53 is forwarded by zelan9 to 10.7.9.5:53"},
+        {"forward add 8 tcp 80 10.9.9.9:80", 2, "no guest of the subnet 10.7.8.0/24"},
+        {"forward add 9 tcp 80 10.7.9.9:80", 2, "zelan9 has no NAT"},
+        {"forward add 8 tcp 0 10.7.8.9:80", 2, "\"0\" is no port"},
+        {"forward add 8 sctp 80 10.7.8.9:80", 2, "\"sctp\" is no protocol: tcp or udp"},
+        {"forward remove 8 tcp 80", 2, "zelan8 forwards no such port"},
+        {"reserve add 8 2:0:0:0:0:1 10.7.8.1", 4, "the reserved address 10.7.8.1 is the host's address"},
+        {"reserve add 8 nobody 10.7.8.9", 2, "no lease of zelan8 has that name"},
+        {"set zelan8 dns=9.9.9.9 gateway=10.7.8.1", 2, "the gateway has the host's own address"},
+        {"set zelan8 dns=9.9.9.9 colour=red", 2, "there is no key \"colour\": subnet dhcp"},
+        {"adapter move eth7 zelan3", 2, "the host has no adapter \"eth7\""},
+        {"show zelan256", 2, "zelan0 to zelan255"},
+        {"lis", 2, "\"lis\" is not understood"},
+        {"apply --plan /etc/passwd", 2, "/etc/passwd is no plan"},
+    };
+    for (const auto &row : cases) {
+        const CommandResult result = Edit(row.line);
+        EXPECT_EQ(row.status, result.status) << row.line << "\n" << result;
+        EXPECT_THAT(result.errors, HasSubstr(row.words)) << row.line;
+        EXPECT_EQ("", result.output) << row.line;
+    }
+    EXPECT_EQ(before, StateOf());
+}
+
+TEST_F(Editor, PlanIsShownKeptAndRefusedWhenTheStateHasMovedOn) {
+    StartNat8();
+    const std::string before = StateOf();
+    const CommandResult shown = MustEdit("--dry-run forward add zelan8 tcp 8888 10.7.8.9:80");
+    EXPECT_THAT(shown.output, HasSubstr("+ add_nat_portfwd 8 tcp 8888 10.7.8.9 80\n"));
+    EXPECT_THAT(shown.output, HasSubstr(" [incomingtcp]\n+8888 = 10.7.8.9:80\n"));
+    EXPECT_THAT(shown.output, HasSubstr("* start nat on zelan8\n"));
+    EXPECT_THAT(shown.output, Not(HasSubstr("dhcp")));
+    WriteFileText("/tmp/plan", MustEdit("-n -j forward add zelan8 tcp 8888 10.7.8.9:80").output);
+    EXPECT_EQ(before, StateOf()) << "a dry run has changed something";
+    const pid_t dhcp = Pid("zelan-dhcpd-zelan8");
+    MustEdit("apply --plan /tmp/plan");
+    EXPECT_EQ(dhcp, Pid("zelan-dhcpd-zelan8")) << "a service that has nothing to do with it was restarted";
+    EXPECT_THAT(ReadFileText("/etc/orvane/zelan8/nat/nat.conf"), HasSubstr("8888 = 10.7.8.9:80"));
+    const std::string after = StateOf();
+    EXPECT_EQ(5, Edit("apply --plan /tmp/plan").status);
+    EXPECT_EQ(after, StateOf());
+    EXPECT_EQ("nothing to change\n", MustEdit("apply zelan8").output);
+    // What is not right is put right, and only that.
+    kill(Pid("zelan-natd-8"), SIGKILL);
+    EXPECT_TRUE(WaitUntil([] { return Edit("list zelan8").status == 3; }));
+    EXPECT_EQ("start nat on zelan8\n", MustEdit("apply zelan8").output);
+    MustEdit("--no-apply set zelan8 lease-time=600");
+    EXPECT_THAT(MustEdit("apply").output, HasSubstr("write the file of dhcp on zelan8\n"));
+    EXPECT_THAT(ReadFileText("/etc/orvane/zelan8/dhcpd/dhcpd.conf"), HasSubstr("default-lease-time 600;"));
+}
+
+TEST_F(Editor, TwoAtOnceBothCountWithWhateverElseUsesTheDatabase) {
+    Install(Nat8());
+    {
+        BackgroundCommand first(EditorCommand(Words("set zelan8 dns=9.9.9.9")));
+        BackgroundCommand second(EditorCommand(Words("set zelan8 lease-time=700 max-lease-time=900")));
+        BackgroundCommand third(EditorCommand(Words("reserve add zelan8 2:0:0:0:0:1 10.7.8.9")));
+        BackgroundCommand tool(Command({"--status"}));
+        EXPECT_EQ(0, first.Wait());
+        EXPECT_EQ(0, second.Wait());
+        EXPECT_EQ(0, third.Wait());
+        tool.Wait();
+    }
+    const std::string records = ReadFileText(DATABASE);
+    for (const char *part :
+         {"DNS_ADDR 9.9.9.9", "SUB_DEFAULT_LEASE_TIME 700", "SUB_MAX_LEASE_TIME 900", "10.7.8.9"}) {
+        EXPECT_THAT(records, HasSubstr(part));
+    }
+}
+
+// Fails and kills at each write to the database in turn, until one run is not hit any more.
+TEST_F(Editor, ChangeOfManyRecordsIsWrittenWholeOrNotAtAll) {
+    const std::string change =
+        " --no-apply set zelan8 dns=9.9.9.9 lease-time=700 range=10.7.8.50-10.7.8.60 nat=off";
+    const auto configured = [] {
+        return RunShell("sed -E '/_HASH /d; s/ no$/ -/; / -$/d' /etc/orvane/networking | sort").output;
+    };
+    Install(Nat8());
+    const std::string old = configured();
+    MustEdit(change);
+    const std::string fresh = configured();
+    ASSERT_NE(old, fresh);
+    for (const char *fault : {"error=ENOSPC", "signal=KILL"}) {
+        int hits = 0;
+        for (int call = 1; call < 40; call++) {
+            Install(Nat8());
+            const CommandResult result =
+                RunShell("strace -f -qq -o /run/trace -P " + std::string(DATABASE) +
+                         " -e trace=write -e inject=write:" + fault + ":when=" + std::to_string(call) + " " +
+                         ProgramPath("harbrelctl") + change);
+            const bool hit = RunShell("grep -qE 'INJECTED|killed' /run/trace").Succeeded();
+            hits += hit ? 1 : 0;
+            // The next editor finds the one or the other.
+            MustEdit("--no-apply reserve add zelan8 2:0:0:0:0:1 10.7.8.9");
+            MustEdit("--no-apply reserve remove zelan8 10.7.8.9");
+            EXPECT_EQ(result.status == 0 ? fresh : old, configured()) << fault << call << result;
+            if (!hit) {
+                EXPECT_EQ(0, result.status) << result;
+                break;
+            }
+        }
+        EXPECT_GE(hits, 5) << "the fault was not met";
+    }
+}
+
+}  // namespace
