@@ -42,13 +42,13 @@ std::string ReceiveOnce(int descriptor, std::chrono::milliseconds deadline) {
 
 }  // namespace
 
-FileDescriptor SocketOn(const Machine *machine, int type, int family) {
+FileDescriptor SocketOn(const Machine *machine, int type, int family, int protocol) {
     FileDescriptor home(open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
     if (machine != nullptr) {
         FileDescriptor there(open(("/var/run/netns/" + machine->name()).c_str(), O_RDONLY | O_CLOEXEC));
         EXPECT_EQ(0, setns(there.get(), CLONE_NEWNET)) << strerror(errno);
     }
-    FileDescriptor made(socket(family, type | SOCK_CLOEXEC, 0));
+    FileDescriptor made(socket(family, type | SOCK_CLOEXEC, protocol));
     EXPECT_TRUE(made) << strerror(errno);
     EXPECT_EQ(0, setns(home.get(), CLONE_NEWNET)) << strerror(errno);
     return made;
@@ -59,6 +59,12 @@ FileDescriptor ConnectedTo(const Machine *machine, int type, const Endpoint &ser
     const sockaddr_in address = SocketAddress(server);
     connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
     return client;
+}
+
+void SendTo(const FileDescriptor &socket, const Endpoint &to, const std::string &message) {
+    const sockaddr_in address = SocketAddress(to);
+    sendto(socket.get(), message.data(), message.size(), 0, reinterpret_cast<const sockaddr *>(&address),
+           sizeof address);
 }
 
 std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,

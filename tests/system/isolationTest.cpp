@@ -28,7 +28,10 @@ constexpr Cell CLOSED[] = {
     {"lan", "192.168.1.50"},
     {"box", "192.168.1.50"},
     {"zelan-g", "192.168.1.50"},
+    {"zelan-o", "203.0.113.60"},
+    {"zelan-b", "192.168.1.50"},
     // Into a NAT network, and to its router.
+    {"zelan-b", "192.168.10.50"},
     {"outside", "192.168.10.50"},
     {"lan", "192.168.10.50"},
     {"box", "192.168.10.50"},
@@ -47,7 +50,8 @@ constexpr Cell OPEN[] = {
     {"zelan-o", "192.168.1.51"}, {"zelan-o", "192.168.1.1"},  {"", "192.168.1.50"},
     {"zelan-g", "203.0.113.9"},  {"zelan-g", "198.51.100.9"}, {"zelan-g", "172.17.0.11"},
     {"zelan-g", "192.168.10.2"}, {"zelan-g", "203.0.113.1"},  {"zelan-g", "192.168.10.51"},
-    {"zelan-n", "203.0.113.9"},  {"", "192.168.10.50"},       {"box", "172.17.0.12"},
+    {"zelan-n", "203.0.113.9"},  {"", "192.168.10.50"},       {"zelan-b", "203.0.113.9"},
+    {"zelan-g", "203.0.113.60"}, {"box", "172.17.0.12"},
 };
 
 // Tries all at once, since what is closed takes its time. A line for each that is answered.
@@ -102,6 +106,9 @@ class Isolation : public NatNetwork {
         Must("ip address add 192.168.10.1/24 dev zelan8 && ip link set zelan8 up");
         Start(Configuration("", "", "8888 = 192.168.10.50:80\n"));
         StartNinth();
+        MustComeUp(StartDaemon("zelan-bridge", "zelan-bridge-0", {"-n", "0", "-ieth0"}));
+        bridged_.ConnectToBridge("zelan-sw0", "eth0", "203.0.113.60/24");
+        Must(std::string("ip -n zelan-b route add default via ") + HOST);
         second_.ConnectToBridge("zelan-sw8", "eth0", "192.168.10.51/24");
         Must("ip -n zelan-s route add default via 192.168.10.1");
         other_.ConnectToBridge("zelan-sw1", "eth0", "192.168.1.50/24");
@@ -136,7 +143,8 @@ class Isolation : public NatNetwork {
     }
 
     Machine lan_{"lan"}, box_{"box"}, box2_{"box2"};
-    Machine second_{"zelan-s"}, other_{"zelan-o"}, other2_{"zelan-o2"}, ninth_{"zelan-n"};
+    Machine second_{"zelan-s"}, other_{"zelan-o"}, other2_{"zelan-o2"}, ninth_{"zelan-n"},
+        bridged_{"zelan-b"};
     DaemonStart hostOnly_;
 
   private:
@@ -159,6 +167,14 @@ constexpr const char *NONE_FORWARDS = "echo 0 > /proc/sys/net/ipv4/ip_forward";
 TEST_F(Isolation, HostThatDoesNotForward) {
     StartNetworks();
     ExpectTable("from the start", false);
+    Must(
+        "nft add table inet guests && nft add chain inet guests input"
+        " '{ type filter hook input priority 0; policy accept; }'"
+        " && nft add rule inet guests input ct state established,related accept"
+        " && nft add rule inet guests input iifgroup '{ 1192, 1193 }' drop");
+    EXPECT_EQ("", Answered(std::vector<Cell>{{"zelan-o", "192.168.1.1"}, {"zelan-g", HOST}}))
+        << "as the manual says";
+    EXPECT_EQ("", Unanswered(std::vector<Cell>{{"", "192.168.1.50"}, {"zelan-g", OUTSIDE}}));
     Must(ALL_FORWARD);
     EXPECT_TRUE(WaitUntil([] { return !Answered(std::vector{BETWEEN_ADAPTERS}).empty(); }))
         << "somebody has told the host to forward";

@@ -1,3 +1,4 @@
+#include <netinet/in.h>
 #include <unistd.h>
 
 #include "tests/system/natNetwork.h"
@@ -45,6 +46,43 @@ TEST_F(Nat, UdpFlowsHaveTheirTimeOutOnceTheyAreAnswered) {
     EXPECT_TRUE(WaitUntil([&client] { return send(client.get(), "x", 1, 0) < 0 || TimeLeft(7000) > 1200; }))
         << TimeLeft(7000);
     EXPECT_NEAR(1234, TimeLeft(7000), 5);
+}
+
+// Those of one guest never fill the host's table of flows, where each stands once more.
+TEST_F(Nat, OneGuestsFlowsAreLimited) {
+    constexpr int LIMIT = 4096;
+    Start(Configuration());
+    Machine other("zelan-g2");
+    other.ConnectToBridge("zelan-sw8", "eth0", "192.168.10.51/24");
+    Must(std::string("ip -n zelan-g2 route add default via ") + GATEWAY);
+    const auto count = [] {
+        return atoi(ReadFileText("/proc/sys/net/netfilter/nf_conntrack_count").c_str());
+    };
+    const FileDescriptor flood = SocketOn(guest_.get(), SOCK_DGRAM);
+    for (int port = 10000; port < 10000 + 2 * LIMIT; port++) {
+        SendTo(flood, {OUTSIDE, port}, "x");
+    }
+    EXPECT_TRUE(WaitUntil([&count] { return count() > LIMIT / 2; })) << count();
+    EXPECT_LE(count(), LIMIT + 100);
+    Responder udp(&outside_, SOCK_DGRAM, {OUTSIDE, 7000}, Peer);
+    EXPECT_EQ(HOST, Exchange(&other, SOCK_DGRAM, {OUTSIDE, 7000}, "x"));
+    EXPECT_EQ("", Exchange(guest_.get(), SOCK_DGRAM, {OUTSIDE, 7000}, "x", SHORT)) << "no limit was met";
+}
+
+// An answer to nothing belongs to no flow, so that nobody would translate its sender on the way out.
+TEST_F(Nat, WhatBelongsToNoFlowDoesNotLeave) {
+    Start(Configuration());
+    const FileDescriptor raw = SocketOn(guest_.get(), SOCK_RAW, AF_INET, IPPROTO_ICMP);
+    const auto received = [this](const std::string &what) {
+        return atoi(outside_.Run("nstat -asz " + what + " | awk '/^Icmp/ {print $2}'").output.c_str());
+    };
+    const std::string echoReply("\0\0\xff\xff\0\0\0\0", 8);
+    for (int i = 0; i < 3; i++) {
+        SendTo(raw, {OUTSIDE, 0}, echoReply);
+    }
+    EXPECT_TRUE(GuestPings(OUTSIDE));
+    EXPECT_EQ(1, received("IcmpInEchos"));
+    EXPECT_EQ(0, received("IcmpInEchoReps"));
 }
 
 // What the daemons load, written as nft(8) reads it.
@@ -214,11 +252,11 @@ TEST_F(Nat, SendersOfOtherMakersAreRefusedWhenAsked) {
 // Guests' bytes are read by this process.
 TEST_F(Nat, DaemonHoldsNoPrivilegeOnceItIsUp) {
     Start(Configuration());
-    EXPECT_TRUE(WaitUntil([this] {
-        return RunShell("awk '/^(Uid|Gid|CapPrm|CapEff|NoNewPrivs)/ {print $2}' /proc/" +
-                        std::to_string(start_.pid) + "/status")
-                   .output == "65534\n65534\n0000000000000000\n0000000000000000\n1\n";
-    })) << RunShell("cat /proc/" + std::to_string(start_.pid) + "/status").output;
+    const std::string status = "/proc/" + std::to_string(start_.pid) + "/status";
+    EXPECT_TRUE(WaitUntil([&status] {
+        return RunShell("awk '/^(Uid|Gid)/ {print $2 != 0} /^Cap(Prm|Eff)|^NoNewPrivs/ {print $2}' " + status)
+                   .output == "1\n1\n0000000000000000\n0000000000000000\n1\n";
+    })) << ReadFileText(status);
     EXPECT_TRUE(GuestPings(OUTSIDE));
 }
 
