@@ -79,8 +79,8 @@ void CableSet::Run() {
             restart = Clock::now() + RESTART_TIME;
         }
         if (waits[0].revents != 0) {
+            settled = noted_ ? settled : Clock::now() + SETTLE_TIME;
             TakeAnnouncements();
-            settled = Clock::now() + SETTLE_TIME;
         }
         if (noted_ && Clock::now() >= settled) {
             TakeNoted();
