@@ -16,6 +16,7 @@ constexpr std::string_view PROCESS = "process";
 constexpr std::string_view START_TIME = "start-time";
 constexpr std::string_view LINK = "link";
 constexpr std::string_view HOST_INTERFACE = "host-interface";
+constexpr std::string_view FILTERS = "filters";
 constexpr std::string_view PID_FILE = "pid-file";
 
 std::string Line(std::string_view key, const std::string &value) {
@@ -41,6 +42,8 @@ bool TakeValue(std::string_view key, std::string_view value, Traces *traces) {
         traces->cleanUp.links.push_back(number);
     } else if (key == HOST_INTERFACE) {
         traces->cleanUp.hostInterface = number;
+    } else if (key == FILTERS) {
+        traces->cleanUp.filters = number;
     } else {
         return false;
     }
@@ -74,6 +77,9 @@ std::string Traces_Text(const Traces &traces) {
                        Line(HOST_INTERFACE, std::to_string(traces.cleanUp.hostInterface));
     for (int link : traces.cleanUp.links) {
         text += Line(LINK, std::to_string(link));
+    }
+    if (traces.cleanUp.filters >= 0) {
+        text += Line(FILTERS, std::to_string(traces.cleanUp.filters));
     }
     // Last, since a path may hold line ends.
     return text + Line(PID_FILE, traces.pidFile);

@@ -19,6 +19,7 @@ inline constexpr char WATCH_FOLDER[] = "/run/zelan";
 struct CleanUp {
     std::vector<int> links;  // indexes of interfaces that it made
     int hostInterface = 0;   // index of the one that is the host's own on the network, 0 for none
+    int filters = -1;        // the network whose filters it may have on adapters (bridgefilter), -1 for none
 };
 
 struct Traces {

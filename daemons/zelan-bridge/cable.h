@@ -47,6 +47,8 @@ class Cable {
     int adapterIndex() const { return static_cast<int>(record_.adapter); }
     const std::string &adapterName() const { return adapterName_; }
     int tapIndex() const { return tap_.index(); }
+    // Whether programs are attached by links, which a kernel has for every adapter or for none.
+    bool IsLinked() const { return kernelPath_ != nullptr && kernelPath_->IsLinked(); }
 
   private:
     bool FillRecord(const LinkInfo &adapter, const Surroundings &surroundings);

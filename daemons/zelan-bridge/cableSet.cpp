@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <utility>
 
 #include "daemons/common/complain.h"
 #include "daemons/common/linkGroup.h"
@@ -59,6 +60,10 @@ bool CableSet::Begin() {
     return true;
 }
 
+bool CableSet::MayHaveFilters() const {
+    return std::none_of(cables_.begin(), cables_.end(), [](const auto &cable) { return cable->IsLinked(); });
+}
+
 void CableSet::Run() {
     paths_.copier.Start();
     Clock::time_point settled = Clock::now();
@@ -95,6 +100,10 @@ void CableSet::TakeAnnouncements() {
     if (!announcements_.TakeAnnouncements([this](const nlmsghdr *message) { TakeAnnouncement(message); })) {
         noted_ = true;
     }
+    HostLinks links;
+    if (std::exchange(changed_, false) && HostLinks_Read(&requests_, &links)) {
+        GiveUpUntaken(links);
+    }
 }
 
 void CableSet::TakeAnnouncement(const nlmsghdr *message) {
@@ -111,6 +120,7 @@ void CableSet::TakeAnnouncement(const nlmsghdr *message) {
     }
     if (Cable *cable = Find(link.index)) {
         cable->Follow(&requests_, link);
+        changed_ = true;
     }
     noted_ = noted_ || !LinkGroup_IsOurs(link.group);
 }

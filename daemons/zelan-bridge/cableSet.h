@@ -15,12 +15,16 @@ class CableSet {
     // Opens the sockets and connects every adapter that is there. False after a line in the log.
     bool Begin();
 
+    // Whether filters of ours may be on adapters, now or once others have come.
+    bool MayHaveFilters() const;
+
     // Follows the host's adapters for good. To be called by the process that stays.
     [[noreturn]] void Run();
 
   private:
-    // Takes the kernel's announcements. Adapters that are gone lose their cable at once; other changes are
-    // only noted, since an interface that is being set up is seldom what it will be a moment later.
+    // Takes the kernel's announcements. Adapters that are gone or taken no longer lose their cable at once;
+    // other changes are only noted, since an interface that is being set up is seldom what it will be a
+    // moment later.
     void TakeAnnouncements();
 
     // Looks at the host as it is now: connects what the rule takes and gives up what it takes no longer.
@@ -40,7 +44,8 @@ class CableSet {
     RtSocket announcements_;
     DataPaths paths_;
     std::vector<std::unique_ptr<Cable>> cables_;
-    bool noted_ = false;
+    bool noted_ = false;    // something has changed
+    bool changed_ = false;  // a connected adapter has
     // Adapters that could not be connected, as they were then: tried again once they have changed.
     std::map<int, LinkInfo> refused_;
 };

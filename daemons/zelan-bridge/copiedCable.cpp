@@ -38,12 +38,12 @@ FrameHead ReadHead(const uint8_t *frame, size_t size) {
     return head;
 }
 
-SentFrame *FindPrint(HeardSenders *heard, const uint8_t *frame, size_t size, uint64_t *print) {
+SentFrame *FindPrint(HeardGuests *guests, const uint8_t *frame, size_t size, uint64_t *print) {
     if (size < PRINT_BYTES) {
         return nullptr;
     }
     *print = Frame_Print(frame, 0);
-    return &heard->sent[Frame_PrintPlace(*print)];
+    return &guests->sent[Frame_PrintPlace(*print)];
 }
 
 // The tag that the kernel has taken out of a received frame; 0 for none, the protocol in the upper half.
@@ -122,16 +122,16 @@ size_t SenderTable::Place(uint64_t mac) {
 }
 
 // Whether a guest's frame goes out. What is for the host itself cannot: it would only come to the wire.
-bool CopiedCable::MayLeave(const uint8_t *frame, size_t size, HeardSenders *heard, uint64_t now) const {
+bool CopiedCable::MayLeave(const uint8_t *frame, size_t size, HeardGuests *guests, uint64_t now) const {
     FrameHead head = ReadHead(frame, size);
     if (Mac_IsLinkControl(head.to) || head.from == record_.mac || head.to == record_.mac ||
         Frame_IsHostsVlan(&head, &record_)) {
         return false;
     }
-    heard->guests.Note(head.from, now);
-    if (record_.several != 0 && (Mac_IsGroup(head.to) || heard->adapter.HeardAt(head.to) == 0)) {
+    guests->senders.Note(head.from, now);
+    if (record_.several != 0 && (Mac_IsGroup(head.to) || adapterSenders_.HeardAt(head.to) == 0)) {
         uint64_t print = 0;
-        if (SentFrame *place = FindPrint(heard, frame, size, &print)) {
+        if (SentFrame *place = FindPrint(guests, frame, size, &print)) {
             *place = {print, now};
         }
     }
@@ -139,21 +139,22 @@ bool CopiedCable::MayLeave(const uint8_t *frame, size_t size, HeardSenders *hear
 }
 
 // Whether a frame from the wire is for the guests.
-bool CopiedCable::MayEnter(const uint8_t *frame, size_t size, HeardSenders *heard, uint64_t now) const {
+bool CopiedCable::MayEnter(const uint8_t *frame, size_t size, HeardGuests *guests, uint64_t now) {
     FrameHead head = ReadHead(frame, size);
     if (Mac_IsLinkControl(head.to) || Mac_IsGroup(head.from) || head.to == record_.mac ||
         Frame_IsHostsVlan(&head, &record_)) {
         return false;
     }
-    int sides = Mac_IsGroup(head.to) ? TO_GUESTS | TO_ADAPTER
-                                     : Sides(heard->guests.HeardAt(head.to), heard->adapter.HeardAt(head.to));
+    int sides = Mac_IsGroup(head.to)
+                    ? TO_GUESTS | TO_ADAPTER
+                    : Sides(guests->senders.HeardAt(head.to), adapterSenders_.HeardAt(head.to));
     uint64_t print = 0;
     const SentFrame *place =
-        record_.several != 0 && (sides & TO_GUESTS) != 0 ? FindPrint(heard, frame, size, &print) : nullptr;
+        record_.several != 0 && (sides & TO_GUESTS) != 0 ? FindPrint(guests, frame, size, &print) : nullptr;
     if (place != nullptr && Frame_IsEcho(place, print, now)) {
         return false;
     }
-    heard->adapter.Note(head.from, now);
+    adapterSenders_.Note(head.from, now);
     return (sides & TO_GUESTS) != 0;
 }
 
@@ -167,7 +168,7 @@ bool CopiedCable::SendHeld() {
     return true;
 }
 
-void CopiedCable::MoveToAdapter(HeardSenders *heard, uint64_t now) {
+void CopiedCable::MoveToAdapter(HeardGuests *guests, uint64_t now) {
     if (heldSize_ != 0 && !SendHeld()) {
         return;
     }
@@ -178,7 +179,7 @@ void CopiedCable::MoveToAdapter(HeardSenders *heard, uint64_t now) {
         }
         size_t whole = static_cast<size_t>(size);
         if (whole < sizeof(OffloadHeader) + sizeof(ether_header) ||
-            !MayLeave(held_.data() + sizeof(OffloadHeader), whole - sizeof(OffloadHeader), heard, now)) {
+            !MayLeave(held_.data() + sizeof(OffloadHeader), whole - sizeof(OffloadHeader), guests, now)) {
             continue;
         }
         heldSize_ = whole;
@@ -188,12 +189,12 @@ void CopiedCable::MoveToAdapter(HeardSenders *heard, uint64_t now) {
     }
 }
 
-void CopiedCable::MoveToSwitch(HeardSenders *heard, uint64_t now) {
+void CopiedCable::MoveToSwitch(HeardGuests *guests, uint64_t now) {
     FrameBuffer buffer;
     ReceivedFrame frame;
     for (int moved = 0; moved < FRAMES_PER_TURN && ReceiveFrame(socket_.get(), &buffer, &frame); moved++) {
         if (frame.size != 0 &&
-            MayEnter(frame.start + sizeof(OffloadHeader), frame.size - sizeof(OffloadHeader), heard, now)) {
+            MayEnter(frame.start + sizeof(OffloadHeader), frame.size - sizeof(OffloadHeader), guests, now)) {
             // A frame that the switch refuses is lost, as it would be there.
             (void)!write(tap_.get(), frame.start, frame.size);
         }

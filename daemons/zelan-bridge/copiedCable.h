@@ -32,10 +32,9 @@ class SenderTable {
     std::array<Entry, 1U << PLACE_BITS> entries_ = {};
 };
 
-// What the cables of a network have heard.
-struct HeardSenders {
-    SenderTable guests;
-    SenderTable adapter;
+// What all cables of a network have heard of the guests.
+struct HeardGuests {
+    SenderTable senders;
     std::array<SentFrame, SENT_FRAMES> sent = {};
 };
 
@@ -48,8 +47,8 @@ class CopiedCable {
 
     // Moves what is waiting at one end to the other, up to a limit that keeps one busy cable from starving
     // the rest.
-    void MoveToAdapter(HeardSenders *heard, uint64_t now);
-    void MoveToSwitch(HeardSenders *heard, uint64_t now);
+    void MoveToAdapter(HeardGuests *guests, uint64_t now);
+    void MoveToSwitch(HeardGuests *guests, uint64_t now);
 
     // Whether a frame for the adapter waits until its socket takes more.
     bool IsHeldUp() const { return heldSize_ != 0; }
@@ -59,11 +58,12 @@ class CopiedCable {
     int adapterSocket() const { return socket_.get(); }
 
   private:
-    bool MayLeave(const uint8_t *frame, size_t size, HeardSenders *heard, uint64_t now) const;
-    bool MayEnter(const uint8_t *frame, size_t size, HeardSenders *heard, uint64_t now) const;
+    bool MayLeave(const uint8_t *frame, size_t size, HeardGuests *guests, uint64_t now) const;
+    bool MayEnter(const uint8_t *frame, size_t size, HeardGuests *guests, uint64_t now);
     bool SendHeld();
 
     CableRecord record_;
+    SenderTable adapterSenders_;
     FileDescriptor tap_;
     FileDescriptor socket_;
     // A frame from the switch that the adapter's queue had no room for.

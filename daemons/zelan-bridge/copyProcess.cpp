@@ -79,7 +79,7 @@ class FrameMover {
     FileDescriptor orders_;
     FileDescriptor epoll_;
     std::vector<std::unique_ptr<CopiedCable>> cables_;
-    HeardSenders heard_;
+    HeardGuests guests_;
 };
 
 void FrameMover::Watch(int operation, int descriptor, uint32_t events, uint64_t tag) {
@@ -132,7 +132,7 @@ void FrameMover::TakeOrder() {
 
 // While a frame waits for room in the adapter's queue nothing more is taken from the switch.
 void FrameMover::ServeTap(CopiedCable *cable, bool wasHeldUp, uint64_t now) {
-    cable->MoveToAdapter(&heard_, now);
+    cable->MoveToAdapter(&guests_, now);
     if (cable->IsHeldUp() != wasHeldUp) {
         bool heldUp = cable->IsHeldUp();
         Watch(EPOLL_CTL_MOD, cable->tap(), heldUp ? uint32_t{0} : EPOLLIN, Tag(cable, Source::TAP));
@@ -156,7 +156,7 @@ void FrameMover::Serve(const epoll_event &event, uint64_t now) {
         ServeTap(cable, true, now);
     }
     if ((event.events & ~static_cast<uint32_t>(EPOLLOUT)) != 0) {
-        cable->MoveToSwitch(&heard_, now);
+        cable->MoveToSwitch(&guests_, now);
     }
 }
 

@@ -33,7 +33,7 @@ static __u64 (*const CoarseTime)(void) = (void *)BPF_FUNC_ktime_get_coarse_ns;
 /* The maps, which the daemon makes: their names are resolved when a program is loaded. */
 extern char cableRecord[];    /* one struct CableRecord */
 extern char guestSenders[];   /* LRU: address -> struct Sender */
-extern char adapterSenders[]; /* the same for the adapter's side */
+extern char adapterSenders[]; /* the same for the side of this adapter */
 extern char sentFrames[];     /* SENT_FRAMES struct SentFrame */
 
 INLINE struct CableRecord *FindRecord(void) {

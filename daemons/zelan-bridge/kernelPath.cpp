@@ -8,7 +8,7 @@ namespace {
 
 // Addresses remembered on each side. Beyond them the kernel forgets those not heard for the longest time, and
 // what is for such a one goes both ways.
-constexpr uint32_t MAX_SENDERS = 8192;
+constexpr uint32_t MAX_SENDERS = 4096;
 
 constexpr BpfMapPlan GUEST_SENDERS = {"guestSenders", BPF_MAP_TYPE_LRU_HASH, sizeof(__u64), sizeof(Sender),
                                       MAX_SENDERS};
@@ -33,17 +33,13 @@ constexpr std::array<Place, 3> PLACES_IN_ORDER = {{{"adapterOut", false, Directi
 bool KernelTables::Ensure() {
     if (!sentFrames_) {
         guestSenders_ = Bpf_MakeMap(GUEST_SENDERS);
-        adapterSenders_ = guestSenders_ ? Bpf_MakeMap(ADAPTER_SENDERS) : FileDescriptor();
-        sentFrames_ = adapterSenders_ ? Bpf_MakeMap(SENT) : FileDescriptor();
+        sentFrames_ = guestSenders_ ? Bpf_MakeMap(SENT) : FileDescriptor();
     }
     return static_cast<bool>(sentFrames_);
 }
 
-std::vector<BpfMapName> KernelTables::Names(const FileDescriptor &record) const {
-    return {{RECORD.name, record.get()},
-            {GUEST_SENDERS.name, guestSenders_.get()},
-            {ADAPTER_SENDERS.name, adapterSenders_.get()},
-            {SENT.name, sentFrames_.get()}};
+std::vector<BpfMapName> KernelTables::Names() const {
+    return {{GUEST_SENDERS.name, guestSenders_.get()}, {SENT.name, sentFrames_.get()}};
 }
 
 KernelPath::~KernelPath() {
@@ -68,12 +64,16 @@ bool KernelPath::Begin(RtSocket *socket, int network, KernelTables *tables, cons
 
 bool KernelPath::Load(KernelTables *tables, const CableRecord &record) {
     record_ = tables->Ensure() ? Bpf_MakeMap(RECORD) : FileDescriptor();
-    if (!record_) {
+    adapterSenders_ = record_ ? Bpf_MakeMap(ADAPTER_SENDERS) : FileDescriptor();
+    if (!adapterSenders_) {
         return false;
     }
     Change(record);
+    std::vector<BpfMapName> maps = tables->Names();
+    maps.push_back({RECORD.name, record_.get()});
+    maps.push_back({ADAPTER_SENDERS.name, adapterSenders_.get()});
     for (size_t i = 0; i < PLACES; i++) {
-        programs_[i] = Bpf_LoadProgram(PLACES_IN_ORDER[i].program, tables->Names(record_));
+        programs_[i] = Bpf_LoadProgram(PLACES_IN_ORDER[i].program, maps);
         if (!programs_[i]) {
             return false;
         }

@@ -1,5 +1,5 @@
 // The data path of a cable in the kernel: programs at the adapter and at the TAP that hand frames over, while
-// no process takes part. What they know of senders is shared by the cables of the network.
+// no process takes part.
 #pragma once
 
 #include <array>
@@ -12,11 +12,10 @@ class KernelTables {
   public:
     // Makes them if need be; false with errno.
     bool Ensure();
-    std::vector<BpfMapName> Names(const FileDescriptor &record) const;
+    std::vector<BpfMapName> Names() const;
 
   private:
     FileDescriptor guestSenders_;
-    FileDescriptor adapterSenders_;
     FileDescriptor sentFrames_;
 };
 
@@ -31,6 +30,9 @@ class KernelPath {
     // attached.
     bool Begin(RtSocket *socket, int network, KernelTables *tables, const CableRecord &record);
 
+    // Attached by links, not by filters.
+    bool IsLinked() const { return static_cast<bool>(links_[0]); }
+
     // Takes a changed record over.
     void Change(const CableRecord &record);
 
@@ -43,6 +45,7 @@ class KernelPath {
     bool AttachByFilters(RtSocket *socket, int network);
 
     FileDescriptor record_;
+    FileDescriptor adapterSenders_;
     std::array<FileDescriptor, PLACES> programs_;
     std::array<FileDescriptor, PLACES> links_;
     int adapter_ = 0;

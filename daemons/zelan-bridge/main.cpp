@@ -13,6 +13,7 @@
 #include "daemons/common/daemon.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
+#include "daemons/confinement/confinement.h"
 #include "daemons/zelan-bridge/cableSet.h"
 
 namespace {
@@ -70,6 +71,11 @@ int main(int, char **argv) {
     if (!cables.Begin()) {
         Daemon_GiveUp(&arguments.contract, cleanUp);
     }
+    cleanUp.filters = cables.MayHaveFilters() ? arguments.network : -1;
     Daemon_Detach(&arguments.contract, cleanUp);
+    // Adapters come later, too.
+    if (!Confine({.capabilities = CAPABILITIES, .ownUser = false})) {
+        return EXIT_FAILURE;
+    }
     cables.Run();
 }

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "daemons/bridgefilter/tcFilter.h"
 #include "daemons/common/complain.h"
 #include "daemons/common/linkGroup.h"
 #include "daemons/common/options.h"
@@ -173,6 +174,9 @@ void Leftovers_PutAside(RtSocket *socket, const Traces &traces) {
         if (IsOurs(socket, link)) {
             Link_SetGroup(socket, link, LINK_GROUP_DEAD);
         }
+    }
+    if (traces.cleanUp.filters >= 0) {
+        TcFilter_RemoveAll(socket, traces.cleanUp.filters);
     }
     RemovePidFile(traces.pidFile, traces.process);
 }

@@ -32,6 +32,11 @@ std::vector<std::string> Machine::Inside(const std::vector<std::string> &argumen
 void Machine::ConnectToHost(const std::string &hostName, const std::string &machineName,
                             const std::string &address) {
     Must("ip link add name " + hostName + " type veth peer name " + machineName + " netns " + name_);
+    BringUp(hostName, machineName, address);
+}
+
+void Machine::BringUp(const std::string &hostName, const std::string &machineName,
+                      const std::string &address) {
     Must("ip link set " + hostName + " up && ip -n " + name_ + " link set " + machineName + " up");
     if (!address.empty()) {
         Must("ip -n " + name_ + " address add " + address + " dev " + machineName);
@@ -40,7 +45,9 @@ void Machine::ConnectToHost(const std::string &hostName, const std::string &mach
 
 void Machine::ConnectToBridge(const std::string &bridge, const std::string &machineName,
                               const std::string &address) {
-    std::string hostName = name_ + "-" + machineName;
-    ConnectToHost(hostName, machineName, address);
-    Must("ip link set " + hostName + " master " + bridge);
+    const std::string hostName = name_ + "-" + machineName;
+    // In one step: an interface that hangs on nothing might be an adapter of the host.
+    Must("ip link add name " + hostName + " master " + bridge + " type veth peer name " + machineName +
+         " netns " + name_);
+    BringUp(hostName, machineName, address);
 }

@@ -28,6 +28,8 @@ class Machine {
                          const std::string &address = "");
 
   private:
+    void BringUp(const std::string &hostName, const std::string &machineName, const std::string &address);
+
     std::string name_;
 };
 

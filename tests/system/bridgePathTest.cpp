@@ -250,6 +250,8 @@ TEST_P(BridgeWay, NothingIsLeftOfAKilledDaemonAndTheNextOneServes) {
         EXPECT_TRUE(WaitUntil([] {
             return RunShell(
                        "! pgrep -x 'zelan-bridge|zelan-copy' && ! ip link show zelan-b0-0 && "
+                       "! tc filter show dev eth1 ingress | grep zelan && "
+                       "! tc filter show dev eth1 egress | grep zelan && "
                        "ip -d link show eth1 | grep -q 'promiscuity 0'")
                 .Succeeded();
         })) << RunShell("ps -e; ip -d link").output;
