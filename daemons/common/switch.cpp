@@ -1,5 +1,7 @@
 #include "daemons/common/switch.h"
 
+#include <poll.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -8,6 +10,10 @@
 #include "daemons/common/linkGroup.h"
 
 namespace {
+
+// How long an interface may take to go for good.
+constexpr int LEFTOVER_ATTEMPTS = 150;
+constexpr int LEFTOVER_POLL_MILLISECONDS = 2;
 
 struct SwitchName {
     explicit SwitchName(int network) { snprintf(text, sizeof text, "zelan-sw%d", network); }
@@ -90,8 +96,16 @@ int Switch_Ensure(RtSocket *socket, int network) {
 
 bool Switch_MakePair(RtSocket *socket, const VethPlan &plan, SwitchPort *port) {
     int error = Link_MakeVeth(socket, plan);
-    // What is put aside keeps its name until zelan-watch comes to remove it.
-    if (error == EEXIST && Link_DeleteGroup(socket, LINK_GROUP_DEAD) == 0) {
+    // What is put aside keeps its name until zelan-watch comes to remove it, or until the kernel has removed
+    // the namespace that its other end was in, which it does behind the last process in there.
+    for (int attempt = 0; error == EEXIST && attempt < LEFTOVER_ATTEMPTS; attempt++) {
+        LinkInfo link;
+        if (Link_Find(socket, plan.name, &link) == 0 && link.group != LINK_GROUP_DEAD) {
+            break;
+        }
+        if (Link_DeleteGroup(socket, LINK_GROUP_DEAD) != 0) {
+            poll(nullptr, 0, LEFTOVER_POLL_MILLISECONDS);
+        }
         error = Link_MakeVeth(socket, plan);
     }
     if (error == EEXIST) {
