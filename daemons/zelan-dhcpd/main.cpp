@@ -1,20 +1,19 @@
 // zelan-dhcpd -s W -cf CONFIGURATION -lf LEASES -pf PIDFILE zelan<N>
 //
-// Serves DHCP on network N. The server is ISC dhcpd; this program gives it a network namespace of its own
-// with a port on the network's switch, starts it there and leaves it alone. Neither the host's interface on
-// the network nor anything else of the host is needed for it.
-#include <fcntl.h>
+// Serves DHCP on network N. The server is dnsmasq, or ISC dhcpd for a configuration that dnsmasq has no words
+// for; this program gives it a network namespace of its own with a port on the network's switch, starts it
+// there and leaves it alone. Neither the host's interface on the network nor anything else of the host is
+// needed for it.
 #include <linux/capability.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -25,16 +24,16 @@
 #include "daemons/common/namespace.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
+#include "daemons/zelan-dhcpd/dnsmasqConf.h"
+#include "daemons/zelan-dhcpd/leaseFile.h"
+#include "daemons/zelan-dhcpd/server.h"
 #include "daemons/zelan-dhcpd/serverAddress.h"
 
 namespace {
 
-// Where distributions and local builds put ISC dhcpd.
-constexpr const char *SERVER_PLACES[] = {"/usr/sbin/dhcpd", "/usr/local/sbin/dhcpd", "/usr/bin/dhcpd"};
-
-// SYS_ADMIN for the namespace.
-constexpr int CAPABILITIES[] = {CAP_NET_ADMIN,        CAP_SYS_ADMIN, CAP_NET_RAW,
-                                CAP_NET_BIND_SERVICE, CAP_SETUID,    CAP_SETGID};
+// SYS_ADMIN for the namespaces, CHOWN for the lease file, KILL for a server of another user.
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SYS_ADMIN, CAP_NET_RAW, CAP_NET_BIND_SERVICE,
+                                CAP_SETUID,    CAP_SETGID,    CAP_CHOWN,   CAP_KILL};
 
 struct Arguments {
     DaemonContract contract;
@@ -42,6 +41,15 @@ struct Arguments {
     const char *leases = nullptr;
     const char *name = nullptr;  // of the network, and of the server's interface in its namespace
     int network = -1;
+};
+
+// How the network is to be served.
+struct Plan {
+    std::vector<DhcpStatement> statements;
+    const char *program = nullptr;
+    bool byDnsmasq = false;
+    std::string dnsmasqConf;
+    LeasePlan leases;
 };
 
 bool ReadArguments(char **argv, Arguments *arguments) {
@@ -62,60 +70,108 @@ bool ReadArguments(char **argv, Arguments *arguments) {
            Daemon_Claim(&arguments->contract, Service::DHCP, arguments->network);
 }
 
-const char *FindServer() {
-    for (const char *place : SERVER_PLACES) {
-        if (access(place, X_OK) == 0) {
-            return place;
+// Leases that ISC dhcpd does not write down: a fixed address belongs to its host anyhow.
+void AddFixedLeases(const DhcpMeaning &meaning, LeasePlan *plan) {
+    constexpr int64_t DURATION = 86400;
+    int64_t end = time(nullptr) + DURATION;
+    for (const DhcpHost &host : meaning.hosts) {
+        if (!host.hardware.empty() && host.addresses.size() == 1) {
+            plan->fixed.push_back({host.addresses[0], host.hardware, host.clientId, "", end});
         }
     }
-    Complain("ISC dhcpd is not installed: there is no %s", SERVER_PLACES[0]);
-    return nullptr;
 }
 
-// The process id in a PID file; 0 for none.
-pid_t ReadPidFile(const char *path) {
-    std::string text;
-    int pid = 0;
-    if (!File_Read(path, &text) || !Options_Number(text.substr(0, text.find('\n')), INT_MAX, &pid)) {
-        return 0;
+bool ChooseDhcpd(const char *configuration, const DhcpProblem &problem, const char *dnsmasq, Plan *plan) {
+    plan->program = Server_FindDhcpd();
+    plan->leases.format = LeaseFormat::ISC;
+    plan->leases.owner = {0, 0};
+    if (dnsmasq == nullptr) {
+        if (plan->program == nullptr) {
+            Complain("there is no DHCP server: install the package dnsmasq-base");
+        }
+    } else if (plan->program == nullptr) {
+        Complain("%s:%d: dnsmasq has no words for %s: install the package isc-dhcp-server, whose dhcpd has",
+                 configuration, problem.line, problem.text.c_str());
+    } else {
+        Tell("%s:%d: ISC dhcpd serves, as dnsmasq has no words for %s", configuration, problem.line,
+             problem.text.c_str());
     }
-    return pid;
+    return plan->program != nullptr;
+}
+
+// Reads the configuration and decides which server is to be started. False after a line in the log.
+bool MakePlan(const Arguments &arguments, Plan *plan) {
+    const char *path = arguments.configuration;
+    std::string text;
+    DhcpFault fault;
+    if (!File_Read(path, &text)) {
+        Complain("%s: %s", path, strerror(errno));
+        return false;
+    }
+    if (!DhcpSyntax_Parse(text, &plan->statements, &fault)) {
+        Complain("%s:%d: %s", path, fault.line, fault.reason.c_str());
+        return false;
+    }
+    DhcpMeaning meaning;
+    DhcpProblem problem = DhcpMeaning_Read(plan->statements, &meaning);
+    if (problem.verdict == DhcpVerdict::SOUND) {
+        problem = DnsmasqConf_Write(meaning, arguments.name, &plan->dnsmasqConf);
+    }
+    if (problem.verdict == DhcpVerdict::FAULTY) {
+        Complain("%s:%d: %s", path, problem.line, problem.text.c_str());
+        return false;
+    }
+    plan->program = Server_FindDnsmasq();
+    plan->byDnsmasq = plan->program != nullptr && problem.verdict == DhcpVerdict::SOUND;
+    if (!plan->byDnsmasq) {
+        return ChooseDhcpd(path, problem, plan->program, plan);
+    }
+    plan->leases.owner = OwnUser_Find();
+    AddFixedLeases(meaning, &plan->leases);
+    return true;
 }
 
 // dhcpd refuses to start while any process has the id in its PID file, so a stale one has to go. False when
-// a server with this PID file is really running.
-bool ClearPidFile(const char *path) {
-    pid_t pid = ReadPidFile(path);
+// a server with these leases is really running.
+bool ClearPidFile(const Arguments &arguments) {
+    const char *path = arguments.contract.pidFile;
+    pid_t pid = Server_ReadPidFile(path);
     std::string command;
     if (pid > 0 && File_Read(("/proc/" + std::to_string(pid) + "/cmdline").c_str(), &command) &&
-        command.find(path) != std::string::npos) {
-        Complain("dhcpd is running already, pid %d", static_cast<int>(pid));
+        command.find(arguments.leases) != std::string::npos) {
+        Complain("a server is running already, pid %d", static_cast<int>(pid));
         return false;
     }
     unlink(path);
     return true;
 }
 
-// Without an address on the interface dhcpd refuses to start and says why, which is left to it.
-void GiveAddress(const Arguments &arguments, RtSocket *inside, int link) {
-    std::string text;
+bool GiveAddress(const Arguments &arguments, const Plan &plan, RtSocket *inside, int link) {
     ServerAddress chosen;
     const char *reason = nullptr;
-    if (!File_Read(arguments.configuration, &text)) {
-        return;
-    }
-    if (!ServerAddress_Choose(text, &chosen, &reason)) {
+    if (!ServerAddress_Choose(plan.statements, &chosen, &reason)) {
         Complain("%s: %s", arguments.configuration, reason);
-        return;
+        return false;
     }
     int error = Address_Add(inside, link, chosen.address, chosen.prefix);
     if (error != 0) {
         Complain("cannot take the address %s: %s", Ipv4_Text(chosen.address).c_str(), strerror(error));
     }
+    return error == 0;
+}
+
+// The namespace has no program but the server, which is not to need a privilege for its port.
+bool OpenPorts() {
+    constexpr const char *FIRST_FREE_PORT = "/proc/sys/net/ipv4/ip_unprivileged_port_start";
+    if (!File_Write(FIRST_FREE_PORT, "67")) {
+        Complain("%s: %s", FIRST_FREE_PORT, strerror(errno));
+        return false;
+    }
+    return true;
 }
 
 // Makes the server's namespace with its interface. Empty after a line in the log.
-FileDescriptor MakePlace(const Arguments &arguments, CleanUp *cleanUp) {
+FileDescriptor MakePlace(const Arguments &arguments, const Plan &plan, CleanUp *cleanUp) {
     char portName[IFNAMSIZ];
     snprintf(portName, sizeof portName, "zelan-dh%d", arguments.network);
     FileDescriptor space = Namespace_Make();
@@ -130,10 +186,9 @@ FileDescriptor MakePlace(const Arguments &arguments, CleanUp *cleanUp) {
     NamespaceVisit visit(space);
     RtSocket inside;
     int link = visit.entered() ? static_cast<int>(if_nametoindex(arguments.name)) : 0;
-    if (link == 0 || !inside.Open()) {
+    if (link == 0 || !inside.Open() || !OpenPorts() || !GiveAddress(arguments, plan, &inside, link)) {
         return {};
     }
-    GiveAddress(arguments, &inside, link);
     int error = Link_SetFlags(&inside, link, IFF_UP, IFF_UP);
     if (error != 0) {
         Complain("cannot bring %s up: %s", arguments.name, strerror(error));
@@ -142,71 +197,35 @@ FileDescriptor MakePlace(const Arguments &arguments, CleanUp *cleanUp) {
     return space;
 }
 
-[[noreturn]] void Execute(const char *server, const Arguments &arguments, const FileDescriptor &space) {
-    // Without -q, with which it would also keep its complaints about the configuration to itself.
-    const char *vector[] = {server,         "-4",
-                            "-cf",          arguments.configuration,
-                            "-lf",          arguments.leases,
-                            "-pf",          arguments.contract.pidFile,
-                            arguments.name, nullptr};
-    if (Namespace_Enter(space)) {
-        signal(SIGPIPE, SIG_DFL);
-        execv(server, const_cast<char **>(vector));
-        Complain("%s: %s", server, strerror(errno));
+bool WritePidFile(const char *path, pid_t server) {
+    if (!File_Replace(path, std::to_string(server) + "\n")) {
+        Complain("cannot write the PID file %s: %s", path, strerror(errno));
+        return false;
     }
-    _exit(EXIT_FAILURE);
-}
-
-// dhcpd serves on when it could not write its PID file. It is the only child of this process then.
-void KillServer() {
-    std::string child;
-    int pid = 0;
-    if (File_Read("/proc/thread-self/children", &child) &&
-        Options_Number(child.substr(0, child.find(' ')), INT_MAX, &pid)) {
-        kill(pid, SIGKILL);
-    }
-}
-
-// Starts dhcpd, which ends its foreground process once its configuration is read and its sockets are open,
-// and until then says on standard error what it does not like. Returns its process id; 0 after a line in the
-// log.
-pid_t StartServer(const char *server, const Arguments &arguments, const FileDescriptor &space) {
-    // The server becomes a child of this process when its foreground process ends, so that its id cannot
-    // become another's before it is watched.
-    prctl(PR_SET_CHILD_SUBREAPER, 1);
-    pid_t foreground = fork();
-    if (foreground == 0) {
-        Execute(server, arguments, space);
-    }
-    int status = 0;
-    while (foreground > 0 && waitpid(foreground, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (foreground < 0 || !WIFEXITED(status) || WEXITSTATUS(status) != EXIT_SUCCESS) {
-        Complain("dhcpd does not serve %s with %s", arguments.name, arguments.configuration);
-        return 0;
-    }
-    pid_t pid = ReadPidFile(arguments.contract.pidFile);
-    siginfo_t state = {};
-    if (pid <= 0 || waitid(P_PID, static_cast<id_t>(pid), &state, WEXITED | WNOHANG | WNOWAIT) != 0 ||
-        state.si_pid != 0) {
-        Complain("dhcpd has ended, or left no process id in %s", arguments.contract.pidFile);
-        KillServer();
-        return 0;
-    }
-    return pid;
+    return true;
 }
 
 bool Start(Arguments *arguments, CleanUp *cleanUp) {
-    const char *server = FindServer();
-    if (server == nullptr || !ClearPidFile(arguments->contract.pidFile)) {
+    Plan plan;
+    ServerStart start;
+    if (!MakePlan(*arguments, &plan) || !ClearPidFile(*arguments) ||
+        !LeaseFile_Prepare(arguments->leases, plan.leases)) {
         return false;
     }
-    FileDescriptor space = MakePlace(*arguments, cleanUp);
-    pid_t pid = space ? StartServer(server, *arguments, space) : 0;
+    start = {plan.program,
+             arguments->name,
+             arguments->configuration,
+             arguments->leases,
+             arguments->contract.pidFile,
+             MakePlace(*arguments, plan, cleanUp)};
+    pid_t pid = !start.space     ? 0
+                : plan.byDnsmasq ? Server_StartDnsmasq(start, plan.dnsmasqConf, plan.leases.owner)
+                                 : Server_StartDhcpd(start);
     if (pid == 0) {
         return false;
     }
-    if (!Daemon_Guard(&arguments->contract, pid, *cleanUp)) {
+    if (!Daemon_Guard(&arguments->contract, pid, *cleanUp) ||
+        (plan.byDnsmasq && !WritePidFile(arguments->contract.pidFile, pid))) {
         kill(pid, SIGKILL);
         return false;
     }

@@ -22,37 +22,17 @@ struct Declarations {
     std::set<Ipv4> named;
 };
 
-// The words of the file without comments, texts in quotation marks and punctuation.
-std::vector<std::string_view> Words(std::string_view text) {
-    constexpr std::string_view ENDS_OF_WORDS = " \t\r\n\f\v;{},()=#\"";
-    std::vector<std::string_view> words;
-    while (!text.empty()) {
-        size_t length = 0;
-        if (text.front() == '#') {
-            length = std::min(text.find('\n'), text.size());
-        } else if (text.front() == '"') {
-            length = std::min(text.find('"', 1), text.size() - 1) + 1;
-        } else if (ENDS_OF_WORDS.find(text.front()) != std::string_view::npos) {
-            length = 1;
-        } else {
-            length = std::min(text.find_first_of(ENDS_OF_WORDS), text.size());
-            words.push_back(text.substr(0, length));
-        }
-        text.remove_prefix(length);
-    }
-    return words;
+// The address at a place of the statement; false when there is none.
+bool AddressAt(const DhcpStatement &statement, size_t place, Ipv4 *address) {
+    return place < statement.words.size() && statement.words[place].kind == DhcpTokenKind::WORD &&
+           Ipv4_Parse(statement.words[place].text, address);
 }
 
-// The address at a place of the list; false when there is none.
-bool AddressAt(const std::vector<std::string_view> &words, size_t place, Ipv4 *address) {
-    return place < words.size() && Ipv4_Parse(words[place], address);
-}
-
-void ReadSubnet(const std::vector<std::string_view> &words, size_t place, Declarations *found) {
+void ReadSubnet(const DhcpStatement &statement, Declarations *found) {
     Ipv4 address = 0;
     Ipv4 mask = 0;
     int prefix = 0;
-    if (!found->hasSubnet && AddressAt(words, place + 1, &address) && AddressAt(words, place + 3, &mask) &&
+    if (!found->hasSubnet && AddressAt(statement, 1, &address) && AddressAt(statement, 3, &mask) &&
         Ipv4_Prefix(mask, &prefix)) {
         found->hasSubnet = true;
         found->subnet = {address, prefix};
@@ -60,29 +40,32 @@ void ReadSubnet(const std::vector<std::string_view> &words, size_t place, Declar
 }
 
 // "range A B", "range A", or either with a word about BOOTP before it.
-void ReadRange(const std::vector<std::string_view> &words, size_t place, Declarations *found) {
+void ReadRange(const DhcpStatement &statement, Declarations *found) {
     Ipv4 begin = 0;
     Ipv4 end = 0;
-    size_t first = AddressAt(words, place + 1, &begin) ? place + 1 : place + 2;
-    if (AddressAt(words, first, &begin) && AddressAt(words, first + 1, &end)) {
+    size_t first = AddressAt(statement, 1, &begin) ? 1 : 2;
+    if (AddressAt(statement, first, &begin)) {
+        end = AddressAt(statement, first + 1, &end) ? end : begin;
         found->ranges.push_back({std::min(begin, end), std::max(begin, end)});
     }
 }
 
-Declarations ReadDeclarations(std::string_view configuration) {
-    Declarations found;
-    std::vector<std::string_view> words = Words(configuration);
-    for (size_t place = 0; place < words.size(); place++) {
+void ReadDeclarations(const std::vector<DhcpStatement> &statements, Declarations *found) {
+    for (const DhcpStatement &statement : statements) {
         Ipv4 address = 0;
-        if (words[place] == "subnet") {
-            ReadSubnet(words, place, &found);
-        } else if (words[place] == "range") {
-            ReadRange(words, place, &found);
-        } else if (AddressAt(words, place, &address)) {
-            found.named.insert(address);
+        if (statement.Is("subnet")) {
+            ReadSubnet(statement, found);
+        } else if (statement.Is("range")) {
+            ReadRange(statement, found);
+        } else {
+            for (size_t place = 0; place < statement.words.size(); place++) {
+                if (AddressAt(statement, place, &address)) {
+                    found->named.insert(address);
+                }
+            }
         }
+        ReadDeclarations(statement.body, found);
     }
-    return found;
 }
 
 // The range that holds the address; null for none.
@@ -95,8 +78,10 @@ const Range *RangeOf(const std::vector<Range> &ranges, Ipv4 address) {
 
 }  // namespace
 
-bool ServerAddress_Choose(std::string_view configuration, ServerAddress *chosen, const char **reason) {
-    Declarations found = ReadDeclarations(configuration);
+bool ServerAddress_Choose(const std::vector<DhcpStatement> &statements, ServerAddress *chosen,
+                          const char **reason) {
+    Declarations found;
+    ReadDeclarations(statements, &found);
     if (!found.hasSubnet) {
         *reason = "it declares no subnet";
         return false;

@@ -57,6 +57,6 @@ DaemonStart StartNetifup(int network) {
 std::string LeftOver() {
     const CommandResult left = RunShell(
         "ip -br link | grep '^zelan'; ip netns list-id | grep -v name:; "
-        "ps -e -o comm= | grep -E '^(zelan|dhcpd)'; nft list tables");
+        "ps -e -o comm= | grep -E '^(zelan|dnsmasq|dhcpd)'; nft list tables");
     return left.output + left.errors;
 }

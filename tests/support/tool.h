@@ -73,7 +73,7 @@ class ToolTest : public testing::Test {
     static bool Runs(pid_t pid) { return pid > 0 && kill(pid, 0) == 0; }
     // Those that run at all, whatever the PID files say.
     static std::string Daemons() {
-        return RunShell("ps -e -o comm= | grep -E '^(zelan-|dhcpd)' | grep -v zelan-watch").output;
+        return RunShell("ps -e -o comm= | grep -E '^(zelan-|dnsmasq|dhcpd)' | grep -v zelan-watch").output;
     }
     // Names in a folder, in their order, with a blank behind each.
     static std::string Names(const std::string &pattern) {

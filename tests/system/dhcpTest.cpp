@@ -1,17 +1,23 @@
-// A network's DHCP server, and real clients of it.
+// A network's DHCP server, whichever program it is, and real clients of it.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <linux/nsfs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
 
+#include "lib/misc/owners.h"
 #include "tests/support/daemonStart.h"
 
 namespace {
 
 const std::string FOLDER = "/etc/orvane/zelan8/dhcpd";
+const std::string LEASES = FOLDER + "/dhcpd.leases";
 
 // As the library writes it, with a range of five addresses.
-constexpr const char *CONFIGURATION = R"(
+const std::string CONFIGURATION = R"(
 allow unknown-clients;
 subnet 192.168.10.0 netmask 255.255.255.0 {
 	range 192.168.10.130 192.168.10.134;
@@ -19,6 +25,7 @@ subnet 192.168.10.0 netmask 255.255.255.0 {
 	option domain-name-servers 192.168.10.2;
 	option domain-name localdomain;
 	default-lease-time 1800;
+	max-lease-time 7200;
 	option routers 192.168.10.2;
 }
 host 192.168.10.50 {
@@ -30,90 +37,252 @@ host 192.168.10.50 {
 }
 )";
 
+// A statement that dnsmasq has no words for and that changes nothing.
+const std::string ONLY_FOR_DHCPD = "class \"none\" { }\n";
+
 DaemonStart StartDhcp(const std::string &configuration) {
-    Must("mkdir -p " + FOLDER + " && touch " + FOLDER + "/dhcpd.leases");
+    Must("mkdir -p " + FOLDER + " && touch " + LEASES);
     WriteFileText(FOLDER + "/dhcpd.conf", configuration);
     const std::string pidFile = "/var/run/zelan-dhcpd-zelan8.pid";
-    return StartDaemonWith("zelan-dhcpd", pidFile,
-                           {"-s", "{W}", "-cf", FOLDER + "/dhcpd.conf", "-lf", FOLDER + "/dhcpd.leases",
-                            "-pf", pidFile, "zelan8"});
+    return StartDaemonWith(
+        "zelan-dhcpd", pidFile,
+        {"-s", "{W}", "-cf", FOLDER + "/dhcpd.conf", "-lf", LEASES, "-pf", pidFile, "zelan8"});
 }
 
-// What the client was told last: event, address, router, name server, domain and duration.
+std::string ServerOf(const DaemonStart &start) {
+    return ReadFileText("/proc/" + std::to_string(start.pid) + "/comm");
+}
+
+// Clients run this and leave what they were told last in /tmp/lease.
+void WriteClientScript(const std::string &report) {
+    WriteFileText(
+        "/tmp/client",
+        "#!/bin/sh\n[ \"$1\" = deconfig ] && exit 0\nip address replace $ip/$mask dev $interface\n" + report +
+            " > /tmp/lease.new\nmv /tmp/lease.new /tmp/lease\n");
+    Must("chmod +x /tmp/client");
+    unlink("/tmp/lease");
+}
+
 std::string Lease() {
     return ReadFileText("/tmp/lease");
 }
 
-TEST(Dhcp, ClientsKeepWhatTheConfigurationSaysOverRenewalsAndRestarts) {
+class Guest : public Machine {
+  public:
+    explicit Guest(const std::string &mac) : Machine(std::string("zelan-") + mac[16]) {
+        ConnectToBridge("zelan-sw8", "eth0");
+        Must("ip -n " + name() + " link set eth0 address " + mac);
+    }
+    // The words of a DHCP client that stays, or with -q ends with its first lease.
+    std::vector<std::string> Client(const std::vector<std::string> &more = {}) const {
+        std::vector<std::string> words = {"udhcpc", "-i", "eth0", "-f", "-t",
+                                          "20",     "-T", "1",    "-s", "/tmp/client"};
+        words.insert(words.end(), more.begin(), more.end());
+        return Inside(words);
+    }
+};
+
+TEST(Dhcp, ClientsKeepTheirLeasesOverRenewalsRestartsAndChangesOfServer) {
     DaemonStart start = MustComeUp(StartDhcp(CONFIGURATION));
-    WriteFileText("/tmp/client",
-                  "#!/bin/sh\n[ \"$1\" = deconfig ] && exit 0\nip address replace $ip/$mask dev $interface\n"
-                  "echo $1 $ip $router $dns $domain $lease > /tmp/lease.new\nmv /tmp/lease.new /tmp/lease\n");
-    Must("chmod +x /tmp/client");
     const std::pair<const char *, const char *> cases[] = {
         {"02:00:00:0a:0b:0c", "bound 192.168.10.13[0-4] 192.168.10.2 192.168.10.2 localdomain 1800\n"},
         {"02:00:00:01:02:03", "bound 192.168.10.50 192.168.10.2 192.168.10.3 localdomain 1800\n"}};
     for (const auto &[mac, lease] : cases) {
-        unlink("/tmp/lease");
-        Machine guest(std::string("zelan-") + mac[16]);
-        guest.ConnectToBridge("zelan-sw8", "eth0");
-        Must("ip -n " + guest.name() + " link set eth0 address " + mac);
-        BackgroundCommand client(
-            guest.Inside({"udhcpc", "-i", "eth0", "-f", "-t", "20", "-T", "1", "-s", "/tmp/client"}));
+        WriteClientScript("echo $1 $ip $router $dns $domain $lease");
+        const Guest guest(mac);
+        BackgroundCommand client(guest.Client({"-x", "hostname:guest"}));
         ASSERT_TRUE(WaitUntil([] { return !Lease().empty(); })) << mac << start;
         EXPECT_THAT(Lease(), testing::MatchesRegex(lease)) << mac;
         const std::string renewed = "renew" + Lease().substr(5, Lease().rfind(' ') - 5);
-        for (const char *server : {"the first", "another"}) {
+        const std::pair<const char *, std::string> servers[] = {{"dnsmasq\n", CONFIGURATION},
+                                                                {"dnsmasq\n", CONFIGURATION},
+                                                                {"dhcpd\n", CONFIGURATION + ONLY_FOR_DHCPD},
+                                                                {"dhcpd\n", CONFIGURATION + ONLY_FOR_DHCPD},
+                                                                {"dnsmasq\n", CONFIGURATION}};
+        for (const auto &[server, configuration] : servers) {
+            KillDaemon(start);
+            start = MustComeUp(StartDhcp(configuration));
+            EXPECT_EQ(server, ServerOf(start)) << start;
             unlink("/tmp/lease");
             kill(client.pid(), SIGUSR1);
             EXPECT_TRUE(WaitUntil([&] { return Lease().starts_with(renewed); }))
                 << server << Lease() << start;
-            KillDaemon(start);
-            start = MustComeUp(StartDhcp(CONFIGURATION));
+        }
+    }
+    EXPECT_NE(std::string::npos, ReadFileText(LEASES).find(" guest ")) << ReadFileText(LEASES);
+}
+
+// All that a client is told, but for the server's choice of an address and the renewal times, which dnsmasq
+// always sends.
+TEST(Dhcp, BothServersTellClientsTheSame) {
+    const std::string rich = R"(# Odd, but legal.
+option gates code 201 = array of ip-address; option flagged code 202 = boolean;
+option sizes code 203 = array of unsigned integer 16; AUTHORITATIVE;
+group { filename "boot/loader"; next-server 192.168.10.9;
+  host a { hardware Ethernet 2:0:0:1:2:3; fixed-address 192.168.10.50; option host-name "alpha";
+           option routers 192.168.10.3; server-name "srv"; } }
+shared-network wire { subnet 192.168.10.0 netmask 255.255.255.0 {
+  default-lease-time 0x708; range 192.168.10.134 192.168.10.130; range 192.168.10.140;
+  option domain-name-servers 192.168.10.2, 10.0.0.1;option domain-name "x.example"; #}
+  option domain-search "a.example", "b.x.example"; option gates 1.2.3.4, 1.2.3.5; option flagged true;
+  option sizes 1, 65535; option interface-mtu 1400; option time-offset -3600; option tftp-server-name "1.2.3.4";
+  option root-path "10.0.0.1:/srv,vers=3"; option vendor-class-identifier "PXEClient"; option ip-forwarding off;
+  option unknown-230 "a,\"b\\c\040"; option unknown-231 0a:0b:c; option bootfile-name "65";
+  option static-routes 10.0.0.0 192.168.10.7, 11.0.0.0 192.168.10.8; option netbios-node-type 8; } }
+)";
+    const std::string quiet = "subnet 192.168.10.0 netmask 255.255.255.0 { range 192.168.10.130; }\n";
+    const std::vector<std::string> wanted = {"-q",
+                                             "-O",
+                                             "201",
+                                             "-O",
+                                             "202",
+                                             "-O",
+                                             "203",
+                                             "-O",
+                                             "26",
+                                             "-O",
+                                             "2",
+                                             "-O",
+                                             "66",
+                                             "-O",
+                                             "17",
+                                             "-O",
+                                             "60",
+                                             "-O",
+                                             "19",
+                                             "-O",
+                                             "230",
+                                             "-O",
+                                             "231",
+                                             "-O",
+                                             "67",
+                                             "-O",
+                                             "33",
+                                             "-O",
+                                             "46",
+                                             "-O",
+                                             "119",
+                                             "-O",
+                                             "28",
+                                             "-O",
+                                             "12",
+                                             "-O",
+                                             "44",
+                                             "-O",
+                                             "58",
+                                             "-x",
+                                             "hostname:guest"};
+    WriteClientScript("env | grep -E '^[a-z0-9_]+=' | grep -vE '^(_|opt5[89])=' | sort");
+    for (const std::string &configuration : {CONFIGURATION, rich, quiet}) {
+        for (const char *mac : {"02:00:00:01:02:03", "02:00:00:01:02:04"}) {
+            std::string told[2];
+            for (int byDhcpd : {0, 1}) {
+                unlink("/tmp/lease");
+                unlink(LEASES.c_str());
+                const DaemonStart start =
+                    MustComeUp(StartDhcp(configuration + (byDhcpd != 0 ? ONLY_FOR_DHCPD : "")));
+                const Guest guest(mac);
+                const CommandResult client = RunCommand(guest.Client(wanted));
+                EXPECT_TRUE(client.Succeeded()) << client << start;
+                told[byDhcpd] = RunShell("sed 's/^ip=192.168.10.13[0-4]/ip=some/' /tmp/lease").output;
+                KillDaemon(start);
+            }
+            EXPECT_EQ(told[1], told[0]) << configuration << mac;
         }
     }
 }
 
+TEST(Dhcp, ClientMayAskForLongerAndIsServedAtOnce) {
+    const DaemonStart start = MustComeUp(StartDhcp(CONFIGURATION));
+    WriteClientScript("echo $lease");
+    const Guest guest("02:00:00:0a:0b:0c");
+    const std::pair<const char *, const char *> cases[] = {
+        {"0x33:00000e10", "3600\n"}, {"0x33:ffffffff", "7200\n"}, {"0x0c:61", "1800\n"}};
+    for (const auto &[option, seconds] : cases) {
+        const CommandResult client = RunCommand(guest.Client({"-q", "-x", option}));
+        EXPECT_EQ(seconds, Lease()) << option << client << start;
+    }
+}
+
 TEST(Dhcp, RefusedStartLeavesItsReasonInTheLogAndNothingElse) {
+    const std::string line = "zelan-dhcpd - " + FOLDER + "/dhcpd.conf:";
     const struct {
         const char *condition;
+        std::string hidden;
         std::string configuration;
-        const char *words;
+        std::string words;
     } cases[] = {
-        {"a line that dhcpd does not know", std::string(CONFIGURATION) + "foo bar;\n", "semicolon expected"},
-        {"no subnet", "default-lease-time 1800;\n", "No subnet declaration for zelan8"},
-        {"no room for the server",
+        {"a block without its end", "", CONFIGURATION + "group {\n",
+         line + "19: the block of 'group' is not closed"},
+        {"a value that no server takes", "", "default-lease-time soon;\n" + CONFIGURATION,
+         line + "1: 'default-lease-time soon'"},
+        {"what dhcpd does not know either", "", CONFIGURATION + "foo bar;\n", "semicolon expected"},
+        {"no subnet", "", "default-lease-time 1800;\n", line + "1: it declares no subnet"},
+        {"no room for the server", "",
          "subnet 192.168.10.0 netmask 255.255.255.248 { range 192.168.10.3 192.168.10.6; }\n",
          "no address of the subnet is left"},
-        {"a hidden dhcpd", CONFIGURATION, "ISC dhcpd is not installed: there is no /usr/sbin/dhcpd\n"},
+        {"what only dhcpd could do", "/usr/sbin/dhcpd", CONFIGURATION + ONLY_FOR_DHCPD,
+         line + "19: dnsmasq has no words for 'class \"none\"': install the package isc-dhcp-server"},
+        {"no server at all", "/usr/sbin/dhcpd /usr/sbin/dnsmasq", CONFIGURATION,
+         "install the package dnsmasq-base"},
     };
     for (const auto &row : cases) {
         unlink("/var/log/zelan-dhcpd.log");
-        if (row.configuration == CONFIGURATION) {
-            Must("mount --bind /dev/null /usr/sbin/dhcpd");
-        }
+        Must("for f in " + row.hidden + "; do mount --bind /dev/null $f; done");
         const DaemonStart start = StartDhcp(row.configuration);
+        Must("for f in " + row.hidden + "; do umount $f; done");
         EXPECT_EQ("", start.report) << row.condition;
         EXPECT_NE(0, start.status) << row.condition;
         EXPECT_NE(std::string::npos, start.Log().find(row.words)) << row.condition << start;
         EXPECT_NE(0, access(start.pidFile.c_str(), F_OK)) << row.condition;
     }
-    Must("umount /usr/sbin/dhcpd");
+    WriteFileText(LEASES, "somebody's\n");
+    EXPECT_NE(std::string::npos, StartDhcp(CONFIGURATION).Log().find("neither the leases of dnsmasq nor"));
+    EXPECT_EQ("somebody's\n", ReadFileText(LEASES));
+    unlink(LEASES.c_str());
+    symlink("/etc/passwd", LEASES.c_str());
+    EXPECT_EQ("", StartDhcp(CONFIGURATION).report) << "a link was followed";
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
 TEST(Dhcp, PidFileNamesTheOneServerAndItsDeathLeavesNothing) {
     BackgroundCommand stranger({"sleep", "600"});
-    WriteFileText("/var/run/zelan-dhcpd-zelan8.pid", std::to_string(stranger.pid()) + "\n");
+    for (const auto &[server, hidden] :
+         {std::pair("dnsmasq\n", ""), std::pair("dhcpd\n", "/usr/sbin/dnsmasq")}) {
+        WriteFileText("/var/run/zelan-dhcpd-zelan8.pid", std::to_string(stranger.pid()) + "\n");
+        Must(std::string("for f in ") + hidden + "; do mount --bind /dev/null $f; done");
+        const DaemonStart start = MustComeUp(StartDhcp(CONFIGURATION));
+        EXPECT_EQ(server, ServerOf(start));
+        EXPECT_FALSE(RunShell("ip -4 -br address | grep -q 192.168.10").Succeeded())
+            << "an address on the host";
+        EXPECT_TRUE(LeftOver().find("nsid") != std::string::npos) << "no namespace to look for";
+        const DaemonStart second = StartDhcp(CONFIGURATION);
+        EXPECT_EQ("", second.report) << "two servers on one network";
+        KillDaemon(start);
+        EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+    }
+    Must("umount /usr/sbin/dnsmasq");
+}
+
+ino_t InodeOf(int file) {
+    struct stat status = {};
+    EXPECT_EQ(0, fstat(file, &status));
+    return status.st_ino;
+}
+
+// A capability counts in the user namespace that owns what it is used on.
+TEST(Dhcp, DnsmasqIsNobodyAndItsCapabilityHoldsForNoInterface) {
     const DaemonStart start = MustComeUp(StartDhcp(CONFIGURATION));
-    EXPECT_EQ("dhcpd\n", ReadFileText("/proc/" + std::to_string(start.pid) + "/comm"));
-    EXPECT_FALSE(RunShell("ip -4 -br address | grep -q 192.168.10").Succeeded()) << "an address on the host";
-    EXPECT_TRUE(LeftOver().find("nsid") != std::string::npos) << "no namespace to look for";
-    const DaemonStart second = StartDhcp(CONFIGURATION);
-    EXPECT_EQ("", second.report) << "two servers on one network";
-    EXPECT_NE(std::string::npos, second.Log().find("another daemon serves this network")) << second;
-    KillDaemon(start);
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+    const std::string process = "/proc/" + std::to_string(start.pid);
+    const CommandResult standing =
+        RunShell("grep -E '^(Uid|Gid|Groups|CapBnd|NoNewPrivs):' " + process + "/status");
+    EXPECT_THAT(standing.output,
+                testing::MatchesRegex("Uid:(\t[1-9][0-9]*){4}\nGid:(\t[1-9][0-9]*){4}\nGroups:\t *\n"
+                                      "CapBnd:\t0000000000001000\nNoNewPrivs:\t1\n"));
+    const FileDescriptor network(open((process + "/ns/net").c_str(), O_RDONLY));
+    const FileDescriptor user(open((process + "/ns/user").c_str(), O_RDONLY));
+    const FileDescriptor owner(ioctl(network.get(), NS_GET_USERNS));
+    EXPECT_NE(InodeOf(user.get()), InodeOf(owner.get()));
 }
 
 }  // namespace

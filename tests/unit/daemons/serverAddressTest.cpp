@@ -18,6 +18,7 @@ TEST(ServerAddress, HighestAddressThatNobodyElseIsToHave) {
         {"a range for BOOTP too", subnet + "range dynamic-bootp 10.1.2.100 10.1.2.254;}", "10.1.2.99"},
         {"two ranges", subnet + "range 10.1.2.200 10.1.2.254; range 10.1.2.100 10.1.2.199;}", "10.1.2.99"},
         {"a range beyond the subnet", subnet + "range 10.1.0.0 10.1.2.254;}", "none"},
+        {"a range of one", subnet + "pool{range 10.1.2.254;}}", "10.1.2.253"},
         {"fixed addresses", subnet + "}host a{fixed-address 10.1.2.254,10.1.2.253;}", "10.1.2.252"},
         {"routers and name servers", subnet + "option routers 10.1.2.254;}", "10.1.2.253"},
         {"addresses in comments and texts do not count",
@@ -27,12 +28,14 @@ TEST(ServerAddress, HighestAddressThatNobodyElseIsToHave) {
         {"one left in a small subnet", small + "range 10.1.2.12 10.1.2.14;}", "10.1.2.11"},
         {"no subnet", "default-lease-time 1800;", "none"},
         {"a mask with a hole", "subnet 10.1.2.0 netmask 255.0.255.0 {}", "none"},
-        {"a text that does not end", subnet + "option x \"10", "10.1.2.254"},
     };
     for (const auto &row : cases) {
         ServerAddress chosen;
         const char *reason = nullptr;
-        const bool found = ServerAddress_Choose(row.text, &chosen, &reason);
+        std::vector<DhcpStatement> statements;
+        DhcpFault fault;
+        ASSERT_TRUE(DhcpSyntax_Parse(row.text, &statements, &fault)) << row.condition << fault.reason;
+        const bool found = ServerAddress_Choose(statements, &chosen, &reason);
         EXPECT_EQ(row.address, found ? Ipv4_Text(chosen.address) : "none") << row.condition;
         EXPECT_EQ(found, reason == nullptr) << row.condition;
     }

@@ -1,0 +1,80 @@
+#include "daemons/zelan-dhcpd/powerless.h"
+
+#include <linux/capability.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "daemons/common/capabilities.h"
+#include "daemons/common/complain.h"
+#include "daemons/common/file.h"
+
+namespace {
+
+constexpr int KEPT[] = {CAP_NET_ADMIN};
+
+bool Fail(const char *step) {
+    Complain("%s: %s", step, strerror(errno));
+    return false;
+}
+
+// Makes all permitted capabilities effective again.
+bool RaiseEffective() {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets = {};
+    if (syscall(SYS_capget, &header, sets.data()) != 0) {
+        return false;
+    }
+    for (__user_cap_data_struct &set : sets) {
+        set.effective = set.permitted;
+    }
+    return syscall(SYS_capset, &header, sets.data()) == 0;
+}
+
+// The same number inside as outside; whoever made the namespace may write that of himself.
+bool MapIdentity(const OwnUser &user) {
+    auto same = [](unsigned number) { return std::to_string(number) + " " + std::to_string(number) + " 1"; };
+    return File_Write("/proc/self/setgroups", "deny") &&
+           File_Write("/proc/self/uid_map", same(user.user).c_str()) &&
+           File_Write("/proc/self/gid_map", same(user.group).c_str());
+}
+
+// Makes the user namespace as the user itself, but with the capabilities of the caller, as hosts may forbid
+// it to others.
+bool EnterUserNamespace(const OwnUser &user) {
+    // A process that has changed its user has its files below /proc taken away otherwise.
+    if (!RaiseEffective() || prctl(PR_SET_DUMPABLE, 1, 0, 0, 0) != 0) {
+        return Fail("capabilities");
+    }
+    if (unshare(CLONE_NEWUSER) != 0) {
+        Complain("no user namespace for dnsmasq, which keeps CAP_NET_ADMIN: %s", strerror(errno));
+        return true;
+    }
+    return MapIdentity(user) || Fail("user namespace");
+}
+
+// What survives an exec by a user other than root.
+bool KeepOverExec() {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets = {};
+    if (!Capabilities_KeepForGood(KEPT) || syscall(SYS_capget, &header, sets.data()) != 0) {
+        return false;
+    }
+    for (__user_cap_data_struct &set : sets) {
+        set.inheritable = set.permitted;
+    }
+    return syscall(SYS_capset, &header, sets.data()) == 0 &&
+           prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_NET_ADMIN, 0, 0) == 0;
+}
+
+}  // namespace
+
+bool Powerless_Become(const OwnUser &user) {
+    return OwnUser_Become(user) && EnterUserNamespace(user) && (KeepOverExec() || Fail("capabilities"));
+}
