@@ -108,9 +108,21 @@ ssize_t WriteWakeByte(int fd) {
     return written;
 }
 
+// An empty descriptor and errno on failure. EINVAL: something else stands there, which would be readable at
+// once and for ever, and is not to be written to.
+FileDescriptor OpenFifo(const char *path, int access) {
+    FileDescriptor fifo(Posix_Open(path, access | O_NONBLOCK | O_CLOEXEC));
+    struct stat status;
+    if (fifo && fstat(fifo.get(), &status) == 0 && !S_ISFIFO(status.st_mode)) {
+        fifo.reset();
+        errno = EINVAL;
+    }
+    return fifo;
+}
+
 // Wakes all who have the FIFO open, and removes it.
 bool WakeFifo(const char *path) {
-    const FileDescriptor fifo(Posix_Open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    const FileDescriptor fifo = OpenFifo(path, O_WRONLY);
     const int error = errno;
     // Without a reader the FIFO is a left-over of one who waits no more.
     if (fifo || error == ENXIO) {
@@ -133,24 +145,12 @@ bool WakeFifo(const char *path) {
     return true;
 }
 
-// The FIFO opened for reading, or an empty descriptor and errno. EINVAL: something else stands there, which
-// would be readable at once and for ever.
-FileDescriptor OpenFifo(const char *path) {
-    if (Posix_Mkfifo(path, S_IRUSR | S_IWUSR) != 0 && errno != EEXIST) {
-        return {};
-    }
-    FileDescriptor fifo(Posix_Open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat status;
-    if (fifo && fstat(fifo.get(), &status) == 0 && !S_ISFIFO(status.st_mode)) {
-        fifo.reset();
-        errno = EINVAL;
-    }
-    return fifo;
-}
-
 int AddNamed(SyncWaitQ *queue, uint64_t sequence) {
     const MallocString path = FifoPath(*queue, sequence);
-    FileDescriptor fifo = OpenFifo(path.get());
+    FileDescriptor fifo;
+    if (Posix_Mkfifo(path.get(), S_IRUSR | S_IWUSR) == 0 || errno == EEXIST) {
+        fifo = OpenFifo(path.get(), O_RDONLY);
+    }
     const int error = errno;
     if (WakeUpRacedPast(queue, sequence)) {
         // Others may wait at this FIFO whom the wake-up has not reached yet, and would not find without it.

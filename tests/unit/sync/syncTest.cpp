@@ -174,6 +174,8 @@ TEST(SyncWaitQ, FileInPlaceOfTheFifoFailsTheWait) {
     ASSERT_TRUE(SyncWaitQ_Init(&queue, (directory / "queue").c_str()));
     WriteFileText(directory / "queue.0", "");
     EXPECT_EQ(SyncWaitQ_Add(&queue), -1) << "it would be readable at once and for ever";
+    EXPECT_FALSE(SyncWaitQ_WakeUp(&queue));
+    EXPECT_EQ(ReadFileText(directory / "queue.0"), "");
     SyncWaitQ_Destroy(&queue);
 }
 
