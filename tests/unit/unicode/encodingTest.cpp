@@ -78,6 +78,8 @@ TEST(UnicodeInitDeathTest, TakesTheEncodingFromTheEnvironmentAndTheArgumentsToUt
         {"ISO-8859-1,UTF-8", "1", "C", "caf\xE9", 0, "<ISO-8859-1 8 caf\xC3\xA9 caf\xC3\xA9>"},
         {"klingon,UTF-8", nullptr, "C", "x", 1,
          "Panic:\nUnsupported local character encoding \"klingon\"\\.\n"},
+        {"SCSU", nullptr, "C", "x", 1,
+         "Panic:\nUnsupported local character encoding \"SCSU\"\\.\n"},  // no converter
         // No string of bytes with one NUL at its end is a text in these.
         {"UTF-16LE", nullptr, "C", "x", 1, "Panic:\nUnsupported local character encoding \"UTF-16LE\"\\.\n"},
         {"ucs-4", nullptr, "C", "x", 1, "Panic:\nUnsupported local character encoding \"ucs-4\"\\.\n"},
