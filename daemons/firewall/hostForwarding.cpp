@@ -2,6 +2,7 @@
 
 #include <net/if.h>
 
+#include <algorithm>
 #include <climits>
 #include <string_view>
 
@@ -12,42 +13,26 @@
 
 namespace {
 
-// Lines of index and name: an index tells whether the name still means the same adapter.
+// Lines of index and name; the latter is for people, since an adapter may be given another one.
 constexpr const char *NOTES_FILE = "forwarding";
-
-struct Adapter {
-    int link = 0;
-    std::string name;
-};
 
 std::string SwitchOf(const std::string &name) {
     return "/proc/sys/net/ipv4/conf/" + name + "/forwarding";
 }
 
-std::vector<Adapter> ReadNotes() {
-    std::string text = HostFiles_Read(NOTES_FILE);
-    std::string_view rest = text;
-    std::string_view line;
-    std::vector<Adapter> adapters;
-    while (Text_TakeLine(&rest, &line)) {
-        std::string_view index;
-        std::string_view name;
-        Adapter adapter;
-        if (Text_TakeWord(&line, &index) && Options_Number(index, INT_MAX, &adapter.link) &&
-            Text_TakeWord(&line, &name)) {
-            adapter.name = name;
-            adapters.push_back(adapter);
-        }
-    }
-    return adapters;
-}
-
 }  // namespace
 
 std::vector<int> HostForwarding_Noted() {
+    std::string text = HostFiles_Read(NOTES_FILE);
+    std::string_view rest = text;
+    std::string_view line;
+    std::string_view index;
     std::vector<int> links;
-    for (const Adapter &adapter : ReadNotes()) {
-        links.push_back(adapter.link);
+    int link = 0;
+    while (Text_TakeLine(&rest, &line)) {
+        if (Text_TakeWord(&line, &index) && Options_Number(index, INT_MAX, &link)) {
+            links.push_back(link);
+        }
     }
     return links;
 }
@@ -66,15 +51,16 @@ bool HostForwarding_TurnOn(const std::string &name) {
 }
 
 bool HostForwarding_Note(int link, const std::string &name) {
-    return HostFiles_Write(NOTES_FILE, HostFiles_Read(NOTES_FILE) + std::to_string(link) + " " + name + "\n");
+    std::vector<int> noted = HostForwarding_Noted();
+    return std::find(noted.begin(), noted.end(), link) != noted.end() ||
+           HostFiles_Write(NOTES_FILE, HostFiles_Read(NOTES_FILE) + std::to_string(link) + " " + name + "\n");
 }
 
 void HostForwarding_TakeBack() {
     if (!HostForwarding_IsOnForAll()) {
-        for (const Adapter &adapter : ReadNotes()) {
+        for (int link : HostForwarding_Noted()) {
             char name[IF_NAMESIZE];
-            if (if_indextoname(static_cast<unsigned>(adapter.link), name) != nullptr &&
-                adapter.name == name) {
+            if (if_indextoname(static_cast<unsigned>(link), name) != nullptr) {
                 File_Write(SwitchOf(name).c_str(), "0");
             }
         }

@@ -95,6 +95,10 @@ void LeaveOut(const std::vector<NatShare> &others, NatShare *share) {
         }
         return taken;
     });
+    std::erase_if(share->kept, [share](const HostEndpoint &endpoint) {
+        return std::find(share->forwards.begin(), share->forwards.end(), endpoint.port) ==
+               share->forwards.end();
+    });
 }
 
 // Removes the shares of the dead from the table, and their files.
@@ -201,6 +205,9 @@ bool HostTable::AddNat(NatShare share) {
     if (!edit.held() || !socket.Open(0, NETLINK_NETFILTER)) {
         return false;
     }
+    if (Nft_Find(&socket, HostRules_Table()) != 0 && Refused(Rebuild(&socket))) {
+        return false;
+    }
     share.ownTimeout = share.ownTimeout &&
                        EnsureFlowChain(&socket, FlowObjects_TimeoutChain(share.udpTimeout),
                                        "time-outs for single flows", [&share](NftTransaction *transaction) {
@@ -236,7 +243,7 @@ void HostTable_Sweep() {
     if (!IsNatUsed()) {
         std::vector<int> adapters = HostForwarding_Noted();
         HostForwarding_TakeBack();
-        error = std::max(error, RemoveAdapters(&socket, adapters));
+        error = std::max(error, adapters.empty() ? 0 : RemoveAdapters(&socket, adapters));
     }
     if (!IsUsed()) {
         NftTransaction transaction(HostRules_Table());
@@ -263,16 +270,26 @@ void HostTable_RestoreWhenMissing() {
 }
 
 void HostTable_UseAdapters(const std::vector<int> &links) {
-    HostEdit edit;
-    RtSocket nftables;
     RtSocket routes;
     LinkInfo link;
-    if (!edit.held() || !IsNatUsed() || !nftables.Open(0, NETLINK_NETFILTER) || !routes.Open()) {
+    std::vector<LinkInfo> adapters;
+    if (!routes.Open()) {
         return;
     }
     for (int index : links) {
         if (Link_Get(&routes, index, &link) == 0 && IsAdapter(link)) {
-            UseAdapter(&nftables, link);
+            adapters.push_back(link);
+        }
+    }
+    // Most of what a start of many networks announces is ours.
+    if (adapters.empty()) {
+        return;
+    }
+    HostEdit edit;
+    RtSocket nftables;
+    if (edit.held() && IsNatUsed() && nftables.Open(0, NETLINK_NETFILTER)) {
+        for (const LinkInfo &adapter : adapters) {
+            UseAdapter(&nftables, adapter);
         }
     }
 }

@@ -217,6 +217,22 @@ TEST_F(Nat, KilledDaemonLeavesNothingButForwardingThatTheHostHasTurnedOn) {
     EXPECT_EQ("1\n", ForwardingOf("eth0"));
 }
 
+TEST_F(Nat, NextStartCatchesUpWithWhatNobodyFollowed) {
+    Start(Configuration());
+    Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 == \"zelan-watch\" {print $1}')");
+    Machine late("late");
+    late.ConnectToHost("eth1", "eth0", "198.51.100.9/24");
+    Must("ip address add 198.51.100.1/24 dev eth1 && nft flush ruleset");
+    MustComeUp(StartNetifup(1));
+    EXPECT_TRUE(WaitUntil([this] { return GuestPings(OUTSIDE) && GuestPings("198.51.100.9"); }));
+    guest_.reset();
+    Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 ~ /^zelan-/ {print $1}')");
+    EXPECT_EQ("1\n", ForwardingOf("eth0"));
+    EXPECT_TRUE(RunCommand({ProgramPath("zelan-watch"), "--sweep"}).Succeeded());
+    EXPECT_EQ("0\n0\n", ForwardingOf("eth0") + ForwardingOf("eth1"));
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
 TEST_F(Nat, OneStartedRightAfterAKillReplacesItsPredecessor) {
     Start(Configuration("", "", "8888 = 192.168.10.50:80\n"));
     const std::string mac = ReadFileText("/var/run/zelan-natd-8.mac");
