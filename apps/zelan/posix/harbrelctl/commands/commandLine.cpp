@@ -96,6 +96,11 @@ void ApplyOptions(CLI::App *app, Arguments *arguments) {
                     "what --dry-run --json has printed, if nothing changed since");
 }
 
+void DoctorOptions(CLI::App *app, Arguments *arguments) {
+    AnyNetworks(app, arguments);
+    app->add_flag("--deep", arguments->deep, "send real packets too, from a port that is made for it");
+}
+
 struct CommandRow {
     const char *group;  // the first word of two, or null
     const char *name;
@@ -126,6 +131,7 @@ constexpr CommandRow COMMANDS[] = {
     {nullptr, "stop", "stops what runs", AnyNetworks, RunStop},
     {nullptr, "restart", "stops and starts", AnyNetworks, RunRestart},
     {nullptr, "apply", "brings what runs into line with the settings", ApplyOptions, RunApply},
+    {nullptr, "doctor", "finds the first broken link of each network", DoctorOptions, RunDoctor},
 };
 
 struct GroupRow {

@@ -25,3 +25,4 @@ int RunStart(const Arguments &arguments);
 int RunStop(const Arguments &arguments);
 int RunRestart(const Arguments &arguments);
 int RunApply(const Arguments &arguments);
+int RunDoctor(const Arguments &arguments);

@@ -130,6 +130,8 @@ int TakeRoute(const nlmsghdr *message, void *data) {
     ForEachAttribute<rtmsg>(message, [&](const nlattr *attribute, int type) {
         if (type == RTA_DST) {
             route.destination.address = AddressIn(attribute);
+        } else if (type == RTA_GATEWAY) {
+            route.gateway = AddressIn(attribute);
         } else if (type == RTA_OIF) {
             route.link = static_cast<int>(mnl_attr_get_u32(attribute));
         } else if (type == RTA_TABLE) {

@@ -40,6 +40,7 @@ struct LinkAddress {
 struct Route {
     Subnet destination;
     int link = 0;
+    uint32_t gateway = 0;  // 0 for a route without one
 };
 
 // What a bridge has learned: a MAC address behind a port.

@@ -57,11 +57,10 @@ Table ListTable(const Host &host, const std::vector<NetworkView> &views) {
     for (const NetworkView &view : views) {
         const NetworkState &state = host.networks[view.number];
         const NetworkConfig &config = host.config.networks[view.number];
-        table.rows.push_back({NetworkName(view.number), KindName(KindOf(host.config, view.number)),
-                              SubnetCell(config), ServicesCell(state, false), ServicesCell(state, true),
-                              std::to_string(PortCount(view.details)),
-                              std::to_string(view.details.leases.size()),
-                              std::to_string(config.forwards.size())});
+        table.rows.push_back(
+            {NetworkName(view.number), KindName(KindOf(host.config, view.number)), SubnetCell(config),
+             ServicesCell(state, false), ServicesCell(state, true), std::to_string(PortCount(view.details)),
+             std::to_string(view.details.leases.size()), std::to_string(config.forwards.size())});
     }
     return table;
 }

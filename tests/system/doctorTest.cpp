@@ -1,0 +1,115 @@
+// The doctor finds what is broken, names it, and what it names as the cure cures it.
+#include <gmock/gmock.h>
+
+#include "tests/support/conversation.h"
+#include "tests/support/editor.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+class Doctor : public EditorTest {
+  protected:
+    // zelan0 bridges eth0, zelan8 is behind NAT with a range of three addresses; all of it runs.
+    void SetUp() override {
+        outside_.ConnectToHost("eth0", "eth0", "203.0.113.9/24");
+        Must("ip address add 203.0.113.1/24 dev eth0 && ip route add default via 203.0.113.9");
+        Install(Nat8() + "answer VNET_8_DHCP_PARAM_LEASE_START_IP 10.7.8.130\n" +
+                "answer VNET_8_DHCP_PARAM_LEASE_END_IP 10.7.8.132\nadd_bridge_mapping eth0 0\n");
+        MustEdit("start");
+    }
+    static std::string Codes(const std::string &options = "") {
+        return RunShell(ProgramPath("harbrelctl") + " -j doctor " + options +
+                        " | sed -n 's/.*\"code\": \"\\(.*\\)\",/\\1/p'")
+            .output;
+    }
+
+    Machine outside_{"outside"};
+};
+
+TEST_F(Doctor, FindsEachFaultAndNoneWhenItIsGone) {
+    const CommandResult well = Edit("doctor");
+    ASSERT_EQ(0, well.status) << well;
+    const std::string pid8 = "/var/run/zelan-natd-8.pid";
+    const std::string lease =
+        "e=$(($(date +%s)+900)); for i in 0 1 2; do echo \"$e 02:00:00:00:00:0$i 10.7.8.13$i * *\"; done > "
+        "/etc/orvane/zelan8/dhcpd/dhcpd.leases";
+    const struct {
+        const char *code;
+        std::string spoil;
+        std::string cure;  // "apply" for the editor's own
+    } faults[] = {
+        {"service-stopped", "kill -9 $(cat " + pid8 + ")", "apply"},
+        {"process-foreign", "cp " + pid8 + " /tmp/pid; echo $PPID > " + pid8, "cp /tmp/pid " + pid8},
+        {"pid-file-garbled", "echo rubbish > " + pid8, "cp /tmp/pid " + pid8},
+        {"service-unwanted", ProgramPath("harbrelctl") + " --no-apply set zelan8 dhcp=off",
+         ProgramPath("harbrelctl") + " --no-apply set zelan8 dhcp=on"},
+        {"file-differs", "sed -i 's/timeout = 60/timeout = 61/' /etc/orvane/zelan8/nat/nat.conf", "apply"},
+        {"file-missing", "rm /etc/orvane/zelan8/dhcpd/dhcpd.conf", "apply"},
+        {"node-missing", "rm /dev/zelan8", "apply"},
+        {"node-wrong", "rm /dev/zelan8; touch /dev/zelan8", "rm /dev/zelan8; mknod /dev/zelan8 c 119 8"},
+        {"switch-down", "ip link set zelan-sw8 down", "ip link set zelan-sw8 up"},
+        {"interface-address", "ip address del 10.7.8.1/24 dev zelan8", "apply"},
+        {"interface-down", "ip link set zelan8 down", "ip link set zelan8 up"},
+        {"subnet-overlaps-host", "ip address add 10.7.8.77/25 dev lo", "ip address del 10.7.8.77/25 dev lo"},
+        {"subnet-overlaps-host", "ip link add virbr0 type bridge && ip address add 10.7.0.1/16 dev virbr0",
+         "ip link del virbr0"},
+        {"firewall-drops",
+         "nft 'table inet mine { chain f { type filter hook forward priority 0; policy drop; }; }'",
+         "nft delete table inet mine"},
+        {"firewall-drops",
+         "nft 'table ip mine { chain d { drop; }; chain f { type filter hook forward priority 0; "
+         "iifname \"zelan-up*\" jump d; }; }'",
+         "nft delete table ip mine"},
+        {"forwarding-off", "echo 0 > /proc/sys/net/ipv4/conf/eth0/forwarding",
+         "echo 1 > /proc/sys/net/ipv4/conf/eth0/forwarding"},
+        {"adapter-down", "ip link set eth0 down",
+         "ip link set eth0 up; ip route add default via 203.0.113.9"},
+        {"adapter-no-carrier", "ip -n outside link set eth0 down", "ip -n outside link set eth0 up"},
+        {"detection-stopped", "kill -9 $(cat /var/run/zelan-detect.pid)",
+         ProgramPath("harbrelctl") + " start"},
+        {"range-full", "cp -p /etc/orvane/zelan8/dhcpd/dhcpd.leases /tmp/; " + lease,
+         "cp -p /tmp/dhcpd.leases /etc/orvane/zelan8/dhcpd/"},
+    };
+    for (const auto &fault : faults) {
+        Must(fault.spoil);
+        EXPECT_TRUE(WaitUntil([&] { return Codes() == std::string(fault.code) + "\n"; }))
+            << fault.spoil << "\n"
+            << Edit("doctor");
+        fault.cure == "apply" ? (void)MustEdit("apply zelan8") : Must(fault.cure);
+        EXPECT_TRUE(WaitUntil([] { return Codes().empty(); })) << fault.cure << "\n" << Edit("doctor");
+    }
+    // An exception for the networks of ours is no fault.
+    Must(
+        "nft 'table inet mine { chain f { type filter hook forward priority 0; policy drop; "
+        "iifname \"zelan-up*\" accept; }; }'");
+    EXPECT_EQ("", Codes());
+    WriteFileText(DATABASE, "rubbish\n");
+    EXPECT_EQ("database-unreadable\n", Codes());
+}
+
+TEST_F(Doctor, PacketsProveWhatFilesCannot) {
+    WriteFileText("/etc/resolv.conf", "nameserver 203.0.113.9\n");
+    Responder names(&outside_, SOCK_DGRAM, {"203.0.113.9", 53}, [](const std::string &request, auto &) {
+        return request.substr(0, 2) + "\x81\x80" + request.substr(4);
+    });
+    const std::string before = RunShell("ip -o link | wc -l").output;
+    EXPECT_EQ("", Codes("--deep"));
+    kill(Pid("zelan-dhcpd-zelan8"), SIGSTOP);
+    EXPECT_EQ("dhcp-silent\n", Codes("--deep"));
+    EXPECT_EQ("", Codes()) << "found without a packet";
+    kill(Pid("zelan-dhcpd-zelan8"), SIGCONT);
+    Must("ip -n outside link set lo down; ip netns exec outside sysctl -qw net.ipv4.icmp_echo_ignore_all=1");
+    EXPECT_EQ("no-way-out\n", Codes("--deep"));
+    Must("ip netns exec outside sysctl -qw net.ipv4.icmp_echo_ignore_all=0");
+    MustEdit("forward add zelan8 tcp 8888 10.7.8.9:80");
+    EXPECT_EQ("forward-dead\n", Codes("--deep"));
+    Machine guest("zelan-g");
+    guest.ConnectToBridge("zelan-sw8", "eth0", "10.7.8.9/24");
+    Responder server(&guest, SOCK_STREAM, {"10.7.8.9", 80}, [](auto &, auto &) { return "x"; });
+    EXPECT_TRUE(WaitUntil([] { return Codes("--deep").empty(); })) << Edit("doctor --deep");
+    guest.Run("ip link del eth0");
+    EXPECT_EQ(before, RunShell("ip -o link | wc -l").output) << "a port of the doctor is left";
+}
+
+}  // namespace
