@@ -112,9 +112,9 @@ TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExpor
         WaitUntil([] { return RunShell("ip link show hbl456789012345 | grep 'state UP'").Succeeded(); }));
     ASSERT_TRUE(HBLSetBridgeMapping("hbl456789012345", 5));
     HostAdapterChain chain;
-    ASSERT_TRUE(HBLCreateHostAdapList(&chain.count, &chain.head));
+    ASSERT_TRUE(HBLCreateHostAdapList(&chain));
     std::string found;
-    for (const HBL_HostAdapter *adapter = chain.head; adapter != nullptr; adapter = adapter->next) {
+    for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr; adapter = adapter->next) {
         EXPECT_STREQ("veth", adapter->driverName);
         found.append(adapter->deviceName).append(adapter->status == 1 ? " up, " : " down, ");
     }

@@ -77,7 +77,7 @@ bool FindDisplaced(FunctionLog log, AdapterMove *move) {
     if (destination == move->defaultBridge.vnet || destination == HBL_VNET_NONE) {
         return true;
     }
-    if (!HBLGetVnetBridge(destination, &move->displaced.count, &move->displaced.head)) {
+    if (!HBLGetVnetBridge(destination, &move->displaced)) {
         log(LOG_ERR, "Failed to get adapter bridged to vnet: %d", destination);
         return false;
     }
@@ -86,7 +86,7 @@ bool FindDisplaced(FunctionLog log, AdapterMove *move) {
 
 // What the arrival of the adapter means for a real destination.
 bool SettleInDestination(FunctionLog log, AdapterMove *move) {
-    if (!HBLSetBridgeMappingForMultipleAdapters(move->defaultBridge.vnet, move->displaced.head)) {
+    if (!HBLSetBridgeMappingForMultipleAdapters(move->defaultBridge.vnet, move->displaced)) {
         log(LOG_ERR, "Failed to move adapters from destination vnet to default bridge");
         return false;
     }
@@ -111,7 +111,7 @@ void RollBackMove(FunctionLog log, const AdapterMove &move) {
         log(LOG_ERR, "Unable to restore host adapter: %s to its previous vnet: %d", move.adapter,
             move.source.vnet);
     }
-    if (!HBLSetBridgeMappingForMultipleAdapters(move.destination.vnet, move.displaced.head)) {
+    if (!HBLSetBridgeMappingForMultipleAdapters(move.destination.vnet, move.displaced)) {
         log(LOG_ERR, "Failed to move back adapters from default bridge to destination vnet");
     }
     move.source.Restore(log, "source vnet", ",");
@@ -121,7 +121,7 @@ void RollBackMove(FunctionLog log, const AdapterMove &move) {
 
 bool CheckAdapter(FunctionLog log, const HBL_HostAdapter *adapter) {
     if (adapter == nullptr) {
-        log(LOG_ERR, "Invalid arguments - adapter: %p", static_cast<const void *>(adapter));
+        log(LOG_ERR, "Invalid arguments - adapter: %p", Address(adapter));
         return false;
     }
     if (adapter->version != 1) {
@@ -155,8 +155,8 @@ bool HBL_BridgeMoveAdapter(const HBL_HostAdapter *adapter, const HBL_NetworkID *
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - a: %p, s: %p, d: %p", static_cast<const void *>(adapter),
-              static_cast<const void *>(source), static_cast<const void *>(destination));
+    frame.log(LOG_ARGS, "Arguments - a: %p, s: %p, d: %p", Address(adapter), Address(source),
+              Address(destination));
     if (!CheckAdapter(frame.log, adapter)) {
         return false;
     }

@@ -78,8 +78,8 @@ bool SetAddress(const AddressSetter &setter, const char *function, const char *v
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, sn: %p,%s", static_cast<const void *>(vnet), TextOrNull(vnet),
-              static_cast<const void *>(value), TextOrNull(value));
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, sn: %p,%s", Address(vnet), TextOrNull(vnet), Address(value),
+              TextOrNull(value));
     uint32_t number;
     if (!ApiVnetArgument(frame.log, vnet, &number)) {
         return false;
@@ -109,13 +109,11 @@ bool GetAddress(const AddressGetter &getter, const char *function, const char *v
         return false;
     }
     const uint32_t size = ValueOrZero(len);
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, %s: %p, %s:%p,%u", static_cast<const void *>(vnet),
-              TextOrNull(vnet), getter.bufferTag, static_cast<void *>(out), getter.lengthTag,
-              static_cast<void *>(len), size);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, %s: %p, %s:%p,%u", Address(vnet), TextOrNull(vnet),
+              getter.bufferTag, Address(out), getter.lengthTag, Address(len), size);
     if (vnet == nullptr || out == nullptr || size < HBL_IP_STR_SIZE) {
-        frame.log(LOG_ERR, "Invalid argument - vnet: %p, %s: %p, %sLen:%p,%u",
-                  static_cast<const void *>(vnet), getter.parameter, static_cast<void *>(out),
-                  getter.parameter, static_cast<void *>(len), size);
+        frame.log(LOG_ERR, "Invalid argument - vnet: %p, %s: %p, %sLen:%p,%u", Address(vnet),
+                  getter.parameter, Address(out), getter.parameter, Address(len), size);
         return false;
     }
     uint32_t number;

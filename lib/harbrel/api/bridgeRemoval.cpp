@@ -15,7 +15,7 @@ bool HBLRemoveBridgeMappingsForVnet(uint32_t vnet) {
         allWorked = false;
     }
     HostAdapterChain adapters;
-    if (!HBLGetVnetBridge(number, &adapters.count, &adapters.head)) {
+    if (!HBLGetVnetBridge(number, &adapters)) {
         HBLLog(LOG_ERR, __func__, "Failed to get list of adapters bridged to vnet: %d", number);
         allWorked = false;
     }
@@ -26,9 +26,9 @@ bool HBLRemoveBridgeMappingsForVnet(uint32_t vnet) {
             allWorked = false;
         }
     }
-    if (!HBLSetBridgeMappingForMultipleAdapters(defaultVnet, adapters.head)) {
+    if (!HBLSetBridgeMappingForMultipleAdapters(defaultVnet, adapters)) {
         HBLLog(LOG_ERR, __func__, "Failed to set the bridge mapping for vnet: %d, host adapter: %s",
-               defaultVnet, adapters.head->deviceName);
+               defaultVnet, adapters.First()->deviceName);
         allWorked = false;
     }
     BridgeRestart remaining{defaultVnet};

@@ -27,13 +27,12 @@ constexpr int32_t MAPPING_TARGET = AUTO_BRIDGED_VNET;
 
 bool ApplyDefaultBridge(FunctionLog log, DefaultBridgeChange *change) {
     const int32_t newVnet = change->newDefault.vnet;
-    HostAdapterChain *const adapters = &change->adapters;
-    if (!HBLGetVnetBridge(MappingSource(newVnet), &adapters->count, &adapters->head)) {
+    if (!HBLGetVnetBridge(MappingSource(newVnet), &change->adapters)) {
         log(LOG_ERR, "Error creating list of adapters on host");
         return false;
     }
-    log(LOG_INFO2, "Obtained list of %u adapters", adapters->count);
-    if (!HBLSetBridgeMappingForMultipleAdapters(MAPPING_TARGET, adapters->head)) {
+    log(LOG_INFO2, "Obtained list of %u adapters", change->adapters.Count());
+    if (!HBLSetBridgeMappingForMultipleAdapters(MAPPING_TARGET, change->adapters)) {
         log(LOG_ERR, "Failed to set the bridge mappings, vnet: %d", MAPPING_TARGET);
         return false;
     }
@@ -51,7 +50,7 @@ void RollBackDefaultBridge(FunctionLog log, const DefaultBridgeChange &change) {
     if (!HBLSetDefaultBridgeVnet(change.oldDefault.vnet)) {
         log(LOG_INFO, "Failed to restore value of default bridge: %d", change.oldDefault.vnet);
     }
-    if (!HBLSetBridgeMappingForMultipleAdapters(source, change.adapters.head)) {
+    if (!HBLSetBridgeMappingForMultipleAdapters(source, change.adapters)) {
         log(LOG_ERR, "Failed to restore the bridge mappings for vnet: %d", source);
     }
     change.oldDefault.Restore(log, "old default bridge", "");
@@ -60,7 +59,7 @@ void RollBackDefaultBridge(FunctionLog log, const DefaultBridgeChange &change) {
 
 bool CheckNewDefault(FunctionLog log, const HBL_NetworkID *netId) {
     if (netId == nullptr || !HBLValidateNetIDStruct(netId)) {
-        log(LOG_ERR, "Invalid arguments - netId: %p", static_cast<const void *>(netId));
+        log(LOG_ERR, "Invalid arguments - netId: %p", Address(netId));
         return false;
     }
     if (netId->vnet != AUTO_BRIDGED_VNET && netId->vnet != HBL_VNET_NONE) {
@@ -77,9 +76,9 @@ bool HBL_GetBridgeDefaultNetwork(HBL_NetworkID *netId) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - n: %p", static_cast<void *>(netId));
+    frame.log(LOG_ARGS, "Arguments - n: %p", Address(netId));
     if (netId == nullptr) {
-        frame.log(LOG_ERR, "Invalid argument - netId: %p", static_cast<void *>(netId));
+        frame.log(LOG_ERR, "Invalid argument - netId: %p", Address(netId));
         return false;
     }
     if (netId->version != 1) {
@@ -101,7 +100,7 @@ bool HBL_SetBridgeDefaultNetwork(const HBL_NetworkID *netId) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - n: %p", static_cast<const void *>(netId));
+    frame.log(LOG_ARGS, "Arguments - n: %p", Address(netId));
     if (!CheckNewDefault(frame.log, netId)) {
         return false;
     }

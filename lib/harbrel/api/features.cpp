@@ -33,7 +33,7 @@ constexpr Feature FEATURES[] = {
 // `what` is the word for a bad number.
 bool CheckArgument(FunctionLog log, const HBL_VnetFeatures *ft, const char *what) {
     if (ft == nullptr) {
-        log(LOG_ERR, "Invalid argument - ft: %p", static_cast<const void *>(ft));
+        log(LOG_ERR, "Invalid argument - ft: %p", Address(ft));
         return false;
     }
     if (ft->version != 1) {
@@ -112,17 +112,20 @@ bool ConfigMatches(FunctionLog log, const HBL_VnetFeatures &query, const HBL_Vne
            GroupMatches(log, query.config, real.config, &Feature::configMismatch);
 }
 
-// Whether the network matches; services and interface are asked only when the configuration does. *failed is
-// set when they could not be asked.
-bool VnetMatches(FunctionLog log, uint32_t vnet, const HBL_VnetFeatures &query, HBL_VnetFeatures *real,
-                 bool *failed) {
+enum class Match { Yes, No, Unknown };
+
+// Services and interface are asked only when the configuration matches; Unknown when they could not be.
+Match CompareVnet(FunctionLog log, uint32_t vnet, const HBL_VnetFeatures &query, HBL_VnetFeatures *real) {
     log(LOG_INFO2, "Looking at vnet: %u to see if it matches", vnet);
     ReadConfigured(vnet, real);
     if (!ConfigMatches(log, query, *real)) {
-        return false;
+        return Match::No;
     }
-    *failed = !ReadRunning(log, vnet, &real->runtime);
-    return !*failed && GroupMatches(log, query.runtime, real->runtime, &Feature::runtimeMismatch);
+    if (!ReadRunning(log, vnet, &real->runtime)) {
+        return Match::Unknown;
+    }
+    return GroupMatches(log, query.runtime, real->runtime, &Feature::runtimeMismatch) ? Match::Yes
+                                                                                      : Match::No;
 }
 
 void HandOutMatch(FunctionLog log, const HBL_VnetFeatures &real, uint32_t vnet, HBL_VnetFeatures *ft) {
@@ -153,7 +156,7 @@ bool HBL_GetVnetFeatures(HBL_VnetFeatures *ft) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - ft: %p", static_cast<void *>(ft));
+    frame.log(LOG_ARGS, "Arguments - ft: %p", Address(ft));
     if (!ReadFeatures(frame.log, ft)) {
         frame.log(LOG_ERR, "Failed to return vnet features");
         return false;
@@ -167,19 +170,20 @@ bool HBL_FindVnetWithFeatures(HBL_VnetFeatures *ft) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - ft: %p", static_cast<void *>(ft));
+    frame.log(LOG_ARGS, "Arguments - ft: %p", Address(ft));
     if (!CheckArgument(frame.log, ft, "index of starting vnet")) {
         return false;
     }
     HBL_VnetFeatures real{};
     for (auto vnet = static_cast<uint32_t>(ft->net.vnet); vnet < HBL_NUM_VNETS; vnet++) {
-        bool failed = false;
-        if (VnetMatches(frame.log, vnet, *ft, &real, &failed)) {
-            HandOutMatch(frame.log, real, vnet, ft);
-            return true;
-        }
-        if (failed) {
-            return false;
+        switch (CompareVnet(frame.log, vnet, *ft, &real)) {
+            case Match::Yes:
+                HandOutMatch(frame.log, real, vnet, ft);
+                return true;
+            case Match::Unknown:
+                return false;
+            case Match::No:
+                break;
         }
     }
     frame.log(LOG_ERR, "Could not find any matching vnet");

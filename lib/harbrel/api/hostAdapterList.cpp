@@ -55,17 +55,18 @@ bool CopyAdapter(FunctionLog log, const HBL_HostAdapter &adapter, HBL_HostAdapte
 
 // The exported form of the chain, or null.
 AdapterListBlock MakeContiguous(FunctionLog log, const HostAdapterChain &chain) {
-    AdapterListBlock list = AllocateList(log, chain.count);
+    AdapterListBlock list = AllocateList(log, chain.Count());
     if (list == nullptr) {
         return nullptr;
     }
     uint32_t walked = 0;
-    for (const HBL_HostAdapter *adapter = chain.head; adapter != nullptr; adapter = adapter->next, walked++) {
-        if (walked < chain.count && !CopyAdapter(log, *adapter, list.get())) {
+    for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr;
+         adapter = adapter->next, walked++) {
+        if (!CopyAdapter(log, *adapter, list.get())) {
             return nullptr;
         }
     }
-    if (walked != chain.count) {
+    if (walked != chain.Count()) {
         log(LOG_ERR, "Something wrong with the list operations or count");
         return nullptr;
     }
@@ -79,9 +80,9 @@ bool HBL_GetHostAdapterList(uint32_t version, HBL_HostAdapterList **header) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %u, h: %p", version, static_cast<void *>(header));
+    frame.log(LOG_ARGS, "Arguments - v: %u, h: %p", version, Address(header));
     if (header == nullptr) {
-        frame.log(LOG_ERR, "Invalid argument - header: %p", static_cast<void *>(header));
+        frame.log(LOG_ERR, "Invalid argument - header: %p", Address(header));
         return false;
     }
     if (version != LIST_VERSION) {
@@ -89,11 +90,11 @@ bool HBL_GetHostAdapterList(uint32_t version, HBL_HostAdapterList **header) {
         return false;
     }
     HostAdapterChain chain;
-    if (!HBLCreateHostAdapList(&chain.count, &chain.head)) {
+    if (!HBLCreateHostAdapList(&chain)) {
         frame.log(LOG_ERR, "Error creating list of adapters on host");
         return false;
     }
-    frame.log(LOG_INFO2, "Obtained non-contig list of %u adapters", chain.count);
+    frame.log(LOG_INFO2, "Obtained non-contig list of %u adapters", chain.Count());
     AdapterListBlock list = MakeContiguous(frame.log, chain);
     const bool made = list != nullptr;
     if (made) {

@@ -127,12 +127,11 @@ bool HBL_GetVnetAdapterStatus(const char *vnet, bool *installed, bool *enabled) 
     if (!frame.Passed()) {
         return false;
     }
-    const void *const pointers[] = {vnet, installed, enabled};
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, i: %p, e: %p", pointers[0], TextOrNull(vnet), pointers[1],
-              pointers[2]);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, i: %p, e: %p", Address(vnet), TextOrNull(vnet),
+              Address(installed), Address(enabled));
     if (vnet == nullptr || installed == nullptr || enabled == nullptr) {
-        frame.log(LOG_ERR, "Invalid argument - vnet: %p, installed: %p, e: %p", pointers[0], pointers[1],
-                  pointers[2]);
+        frame.log(LOG_ERR, "Invalid argument - vnet: %p, installed: %p, e: %p", Address(vnet),
+                  Address(installed), Address(enabled));
         return false;
     }
     uint32_t number = 0;

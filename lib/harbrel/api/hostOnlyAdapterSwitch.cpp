@@ -30,7 +30,7 @@ bool HBL_SetVnetUseAdapter(const char *vnet, bool useAdapter, bool cleanup) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, uA: %u, c: %u", static_cast<const void *>(vnet),
-              TextOrNull(vnet), useAdapter, cleanup);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, uA: %u, c: %u", Address(vnet), TextOrNull(vnet), useAdapter,
+              cleanup);
     return HBLApiSwitchFeature(frame.log, ADAPTER_SWITCH, vnet, useAdapter, cleanup);
 }

@@ -34,8 +34,8 @@ bool HBL_GetUnusedSubnet(char *subnet, uint32_t subnetLen, char *mask, uint32_t 
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - s: %p, sl: %u, m: %p, ml: %u", static_cast<const void *>(subnet),
-              subnetLen, static_cast<const void *>(mask), maskLen);
+    frame.log(LOG_ARGS, "Arguments - s: %p, sl: %u, m: %p, ml: %u", Address(subnet), subnetLen, Address(mask),
+              maskLen);
     if (subnet == nullptr || mask == nullptr || subnetLen < HBL_IP_STR_SIZE || maskLen < HBL_IP_STR_SIZE) {
         frame.log(LOG_ERR, "Invalid arguments");
         return false;
@@ -54,11 +54,10 @@ bool HBL_CheckSubnetAvailability(const char *vnet, bool broadcast, uint32_t time
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, b: %u, t: %u, i: %u, a: %p", static_cast<const void *>(vnet),
-              TextOrNull(vnet), broadcast, timeout, interval, static_cast<const void *>(available));
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, b: %u, t: %u, i: %u, a: %p", Address(vnet), TextOrNull(vnet),
+              broadcast, timeout, interval, Address(available));
     if (vnet == nullptr || available == nullptr) {
-        frame.log(LOG_ERR, "Invalid argument - vnet: %p, available: %p", static_cast<const void *>(vnet),
-                  static_cast<const void *>(available));
+        frame.log(LOG_ERR, "Invalid argument - vnet: %p, available: %p", Address(vnet), Address(available));
         return false;
     }
     uint32_t number = 0;
@@ -80,8 +79,7 @@ bool HBL_AssignSubnetAddressToVnet(const char *vnet, bool overwriteExisting) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, oE: %u", static_cast<const void *>(vnet), TextOrNull(vnet),
-              overwriteExisting);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, oE: %u", Address(vnet), TextOrNull(vnet), overwriteExisting);
     uint32_t number = 0;
     if (!ApiVnetArgument(frame.log, vnet, &number)) {
         return false;

@@ -35,6 +35,11 @@ void HBLLogSetMask(uint32_t mask);
 uint32_t HBLLogMask();
 bool HBLLogEnabled(uint32_t level);  // whether a line of this level would be written
 
+// What "%p" takes.
+inline const void *Address(const void *pointer) {
+    return pointer;
+}
+
 // "%s" never gets a null: the text, or the word "null".
 inline const char *TextOrNull(const char *text) {
     return text != nullptr ? text : "null";

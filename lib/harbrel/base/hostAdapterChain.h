@@ -1,19 +1,29 @@
 // The internal, chained form of a list of host adapters: each record a block of its own from calloc.
 #pragma once
 
+#include <cstdint>
+
 #include "lib/harbrel/harbrel.h"
 
-// Frees the chain and leaves the head null. A null head is an empty list.
-void HBLFreeHostAdapList(HBL_HostAdapter **head);
-
-// An owner for one chain.
 class HostAdapterChain {
   public:
     HostAdapterChain() = default;
-    ~HostAdapterChain() { HBLFreeHostAdapList(&head); }
+    ~HostAdapterChain();
     HostAdapterChain(const HostAdapterChain &) = delete;
     HostAdapterChain &operator=(const HostAdapterChain &) = delete;
+    HostAdapterChain &operator=(HostAdapterChain &&other) noexcept;
 
-    HBL_HostAdapter *head = nullptr;
-    uint32_t count = 0;
+    // Both take the record over.
+    void Append(HBL_HostAdapter *record);
+    void PushFront(HBL_HostAdapter *record);
+    // Hands the first record over; null when there is none.
+    HBL_HostAdapter *TakeFirst();
+
+    const HBL_HostAdapter *First() const { return first_; }  // linked by `next`
+    uint32_t Count() const { return count_; }
+
+  private:
+    HBL_HostAdapter *first_ = nullptr;
+    HBL_HostAdapter *last_ = nullptr;
+    uint32_t count_ = 0;
 };

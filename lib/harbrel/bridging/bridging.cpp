@@ -3,15 +3,14 @@
 #include <strings.h>
 
 #include <atomic>
+#include <utility>
 
 #include "lib/harbrel/base/hblLog.h"
-#include "lib/harbrel/base/hostAdapterChain.h"
 #include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/hostadapters/discovery.h"
+#include "lib/misc/owners.h"
 
 namespace {
-
-constexpr char GET_VNET_BRIDGE[] = "HBLGetVnetBridge";
 
 // The copy of the stored value. It outlives an unload of the library.
 struct DefaultBridge {
@@ -20,8 +19,8 @@ struct DefaultBridge {
 
 DefaultBridge defaultBridge;
 
-bool IsOnList(const HBL_HostAdapter *list, const char *deviceName) {
-    for (const HBL_HostAdapter *adapter = list; adapter != nullptr; adapter = adapter->next) {
+bool IsOnList(const HostAdapterChain &list, const char *deviceName) {
+    for (const HBL_HostAdapter *adapter = list.First(); adapter != nullptr; adapter = adapter->next) {
         if (strncasecmp(adapter->deviceName, deviceName, NETCFG_MAX_ADAPTER_NAME) == 0) {
             return true;
         }
@@ -29,54 +28,48 @@ bool IsOnList(const HBL_HostAdapter *list, const char *deviceName) {
     return false;
 }
 
-// Sets *wanted when the host's adapter belongs on the list of the vnet and is not on it yet. False when the
-// rule could not be read.
-bool BelongsOnList(const HBL_HostAdapter &adapter, int32_t vnet, const HBL_HostAdapter *list, bool *wanted) {
-    *wanted = false;
+enum class Verdict { Wanted, NotWanted, Unknown };
+
+// Whether the host's adapter belongs on the list of the vnet and is not on it yet.
+Verdict JudgeAdapter(FunctionLog log, const HBL_HostAdapter &adapter, int32_t vnet,
+                     const HostAdapterChain &list) {
     if (HBLIsOwnAdapterName(adapter.deviceName)) {
-        HBLLog(LOG_INFO2, GET_VNET_BRIDGE, "Skipping zelan virtual adapter: %s", adapter.deviceName);
-        return true;
+        log(LOG_INFO2, "Skipping zelan virtual adapter: %s", adapter.deviceName);
+        return Verdict::NotWanted;
     }
     int32_t effective = HBL_VNET_NONE;
     if (!HBLGetHostAdapterBridge(adapter.deviceName, &effective)) {
-        HBLLog(LOG_ERR, GET_VNET_BRIDGE, "Failed to get the bridge mapping for host adapter: %s",
-               adapter.deviceName);
-        return false;
+        log(LOG_ERR, "Failed to get the bridge mapping for host adapter: %s", adapter.deviceName);
+        return Verdict::Unknown;
     }
     if (effective != vnet) {
-        HBLLog(LOG_INFO2, GET_VNET_BRIDGE, "Removing adapter: %s not bridged to DefaultBridge",
-               adapter.deviceName);
-        return true;
+        log(LOG_INFO2, "Removing adapter: %s not bridged to DefaultBridge", adapter.deviceName);
+        return Verdict::NotWanted;
     }
     if (IsOnList(list, adapter.deviceName)) {
-        HBLLog(LOG_INFO2, GET_VNET_BRIDGE, "Removing duplicate adapter: %s", adapter.deviceName);
-        return true;
+        log(LOG_INFO2, "Removing duplicate adapter: %s", adapter.deviceName);
+        return Verdict::NotWanted;
     }
-    *wanted = true;
-    return true;
+    return Verdict::Wanted;
 }
 
-// Moves the host's adapters that the vnet takes by default to the front of its mapped ones.
-bool AddHostAdapters(int32_t vnet, HostAdapterChain *mapped) {
+// Puts the host's adapters that the vnet takes by default in front of its mapped ones.
+bool AddHostAdapters(FunctionLog log, int32_t vnet, HostAdapterChain *mapped) {
     HostAdapterChain host;
-    if (!HBLCreateHostAdapList(&host.count, &host.head)) {
-        HBLLog(LOG_ERR, GET_VNET_BRIDGE, "Error creating list of adapters on host");
+    if (!HBLCreateHostAdapList(&host)) {
+        log(LOG_ERR, "Error creating list of adapters on host");
         return false;
     }
-    HBLLog(LOG_INFO2, GET_VNET_BRIDGE, "Obtained list of %u host adapters from the system", host.count);
-    HostAdapterChain dropped;
-    while (host.head != nullptr) {
-        HBL_HostAdapter *const adapter = host.head;
-        HBLLog(LOG_INFO2, GET_VNET_BRIDGE, "Iterating adapter: %s", adapter->deviceName);
-        bool wanted;
-        if (!BelongsOnList(*adapter, vnet, mapped->head, &wanted)) {
+    log(LOG_INFO2, "Obtained list of %u host adapters from the system", host.Count());
+    while (MallocBlock<HBL_HostAdapter> adapter{host.TakeFirst()}) {
+        log(LOG_INFO2, "Iterating adapter: %s", adapter->deviceName);
+        const Verdict verdict = JudgeAdapter(log, *adapter, vnet, *mapped);
+        if (verdict == Verdict::Unknown) {
             return false;
         }
-        HostAdapterChain *const target = wanted ? mapped : &dropped;
-        host.head = adapter->next;
-        adapter->next = target->head;
-        target->head = adapter;
-        target->count++;
+        if (verdict == Verdict::Wanted) {
+            mapped->PushFront(adapter.release());
+        }
     }
     return true;
 }
@@ -117,9 +110,9 @@ bool HBLSetBridgeMapping(const char *adapter, int32_t vnet) {
     return HBLNetCfgAddHostAdapterMapping(nullptr, adapter, vnet, false);
 }
 
-bool HBLSetBridgeMappingForMultipleAdapters(int32_t vnet, const HBL_HostAdapter *list) {
+bool HBLSetBridgeMappingForMultipleAdapters(int32_t vnet, const HostAdapterChain &list) {
     bool allSet = true;
-    for (const HBL_HostAdapter *adapter = list; adapter != nullptr; adapter = adapter->next) {
+    for (const HBL_HostAdapter *adapter = list.First(); adapter != nullptr; adapter = adapter->next) {
         HBLLog(LOG_INFO2, __func__, "Iterating adapter: %s", adapter->deviceName);
         if (!HBLSetBridgeMapping(adapter->deviceName, vnet)) {
             HBLLog(LOG_ERR, __func__, "Failed to set bridge mapping, vnet: %d, host adapter: %s", vnet,
@@ -130,26 +123,23 @@ bool HBLSetBridgeMappingForMultipleAdapters(int32_t vnet, const HBL_HostAdapter 
     return allSet;
 }
 
-bool HBLGetVnetBridge(int32_t vnet, uint32_t *count, HBL_HostAdapter **list) {
-    HostAdapterChain mapped;
-    if (!HBLNetCfgLookupHostAdaptersForVnet(nullptr, vnet, &mapped.count, &mapped.head, false)) {
-        HBLLog(LOG_ERR, __func__, "Cannot get list of bridge mappings for vnet: %d", vnet);
+bool HBLGetVnetBridge(int32_t vnet, HostAdapterChain *list) {
+    const FunctionLog log(__func__);
+    HostAdapterChain found;
+    if (!HBLNetCfgLookupHostAdaptersForVnet(nullptr, vnet, &found, false)) {
+        log(LOG_ERR, "Cannot get list of bridge mappings for vnet: %d", vnet);
         return false;
     }
-    HBLLog(LOG_INFO2, __func__, "Obtained list of %u adapters with bridge mapping configured for vnet: %d",
-           mapped.count, vnet);
+    log(LOG_INFO2, "Obtained list of %u adapters with bridge mapping configured for vnet: %d", found.Count(),
+        vnet);
     int32_t defaultVnet;
     if (!HBLGetDefaultBridgeVnet(&defaultVnet)) {
-        HBLLog(LOG_ERR, __func__, "Failed to get the value of default bridge");
+        log(LOG_ERR, "Failed to get the value of default bridge");
         return false;
     }
-    if (vnet == defaultVnet && !AddHostAdapters(vnet, &mapped)) {
+    if (vnet == defaultVnet && !AddHostAdapters(log, vnet, &found)) {
         return false;
     }
-    if (count != nullptr) {
-        *count = mapped.count;
-    }
-    *list = mapped.head;
-    mapped.head = nullptr;
+    *list = std::move(found);
     return true;
 }

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "lib/harbrel/harbrel.h"
+#include "lib/harbrel/base/hostAdapterChain.h"
 
 constexpr int32_t HBL_DEFAULT_BRIDGE_UNREAD = -100;
 constexpr const char *HBL_DEFAULT_BRIDGE_KEY = "HBL_DEFAULT_BRIDGE_VNET";
@@ -13,6 +13,6 @@ bool HBLGetDefaultBridgeVnet(int32_t *vnet);  // vnet may be null; false when th
 bool HBLSetDefaultBridgeVnet(int32_t vnet);
 bool HBLGetHostAdapterBridge(const char *adapter, int32_t *vnet);  // the effective vnet
 bool HBLSetBridgeMapping(const char *adapter, int32_t vnet);
-bool HBLSetBridgeMappingForMultipleAdapters(int32_t vnet, const HBL_HostAdapter *list);
-// The adapters effectively on the vnet, as a chain that the caller frees. count may be null.
-bool HBLGetVnetBridge(int32_t vnet, uint32_t *count, HBL_HostAdapter **list);
+bool HBLSetBridgeMappingForMultipleAdapters(int32_t vnet, const HostAdapterChain &list);
+// The adapters effectively on the vnet. A failure leaves the list as it is.
+bool HBLGetVnetBridge(int32_t vnet, HostAdapterChain *list);

@@ -17,6 +17,7 @@
 #include "lib/harbrel/harbrel.h"
 #include "lib/misc/hashTable.h"
 
+class HostAdapterChain;
 struct FileLockToken;
 
 constexpr uint32_t NETCFG_HASH_BUCKETS = 512;
@@ -109,10 +110,9 @@ std::optional<std::string> HBLNetCfgCopyAnswer(HBLNetworkConfigurationDB *db, co
 bool HBLNetCfgGetAnswerInt32(HBLNetworkConfigurationDB *db, const char *key, int32_t *value);
 bool HBLNetCfgGetAnswerBool(HBLNetworkConfigurationDB *db, const char *key, bool *value);
 bool HBLNetCfgLookupVnetForHostAdapter(HBLNetworkConfigurationDB *db, const char *adapter, int32_t *vnet);
-// The mappings of one vnet, or with `exclude` those of all others, as a chain that the caller frees with
-// HBLFreeHostAdapList (base/hostAdapterChain.h).
-bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t vnet, uint32_t *count,
-                                        HBL_HostAdapter **list, bool exclude);
+// Appends the mappings of one vnet to the list, or with `exclude` those of all others.
+bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t vnet, HostAdapterChain *list,
+                                        bool exclude);
 bool HBLNetCfgLookupDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, const char *mac, char *ip,
                                 size_t ipSize);
 bool HBLNetCfgEnumDHCPMACToIP(HBLNetworkConfigurationDB *db, uint32_t vnet, uint32_t *index, char *mac,

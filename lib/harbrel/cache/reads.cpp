@@ -167,8 +167,8 @@ bool HBLNetCfgLookupVnetForHostAdapter(HBLNetworkConfigurationDB *db, const char
     return true;
 }
 
-bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t vnet, uint32_t *count,
-                                        HBL_HostAdapter **list, bool exclude) {
+bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t vnet, HostAdapterChain *list,
+                                        bool exclude) {
     const CacheReading reading;
     db = NetCfgResolveCache(db, __func__);
     if (db == nullptr) {
@@ -177,8 +177,6 @@ bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t v
     TableRef table = BRIDGE_FAMILY.table(db, {});
     if (table.Table() == nullptr || HashTable_GetNumElements(table.Table()) == 0) {
         HBLLog(LOG_INFO2, __func__, "List of bridge mappings is empty");
-        *count = 0;
-        *list = nullptr;
         return true;
     }
     const Snapshot snapshot = EnsureSnapshot(table);
@@ -189,8 +187,6 @@ bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t v
     if (snapshot == Snapshot::Built) {
         HBLLog(LOG_INFO2, __func__, "Created array of Bridge mappings");
     }
-    HostAdapterChain chain;
-    HBL_HostAdapter *last = nullptr;
     for (size_t i = 0; i < *table.count; ++i) {
         const auto *mapping = static_cast<const BridgeMappingEntry *>((*table.array)[i]);
         if ((mapping->vnet == vnet) == exclude) {
@@ -205,17 +201,8 @@ bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t v
             HBLLog(LOG_ERR, __func__, "Memory allocation error");
             return false;
         }
-        if (last != nullptr) {
-            last->next = adapter;
-        } else {
-            chain.head = adapter;
-        }
-        last = adapter;
-        ++chain.count;
+        list->Append(adapter);
     }
-    *count = chain.count;
-    *list = chain.head;
-    chain.head = nullptr;
     return true;
 }
 

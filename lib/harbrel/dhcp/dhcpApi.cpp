@@ -79,8 +79,7 @@ bool HBL_SetVnetUseDHCP(const char *vnet, bool useDHCP, bool cleanup) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, uD: %u", static_cast<const void *>(vnet), TextOrNull(vnet),
-              useDHCP);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, uD: %u", Address(vnet), TextOrNull(vnet), useDHCP);
     return HBLApiSwitchFeature(frame.log, DHCP_SWITCH, vnet, useDHCP, cleanup);
 }
 
@@ -89,7 +88,7 @@ bool HBL_GetVnetUseDHCP(const char *vnet) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v:%p,%s", static_cast<const void *>(vnet), TextOrNull(vnet));
+    frame.log(LOG_ARGS, "Arguments - v:%p,%s", Address(vnet), TextOrNull(vnet));
     uint32_t number;
     if (!ApiVnetArgument(frame.log, vnet, &number)) {
         return false;
@@ -104,12 +103,10 @@ bool HBL_SetDHCPParam(const char *vnet, uint32_t paramID, const char *param, uin
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, pID: %u, p: %p,%.*s pL: %u", static_cast<const void *>(vnet),
-              TextOrNull(vnet), paramID, static_cast<const void *>(param), ShownLength(param, paramLen),
-              TextOrNull(param), paramLen);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, pID: %u, p: %p,%.*s pL: %u", Address(vnet), TextOrNull(vnet),
+              paramID, Address(param), ShownLength(param, paramLen), TextOrNull(param), paramLen);
     if (vnet == nullptr) {
-        frame.log(LOG_ERR, "Invalid argument - vnet: %p, param: %p", static_cast<const void *>(vnet),
-                  static_cast<const void *>(param));
+        frame.log(LOG_ERR, "Invalid argument - vnet: %p, param: %p", Address(vnet), Address(param));
         return false;
     }
     uint32_t number;
@@ -133,12 +130,11 @@ bool HBL_GetDHCPParam(const char *vnet, uint32_t paramID, bool useDefault, char 
         return false;
     }
     const uint32_t size = ValueOrZero(paramLen);
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, pID: %u, uD: %u, p: %p, pL: %p,%u",
-              static_cast<const void *>(vnet), TextOrNull(vnet), paramID, useDefault,
-              static_cast<void *>(param), static_cast<void *>(paramLen), size);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, pID: %u, uD: %u, p: %p, pL: %p,%u", Address(vnet),
+              TextOrNull(vnet), paramID, useDefault, Address(param), Address(paramLen), size);
     if (vnet == nullptr || param == nullptr || size == 0) {
-        frame.log(LOG_ERR, "Invalid argument - v: %p p: %p, pL: %p,%u", static_cast<const void *>(vnet),
-                  static_cast<void *>(param), static_cast<void *>(paramLen), size);
+        frame.log(LOG_ERR, "Invalid argument - v: %p p: %p, pL: %p,%u", Address(vnet), Address(param),
+                  Address(paramLen), size);
         return false;
     }
     uint32_t number;

@@ -40,11 +40,10 @@ bool HBL_SetDHCPIPToMAC(const char *vnet, const char *ip, const char *mac) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, ip: %s, mac: %s", static_cast<const void *>(vnet),
-              TextOrNull(vnet), TextOrNull(ip), TextOrNull(mac));
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, ip: %s, mac: %s", Address(vnet), TextOrNull(vnet),
+              TextOrNull(ip), TextOrNull(mac));
     if (vnet == nullptr || mac == nullptr) {
-        frame.log(LOG_ERR, "Invalid argument - vnet: %p, mac: %p", static_cast<const void *>(vnet),
-                  static_cast<const void *>(mac));
+        frame.log(LOG_ERR, "Invalid argument - vnet: %p, mac: %p", Address(vnet), Address(mac));
         return false;
     }
     uint32_t number;
@@ -80,13 +79,11 @@ bool HBL_GetDHCPIPToMAC(const char *vnet, char *ip, uint32_t *ipLen, const char 
         return false;
     }
     const uint32_t size = ValueOrZero(ipLen);
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, ip: %p, iL: %p,%u, m: %p, %s", static_cast<const void *>(vnet),
-              TextOrNull(vnet), static_cast<void *>(ip), static_cast<void *>(ipLen), size,
-              static_cast<const void *>(mac), TextOrNull(mac));
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, ip: %p, iL: %p,%u, m: %p, %s", Address(vnet), TextOrNull(vnet),
+              Address(ip), Address(ipLen), size, Address(mac), TextOrNull(mac));
     if (vnet == nullptr || ip == nullptr || ipLen == nullptr || mac == nullptr || size < HBL_IP_STR_SIZE) {
-        frame.log(LOG_ERR, "Invalid argument - zelan: %p, ip: %p, ipLen: %p,%u, mac: %p",
-                  static_cast<const void *>(vnet), static_cast<void *>(ip), static_cast<void *>(ipLen), size,
-                  static_cast<const void *>(mac));
+        frame.log(LOG_ERR, "Invalid argument - zelan: %p, ip: %p, ipLen: %p,%u, mac: %p", Address(vnet),
+                  Address(ip), Address(ipLen), size, Address(mac));
         return false;
     }
     uint32_t number;
@@ -112,18 +109,16 @@ bool HBL_EnumDHCPIPToMAC(const char *vnet, uint32_t *enumOffset, char *ip, uint3
     }
     const uint32_t ipSize = ValueOrZero(ipLen);
     const uint32_t macSize = ValueOrZero(macLen);
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s eO: %p,%u ip: %p, iL: %p,%u, mac: %p, mL: %p,%u",
-              static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(enumOffset),
-              ValueOrZero(enumOffset), static_cast<void *>(ip), static_cast<void *>(ipLen), ipSize,
-              static_cast<void *>(mac), static_cast<void *>(macLen), macSize);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s eO: %p,%u ip: %p, iL: %p,%u, mac: %p, mL: %p,%u", Address(vnet),
+              TextOrNull(vnet), Address(enumOffset), ValueOrZero(enumOffset), Address(ip), Address(ipLen),
+              ipSize, Address(mac), Address(macLen), macSize);
     if (vnet == nullptr || enumOffset == nullptr || ip == nullptr || mac == nullptr ||
         ipSize < HBL_IP_STR_SIZE || macSize < HBL_MAC_STR_SIZE) {
         frame.log(
             LOG_ERR,
             "Invalid argument: vnet: %p,%s enumOffset: %p,%u ip: %p, ipLen: %p,%u, mac: %p, macLen: %p,%u",
-            static_cast<const void *>(vnet), TextOrNull(vnet), static_cast<void *>(enumOffset),
-            ValueOrZero(enumOffset), static_cast<void *>(ip), static_cast<void *>(ipLen), ipSize,
-            static_cast<void *>(mac), static_cast<void *>(macLen), macSize);
+            Address(vnet), TextOrNull(vnet), Address(enumOffset), ValueOrZero(enumOffset), Address(ip),
+            Address(ipLen), ipSize, Address(mac), Address(macLen), macSize);
         return false;
     }
     uint32_t number;

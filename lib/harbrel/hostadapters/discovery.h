@@ -4,10 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/hostAdapterChain.h"
 
-// A chain in the kernel's order. On false nothing is handed out.
-bool HBLCreateHostAdapList(uint32_t *count, HBL_HostAdapter **head);
+// Appends the adapters to the list, in the kernel's order.
+bool HBLCreateHostAdapList(HostAdapterChain *list);
 
 // The sequence number of the request, which its answers carry.
 constexpr uint32_t HBL_LINK_DUMP_SEQUENCE = 1;
@@ -15,8 +16,8 @@ constexpr uint32_t HBL_LINK_DUMP_SEQUENCE = 1;
 // The parser behind it, a pure function over the bytes of one datagram but for the driver query: walks the
 // link messages that answer `processId` or the request's sequence number. A malformed message ends the walk;
 // what was found until then counts.
-void HBLParseLinkDump(const void *datagram, size_t length, uint32_t processId, uint32_t *count,
-                      HBL_HostAdapter **head);
+void HBLParseLinkDump(FunctionLog log, const void *datagram, size_t length, uint32_t processId,
+                      HostAdapterChain *list);
 
 // Whether the name belongs to a virtual adapter of this system ("zelan...", any case).
 bool HBLIsOwnAdapterName(const char *name);

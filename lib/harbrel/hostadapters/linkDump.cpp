@@ -12,7 +12,6 @@
 #include <string>
 
 #include "lib/err/errText.h"
-#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/hostadapters/discovery.h"
 #include "lib/misc/netInterface.h"
 #include "lib/misc/owners.h"
@@ -20,8 +19,6 @@
 
 namespace {
 
-// The parser works for this log, and its lines carry that name.
-constexpr char FUNCTION[] = "HBLCreateHostAdapList";
 constexpr uint32_t ADAPTER_RUNNING = 1;
 constexpr uint32_t ADAPTER_NOT_RUNNING = 2;
 
@@ -45,31 +42,14 @@ struct Bytes {
     Bytes First(size_t length) const { return {data, length}; }
 };
 
-struct ChainTail {
-    HBL_HostAdapter *head = nullptr;
-    HBL_HostAdapter *last = nullptr;
-    uint32_t count = 0;
-
-    void Append(HBL_HostAdapter *record) {
-        if (last != nullptr) {
-            last->next = record;
-        } else {
-            head = record;
-        }
-        last = record;
-        count++;
-    }
-};
-
-void CopyDriverName(const ethtool_drvinfo &info, HBL_HostAdapter *adapter) {
+void CopyDriverName(FunctionLog log, const ethtool_drvinfo &info, HBL_HostAdapter *adapter) {
     static_assert(sizeof info.driver < sizeof adapter->driverName);
     memcpy(adapter->driverName, info.driver, strnlen(info.driver, sizeof info.driver));
-    HBLLog(LOG_INFO2, FUNCTION, "Obtained driver name: %s for adapter: %s", adapter->driverName,
-           adapter->displayName);
+    log(LOG_INFO2, "Obtained driver name: %s for adapter: %s", adapter->driverName, adapter->displayName);
 }
 
 // A driver that does not answer leaves the name empty.
-void QueryDriverName(HBL_HostAdapter *adapter) {
+void QueryDriverName(FunctionLog log, HBL_HostAdapter *adapter) {
     ethtool_drvinfo info{};
     static_assert(sizeof info == 196);
     info.cmd = ETHTOOL_GDRVINFO;
@@ -78,21 +58,20 @@ void QueryDriverName(HBL_HostAdapter *adapter) {
     request.ifr_data = reinterpret_cast<char *>(&info);
     const FileDescriptor querySocket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!querySocket) {
-        HBLLog(LOG_ERR, FUNCTION, "Error opening socket for querying driver name for adapter: %s, error: %s",
-               adapter->displayName, Err_LastErrnoText());
+        log(LOG_ERR, "Error opening socket for querying driver name for adapter: %s, error: %s",
+            adapter->displayName, Err_LastErrnoText());
         return;
     }
     if (NetInterface_Ioctl(querySocket.get(), SIOCETHTOOL, &request) == -1) {
-        HBLLog(LOG_ERR, FUNCTION,
-               "Ioctl on socket for querying driver name for adapter: %s failed, error: %s",
-               adapter->displayName, Err_LastErrnoText());
+        log(LOG_ERR, "Ioctl on socket for querying driver name for adapter: %s failed, error: %s",
+            adapter->displayName, Err_LastErrnoText());
         return;
     }
-    CopyDriverName(info, adapter);
+    CopyDriverName(log, info, adapter);
 }
 
 // The last interface name among the attributes; empty when there is none.
-std::string FindAdapterName(Bytes attributes) {
+std::string FindAdapterName(FunctionLog log, Bytes attributes) {
     std::string name;
     rtattr attribute;
     while (attributes.ReadHeader(&attribute) && attribute.rta_len >= sizeof attribute &&
@@ -100,9 +79,9 @@ std::string FindAdapterName(Bytes attributes) {
         if (attribute.rta_type == IFLA_IFNAME) {
             const char *const text = attributes.data + sizeof attribute;
             name.assign(text, strnlen(text, attribute.rta_len - sizeof attribute));
-            HBLLog(LOG_INFO2, FUNCTION, "Found name of adapter: %s", name.c_str());
+            log(LOG_INFO2, "Found name of adapter: %s", name.c_str());
         } else {
-            HBLLog(LOG_INFO2, FUNCTION, "Ignoring Attribute: %u", static_cast<unsigned>(attribute.rta_type));
+            log(LOG_INFO2, "Ignoring Attribute: %u", static_cast<unsigned>(attribute.rta_type));
         }
         attributes = attributes.From(RTA_ALIGN(static_cast<size_t>(attribute.rta_len)));
     }
@@ -110,90 +89,85 @@ std::string FindAdapterName(Bytes attributes) {
 }
 
 // Null when the adapter has to be skipped.
-HBL_HostAdapter *MakeRecord(const std::string &name, bool running) {
+HBL_HostAdapter *MakeRecord(FunctionLog log, const std::string &name, bool running) {
     MallocBlock<HBL_HostAdapter> record(static_cast<HBL_HostAdapter *>(calloc(1, sizeof(HBL_HostAdapter))));
     if (record == nullptr) {
-        HBLLog(LOG_ERR, FUNCTION, "Memory allocation error");
+        log(LOG_ERR, "Memory allocation error");
         return nullptr;
     }
     record->version = 1;
     record->status = running ? ADAPTER_RUNNING : ADAPTER_NOT_RUNNING;
     if (name.size() >= IFNAMSIZ) {
-        HBLLog(LOG_ERR, FUNCTION, "Interface name %s is longer than allowed %u characters", name.c_str(),
-               static_cast<unsigned>(IFNAMSIZ));
+        log(LOG_ERR, "Interface name %s is longer than allowed %u characters", name.c_str(),
+            static_cast<unsigned>(IFNAMSIZ));
         return nullptr;
     }
     Str_Strcpy(record->displayName, name.c_str(), sizeof record->displayName);
-    QueryDriverName(record.get());
+    QueryDriverName(log, record.get());
     Str_Strcpy(record->deviceName, name.c_str(), sizeof record->deviceName);
     return record.release();
 }
 
-void ParseLinkMessage(const ifinfomsg &link, Bytes attributes, ChainTail *chain) {
+void ParseLinkMessage(FunctionLog log, const ifinfomsg &link, Bytes attributes, HostAdapterChain *list) {
     const bool running = (link.ifi_flags & IFF_RUNNING) != 0;
-    HBLLog(LOG_INFO2, FUNCTION,
-           "Adapter: ifi_family: %u, ifi_type: %u, ifi_index: %u, ifi_flags: %s, ifi_change: %x",
-           static_cast<unsigned>(link.ifi_family), static_cast<unsigned>(link.ifi_type),
-           static_cast<unsigned>(link.ifi_index), running ? "running" : "not running", link.ifi_change);
+    log(LOG_INFO2, "Adapter: ifi_family: %u, ifi_type: %u, ifi_index: %u, ifi_flags: %s, ifi_change: %x",
+        static_cast<unsigned>(link.ifi_family), static_cast<unsigned>(link.ifi_type),
+        static_cast<unsigned>(link.ifi_index), running ? "running" : "not running", link.ifi_change);
     if (link.ifi_type != ARPHRD_ETHER) {
-        HBLLog(LOG_INFO2, FUNCTION, "Skipping non-ethernet interface: ifi_type: %u",
-               static_cast<unsigned>(link.ifi_type));
+        log(LOG_INFO2, "Skipping non-ethernet interface: ifi_type: %u", static_cast<unsigned>(link.ifi_type));
         return;
     }
-    const std::string name = FindAdapterName(attributes);
+    const std::string name = FindAdapterName(log, attributes);
     if (name.empty()) {
-        HBLLog(LOG_ERR, FUNCTION, "Skipping adapter without name");
+        log(LOG_ERR, "Skipping adapter without name");
         return;
     }
-    if (HBL_HostAdapter *const record = MakeRecord(name, running)) {
-        chain->Append(record);
+    if (HBL_HostAdapter *const record = MakeRecord(log, name, running)) {
+        list->Append(record);
     }
 }
 
-bool IsForThisRequest(const nlmsghdr &header, uint32_t processId) {
+bool IsForThisRequest(FunctionLog log, const nlmsghdr &header, uint32_t processId) {
     if (header.nlmsg_pid == processId || header.nlmsg_seq == HBL_LINK_DUMP_SEQUENCE) {
         return true;
     }
-    HBLLog(LOG_INFO2, FUNCTION,
-           "PID or Seq does not match: Req-pid = %u, Resp-pid = %u, Req-seq = %u, Resp-seq = %u", processId,
-           header.nlmsg_pid, HBL_LINK_DUMP_SEQUENCE, header.nlmsg_seq);
+    log(LOG_INFO2, "PID or Seq does not match: Req-pid = %u, Resp-pid = %u, Req-seq = %u, Resp-seq = %u",
+        processId, header.nlmsg_pid, HBL_LINK_DUMP_SEQUENCE, header.nlmsg_seq);
     return false;
 }
 
 // False when the walk ends at this message.
-bool ParseMessage(const nlmsghdr &header, Bytes body, uint32_t processId, ChainTail *chain) {
-    if (!IsForThisRequest(header, processId)) {
+bool ParseMessage(FunctionLog log, const nlmsghdr &header, Bytes body, uint32_t processId,
+                  HostAdapterChain *list) {
+    if (!IsForThisRequest(log, header, processId)) {
         return true;
     }
     if (header.nlmsg_type == NLMSG_ERROR) {
         return false;
     }
     if (header.nlmsg_type == NLMSG_DONE) {
-        HBLLog(LOG_INFO, FUNCTION, "Processed all adapters");
+        log(LOG_INFO, "Processed all adapters");
         return false;
     }
     ifinfomsg link;
     if (!body.ReadHeader(&link)) {
         return false;
     }
-    ParseLinkMessage(link, body.From(sizeof link), chain);
+    ParseLinkMessage(log, link, body.From(sizeof link), list);
     return true;
 }
 
 }  // namespace
 
-void HBLParseLinkDump(const void *datagram, size_t length, uint32_t processId, uint32_t *count,
-                      HBL_HostAdapter **head) {
+void HBLParseLinkDump(FunctionLog log, const void *datagram, size_t length, uint32_t processId,
+                      HostAdapterChain *list) {
     Bytes left{static_cast<const char *>(datagram), length};
-    ChainTail chain;
     nlmsghdr header;
     while (left.ReadHeader(&header) && header.nlmsg_len >= sizeof header && header.nlmsg_len <= left.size) {
         const Bytes body = left.First(header.nlmsg_len).From(sizeof header);
-        if (!ParseMessage(header, body, processId, &chain)) {
+        if (!ParseMessage(log, header, body, processId, list)) {
             break;
         }
         left = left.From(NLMSG_ALIGN(static_cast<size_t>(header.nlmsg_len)));
     }
-    *count = chain.count;
-    *head = chain.head;
 }

@@ -70,8 +70,7 @@ bool HBL_SetVnetUseNAT(const char *vnet, bool useNAT, bool cleanup) {
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, uN: %u", static_cast<const void *>(vnet), TextOrNull(vnet),
-              useNAT);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, uN: %u", Address(vnet), TextOrNull(vnet), useNAT);
     return HBLApiSwitchFeature(frame.log, NAT_SWITCH, vnet, useNAT, cleanup);
 }
 
@@ -91,9 +90,8 @@ bool HBL_SetNATParam(const char *vnet, uint32_t paramID, const char *param, uint
     if (!frame.Passed()) {
         return false;
     }
-    frame.log(LOG_ARGS, "Arguments - v: %p,%s, pID: %u, p: %p,%.*s, pL: %u", static_cast<const void *>(vnet),
-              TextOrNull(vnet), paramID, static_cast<const void *>(param), ShownLength(param, paramLen),
-              TextOrNull(param), paramLen);
+    frame.log(LOG_ARGS, "Arguments - v: %p,%s, pID: %u, p: %p,%.*s, pL: %u", Address(vnet), TextOrNull(vnet),
+              paramID, Address(param), ShownLength(param, paramLen), TextOrNull(param), paramLen);
     uint32_t number;
     if (!ApiVnetArgument(frame.log, vnet, &number, "zelan")) {
         return false;

@@ -80,13 +80,10 @@ bool HBL_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, const 
         return false;
     }
     frame.log(LOG_ARGS, "Arguments - v: %p,%s, tcp: %u, hP: %u, vmIP: %p,%s, vmP: %u, d: %p,%.*s, dL: %u",
-              static_cast<const void *>(vnet), TextOrNull(vnet), tcp, hostPort,
-              static_cast<const void *>(vmIP), TextOrNull(vmIP), vmPort,
-              static_cast<const void *>(description), ShownLength(description, descLen),
-              TextOrNull(description), descLen);
+              Address(vnet), TextOrNull(vnet), tcp, hostPort, Address(vmIP), TextOrNull(vmIP), vmPort,
+              Address(description), ShownLength(description, descLen), TextOrNull(description), descLen);
     if (vnet == nullptr || hostPort == 0) {
-        frame.log(LOG_ERR, "Invalid argument - zelan: %p, hostPort: %u", static_cast<const void *>(vnet),
-                  hostPort);
+        frame.log(LOG_ERR, "Invalid argument - zelan: %p, hostPort: %u", Address(vnet), hostPort);
         return false;
     }
     uint32_t number;
@@ -130,18 +127,16 @@ bool HBL_GetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, char *
         return false;
     }
     ForwardBuffers buffers(vmIP, vmIPLen, description, descLen);
-    frame.log(LOG_ARGS,
-              "Arguments - v: %p,%s, tcp: %u, hP: %u, vIP: %p, vIPL: %p, %u, vP: %p, d: %p, dL: %p,%u",
-              static_cast<const void *>(vnet), TextOrNull(vnet), tcp, hostPort, static_cast<void *>(vmIP),
-              static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
-              static_cast<void *>(description), static_cast<void *>(descLen), ValueOrZero(descLen));
+    frame.log(
+        LOG_ARGS, "Arguments - v: %p,%s, tcp: %u, hP: %u, vIP: %p, vIPL: %p, %u, vP: %p, d: %p, dL: %p,%u",
+        Address(vnet), TextOrNull(vnet), tcp, hostPort, Address(vmIP), Address(vmIPLen), ValueOrZero(vmIPLen),
+        Address(vmPort), Address(description), Address(descLen), ValueOrZero(descLen));
     if (vnet == nullptr || vmPort == nullptr || !buffers.Usable()) {
         frame.log(LOG_ERR,
                   "Invalid argument - vnet: %p, vmIP: %p, vmIPLen: %p, %u, vmPort: %p, description: %p, "
                   "descLen: %p",
-                  static_cast<const void *>(vnet), static_cast<void *>(vmIP), static_cast<void *>(vmIPLen),
-                  ValueOrZero(vmIPLen), static_cast<void *>(vmPort), static_cast<void *>(description),
-                  static_cast<void *>(descLen));
+                  Address(vnet), Address(vmIP), Address(vmIPLen), ValueOrZero(vmIPLen), Address(vmPort),
+                  Address(description), Address(descLen));
         return false;
     }
     uint32_t number;
@@ -171,17 +166,15 @@ bool HBL_EnumNATPortForward(const char *vnet, bool tcp, uint32_t *enumOffset, ui
     frame.log(
         LOG_ARGS,
         "Arguments - v: %p,%s, tcp: %u, eO: %p,%u, hP: %p, vIP: %p, vIPL: %p,%u, vP: %p, d: %p, dL: %p,%u",
-        static_cast<const void *>(vnet), TextOrNull(vnet), tcp, static_cast<void *>(enumOffset),
-        ValueOrZero(enumOffset), static_cast<void *>(hostPort), static_cast<void *>(vmIP),
-        static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
-        static_cast<void *>(description), static_cast<void *>(descLen), ValueOrZero(descLen));
+        Address(vnet), TextOrNull(vnet), tcp, Address(enumOffset), ValueOrZero(enumOffset), Address(hostPort),
+        Address(vmIP), Address(vmIPLen), ValueOrZero(vmIPLen), Address(vmPort), Address(description),
+        Address(descLen), ValueOrZero(descLen));
     if (vnet == nullptr || enumOffset == nullptr || vmPort == nullptr || !buffers.Usable()) {
         frame.log(LOG_ERR,
                   "Invalid argument, zelan: %p, enumOffset: %p, vmIP: %p vmIPLen: %p, %u, vmPort: %p, "
                   "description: %p, descLen: %p",
-                  static_cast<const void *>(vnet), static_cast<void *>(enumOffset), static_cast<void *>(vmIP),
-                  static_cast<void *>(vmIPLen), ValueOrZero(vmIPLen), static_cast<void *>(vmPort),
-                  static_cast<void *>(description), static_cast<void *>(descLen));
+                  Address(vnet), Address(enumOffset), Address(vmIP), Address(vmIPLen), ValueOrZero(vmIPLen),
+                  Address(vmPort), Address(description), Address(descLen));
         return false;
     }
     uint32_t number;

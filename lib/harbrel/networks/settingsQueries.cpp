@@ -69,11 +69,11 @@ bool IsBridged(uint32_t vnet, FunctionLog log) {
         return true;
     }
     HostAdapterChain adapters;
-    if (!HBLGetVnetBridge(number, &adapters.count, &adapters.head)) {
+    if (!HBLGetVnetBridge(number, &adapters)) {
         log(LOG_ERR, "Cannot get bridge mappings for vnet: %d", number);
         return false;
     }
-    return adapters.count > 0;
+    return adapters.Count() > 0;
 }
 
 }  // namespace

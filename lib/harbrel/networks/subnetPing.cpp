@@ -49,30 +49,27 @@ int RunPing(const PingCommand &ping, const char *options, uint32_t address) {
     return (Posix_System(command) >> 8) & 0xff;
 }
 
-bool LogUnusual(FunctionLog log, int status) {
-    log(LOG_ERR, "Return value of orvane-ping: %d", status);
-    return false;
-}
-
 }  // namespace
 
 bool HBLPingAndCheckSubnet(const char *subnet, bool broadcast, uint32_t timeout, uint32_t interval) {
-    HBLLog(LOG_INFO2, __func__, "Ping arguments, subnet: %s, broadcast: %s, timeout: %u interval: %u", subnet,
-           broadcast ? "true" : "false", timeout, interval);
+    const FunctionLog log(__func__);
+    log(LOG_INFO2, "Ping arguments, subnet: %s, broadcast: %s, timeout: %u interval: %u", subnet,
+        broadcast ? "true" : "false", timeout, interval);
     PingCommand ping = {.binDir = {}, .timeout = timeout, .interval = interval};
     uint32_t address = 0;
-    if (!FindBinDir(__func__, &ping.binDir) || !HBLIPStr2Int(subnet, &address)) {
+    if (!FindBinDir(log, &ping.binDir) || !HBLIPStr2Int(subnet, &address)) {
         return false;
     }
+    int status = PING_NO_ANSWER;
     if (broadcast) {
-        const int status = RunPing(ping, "-b ", address);
-        if (status == PING_UNREACHABLE) {
-            return true;
-        }
-        if (status != PING_NO_ANSWER) {
-            return LogUnusual(__func__, status);
-        }
+        status = RunPing(ping, "-b ", address);
     }
-    const int status = RunPing(ping, "", address + 1);
-    return status == PING_NO_ANSWER || status == PING_UNREACHABLE || LogUnusual(__func__, status);
+    if (status == PING_NO_ANSWER) {
+        status = RunPing(ping, "", address + 1);
+    }
+    if (status != PING_NO_ANSWER && status != PING_UNREACHABLE) {
+        log(LOG_ERR, "Return value of orvane-ping: %d", status);
+        return false;
+    }
+    return true;
 }

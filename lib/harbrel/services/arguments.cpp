@@ -41,7 +41,7 @@ bool ListBridgeAdapters(FunctionLog log, uint32_t vnet, HostAdapterChain *adapte
     }
     if (number == defaultVnet) {
         *option = "-e";
-        if (!HBLNetCfgLookupHostAdaptersForVnet(nullptr, number, &adapters->count, &adapters->head, true)) {
+        if (!HBLNetCfgLookupHostAdaptersForVnet(nullptr, number, adapters, true)) {
             log(LOG_ERR, "Cannot obtain list of adapters excluded from vnet: %d", number);
             return false;
         }
@@ -50,7 +50,7 @@ bool ListBridgeAdapters(FunctionLog log, uint32_t vnet, HostAdapterChain *adapte
     *option = "-i";
     // None at all would tell the daemon to bridge everything. The network was asked for its bridge before the
     // lock was taken, and another process may have moved its adapters away since.
-    if (!HBLGetVnetBridge(number, &adapters->count, &adapters->head) || adapters->count == 0) {
+    if (!HBLGetVnetBridge(number, adapters) || adapters->Count() == 0) {
         log(LOG_ERR, "Cannot obtain list of adapters bridged to vnet: %d", number);
         return false;
     }
@@ -127,7 +127,7 @@ bool HBLBridgeArguments(FunctionLog log, const ServiceLaunch &launch, ArgumentVe
     AppendPidFile(launch, arguments);
     arguments->Append(Copy("-n"));
     arguments->Append(Str_Asprintf(nullptr, "%u", launch.vnet));
-    for (const HBL_HostAdapter *adapter = adapters.head; adapter != nullptr; adapter = adapter->next) {
+    for (const HBL_HostAdapter *adapter = adapters.First(); adapter != nullptr; adapter = adapter->next) {
         arguments->Append(Str_Asprintf(nullptr, "%s%s", option, adapter->deviceName));
     }
     return true;

@@ -50,8 +50,7 @@ bool HBLGetPidFilename(uint32_t vnet, uint32_t service, char **path, const char 
     }
     char *formatted = FormatPidPath(program->pidFile, ProgramName(__func__, *program).c_str(), vnet);
     if (formatted == nullptr) {
-        HBLLog(LOG_ERR, __func__, "Memory allocation error, n: %u, p: %p", service,
-               static_cast<void *>(formatted));
+        HBLLog(LOG_ERR, __func__, "Memory allocation error, n: %u, p: %p", service, Address(formatted));
         return false;
     }
     *path = formatted;

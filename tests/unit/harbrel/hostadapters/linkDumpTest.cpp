@@ -66,10 +66,10 @@ std::string Parse(const std::string &datagram) {
     std::vector<char> bytes(datagram.size() + 1);
     memcpy(bytes.data() + 1, datagram.data(), datagram.size());
     HostAdapterChain chain;
-    HBLParseLinkDump(bytes.data() + 1, datagram.size(), PROCESS_ID, &chain.count, &chain.head);
+    HBLParseLinkDump("HBLCreateHostAdapList", bytes.data() + 1, datagram.size(), PROCESS_ID, &chain);
     std::string found;
     uint32_t walked = 0;
-    for (const HBL_HostAdapter *adapter = chain.head; adapter != nullptr; adapter = adapter->next) {
+    for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr; adapter = adapter->next) {
         EXPECT_EQ(1u, adapter->version);
         EXPECT_STREQ(adapter->displayName, adapter->deviceName);
         EXPECT_STREQ("", adapter->driverName);
@@ -77,7 +77,7 @@ std::string Parse(const std::string &datagram) {
         found.append(":").append(std::to_string(adapter->status));
         walked++;
     }
-    EXPECT_EQ(walked, chain.count);
+    EXPECT_EQ(walked, chain.Count());
     return found;
 }
 
