@@ -40,16 +40,17 @@ struct CableRecord {
     __u64 hostVlans[VLAN_COUNT / 64]; /* bit N: the host has an interface for VLAN N on the adapter */
 };
 
-/* What is judged of a frame. */
+/* What is judged of a frame. All of it in whole words: where a whole one was on the stack, older
+ * kernels (Linux 6.1) take a smaller one for a corrupted pointer. */
 struct FrameHead {
     __u64 to;
     __u64 from;
-    __u16 vlan;   /* of the outer tag; 0 without one, or for one that gives a priority alone */
-    __u16 nested; /* not 0: a tag hides behind one without a VLAN, which nobody sends in earnest */
+    __u64 vlan;   /* of the outer tag; 0 without one, or for one that gives a priority alone */
+    __u64 nested; /* not 0: a tag hides behind one without a VLAN, which nobody sends in earnest */
 };
 
 static inline int Frame_IsHostsVlan(const struct FrameHead *frame, const struct CableRecord *record) {
-    __u16 vlan = frame->vlan & (VLAN_COUNT - 1);
+    __u64 vlan = frame->vlan & (VLAN_COUNT - 1);
     return frame->nested != 0 || (vlan != 0 && (record->hostVlans[vlan / 64] >> vlan % 64 & 1) != 0);
 }
 
@@ -96,7 +97,7 @@ struct SentFrame {
 /* The bytes that a print takes: addresses and the start of what is inside, to the checksum of a datagram,
  * which an adapter may fill in on the way, or to the end of an ARP message. A print is never 0. */
 #define PRINT_BYTES 42
-static inline __u64 Frame_Print(const __u8 *head, __u16 vlan) {
+static inline __u64 Frame_Print(const __u8 *head, __u64 vlan) {
     const int isArp = head[12] == 0x08 && head[13] == 0x06;
     const __u16 end = (__u16)(isArp ? head[40] << 8 | head[41] : 0);
     __u64 print = 0xcbf29ce484222325ULL ^ vlan ^ (__u64)end << 16;

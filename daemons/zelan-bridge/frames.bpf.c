@@ -41,7 +41,7 @@ INLINE struct CableRecord *FindRecord(void) {
     return FindInMap(cableRecord, &first);
 }
 
-INLINE int IsTagType(__u16 type) {
+INLINE int IsTagType(__u64 type) {
     return type == ETH_P_8021Q || type == ETH_P_8021AD;
 }
 
@@ -56,7 +56,7 @@ INLINE int ReadHead(struct __sk_buff *skb, struct FrameHead *frame) {
     frame->from = Mac_Read(start + ETH_ALEN);
     frame->vlan = 0;
     frame->nested = 0;
-    __u16 type = (__u16)(start[12] << 8 | start[13]);
+    __u64 type = (__u64)start[12] << 8 | start[13];
     if (skb->vlan_present) {
         frame->vlan = skb->vlan_tci & (VLAN_COUNT - 1);
         frame->nested = frame->vlan == 0 && IsTagType(type);
@@ -65,8 +65,8 @@ INLINE int ReadHead(struct __sk_buff *skb, struct FrameHead *frame) {
         if (LoadBytes(skb, ETH_HLEN, tag, sizeof tag) != 0) {
             return 0;
         }
-        frame->vlan = (__u16)(tag[0] << 8 | tag[1]) & (VLAN_COUNT - 1);
-        frame->nested = frame->vlan == 0 && IsTagType((__u16)(tag[2] << 8 | tag[3]));
+        frame->vlan = ((__u64)tag[0] << 8 | tag[1]) & (VLAN_COUNT - 1);
+        frame->nested = frame->vlan == 0 && IsTagType((__u64)tag[2] << 8 | tag[3]);
     }
     return 1;
 }
