@@ -120,34 +120,31 @@ class Census {
         dead_.insert(condemned_.begin(), condemned_.end());
     }
 
-    // Switches that nobody needs. True when some stay for their guests.
-    bool CondemnSwitches(const std::function<bool(int)> &isNetworkInUse) {
+    void FindUnusedSwitches(const std::function<bool(int)> &isNetworkInUse, LeftoversFound *found) const {
         std::set<int> withGuests;
         for (const LinkInfo &link : links_) {
             if (link.master != 0 && dead_.count(link.index) == 0) {
                 withGuests.insert(link.master);
             }
         }
-        bool guestsRemain = false;
         int network = 0;
         for (const LinkInfo &link : links_) {
             if (!IsSwitch(link, &network) || isNetworkInUse(network)) {
                 continue;
             }
             if (withGuests.count(link.index) != 0) {
-                guestsRemain = true;
+                found->guestsRemain = true;
             } else {
-                condemned_.push_back(link.index);
+                found->switches.push_back({network, link.index});
             }
         }
-        return guestsRemain;
     }
 
     bool Remove(RtSocket *socket) const {
         for (int index : condemned_) {
             Link_SetGroup(socket, index, LINK_GROUP_DEAD);
         }
-        if (dead_.empty() && condemned_.empty()) {
+        if (dead_.empty()) {
             return true;
         }
         int error = Link_DeleteGroup(socket, LINK_GROUP_DEAD);
@@ -189,7 +186,23 @@ LeftoversFound Leftovers_Remove(RtSocket *socket, const std::function<bool(const
         return found;
     }
     census.Condemn(isAlive);
-    found.guestsRemain = census.CondemnSwitches(isNetworkInUse);
+    census.FindUnusedSwitches(isNetworkInUse, &found);
     found.complete = census.Remove(socket);
     return found;
+}
+
+bool Leftovers_RemoveSwitch(RtSocket *socket, const UnusedSwitch &unused) {
+    LinkInfo link;
+    int network = -1;
+    bool hasPorts = false;
+    if (Link_Get(socket, unused.index, &link) != 0 || !IsSwitch(link, &network) ||
+        network != unused.network) {
+        return true;
+    }
+    if (Link_ForEach(socket, unused.index, [&hasPorts](const LinkInfo &) { hasPorts = true; }) != 0 ||
+        hasPorts) {
+        return false;
+    }
+    Link_Delete(socket, unused.index);
+    return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 #include "daemons/common/link.h"
 #include "daemons/common/service.h"
@@ -12,13 +13,23 @@
 // The interfaces are put aside, to be removed with others in one step.
 void Leftovers_PutAside(RtSocket *socket, const Traces &traces);
 
+struct UnusedSwitch {
+    int network = -1;
+    int index = 0;
+};
+
 // What a removal found.
 struct LeftoversFound {
-    bool complete = false;      // else something has to be done again later
-    bool guestsRemain = false;  // switches that nobody needs but guests
+    bool complete = false;               // else something has to be done again later
+    bool guestsRemain = false;           // on switches that nobody else needs
+    std::vector<UnusedSwitch> switches;  // that nobody needs, not removed yet
 };
 
 // Removes everything that is put aside, and what else is ours but belongs to no duty of a living daemon. The
-// time that the kernel takes depends little on how much it is.
+// time that the kernel takes depends little on how much it is; switches, of which each takes it some 20 ms
+// with all interfaces of the host locked, are left to be removed one by one.
 LeftoversFound Leftovers_Remove(RtSocket *socket, const std::function<bool(const Duty &)> &isAlive,
                                 const std::function<bool(int)> &isNetworkInUse);
+
+// Removes a switch. False, and nothing is done, when a guest has been attached in the meantime.
+bool Leftovers_RemoveSwitch(RtSocket *socket, const UnusedSwitch &unused);

@@ -16,7 +16,6 @@
 #include "daemons/common/file.h"
 #include "daemons/common/watch.h"
 #include "daemons/firewall/hostTable.h"
-#include "daemons/zelan-watch/leftovers.h"
 #include "daemons/zelan-watch/portNews.h"
 
 namespace {
@@ -248,10 +247,22 @@ void Watcher::RemoveNow() {
         &requests_, [this](const Duty &duty) { return IsAlive(duty); },
         [this](int network) { return IsNetworkInUse(network); });
     guestsRemain_ = found.guestsRemain;
+    switches_ = std::move(found.switches);
     if (!found.complete) {
         removalDue_ = Clock::now() + RETRY_TIME;
-        return;
     }
+}
+
+// One at a time, so that others get at the host's interfaces and daemons that are started are answered.
+void Watcher::RemoveNextSwitch() {
+    const UnusedSwitch next = switches_.back();
+    switches_.pop_back();
+    if (!IsNetworkInUse(next.network) && !Leftovers_RemoveSwitch(&requests_, next)) {
+        guestsRemain_ = true;
+    }
+}
+
+void Watcher::AnswerSweeps() {
     for (size_t i = clients_.size(); i-- > 0;) {
         if (clients_[i].awaitsSweep) {
             clients_[i].awaitsSweep = false;
@@ -263,7 +274,7 @@ void Watcher::RemoveNow() {
 }
 
 bool Watcher::HasNothingToDo() const {
-    return guarded_.empty() && clients_.empty() && !removalDue_ && !guestsRemain_;
+    return guarded_.empty() && clients_.empty() && !IsRemoving() && !guestsRemain_;
 }
 
 // False when there is something to do after all.
@@ -288,6 +299,9 @@ void Watcher::Collect(std::vector<pollfd> *waits) {
 }
 
 int Watcher::WaitMilliseconds() const {
+    if (!switches_.empty()) {
+        return 0;
+    }
     Clock::time_point next = removalDue_.value_or(Clock::time_point::max());
     for (const Client &client : clients_) {
         if (client.duty && !client.holds) {
@@ -330,6 +344,11 @@ void Watcher::Run() {
         RetryClaims();
         if (removalDue_ && *removalDue_ <= Clock::now()) {
             RemoveNow();
+        } else if (!switches_.empty()) {
+            RemoveNextSwitch();
+        }
+        if (!IsRemoving()) {
+            AnswerSweeps();
         }
     }
 }

@@ -14,6 +14,7 @@
 #include "daemons/common/service.h"
 #include "daemons/common/traces.h"
 #include "daemons/firewall/hostGuard.h"
+#include "daemons/zelan-watch/leftovers.h"
 #include "lib/misc/owners.h"
 
 class Watcher {
@@ -62,6 +63,9 @@ class Watcher {
     bool IsNetworkInUse(int network) const;
     void RemoveSoon();
     void RemoveNow();
+    void RemoveNextSwitch();
+    void AnswerSweeps();
+    bool IsRemoving() const { return removalDue_.has_value() || !switches_.empty(); }
     bool HasNothingToDo() const;
     bool End();
 
@@ -76,7 +80,8 @@ class Watcher {
     HostGuard host_;
     std::map<Duty, Guarded> guarded_;
     std::vector<Client> clients_;
-    size_t firstClient_ = 0;  // where they begin among what is waited for
+    size_t firstClient_ = 0;              // where they begin among what is waited for
+    std::vector<UnusedSwitch> switches_;  // to be removed, one after the other
     bool guestsRemain_ = false;
     std::optional<Clock::time_point> removalDue_;
     Clock::time_point removalLimit_ = {};
