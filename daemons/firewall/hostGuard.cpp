@@ -85,13 +85,12 @@ class RuleChanges {
             default:
                 return false;
         }
-        const NftTable table = HostRules_Table();
         auto *header = static_cast<const nfgenmsg *>(NLMSG_DATA(message));
         std::string name;
         Rt_ForEachAttribute(message, sizeof *header, [&name](const rtattr *attribute) {
             name = (attribute->rta_type & NLA_TYPE_MASK) == NFTA_TABLE_NAME ? TextOf(attribute) : name;
         });
-        return header->nfgen_family == table.family && name == table.name;
+        return name == HostRules_Table().name;
     }
 
     const std::string ownName_ = OwnName();
@@ -115,12 +114,14 @@ void HostGuard::Collect(std::vector<pollfd> *waits) const {
     waits->push_back({rules_.descriptor(), POLLIN, 0});
 }
 
-void HostGuard::Serve() {
-    ServeRules();
+bool HostGuard::Serve() {
+    bool lost = ServeRules();
     ServeAddresses();
+    return lost;
 }
 
-void HostGuard::ServeRules() {
+// The name of all tables of ours is the same.
+bool HostGuard::ServeRules() {
     RuleChanges changes;
     bool lost = false;
     bool complete =
@@ -128,6 +129,7 @@ void HostGuard::ServeRules() {
     if (lost || !complete) {
         HostTable_Restore();
     }
+    return lost || !complete;
 }
 
 void HostGuard::ServeAddresses() {

@@ -18,11 +18,12 @@ class HostGuard {
 
     // Adds what to poll for; call Serve when there is something.
     void Collect(std::vector<pollfd> *waits) const;
-    void Serve();
+    // True when somebody has removed a table of ours, or may have.
+    bool Serve();
 
   private:
     void ServeAddresses();
-    void ServeRules();
+    bool ServeRules();
 
     RtSocket addresses_;
     RtSocket rules_;

@@ -204,6 +204,16 @@ Statement IsForTcpPort(uint16_t port) {
     return IsProtocol(IPPROTO_TCP) + DestinationPort() + Compare(NFT_CMP_EQ, BytesOf(htons(port)));
 }
 
+Statement IsFromUdpPort(uint16_t port) {
+    return IsProtocol(IPPROTO_UDP) + Payload(NFT_PAYLOAD_TRANSPORT_HEADER, 0, sizeof port) +
+           Compare(NFT_CMP_EQ, BytesOf(htons(port)));
+}
+
+Statement IsIcmpv6Type(uint8_t type) {
+    return IsProtocol(IPPROTO_ICMPV6) + Payload(NFT_PAYLOAD_TRANSPORT_HEADER, 0, sizeof type) +
+           Compare(NFT_CMP_EQ, BytesOf(type));
+}
+
 Statement IsForEndpointIn(const char *set) {
     return Address(PacketEnd::DESTINATION) + Meta(NFT_META_L4PROTO, SECOND) + DestinationPort(THIRD) +
            InSet(set, Match::IS);

@@ -37,6 +37,9 @@ Statement VerdictByAddress(PacketEnd end, const char *map);
 // By protocol, and the port that it is for.
 Statement IsProtocol(uint8_t protocol);
 Statement IsForTcpPort(uint16_t port);
+// By protocol, and the port that it is from; by the type of a message.
+Statement IsFromUdpPort(uint16_t port);
+Statement IsIcmpv6Type(uint8_t type);
 // By its destination: address . protocol . port in a set.
 Statement IsForEndpointIn(const char *set);
 

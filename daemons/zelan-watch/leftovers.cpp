@@ -18,10 +18,9 @@
 #include "daemons/common/linkGroup.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
+#include "daemons/zelan-watch/switches.h"
 
 namespace {
-
-constexpr std::string_view SWITCH_PREFIX = "zelan-sw";
 
 // The daemons' ends of their cables to a switch, and of a router's uplink.
 constexpr struct {
@@ -51,11 +50,6 @@ bool FindDuty(const LinkInfo &link, Duty *duty) {
         }
     }
     return false;
-}
-
-bool IsSwitch(const LinkInfo &link, int *network) {
-    return link.kind == "bridge" && link.group == LINK_GROUP_CARRIER &&
-           ReadNumberBehind(SWITCH_PREFIX, link.name, network);
 }
 
 bool IsOurs(RtSocket *socket, int index) {
@@ -129,7 +123,7 @@ class Census {
         }
         int network = 0;
         for (const LinkInfo &link : links_) {
-            if (!IsSwitch(link, &network) || isNetworkInUse(network)) {
+            if (!Switches_Is(link, &network) || isNetworkInUse(network)) {
                 continue;
             }
             if (withGuests.count(link.index) != 0) {
@@ -195,7 +189,7 @@ bool Leftovers_RemoveSwitch(RtSocket *socket, const UnusedSwitch &unused) {
     LinkInfo link;
     int network = -1;
     bool hasPorts = false;
-    if (Link_Get(socket, unused.index, &link) != 0 || !IsSwitch(link, &network) ||
+    if (Link_Get(socket, unused.index, &link) != 0 || !Switches_Is(link, &network) ||
         network != unused.network) {
         return true;
     }

@@ -15,8 +15,6 @@
 #include "daemons/common/complain.h"
 #include "daemons/common/file.h"
 #include "daemons/common/watch.h"
-#include "daemons/firewall/hostTable.h"
-#include "daemons/zelan-watch/portNews.h"
 
 namespace {
 
@@ -64,7 +62,7 @@ bool Watcher::Begin(FileDescriptor listener) {
     listener_ = std::move(listener);
     ends_.reset(epoll_create1(EPOLL_CLOEXEC));
     Directory folder(opendir(WATCH_FOLDER));
-    if (!ends_ || !requests_.Open() || !PortNews_Open(&ports_) || !host_.Begin() || folder == nullptr) {
+    if (!ends_ || !requests_.Open() || !guests_.Begin(&requests_) || !host_.Begin() || folder == nullptr) {
         Complain("%s: %s", WATCH_FOLDER, strerror(errno));
         return false;
     }
@@ -175,6 +173,7 @@ bool Watcher::TryClaim(Client *client) {
     // What serves the host makes nothing that two could be in each other's way about.
     if (duty.network < 0 || !IsAlive(duty)) {
         client->holds = true;
+        KeepNetworksApart();
         return Watch_Send(client->connection, WATCH_DONE);
     }
     if (Clock::now() < client->patience) {
@@ -232,6 +231,26 @@ bool Watcher::IsNetworkInUse(int network) const {
     return false;
 }
 
+bool Watcher::IsAnyNetworkInUse() const {
+    auto isNetworks = [](const Duty &duty) { return duty.network >= 0; };
+    return std::any_of(guarded_.begin(), guarded_.end(),
+                       [&](const auto &entry) { return isNetworks(entry.first); }) ||
+           std::any_of(clients_.begin(), clients_.end(),
+                       [&](const Client &client) { return client.holds && isNetworks(*client.duty); });
+}
+
+// Before a daemon makes anything. A bridged network is the outside's, whose routers and servers its guests
+// may be.
+void Watcher::KeepNetworksApart() {
+    if (!table_ && IsAnyNetworkInUse()) {
+        table_.emplace();
+        table_->Ensure();
+    }
+    barred_.Bar(guests_.On([this](int network) {
+        return IsNetworkInUse(network) && !IsAlive({Service::BRIDGE, network});
+    }));
+}
+
 void Watcher::RemoveSoon() {
     Clock::time_point now = Clock::now();
     if (!removalDue_) {
@@ -242,6 +261,9 @@ void Watcher::RemoveSoon() {
 
 void Watcher::RemoveNow() {
     removalDue_.reset();
+    if (!IsAnyNetworkInUse()) {
+        table_.reset();
+    }
     HostTable_Sweep();
     LeftoversFound found = Leftovers_Remove(
         &requests_, [this](const Duty &duty) { return IsAlive(duty); },
@@ -290,7 +312,8 @@ bool Watcher::End() {
 }
 
 void Watcher::Collect(std::vector<pollfd> *waits) {
-    waits->assign({{listener_.get(), POLLIN, 0}, {ends_.get(), POLLIN, 0}, {ports_.descriptor(), POLLIN, 0}});
+    waits->assign(
+        {{listener_.get(), POLLIN, 0}, {ends_.get(), POLLIN, 0}, {guests_.descriptor(), POLLIN, 0}});
     host_.Collect(waits);
     firstClient_ = waits->size();
     for (const Client &client : clients_) {
@@ -328,10 +351,12 @@ void Watcher::Dispatch(const std::vector<pollfd> &waits) {
     if (waits[1].revents != 0) {
         BuryAllDead();
     }
-    if (waits[2].revents != 0 && PortNews_HasLeft(&ports_) && guestsRemain_) {
+    if (waits[2].revents != 0 && guests_.TakeNews(&requests_) && guestsRemain_) {
         RemoveSoon();
     }
-    host_.Serve();
+    if (host_.Serve()) {
+        barred_.Restore();
+    }
 }
 
 void Watcher::Run() {
@@ -342,6 +367,7 @@ void Watcher::Run() {
             Dispatch(waits);
         }
         RetryClaims();
+        KeepNetworksApart();
         if (removalDue_ && *removalDue_ <= Clock::now()) {
             RemoveNow();
         } else if (!switches_.empty()) {

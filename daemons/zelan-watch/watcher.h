@@ -13,8 +13,11 @@
 #include "daemons/common/rtnetlink.h"
 #include "daemons/common/service.h"
 #include "daemons/common/traces.h"
+#include "daemons/firewall/guestPorts.h"
 #include "daemons/firewall/hostGuard.h"
+#include "daemons/firewall/hostTable.h"
 #include "daemons/zelan-watch/leftovers.h"
+#include "daemons/zelan-watch/switches.h"
 #include "lib/misc/owners.h"
 
 class Watcher {
@@ -61,6 +64,8 @@ class Watcher {
 
     bool IsAlive(const Duty &duty) const;
     bool IsNetworkInUse(int network) const;
+    bool IsAnyNetworkInUse() const;
+    void KeepNetworksApart();
     void RemoveSoon();
     void RemoveNow();
     void RemoveNextSwitch();
@@ -76,8 +81,10 @@ class Watcher {
     FileDescriptor listener_;
     FileDescriptor ends_;  // of the guarded daemons, together
     RtSocket requests_;
-    RtSocket ports_;  // tells of guests that leave a switch
     HostGuard host_;
+    std::optional<HostTable> table_;  // while a network is in use, also by daemons that do not ask for it
+    Guests guests_;
+    GuestPorts barred_;
     std::map<Duty, Guarded> guarded_;
     std::vector<Client> clients_;
     size_t firstClient_ = 0;              // where they begin among what is waited for

@@ -1,6 +1,11 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 
+#include <algorithm>
+
+#include "tests/support/conversation.h"
 #include "tests/support/daemonStart.h"
 #include "tests/support/frames.h"
 
@@ -49,6 +54,54 @@ TEST(Netifup, GuestsAdvertisementDoesNotMakeItTheHostsRouter) {
         const CommandResult ping = guest.Run("ping -c 1 -W 5 192.168.8.1");
         EXPECT_TRUE(ping.Succeeded()) << ping;
         EXPECT_EQ("", routes("zelan8")) << "disable_ipv6 " << ipv6;
+    }
+}
+
+// The first datagram that gets from one guest to the other: one is from a DHCP server's port.
+std::string FirstToArrive(const Machine &from, const Machine &to, const std::string &address) {
+    sockaddr_in target = {};
+    target.sin_family = AF_INET;
+    target.sin_port = htons(68);
+    inet_pton(AF_INET, address.c_str(), &target.sin_addr);
+    FileDescriptor receiver = SocketOn(&to, SOCK_DGRAM);
+    EXPECT_EQ(0, bind(receiver.get(), reinterpret_cast<sockaddr *>(&target), sizeof target));
+    for (const int port : {67, 69}) {
+        const std::string text = "from " + std::to_string(port);
+        FileDescriptor sender = SocketOn(&from, SOCK_DGRAM);
+        sockaddr_in source = {};
+        source.sin_family = AF_INET;
+        source.sin_port = htons(static_cast<uint16_t>(port));
+        EXPECT_EQ(0, bind(sender.get(), reinterpret_cast<sockaddr *>(&source), sizeof source));
+        EXPECT_LT(0, sendto(sender.get(), text.data(), text.size(), 0, reinterpret_cast<sockaddr *>(&target),
+                            sizeof target));
+    }
+    char buffer[16];
+    pollfd ready = {receiver.get(), POLLIN, 0};
+    const ssize_t size = poll(&ready, 1, 5000) > 0 ? recv(receiver.get(), buffer, sizeof buffer, 0) : 0;
+    return {buffer, static_cast<size_t>(std::max<ssize_t>(size, 0))};
+}
+
+// On a bridged network guests may be what machines outside may be.
+TEST(Netifup, GuestsAreNoRoutersOrDhcpServersToEachOtherButOnABridgedNetwork) {
+    MustComeUp(StartNetifup(8));
+    MustComeUp(StartDaemon("zelan-bridge", "zelan-bridge-0", {"-n", "0", "-ieth9"}));
+    for (const int network : {0, 8}) {
+        SCOPED_TRACE(network);
+        const std::string subnet = "10.9." + std::to_string(network) + ".";
+        Machine first("first" + std::to_string(network));
+        Machine second("second" + std::to_string(network));
+        first.ConnectToBridge("zelan-sw" + std::to_string(network), "g0", subnet + "1/24");
+        second.ConnectToBridge("zelan-sw" + std::to_string(network), "g0", subnet + "2/24");
+        if (network == 8) {
+            ASSERT_TRUE(WaitUntil([] {
+                return RunShell("nft list table bridge zelan | grep -c '\".*\".*\".*\"'").output == "1\n";
+            })) << RunShell("nft list ruleset").output;
+            Must("nft flush ruleset");
+            ASSERT_TRUE(WaitUntil([] { return RunShell("nft list table bridge zelan").Succeeded(); }));
+        }
+        SendFrame(&first, "g0", RouterAdvertisement());
+        EXPECT_EQ(network == 8 ? "from 69" : "from 67", FirstToArrive(first, second, subnet + "2"));
+        EXPECT_EQ(network == 8, second.Run("ip -6 route show default").output.empty());
     }
 }
 
