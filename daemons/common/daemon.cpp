@@ -83,6 +83,39 @@ bool WriteRecord(const DaemonContract &contract, pid_t daemon, const CleanUp &cl
     return true;
 }
 
+// A daemon begins once it is guarded and named. One whose foreground process ends before ends with it: as
+// another user's, which it may have become, it could not be killed.
+class GoAhead {
+  public:
+    GoAhead() {
+        int ends[2] = {-1, -1};
+        if (pipe2(ends, O_CLOEXEC) == 0) {
+            await_.reset(ends[0]);
+            give_.reset(ends[1]);
+        }
+    }
+
+    bool isOpen() const { return static_cast<bool>(give_); }
+
+    bool Await() {
+        char word = 0;
+        give_.reset();
+        ssize_t size = 0;
+        while ((size = read(await_.get(), &word, sizeof word)) < 0 && errno == EINTR) {
+        }
+        return size > 0;
+    }
+
+    void Give() {
+        const char word = 1;
+        (void)!write(give_.get(), &word, sizeof word);
+    }
+
+  private:
+    FileDescriptor await_;
+    FileDescriptor give_;
+};
+
 bool WritePidFile(const char *path, pid_t daemon) {
     if (!File_Replace(path, std::to_string(daemon) + "\n")) {
         Complain("cannot write the PID file %s: %s", path, strerror(errno));
@@ -137,11 +170,15 @@ void Daemon_GiveUp(DaemonContract *contract, const CleanUp &cleanUp) {
 }
 
 void Daemon_Detach(DaemonContract *contract, const CleanUp &cleanUp) {
-    pid_t daemon = fork();
+    GoAhead goAhead;
+    pid_t daemon = goAhead.isOpen() ? fork() : -1;
     if (daemon == 0) {
         close(contract->statusDescriptor);
         contract->watch.reset();
         LeaveStartersSession();
+        if (!goAhead.Await()) {
+            _exit(EXIT_FAILURE);
+        }
         return;
     }
     if (daemon < 0) {
@@ -149,9 +186,9 @@ void Daemon_Detach(DaemonContract *contract, const CleanUp &cleanUp) {
         Daemon_GiveUp(contract, cleanUp);
     }
     if (!Daemon_Guard(contract, daemon, cleanUp) || !WritePidFile(contract->pidFile, daemon)) {
-        kill(daemon, SIGKILL);
         _exit(EXIT_FAILURE);
     }
+    goAhead.Give();
     Daemon_Report(contract);
     _exit(EXIT_SUCCESS);
 }

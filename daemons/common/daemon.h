@@ -36,7 +36,7 @@ bool Daemon_Claim(DaemonContract *contract, Service service, int network);
 
 // Splits the process once everything is up: returns in the daemon, which has a session of its own; the
 // foreground process has it guarded, writes the PID file, reports and ends. When one of these steps fails the
-// daemon is killed and its traces are removed, and nothing is reported.
+// daemon ends and its traces are removed, and nothing is reported.
 void Daemon_Detach(DaemonContract *contract, const CleanUp &cleanUp);
 
 // The pieces of Daemon_Detach, for a daemon whose work is done by a foreign program.

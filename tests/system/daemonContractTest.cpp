@@ -65,11 +65,15 @@ TEST(DaemonContract, DaemonIsNamedByItsPidFileAndHoldsNothingOfItsStarters) {
         << "a temporary file was left";
     const CommandResult session = RunShell("ps -o sid=,tty= -p " + pid);
     EXPECT_NE(std::string::npos, session.output.find(pid)) << session;
-    const CommandResult held = RunShell(
-        "for pid in $(ps -e -o pid=,comm= | awk '/zelan/ {print $1}'); do ls -l /proc/$pid/fd; done");
+    CommandResult held;
+    // Once it has been told to begin.
+    EXPECT_TRUE(WaitUntil([&held] {
+        held = RunShell(
+            "for pid in $(ps -e -o pid=,comm= | awk '/zelan/ {print $1}'); do ls -l /proc/$pid/fd; done");
+        return held.output.find("pipe:") == std::string::npos;
+    })) << held;
     EXPECT_NE(std::string::npos, held.output.find("pidfd")) << "the watcher looks at no process\n" << held;
     EXPECT_EQ(std::string::npos, held.output.find("passwd")) << held;
-    EXPECT_EQ(std::string::npos, held.output.find("pipe:")) << held;
 }
 
 TEST(DaemonContract, StartersLimitsAndEnvironmentAreNotTheDaemons) {
