@@ -13,6 +13,8 @@
 
 // Held by every daemon that needs the host's table.
 inline constexpr const char *HOST_TABLE_FILE = "host-table";
+// Held by every NAT daemon that has a share in it.
+inline constexpr const char *NAT_FILE = "nat";
 
 // The file of a network's NAT daemon, which holds its share as text.
 std::string HostFiles_OfNat(int network);

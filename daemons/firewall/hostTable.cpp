@@ -143,18 +143,7 @@ bool IsAdapter(const LinkInfo &link) {
 }
 
 bool IsNatUsed() {
-    std::vector<int> networks = HostFiles_NatNetworks();
-    return std::any_of(networks.begin(), networks.end(),
-                       [](int network) { return HostFiles_IsHeld(HostFiles_OfNat(network)); });
-}
-
-// Whether another network's daemon has got as far as having a share.
-bool IsNatServed(int except) {
-    std::vector<int> networks = HostFiles_NatNetworks();
-    return std::any_of(networks.begin(), networks.end(), [except](int network) {
-        std::string name = HostFiles_OfNat(network);
-        return network != except && HostFiles_IsHeld(name) && !HostFiles_Read(name).empty();
-    });
+    return HostFiles_IsHeld(NAT_FILE);
 }
 
 bool IsUsed() {
@@ -215,7 +204,8 @@ bool HostTable::AddNat(NatShare share) {
                                        });
     share.activeFtp =
         share.activeFtp && EnsureFlowChain(&socket, FTP_CHAIN, "the FTP helper", FlowObjects_AddFtp);
-    isFirstNat_ = !IsNatServed(network_);
+    isFirstNat_ = !IsNatUsed();
+    natUse_ = HostFiles_Hold(NAT_FILE);
     const std::string name = HostFiles_OfNat(network_);
     NftTransaction transaction(HostRules_Table());
     NatShare predecessors;
@@ -223,7 +213,7 @@ bool HostTable::AddNat(NatShare share) {
         HostRules_DeleteShare(&transaction, predecessors);
     }
     HostRules_AddShare(&transaction, share);
-    if (!HostFiles_Write(name, NatShare_Text(share))) {
+    if (!natUse_ || !HostFiles_Write(name, NatShare_Text(share))) {
         return false;
     }
     if (transaction.Commit(&socket) == 0) {

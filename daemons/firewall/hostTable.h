@@ -29,7 +29,8 @@ class HostTable {
 
   private:
     FileDescriptor use_;
-    FileDescriptor nat_;
+    FileDescriptor nat_;     // the share of the network,
+    FileDescriptor natUse_;  // and that there is any
     int network_ = -1;
     bool isFirstNat_ = false;
 };

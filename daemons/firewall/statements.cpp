@@ -267,11 +267,9 @@ Statement UseObject(uint32_t type, const std::string &name) {
         "objref", AttributeNumber(NFTA_OBJREF_IMM_TYPE, type) + AttributeText(NFTA_OBJREF_IMM_NAME, name));
 }
 
-Statement SenderHasMoreFlowsThan(uint32_t count, const char *set) {
-    std::string limit =
-        AttributeText(NFTA_EXPR_NAME, "connlimit") +
-        AttributeNest(NFTA_EXPR_DATA, AttributeNumber(NFTA_CONNLIMIT_COUNT, count) +
-                                          AttributeNumber(NFTA_CONNLIMIT_FLAGS, NFT_CONNLIMIT_F_INV));
+Statement SenderHasNoMoreFlowsThan(uint32_t count, const char *set) {
+    std::string limit = AttributeText(NFTA_EXPR_NAME, "connlimit") +
+                        AttributeNest(NFTA_EXPR_DATA, AttributeNumber(NFTA_CONNLIMIT_COUNT, count));
     return Address(PacketEnd::SOURCE) +
            Expression("dynset", AttributeText(NFTA_DYNSET_SET_NAME, set) +
                                     AttributeNumber(NFTA_DYNSET_OP, NFT_DYNSET_OP_ADD) +

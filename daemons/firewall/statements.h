@@ -64,5 +64,6 @@ Statement Masquerade();
 // What is done about flows.
 Statement Untracked();
 Statement UseObject(uint32_t type, const std::string &name);
-// Matches while the packet's sender has more than that many flows; the set keeps the counts.
-Statement SenderHasMoreFlowsThan(uint32_t count, const char *set);
+// Matches while the packet's sender has no more than that many flows; the set keeps the counts, and a sender
+// that it has no room for does not match.
+Statement SenderHasNoMoreFlowsThan(uint32_t count, const char *set);

@@ -6,6 +6,7 @@
 #include <linux/netfilter_ipv4.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -23,7 +24,8 @@ constexpr const char *FLOWS = "flows";        // how many each guest has
 // Flows of one guest: more than a busy machine has, and few enough that a network of hostile ones does not
 // fill the host's table of flows, where each stands once more.
 constexpr uint32_t FLOWS_PER_GUEST = 4096;
-constexpr uint32_t COUNTED_GUESTS = 65535;
+// The kernel allots memory for the counts at once, so that no more are counted than a subnet can have guests.
+constexpr uint32_t MAX_COUNTED_GUESTS = 65535;
 
 constexpr uint32_t ANSWERS = NF_CT_STATE_BIT(IP_CT_ESTABLISHED) | NF_CT_STATE_BIT(IP_CT_RELATED);
 constexpr uint32_t FIRST_PACKETS = NF_CT_STATE_BIT(IP_CT_NEW);
@@ -48,11 +50,15 @@ void AddGuard(NftTransaction *transaction, const NatConf &conf) {
 }
 
 // Before a flow is entered anywhere, also one to the router itself.
-void AddLimit(NftTransaction *transaction) {
+void AddLimit(NftTransaction *transaction, const Ipv4Subnet &subnet) {
     constexpr const char *CHAIN = "limit";
+    transaction->AddSet({.name = FLOWS,
+                         .keyTypes = {NFT_TYPE_IPV4},
+                         .dynamicSize = std::min(subnet.last() - subnet.first(), MAX_COUNTED_GUESTS)});
     transaction->AddChain({CHAIN, "filter", NF_INET_PRE_ROUTING, NF_IP_PRI_MANGLE});
-    transaction->AddRule(CHAIN, {InNamed(GUESTS_LINK), FlowState(FIRST_PACKETS),
-                                 SenderHasMoreFlowsThan(FLOWS_PER_GUEST, FLOWS), Drop()});
+    Statement first = InNamed(GUESTS_LINK) + FlowState(FIRST_PACKETS);
+    transaction->AddRule(CHAIN, {first, SenderHasNoMoreFlowsThan(FLOWS_PER_GUEST, FLOWS), Accept()});
+    transaction->AddRule(CHAIN, {first, Drop()});
 }
 
 void AddForward(NftTransaction *transaction) {
@@ -97,7 +103,6 @@ int Load(RtSocket *socket, const NatConf &conf, const std::vector<PortForward> &
     NftTransaction transaction(TABLE);
     std::vector<std::string> flowChains;
     transaction.AddTable();
-    transaction.AddSet({.name = FLOWS, .keyTypes = {NFT_TYPE_IPV4}, .dynamicSize = COUNTED_GUESTS});
     if (timeout) {
         FlowObjects_AddTimeout(&transaction, conf.udpTimeout);
         flowChains.push_back(FlowObjects_TimeoutChain(conf.udpTimeout));
@@ -107,7 +112,7 @@ int Load(RtSocket *socket, const NatConf &conf, const std::vector<PortForward> &
         flowChains.emplace_back(FTP_CHAIN);
     }
     AddGuard(&transaction, conf);
-    AddLimit(&transaction);
+    AddLimit(&transaction, conf.subnet());
     AddForwards(&transaction, forwards);
     AddForward(&transaction);
     AddTranslate(&transaction, flowChains);

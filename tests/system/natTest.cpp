@@ -227,6 +227,7 @@ TEST_F(Nat, NextStartCatchesUpWithWhatNobodyFollowed) {
     EXPECT_TRUE(WaitUntil([this] { return GuestPings(OUTSIDE) && GuestPings("198.51.100.9"); }));
     guest_.reset();
     Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 ~ /^zelan-/ {print $1}')");
+    ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep ^zelan-").output.empty(); }));
     EXPECT_EQ("1\n", ForwardingOf("eth0"));
     EXPECT_TRUE(RunCommand({ProgramPath("zelan-watch"), "--sweep"}).Succeeded());
     EXPECT_EQ("0\n0\n", ForwardingOf("eth0") + ForwardingOf("eth1"));
