@@ -22,8 +22,9 @@ struct DaemonContract {
 
 // Tests the two texts of a contract, and sheds what the starter handed down by chance: every descriptor but 0
 // to 2 and the pipe's, and see StartersLegacy_Shed. Call before any file is opened, with the capabilities
-// (CAP_) that the daemon ever needs. False after a line in the log, also when the pipe's descriptor is not
-// open or zelan-watch cannot be reached.
+// (CAP_) that the daemon ever needs, CAP_KILL among them for one that changes its user: the foreground
+// process must be able to end it. False after a line in the log, also when the pipe's descriptor is not open
+// or zelan-watch cannot be reached.
 bool Daemon_TakeContract(DaemonContract *contract, std::span<const int> capabilities);
 
 // Takes the service of a network over, before anything is made for it: what a dead predecessor has left is

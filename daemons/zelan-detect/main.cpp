@@ -27,7 +27,7 @@ const FactKey NAME_SERVERS = {"name servers", ""};
 constexpr int SETTLE_MILLISECONDS = 100;
 
 // For the announcements' large receive buffer.
-constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SETUID, CAP_SETGID};
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SETUID, CAP_SETGID, CAP_KILL};
 
 // Afterwards it asks the kernel, and reads the file with the name servers wherever a link in /etc leads.
 constexpr int SYSTEM_CALLS[] = {SYS_sendto, SYS_recvfrom, SYS_inotify_add_watch, SYS_openat, SYS_newfstatat,

@@ -35,7 +35,8 @@
 namespace {
 
 // SYS_ADMIN for the namespace.
-constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SYS_ADMIN, CAP_NET_BIND_SERVICE, CAP_SETUID, CAP_SETGID};
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SYS_ADMIN, CAP_NET_BIND_SERVICE,
+                                CAP_SETUID,    CAP_SETGID,    CAP_KILL};
 
 // To poll, to talk to guests and name servers, and to read the list of these.
 constexpr int SYSTEM_CALLS[] = {

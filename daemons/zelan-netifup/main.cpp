@@ -30,7 +30,7 @@
 
 namespace {
 
-constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_NET_RAW, CAP_SETUID, CAP_SETGID};
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_NET_RAW, CAP_SETUID, CAP_SETGID, CAP_KILL};
 
 // Afterwards it only waits.
 constexpr int SYSTEM_CALLS[] = {SYS_getsockopt, SYS_ioctl};
