@@ -8,6 +8,7 @@
 struct ReachablePath {
     const char *path;
     bool write = false;  // besides reading; in a folder also making and removing files
+    bool execute = false;
 };
 
 // What is left to the process. The defaults leave nothing.

@@ -34,6 +34,7 @@ struct PortRule {
     uint64_t port;
 };
 
+constexpr uint64_t EXECUTE = 1 << 0;
 constexpr uint64_t WRITE_FILE = 1 << 1;
 constexpr uint64_t READ_FILE = 1 << 2;
 constexpr uint64_t READ_FOLDER = 1 << 3;
@@ -63,7 +64,7 @@ bool AllowPath(int ruleset, const ReachablePath &reachable, uint64_t handled) {
         return false;
     }
     bool folder = S_ISDIR(status.st_mode);
-    uint64_t allowed = READ_FILE | (folder ? READ_FOLDER : 0);
+    uint64_t allowed = READ_FILE | (folder ? READ_FOLDER : 0) | (reachable.execute ? EXECUTE : 0);
     if (reachable.write) {
         allowed |= WRITE_FILE | TRUNCATE | (folder ? MAKE_FILE | REMOVE_FILE : 0);
     }

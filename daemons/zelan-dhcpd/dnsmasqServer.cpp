@@ -39,14 +39,16 @@ FileDescriptor FileOf(const std::string &text) {
     return file;
 }
 
-// In the foreground, as a start in the background forks twice and has nobody know the process id; it leaves
-// its standard error once it is up.
+// Its standard input is its configuration, its standard output the lease file, which it opens by the name of
+// that descriptor: it needs no way through the folders above, and finds no other file there. It stays in the
+// foreground, as a start in the background forks twice and has nobody know the process id; it leaves its
+// standard error once it is up.
 [[noreturn]] void Execute(const ServerStart &start, int configuration, int words, const OwnUser &user) {
-    const std::string leases = std::string("--dhcp-leasefile=") + start.leases;
-    const char *vector[] = {start.program, "--keep-in-foreground", "--conf-file=-", leases.c_str(), nullptr};
+    const char *vector[] = {start.program, "--keep-in-foreground", "--conf-file=-",
+                            "--dhcp-leasefile=/proc/self/fd/1", nullptr};
     setsid();
-    if (dup2(words, STDERR_FILENO) >= 0 && dup2(words, STDOUT_FILENO) >= 0 && Namespace_Enter(start.space) &&
-        Powerless_Become(user) && dup2(configuration, STDIN_FILENO) >= 0) {
+    if (dup2(words, STDERR_FILENO) >= 0 && dup2(start.leaseFile.get(), STDOUT_FILENO) >= 0 &&
+        Namespace_Enter(start.space) && Powerless_Become(user) && dup2(configuration, STDIN_FILENO) >= 0) {
         signal(SIGPIPE, SIG_DFL);
         execv(start.program, const_cast<char **>(vector));
         Complain("%s: %s", start.program, strerror(errno));

@@ -10,7 +10,6 @@
 #include <ctime>
 
 #include "daemons/common/complain.h"
-#include "lib/misc/owners.h"
 
 namespace {
 
@@ -72,8 +71,8 @@ bool Own(int file, const OwnUser &owner) {
                                          fchown(file, owner.user, owner.group) == 0);
 }
 
-// Puts a new file in the place of the old one once it is whole on the disk.
-bool Replace(const Place &place, const std::string &text, const OwnUser &owner) {
+// Puts a new file in the place of the old one once it is whole on the disk. Empty after a line in the log.
+FileDescriptor Replace(const Place &place, const std::string &text, const OwnUser &owner) {
     constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     std::string temporary = place.name + ".new";
     unlinkat(place.folder.get(), temporary.c_str(), 0);
@@ -82,11 +81,11 @@ bool Replace(const Place &place, const std::string &text, const OwnUser &owner) 
         Own(file.get(), owner) && fsync(file.get()) == 0 &&
         renameat(place.folder.get(), temporary.c_str(), place.folder.get(), place.name.c_str()) == 0 &&
         fsync(place.folder.get()) == 0) {
-        return true;
+        return file;
     }
     Fail(place.path);
     unlinkat(place.folder.get(), temporary.c_str(), 0);
-    return false;
+    return {};
 }
 
 bool IsWanted(const LeasePlan &plan, const DhcpLease &lease) {
@@ -107,29 +106,30 @@ std::vector<DhcpLease> Merge(const LeasePlan &plan, std::vector<DhcpLease> found
 
 }  // namespace
 
-bool LeaseFile_Prepare(const char *path, const LeasePlan &plan) {
+FileDescriptor LeaseFile_Prepare(const char *path, const LeasePlan &plan) {
     Place place;
     std::string text;
     FileDescriptor file = OpenPlace(path, &place) ? OpenFile(place) : FileDescriptor();
     if (!file) {
-        return false;
+        return {};
     }
     if (!ReadAll(file.get(), &text)) {
-        return Fail(path);
+        Fail(path);
+        return {};
     }
     LeaseFormat found = Leases_FormatOf(text);
     if (found == LeaseFormat::FOREIGN) {
         Complain("%s: neither the leases of dnsmasq nor those of ISC dhcpd", path);
-        return false;
+        return {};
     }
     if (found == plan.format || found == LeaseFormat::EMPTY) {
-        return Own(file.get(), plan.owner) || Fail(path);
+        return Own(file.get(), plan.owner) || Fail(path) ? std::move(file) : FileDescriptor();
     }
     int64_t now = time(nullptr);
     std::vector<DhcpLease> leases = Merge(plan, Leases_Read(found, text, now));
-    if (!Replace(place, Leases_Write(plan.format, leases, now), plan.owner)) {
-        return false;
+    file = Replace(place, Leases_Write(plan.format, leases, now), plan.owner);
+    if (file) {
+        Tell("%s: %zu leases taken over from the other server", path, leases.size());
     }
-    Tell("%s: %zu leases taken over from the other server", path, leases.size());
-    return true;
+    return file;
 }

@@ -5,6 +5,7 @@
 
 #include "daemons/confinement/ownUser.h"
 #include "daemons/zelan-dhcpd/leases.h"
+#include "lib/misc/owners.h"
 
 // What the next server is to find there.
 struct LeasePlan {
@@ -15,6 +16,6 @@ struct LeasePlan {
 };
 
 // Makes the file, or turns the other server's leases into the ones of the plan: whole or not at all, with
-// what is not understood left as it is. The file then belongs to the server's user. False after a line in the
-// log.
-bool LeaseFile_Prepare(const char *path, const LeasePlan &plan);
+// what is not understood left as it is. The file then belongs to the server's user. Returns it, open for
+// reading; empty after a line in the log.
+FileDescriptor LeaseFile_Prepare(const char *path, const LeasePlan &plan);

@@ -15,10 +15,12 @@ namespace {
 
 using LeaseMap = std::map<Ipv4, DhcpLease>;
 
+// Times after the year 9999 have no form in dhcpd's file.
 bool ParseSeconds(std::string_view text, int64_t *seconds) {
+    constexpr int64_t LAST = 253402300799;
     const char *end = text.data() + text.size();
     auto [stop, error] = std::from_chars(text.data(), end, *seconds);
-    return error == std::errc() && stop == end && *seconds >= 0;
+    return error == std::errc() && stop == end && *seconds >= 0 && *seconds <= LAST;
 }
 
 std::string HexBytes(const std::string &bytes) {

@@ -131,21 +131,6 @@ bool MakePlan(const Arguments &arguments, Plan *plan) {
     return true;
 }
 
-// dhcpd refuses to start while any process has the id in its PID file, so a stale one has to go. False when
-// a server with these leases is really running.
-bool ClearPidFile(const Arguments &arguments) {
-    const char *path = arguments.contract.pidFile;
-    pid_t pid = Server_ReadPidFile(path);
-    std::string command;
-    if (pid > 0 && File_Read(("/proc/" + std::to_string(pid) + "/cmdline").c_str(), &command) &&
-        command.find(arguments.leases) != std::string::npos) {
-        Complain("a server is running already, pid %d", static_cast<int>(pid));
-        return false;
-    }
-    unlink(path);
-    return true;
-}
-
 bool GiveAddress(const Arguments &arguments, const Plan &plan, RtSocket *inside, int link) {
     ServerAddress chosen;
     const char *reason = nullptr;
@@ -207,17 +192,22 @@ bool WritePidFile(const char *path, pid_t server) {
 
 bool Start(Arguments *arguments, CleanUp *cleanUp) {
     Plan plan;
-    ServerStart start;
-    if (!MakePlan(*arguments, &plan) || !ClearPidFile(*arguments) ||
-        !LeaseFile_Prepare(arguments->leases, plan.leases)) {
+    if (!MakePlan(*arguments, &plan)) {
         return false;
     }
-    start = {plan.program,
-             arguments->name,
-             arguments->configuration,
-             arguments->leases,
-             arguments->contract.pidFile,
-             MakePlace(*arguments, plan, cleanUp)};
+    ServerStart start = {.program = plan.program,
+                         .name = arguments->name,
+                         .configuration = arguments->configuration,
+                         .leases = arguments->leases,
+                         .pidFile = arguments->contract.pidFile,
+                         .leaseFile = LeaseFile_Prepare(arguments->leases, plan.leases),
+                         .space = {}};
+    if (!start.leaseFile) {
+        return false;
+    }
+    // dhcpd refuses to start while any process has the id in its PID file, so a stale one has to go.
+    unlink(start.pidFile);
+    start.space = MakePlace(*arguments, plan, cleanUp);
     pid_t pid = !start.space     ? 0
                 : plan.byDnsmasq ? Server_StartDnsmasq(start, plan.dnsmasqConf, plan.leases.owner)
                                  : Server_StartDhcpd(start);

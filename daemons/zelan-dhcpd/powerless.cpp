@@ -14,6 +14,7 @@
 #include "daemons/common/capabilities.h"
 #include "daemons/common/complain.h"
 #include "daemons/common/file.h"
+#include "daemons/confinement/confinement.h"
 
 namespace {
 
@@ -60,10 +61,10 @@ bool EnterUserNamespace(const OwnUser &user) {
 }
 
 // What survives an exec by a user other than root.
-bool KeepOverExec() {
+bool InheritKept() {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets = {};
-    if (!Capabilities_KeepForGood(KEPT) || syscall(SYS_capget, &header, sets.data()) != 0) {
+    if (syscall(SYS_capget, &header, sets.data()) != 0) {
         return false;
     }
     for (__user_cap_data_struct &set : sets) {
@@ -76,5 +77,20 @@ bool KeepOverExec() {
 }  // namespace
 
 bool Powerless_Become(const OwnUser &user) {
-    return OwnUser_Become(user) && EnterUserNamespace(user) && (KeepOverExec() || Fail("capabilities"));
+    const ReachablePath paths[] = {{.path = "/usr", .execute = true},
+                                   {.path = "/lib", .execute = true},
+                                   {.path = "/lib64", .execute = true},
+                                   {.path = "/etc/ld.so.cache"},
+                                   {.path = "/etc/nsswitch.conf"},
+                                   {.path = "/etc/passwd"},
+                                   {.path = "/etc/group"},
+                                   {.path = "/etc/localtime"},
+                                   {.path = "/proc/self"},
+                                   {.path = "/dev/urandom"},
+                                   {.path = "/dev/null", .write = true},
+                                   {.path = "/proc/self/fd/1", .write = true}};
+    return OwnUser_Become(user) && EnterUserNamespace(user) &&
+           (Capabilities_KeepForGood(KEPT) || Fail("capabilities")) &&
+           Confine({.capabilities = KEPT, .ownUser = false, .files = true, .paths = paths}) &&
+           (InheritKept() || Fail("capabilities"));
 }

@@ -14,6 +14,7 @@ struct ServerStart {
     const char *configuration = nullptr;  // dhcpd.conf
     const char *leases = nullptr;
     const char *pidFile = nullptr;
+    FileDescriptor leaseFile;
     FileDescriptor space;  // the network namespace that it is to run in
 };
 

@@ -41,7 +41,8 @@ host 192.168.10.50 {
 const std::string ONLY_FOR_DHCPD = "class \"none\" { }\n";
 
 DaemonStart StartDhcp(const std::string &configuration) {
-    Must("mkdir -p " + FOLDER + " && touch " + LEASES);
+    // Where no other user can follow.
+    Must("mkdir -p " + FOLDER + " && touch " + LEASES + " && chmod 0700 /etc/orvane");
     WriteFileText(FOLDER + "/dhcpd.conf", configuration);
     const std::string pidFile = "/var/run/zelan-dhcpd-zelan8.pid";
     return StartDaemonWith(
@@ -130,7 +131,8 @@ shared-network wire { subnet 192.168.10.0 netmask 255.255.255.0 {
   option unknown-230 "a,\"b\\c\040"; option unknown-231 0a:0b:c; option bootfile-name "65";
   option static-routes 10.0.0.0 192.168.10.7, 11.0.0.0 192.168.10.8; option netbios-node-type 8; } }
 )";
-    const std::string quiet = "subnet 192.168.10.0 netmask 255.255.255.0 { range 192.168.10.130; }\n";
+    const std::string quiet =
+        "subnet 192.168.10.0 netmask 255.255.255.0 { range 192.168.10.130 192.168.10.131; }\n";
     const std::vector<std::string> wanted = {"-q",
                                              "-O",
                                              "201",
@@ -173,21 +175,28 @@ shared-network wire { subnet 192.168.10.0 netmask 255.255.255.0 {
                                              "-x",
                                              "hostname:guest"};
     WriteClientScript("env | grep -E '^[a-z0-9_]+=' | grep -vE '^(_|opt5[89])=' | sort");
+    DaemonStart start = MustComeUp(StartDhcp(CONFIGURATION));
+    const Guest known("02:00:00:01:02:03");
+    const Guest unknown("02:00:00:01:02:04");
     for (const std::string &configuration : {CONFIGURATION, rich, quiet}) {
-        for (const char *mac : {"02:00:00:01:02:03", "02:00:00:01:02:04"}) {
-            std::string told[2];
-            for (int byDhcpd : {0, 1}) {
+        std::string told[2][2];
+        for (int byDhcpd : {0, 1}) {
+            KillDaemon(start);
+            unlink(LEASES.c_str());
+            start = MustComeUp(StartDhcp(configuration + (byDhcpd != 0 ? ONLY_FOR_DHCPD : "")));
+            for (const Guest *guest : {&known, &unknown}) {
                 unlink("/tmp/lease");
-                unlink(LEASES.c_str());
-                const DaemonStart start =
-                    MustComeUp(StartDhcp(configuration + (byDhcpd != 0 ? ONLY_FOR_DHCPD : "")));
-                const Guest guest(mac);
-                const CommandResult client = RunCommand(guest.Client(wanted));
+                // dhcpd asks with a ping whether an address is taken.
+                Must("ip -n " + known.name() + " address flush dev eth0; ip -n " + unknown.name() +
+                     " address flush dev eth0");
+                const CommandResult client = RunCommand(guest->Client(wanted));
                 EXPECT_TRUE(client.Succeeded()) << client << start;
-                told[byDhcpd] = RunShell("sed 's/^ip=192.168.10.13[0-4]/ip=some/' /tmp/lease").output;
-                KillDaemon(start);
+                told[byDhcpd][guest == &known] =
+                    RunShell("sed -E 's/^ip=192.168.10.(13.|140)$/ip=some/' /tmp/lease").output;
             }
-            EXPECT_EQ(told[1], told[0]) << configuration << mac;
+        }
+        for (int isKnown : {0, 1}) {
+            EXPECT_EQ(told[1][isKnown], told[0][isKnown]) << configuration << isKnown;
         }
     }
 }
