@@ -2,6 +2,7 @@
 // kind.
 #include <unistd.h>
 
+#include <mutex>
 #include <vector>
 
 #include "tests/system/natNetwork.h"
@@ -178,6 +179,27 @@ TEST_F(Isolation, HostThatDoesNotForward) {
     Must(ALL_FORWARD);
     EXPECT_TRUE(WaitUntil([] { return !Answered(std::vector{BETWEEN_ADAPTERS}).empty(); }))
         << "somebody has told the host to forward";
+}
+
+// A switch has no address, but the kernel would take in by it what is for any of the host's.
+TEST_F(Isolation, HostHearsItsGuestsByTheirInterfaceAlone) {
+    StartNetworks();
+    std::mutex mutex;
+    std::string words;
+    Responder host(nullptr, SOCK_DGRAM, {"0.0.0.0", 7000}, [&](const std::string &message, auto &) {
+        const std::lock_guard lock(mutex);
+        words += message;
+        return "";
+    });
+    const auto heard = [&] {
+        const std::lock_guard lock(mutex);
+        return words;
+    };
+    for (const char *word : {"one", "two", "three"}) {
+        other_.Run(std::string("printf ") + word + " | nc -b -u -w 0 192.168.1.255 7000");
+    }
+    EXPECT_TRUE(WaitUntil([&heard] { return heard().ends_with("three"); })) << heard();
+    EXPECT_EQ("onetwothree", heard());
 }
 
 TEST_F(Isolation, HostThatForwards) {
