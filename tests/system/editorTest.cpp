@@ -168,6 +168,101 @@ TEST_F(Editor, TwoAtOnceBothCountWithWhateverElseUsesTheDatabase) {
     }
 }
 
+TEST_F(Editor, TextOfANetworkIsTakenAsAWholeOrNotAtAll) {
+    StartNat8("add_nat_portfwd 8 tcp 8888 10.7.8.9 80 web server\n");
+    const std::string before = StateOf();
+    const auto edit = [](const std::string &script) {
+        WriteFileText("/tmp/editor", "#!/bin/sh\n" + script + "\n");
+        Must("chmod +x /tmp/editor");
+        return RunShell("EDITOR=/tmp/editor " + ProgramPath("harbrelctl") + " edit zelan8");
+    };
+    EXPECT_EQ(1, edit("exit 1").status) << "an editor that fails";
+    EXPECT_EQ(0, edit(":").status) << "a text that is left as it was";
+    // The first try spoils it, the second keeps what came back, which has the errors in it.
+    const CommandResult refused = edit(
+        "[ -e /tmp/shown ] && { cp $1 /tmp/again; exit 0; }; cp $1 /tmp/shown; sed -i "
+        "'s/^#range=.*/range=10.7.8.9/; "
+        "s/8888/88888/; s/^#dns=.*/dns=9.9.9.9/' $1");
+    EXPECT_EQ(2, refused.status) << refused;
+    EXPECT_THAT(ReadFileText("/tmp/shown"), HasSubstr("\nforward tcp 8888 10.7.8.9:80 web server\n"));
+    EXPECT_THAT(ReadFileText("/tmp/again"), HasSubstr("#! line 8: range \"10.7.8.9\" is not allowed"));
+    EXPECT_THAT(ReadFileText("/tmp/again"), HasSubstr("dns=9.9.9.9"));
+    EXPECT_EQ(before, StateOf());
+    const CommandResult taken =
+        edit("sed -i 's/^#dns=.*/dns=9.9.9.9/; s/8888/8889/' $1; echo reserve 2:0:0:0:0:1 10.7.8.20 >> $1");
+    EXPECT_EQ(0, taken.status) << taken;
+    EXPECT_THAT(ReadFileText("/etc/orvane/zelan8/nat/nat.conf"), HasSubstr("8889 = 10.7.8.9:80"));
+    EXPECT_THAT(ReadFileText("/etc/orvane/zelan8/dhcpd/dhcpd.conf"), HasSubstr("fixed-address 10.7.8.20;"));
+    EXPECT_THAT(ReadFileText("/etc/orvane/zelan8/dhcpd/dhcpd.conf"),
+                HasSubstr("domain-name-servers 9.9.9.9;"));
+}
+
+TEST_F(Editor, ExportedSettingsComeBackWithTheirDifferencesShown) {
+    StartNat8();
+    MustEdit("export /root/kept");
+    const std::string before = RunShell("grep -v _HASH " + std::string(DATABASE)).output;
+    MustEdit("set zelan8 dns=9.9.9.9 nat=off");
+    EXPECT_THAT(MustEdit("--dry-run import /root/kept").output,
+                HasSubstr("- answer VNET_8_DHCP_PARAM_DNS_ADDR 9.9.9.9\n+ answer VNET_8_NAT yes\n"));
+    MustEdit("import /root/kept");
+    EXPECT_EQ(before, RunShell("grep -v _HASH " + std::string(DATABASE)).output);
+    EXPECT_EQ(0, Edit("list zelan8").status) << "NAT was not started again";
+    EXPECT_EQ("", RunShell(ProgramPath("harbrelctl") + " -j doctor | grep code").output);
+    EXPECT_EQ(2, Edit("import /nowhere").status);
+}
+
+TEST_F(Editor, WatcherSeesWhatHappens) {
+    StartNat8();
+    BackgroundCommand watcher(EditorCommand({"-j", "watch"}), "/tmp/events");
+    const auto see = [](const std::string &event, const std::string &subject) {
+        const std::string part =
+            "\"event\":\"" + event + "\",\"network\":\"zelan8\",\"subject\":\"" + subject + "\"";
+        EXPECT_TRUE(WaitUntil([&] { return ReadFileText("/tmp/events").find(part) != std::string::npos; }))
+            << part << ReadFileText("/tmp/events");
+    };
+    // It has to have seen how things were before.
+    ASSERT_TRUE(WaitUntil([&] {
+        return RunShell("ls -l /proc/" + std::to_string(watcher.pid()) + "/fd").output.find("inotify") !=
+               std::string::npos;
+    }));
+    auto guest = Plug(8, 1);
+    see("guest-plugged", "zelan-g1-eth0");
+    see("lease-given", TakeLease(*guest));
+    guest.reset();
+    see("guest-unplugged", "zelan-g1-eth0");
+    MustEdit("set zelan8 lease-time=600");
+    see("database-changed", "answer VNET_8_DHCP_PARAM_SUB_DEFAULT_LEASE_TIME 600");
+    kill(Pid("zelan-natd-8"), SIGKILL);
+    see("service-ended", "nat");
+    MustEdit("apply");
+    see("service-started", "nat");
+    Must("ip address add 10.7.0.1/16 dev lo");
+    see("overlap-appeared", "10.7.0.0/16");
+}
+
+TEST_F(Editor, DocumentsFollowTheirSchema) {
+    StartNat8(
+        "add_nat_portfwd 8 tcp 8888 10.7.8.9 80 web\nadd_dhcp_mac_to_ip 8 02:00:00:00:00:01 10.7.8.9\n");
+    auto guest = Plug(8, 1);
+    EXPECT_EQ("10.7.8.9", TakeLease(*guest));
+    for (const char *line :
+         {"list", "show zelan8", "show zelan77", "forward list", "reserve list", "adapter list", "lease list",
+          "guest list", "-n set zelan8 dns=9.9.9.9 nat=off", "apply zelan8", "doctor"}) {
+        const std::string file = "/tmp/document" + std::to_string(count++);
+        WriteFileText(file, Edit(std::string("-j ") + line).output);
+        documents += " -i " + file;
+    }
+    const CommandResult valid = RunShell("python3 -W ignore -m jsonschema" + documents +
+                                         " " HARBREL_DOCS_DIR "/harbrelctl.schema.json");
+    EXPECT_TRUE(valid.Succeeded()) << valid;
+    MustEdit("graph -o /tmp/graph.dot");
+    const std::string graph = ReadFileText("/tmp/graph.dot");
+    for (const char *part :
+         {"\"host\" -> \"zelan8 10.7.8.9\" [label=\"tcp 8888\"", "\"zelan8\" -> \"zelan8 10.7.8.9\";"}) {
+        EXPECT_THAT(graph, HasSubstr(part));
+    }
+}
+
 // Fails and kills at each write to the database in turn, until one run is not hit any more.
 TEST_F(Editor, ChangeOfManyRecordsIsWrittenWholeOrNotAtAll) {
     const std::string change =

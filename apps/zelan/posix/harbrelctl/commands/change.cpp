@@ -8,6 +8,7 @@
 #include "apps/zelan/posix/harbrelctl/execution/commit.h"
 #include "apps/zelan/posix/harbrelctl/execution/interrupts.h"
 #include "apps/zelan/posix/harbrelctl/execution/outdated.h"
+#include "apps/zelan/posix/harbrelctl/execution/refresh.h"
 #include "apps/zelan/posix/harbrelctl/execution/rehearsal.h"
 #include "apps/zelan/posix/harbrelctl/execution/runSteps.h"
 #include "apps/zelan/posix/harbrelctl/output/planText.h"
@@ -75,10 +76,33 @@ int RunAll(const Arguments &arguments, const Editor &editor, const Plan &plan) {
     return done ? STATUS_DONE : STATUS_FAILED;
 }
 
-int Execute(const Arguments &arguments, Editor *editor, const Plan &plan) {
+// A program that is no editor may have changed something since the host was read.
+bool IsAsRead(const Editor &editor) {
+    Host now;
+    std::string unread;
+    return Refresh() && ReadHost(READ_CONFIG, &now, &unread) && now.config == editor.context.host.config;
+}
+
+bool Write(const Editor &editor, const Plan &plan, const WriteRecords &write, std::string *reason) {
+    const std::string &log = editor.context.host.paths.log;
+    if (!write) {
+        return Commit(plan.changes, log, reason);
+    }
+    const LogMark mark(log);
+    const bool written = write();
+    *reason = written ? "" : mark.LastReason();
+    return written;
+}
+
+int Execute(const Arguments &arguments, Editor *editor, const Plan &plan, const WriteRecords &write) {
     const DeferInterrupts defer;
     std::string reason;
-    if (!Commit(plan.changes, editor->context.host.paths.log, &reason)) {
+    if (!plan.changes.empty() && !IsAsRead(*editor)) {
+        Complain(
+            "another program has changed the networks meanwhile, or holds the database; nothing is changed");
+        return STATUS_MOVED_ON;
+    }
+    if (!Write(*editor, plan, write, &reason)) {
         Complain("nothing is changed: %s", reason.c_str());
         return STATUS_FAILED;
     }
@@ -144,7 +168,7 @@ bool MakePlan(const Editor &editor, const Wish &wish, Plan *plan, int *status) {
     return true;
 }
 
-int CarryOut(const Arguments &arguments, Editor *editor, const Plan &plan) {
+int CarryOut(const Arguments &arguments, Editor *editor, const Plan &plan, const WriteRecords &write) {
     if (arguments.json) {
         Print(PlanJson(plan).c_str());
     } else if (plan.IsEmpty()) {
@@ -152,7 +176,11 @@ int CarryOut(const Arguments &arguments, Editor *editor, const Plan &plan) {
     } else if (arguments.dryRun) {
         Print(PlanText(plan).c_str());
     }
-    return arguments.dryRun ? STATUS_DONE : Execute(arguments, editor, plan);
+    return arguments.dryRun ? STATUS_DONE : Execute(arguments, editor, plan, write);
+}
+
+void ShowChanges(const Plan &plan) {
+    Print(ChangesText(plan).c_str());
 }
 
 int Change(const Arguments &arguments, const MakeWish &makeWish) {

@@ -35,8 +35,12 @@ int ReportProblems(const Problems &problems);
 // Checks the wish and makes the plan. False after a complaint, with the status.
 bool MakePlan(const Editor &editor, const Wish &wish, Plan *plan, int *status);
 
-// Prints the plan for --dry-run and with --json, and carries it out unless it is a dry run.
-int CarryOut(const Arguments &arguments, Editor *editor, const Plan &plan);
+// Prints the plan for --dry-run and with --json, and carries it out unless it is a dry run. The records are
+// written by `write` when it is given.
+using WriteRecords = std::function<bool()>;
+int CarryOut(const Arguments &arguments, Editor *editor, const Plan &plan,
+             const WriteRecords &write = nullptr);
+void ShowChanges(const Plan &plan);
 
 // Opens, lets the command make its wish, and does the rest. The command returns a status other than
 // STATUS_DONE after a complaint.

@@ -101,6 +101,18 @@ void DoctorOptions(CLI::App *app, Arguments *arguments) {
     app->add_flag("--deep", arguments->deep, "send real packets too, from a port that is made for it");
 }
 
+void AnyFile(CLI::App *app, Arguments *arguments) {
+    app->add_option("FILE", arguments->file, "/tmp/networking_export without it");
+}
+
+void SomeFile(CLI::App *app, Arguments *arguments) {
+    app->add_option("FILE", arguments->file, "that export has written")->required();
+}
+
+void GraphOptions(CLI::App *app, Arguments *arguments) {
+    app->add_option("-o", arguments->file, "FILE.svg, or any other for Graphviz's language");
+}
+
 struct CommandRow {
     const char *group;  // the first word of two, or null
     const char *name;
@@ -131,7 +143,12 @@ constexpr CommandRow COMMANDS[] = {
     {nullptr, "stop", "stops what runs", AnyNetworks, RunStop},
     {nullptr, "restart", "stops and starts", AnyNetworks, RunRestart},
     {nullptr, "apply", "brings what runs into line with the settings", ApplyOptions, RunApply},
+    {nullptr, "edit", "settings of a network as a text", OneNetwork, RunEdit},
+    {nullptr, "export", "writes all settings to a file", AnyFile, RunExport},
+    {nullptr, "import", "replaces all settings by those of a file", SomeFile, RunImport},
     {nullptr, "doctor", "finds the first broken link of each network", DoctorOptions, RunDoctor},
+    {nullptr, "watch", "a line for each change, until it is interrupted", NoOptions, RunWatch},
+    {nullptr, "graph", "a picture of all networks", GraphOptions, RunGraph},
 };
 
 struct GroupRow {

@@ -26,3 +26,8 @@ int RunStop(const Arguments &arguments);
 int RunRestart(const Arguments &arguments);
 int RunApply(const Arguments &arguments);
 int RunDoctor(const Arguments &arguments);
+int RunEdit(const Arguments &arguments);
+int RunExport(const Arguments &arguments);
+int RunImport(const Arguments &arguments);
+int RunWatch(const Arguments &arguments);
+int RunGraph(const Arguments &arguments);

@@ -60,12 +60,10 @@ std::optional<Finding> ProbeInterrupted(const Patient &) {
                    "harbrelctl apply"};
 }
 
+// It is no part of any network, so that only one that has died without being stopped is a fault.
 std::optional<Finding> ProbeDetection(const Patient &patient) {
-    bool anythingRuns = false;
-    for (const NetworkState &state : patient.host.networks) {
-        anythingRuns = anythingRuns || state.IsRunning();
-    }
-    if (patient.host.detectionRuns || !anythingRuns) {
+    const std::string pidFile = patient.host.paths.pidFiles + "/zelan-detect.pid";
+    if (patient.host.detectionRuns || access(pidFile.c_str(), F_OK) != 0) {
         return std::nullopt;
     }
     return Finding{NO_NETWORK, "detection-stopped", "the network detection daemon does not run",
