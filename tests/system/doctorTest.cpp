@@ -66,8 +66,6 @@ TEST_F(Doctor, FindsEachFaultAndNoneWhenItIsGone) {
         {"adapter-down", "ip link set eth0 down",
          "ip link set eth0 up; ip route add default via 203.0.113.9"},
         {"adapter-no-carrier", "ip -n outside link set eth0 down", "ip -n outside link set eth0 up"},
-        {"detection-stopped", "kill -9 $(cat /var/run/zelan-detect.pid)",
-         ProgramPath("harbrelctl") + " start"},
         {"range-full", "cp -p /etc/orvane/zelan8/dhcpd/dhcpd.leases /tmp/; " + lease,
          "cp -p /tmp/dhcpd.leases /etc/orvane/zelan8/dhcpd/"},
     };

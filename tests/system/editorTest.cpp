@@ -245,6 +245,8 @@ TEST_F(Editor, DocumentsFollowTheirSchema) {
         "add_nat_portfwd 8 tcp 8888 10.7.8.9 80 web\nadd_dhcp_mac_to_ip 8 02:00:00:00:00:01 10.7.8.9\n");
     auto guest = Plug(8, 1);
     EXPECT_EQ("10.7.8.9", TakeLease(*guest));
+    std::string documents;
+    int count = 0;
     for (const char *line :
          {"list", "show zelan8", "show zelan77", "forward list", "reserve list", "adapter list", "lease list",
           "guest list", "-n set zelan8 dns=9.9.9.9 nat=off", "apply zelan8", "doctor"}) {

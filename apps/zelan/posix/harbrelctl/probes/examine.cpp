@@ -60,16 +60,6 @@ std::optional<Finding> ProbeInterrupted(const Patient &) {
                    "harbrelctl apply"};
 }
 
-// It is no part of any network, so that only one that has died without being stopped is a fault.
-std::optional<Finding> ProbeDetection(const Patient &patient) {
-    const std::string pidFile = patient.host.paths.pidFiles + "/zelan-detect.pid";
-    if (patient.host.detectionRuns || access(pidFile.c_str(), F_OK) != 0) {
-        return std::nullopt;
-    }
-    return Finding{NO_NETWORK, "detection-stopped", "the network detection daemon does not run",
-                   "harbrelctl start"};
-}
-
 }  // namespace
 
 std::string ApplyCommand(int network) {
@@ -78,7 +68,7 @@ std::string ApplyCommand(int network) {
 
 std::vector<Finding> ExamineHost(const Patient &patient) {
     std::vector<Finding> findings;
-    for (const auto probe : {ProbeInterrupted, ProbeDescriptors, ProbeMemory, ProbeDetection}) {
+    for (const auto probe : {ProbeInterrupted, ProbeDescriptors, ProbeMemory}) {
         const std::optional<Finding> finding = probe(patient);
         if (finding) {
             findings.push_back(*finding);
