@@ -148,10 +148,10 @@ HBL_CHECKED bool HBL_VnetCfgGetAnswer(const char *key, const char **value);
 
 /* Adds an answer or replaces its value. A key has no blank and no line end, a value no line end, neither is
  * empty, and the line "answer KEY VALUE" has at most 2047 bytes. Neither is compared with the known keys and
- * their values. No lock. */
+ * their values. No lock, unless another process has put a new file in the database's place: then once. */
 HBL_API bool HBL_VnetCfgAddAnswer(const char *key, const char *value);
 
-/* Removes an answer; one that is not there is success. No lock. */
+/* Removes an answer; one that is not there is success. Locking as HBL_VnetCfgAddAnswer. */
 HBL_API bool HBL_VnetCfgRemoveAnswer(const char *key);
 
 /* Stores the mask, 0 to 127, that the next load sets. The running mask stays. Locks. */

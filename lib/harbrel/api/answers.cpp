@@ -30,13 +30,14 @@ bool HBL_VnetCfgGetAnswer(const char *key, const char **value) {
 }
 
 bool HBL_VnetCfgAddAnswer(const char *key, const char *value) {
-    return AnswerCallIsGood(__func__, key != nullptr && value != nullptr) && HBLNetCfgFollowFile(nullptr) &&
-           HBLNetCfgAddAnswerString(nullptr, key, value);
+    return AnswerCallIsGood(__func__, key != nullptr && value != nullptr) &&
+           HBLNetCfgChangeWithoutLock(nullptr,
+                                      [key, value] { return HBLNetCfgAddAnswerString(nullptr, key, value); });
 }
 
 bool HBL_VnetCfgRemoveAnswer(const char *key) {
-    return AnswerCallIsGood(__func__, key != nullptr) && HBLNetCfgFollowFile(nullptr) &&
-           HBLNetCfgRemoveAnswer(nullptr, key);
+    return AnswerCallIsGood(__func__, key != nullptr) &&
+           HBLNetCfgChangeWithoutLock(nullptr, [key] { return HBLNetCfgRemoveAnswer(nullptr, key); });
 }
 
 bool HBL_SetDefaultLogLevel(uint32_t level) {

@@ -1,16 +1,15 @@
 #include <cerrno>
 
 #include "lib/err/errText.h"
-#include "lib/file/posix.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/libraryState.h"
 #include "lib/harbrel/database/database.h"
+#include "lib/harbrel/database/exchange.h"
 #include "lib/harbrel/database/transfer.h"
 #include "lib/harbrel/files/fileDB.h"
 #include "lib/harbrel/files/files.h"
 #include "lib/harbrel/frame/apiFrame.h"
 #include "lib/harbrel/harbrel.h"
-#include "lib/misc/owners.h"
 
 namespace {
 
@@ -45,49 +44,35 @@ bool DatabaseExists() {
     return HBLFileExists(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, HBL_NETWORKING_DB);
 }
 
-// Moves the existing database to the first free backup name and gives that; null, with the reason logged,
-// when it could not be moved.
-MallocString MoveExistingDatabase(FunctionLog log) {
-    MallocString name(HBLNetCfgFreeBackupName(HBL_NETWORKING_DB));
-    if (!HBLCreateFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, name.get()) ||
-        Posix_Rename(HBL_NETWORKING_DB, name.get()) != 0) {
+bool KeepExistingDatabase(FunctionLog log, NetCfgFormer *former) {
+    if (NetCfgKeepFormer(log, HBL_NETWORKING_DB, former) != NetCfgKeepResult::Kept) {
         log(LOG_ERR, "Failed to backup existing database file, error: %s", Err_ErrnoText(errno));
-        return nullptr;
+        return false;
     }
-    log(LOG_INFO, "Renamed database file: %s to: %s", HBL_NETWORKING_DB, name.get());
     log(LOG_INFO2, "Existing database will be overwritten");
-    return name;
-}
-
-void RestoreDatabase(FunctionLog log, const char *movedName) {
-    if (Posix_Rename(movedName, HBL_NETWORKING_DB) == 0) {
-        log(LOG_INFO, "Restored database file during error handling");
-    } else {
-        log(LOG_ERR, "Failed to restore database file during error handling from: %s to %s", movedName,
-            HBL_NETWORKING_DB);
-    }
+    return true;
 }
 
 bool CreateDatabase(FunctionLog log, bool overwrite) {
-    MallocString movedName;
+    NetCfgFormer former;
     if (DatabaseExists()) {
         if (!overwrite) {
             log(LOG_ERR,
                 "Existing networking configuration database must be deleted before creating new one");
             return false;
         }
-        movedName = MoveExistingDatabase(log);
-        if (movedName == nullptr) {
+        if (!KeepExistingDatabase(log, &former)) {
             return false;
         }
     }
-    if (HBLNetCfgCreateDB(HBL_NETWORKING_DB, false)) {
+    if (NetCfgPutInPlace(log, HBL_NETWORKING_DB,
+                         [](const char *path) { return HBLNetCfgCreateDB(path, false); })) {
         log(LOG_OK, "Created and initialized networking configuration database: %s", HBL_NETWORKING_DB);
         return true;
     }
     log(LOG_ERR, "Failed to create/initialize database file: %s", HBL_NETWORKING_DB);
-    if (movedName != nullptr) {
-        RestoreDatabase(log, movedName.get());
+    if (former.kept) {
+        NetCfgRestoreFormer(log, former, HBL_NETWORKING_DB, false);
     }
     return false;
 }

@@ -71,40 +71,51 @@ bool InspectAdapter(FunctionLog log, const char *vnet, uint32_t number) {
 }
 
 // Phase 2: each step is tried, whatever became of the ones before. Turning a feature off comes before
-// bringing its file in line, which is what removes the file.
-struct RemovalStep {
-    bool (*run)(uint32_t number);
-    const char *success;  // format of a line that may name the network; null: no line
-    const char *failure;  // the same
-};
-
-constexpr RemovalStep REMOVAL_STEPS[] = {
-    {HBLRemoveBridgeMappingsForVnet, "Removed bridge mappings for vnet: %s",
-     "Falied to remove brige mappings for vnet: %s"},
-    {[](uint32_t number) { return HBLSetVnetUseDHCP(number, false, true); }, "Removed DHCP on vnet: %s",
-     "Removing DHCP failed on vnet: %s, current status unknown"},
-    {HBLDHCPUpdateFromConfig, "Removed DHCP system configuraiton file, for vnet: %s",
-     "Failed to remove DHCP system configuraiton file, for vnet: %s"},
-    {[](uint32_t number) { return HBLSetVnetUseNAT(number, false, true); }, "Removed NAT on vnet: %s",
-     "Removing NAT failed on vnet: %s, current status unknown"},
-    {HBLNATUpdateFromConfig, "Removed NAT system configuration file, for vnet: %s",
-     "Failed to remove NAT system configuraiton file, for vnet: %s"},
-    {[](uint32_t number) { return HBLSetVnetUseAdapter(number, false, true); },
-     "Removed Adapter from vnet: %s", "Failed to delete adapter from configuration"},
-    {HBLRemoveVnetSubnet, "Removed subnet assignment for vnet: %s", "Failed to delete subnet assignment"},
-    {[](uint32_t number) { return HBLRemoveFile(number, HBL_FILE_DEVICE, nullptr); }, nullptr,
-     "Failed to delete zelan device"},
-};
-
+// bringing its file in line, which is what removes the file. True when all are done.
 bool RunRemovalSteps(FunctionLog log, const char *vnet, uint32_t number) {
     bool allDone = true;
-    for (const RemovalStep &step : REMOVAL_STEPS) {
-        if (!step.run(number)) {
-            log(LOG_ERR, step.failure, vnet);
-            allDone = false;
-        } else if (step.success != nullptr) {
-            log(LOG_INFO, step.success, vnet);
-        }
+    // The step's result: the line of its failure counts here, that of its success is the caller's.
+    const auto failed = [&allDone](bool done) {
+        allDone = allDone && done;
+        return !done;
+    };
+    if (failed(HBLRemoveBridgeMappingsForVnet(number))) {
+        log(LOG_ERR, "Falied to remove brige mappings for vnet: %s", vnet);
+    } else {
+        log(LOG_INFO, "Removed bridge mappings for vnet: %s", vnet);
+    }
+    if (failed(HBLSetVnetUseDHCP(number, false, true))) {
+        log(LOG_ERR, "Removing DHCP failed on vnet: %s, current status unknown", vnet);
+    } else {
+        log(LOG_INFO, "Removed DHCP on vnet: %s", vnet);
+    }
+    if (failed(HBLDHCPUpdateFromConfig(number))) {
+        log(LOG_ERR, "Failed to remove DHCP system configuraiton file, for vnet: %s", vnet);
+    } else {
+        log(LOG_INFO, "Removed DHCP system configuraiton file, for vnet: %s", vnet);
+    }
+    if (failed(HBLSetVnetUseNAT(number, false, true))) {
+        log(LOG_ERR, "Removing NAT failed on vnet: %s, current status unknown", vnet);
+    } else {
+        log(LOG_INFO, "Removed NAT on vnet: %s", vnet);
+    }
+    if (failed(HBLNATUpdateFromConfig(number))) {
+        log(LOG_ERR, "Failed to remove NAT system configuraiton file, for vnet: %s", vnet);
+    } else {
+        log(LOG_INFO, "Removed NAT system configuration file, for vnet: %s", vnet);
+    }
+    if (failed(HBLSetVnetUseAdapter(number, false, true))) {
+        log(LOG_ERR, "Failed to delete adapter from configuration");
+    } else {
+        log(LOG_INFO, "Removed Adapter from vnet: %s", vnet);
+    }
+    if (failed(HBLRemoveVnetSubnet(number))) {
+        log(LOG_ERR, "Failed to delete subnet assignment");
+    } else {
+        log(LOG_INFO, "Removed subnet assignment for vnet: %s", vnet);
+    }
+    if (failed(HBLRemoveFile(number, HBL_FILE_DEVICE, nullptr))) {
+        log(LOG_ERR, "Failed to delete zelan device");
     }
     return allDone;
 }

@@ -1,6 +1,9 @@
 #include "lib/harbrel/base/hblLog.h"
 
+#include <sys/stat.h>
+
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 
 #include "lib/file/posix.h"
@@ -45,6 +48,12 @@ void FunctionLog::operator()(uint32_t level, const char *format, ...) const {
 bool HBLLogOpen(const char *path) {
     FILE *stream = Posix_Fopen(path, "ab+");
     if (stream == nullptr) {
+        return false;
+    }
+    struct stat status = {};
+    if (fstat(fileno(stream), &status) == 0 && S_ISFIFO(status.st_mode)) {
+        fclose(stream);  // lines would be waited for until somebody reads
+        errno = EINVAL;
         return false;
     }
     HBLLogClose();

@@ -7,7 +7,7 @@ namespace {
 
 struct FailureLine {
     uint32_t level;
-    const char *function;
+    FunctionLog log;
     const char *text;
 };
 
@@ -18,7 +18,7 @@ bool RemoveWholeTable(const RecordFamily &family, HBLNetworkConfigurationDB *db,
     NetCfgRecordFormatCtx context = {family.removeType, db->stream, db};
     bool written = !writeRecords || HashTable_ForEach(*table.hash, NetCfgWriteRecordToConfig, &context) == 0;
     if (!written) {
-        HBLLog(failure.level, failure.function, "%s", failure.text);
+        failure.log(failure.level, "%s", failure.text);
     }
     FreeTable(table);
     return written;

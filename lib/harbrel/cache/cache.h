@@ -90,6 +90,8 @@ struct HBLNetworkConfigurationDB {
     NATVnetPortFwdConfig *natConfig[HBL_NUM_VNETS];
     DHCPMACToIPConfig *dhcpConfig[HBL_NUM_VNETS];
     NetCfgFileIdentity fileIdentity;
+    uint8_t lockLost;    // the lock could not be given back; the cache counts as locked
+    uint8_t hasChanged;  // this process has written to the file
 };
 
 // The default cache's slot; the cache is null while nothing is loaded.
@@ -101,6 +103,10 @@ HBLNetworkConfigurationDB **HBLNetCfgDefaultSlot();
 bool NetCfgTrackFile(HBLNetworkConfigurationDB *db);
 // Whether `path` still names the tracked file, with the size that it had after our last line.
 bool NetCfgFileIsAsLastSeen(const HBLNetworkConfigurationDB *db);
+// Whether `path` names a file other than the tracked one.
+bool NetCfgFileWasReplaced(const HBLNetworkConfigurationDB *db);
+// Whether both caches track one file.
+bool NetCfgSameFile(const HBLNetworkConfigurationDB *db, const HBLNetworkConfigurationDB *other);
 
 // Reads.
 // For texts that leave the library: *value stays good until the last unload (keptTexts.h).

@@ -8,10 +8,10 @@ HBLNetworkConfigurationDB **HBLNetCfgDefaultSlot() {
     return &defaultCache;
 }
 
-HBLNetworkConfigurationDB *NetCfgResolveCache(HBLNetworkConfigurationDB *db, const char *function) {
+HBLNetworkConfigurationDB *NetCfgResolveCache(HBLNetworkConfigurationDB *db, FunctionLog log) {
     HBLNetworkConfigurationDB *resolved = db != nullptr ? db : defaultCache;
     if (resolved == nullptr) {
-        HBLLog(LOG_ERR, function, "Database cache is not loaded");
+        log(LOG_ERR, "Database cache is not loaded");
     }
     return resolved;
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/cache/records.h"
 
@@ -30,18 +31,19 @@ struct TableRef {
     HashTable *Table() const { return hash != nullptr ? *hash : nullptr; }
 };
 
-// Texts of the table operations. Those of failed allocations get the text of errno; null means no message.
+// Texts of the table operations; null means no message.
 struct TableWords {
-    const char *addFunction;
-    const char *entryAllocation;
+    FunctionLog addLog;
+    const char *entryName;  // what a failed allocation was for
     const char *stringCopy;
-    const char *holderAllocation;
+    const char *holderName;    // the same; or else:
+    const char *holderFailed;  // the whole message
     const char *keyExists;
     const char *deleteOfOld;
     const char *addFailed;
-    const char *tableMade;  // gets the vnet
-    const char *inserted;   // gets entry, key and table
-    const char *removeFunction;
+    bool tellsNewTables;
+    bool tellsInserts;
+    FunctionLog removeLog;
     const char *removeWithoutTable;
 };
 

@@ -61,8 +61,11 @@ const char *NetCfgWhyUnreadable(uint32_t addType, const RecordFields &record, st
     if (!IsToken(record.key)) {
         return "empty key or name, or a blank or line end in it";
     }
-    if (isAnswer ? *record.value == '\0' || !IsRestOfLine(record.value) : !IsToken(record.value)) {
-        return isAnswer ? "empty value or line end in it" : "empty address, or a blank or line end in it";
+    if (isForward && !IsToken(record.value)) {
+        return "empty address, or a blank or line end in it";
+    }
+    if (!isForward && record.value != nullptr && (*record.value == '\0' || !IsRestOfLine(record.value))) {
+        return isAnswer ? "empty value or line end in it" : "empty address, or a line end in it";
     }
     if (!IsRestOfLine(record.description)) {
         return "line end in the description";

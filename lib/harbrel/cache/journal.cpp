@@ -39,15 +39,15 @@ bool ApplyAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, const 
               const ChangeLines &lines) {
     JournalDetails details = {.record = record};
     if (!AddToTable(*family.records, db, record)) {
-        TellJournalStep(*family.words, JOURNAL_ADD_TABLE, details);
+        TellJournalStep(*family.words, JournalStep::AddTable, details);
         return false;
     }
     if (lines.remove != nullptr && !Append(db, lines.remove, &details)) {
-        TellJournalStep(*family.words, JOURNAL_ADD_REMOVAL_LINE, details);
+        TellJournalStep(*family.words, JournalStep::AddRemovalLine, details);
         return false;
     }
     if (!NetCfgStaysInMemory(family.records->addType, record) && !Append(db, lines.add, &details)) {
-        TellJournalStep(*family.words, JOURNAL_ADD_ADD_LINE, details);
+        TellJournalStep(*family.words, JournalStep::AddAddLine, details);
         return false;
     }
     return true;
@@ -58,10 +58,10 @@ void UndoAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, const R
              const std::optional<OwnedRecord> &old) {
     if (old.has_value()) {
         if (!JournalledAdd(family, db, old->Fields(), true)) {
-            TellJournalStep(*family.words, JOURNAL_RESTORE_OLD, {.record = old->Fields()});
+            TellJournalStep(*family.words, JournalStep::RestoreOld, {.record = old->Fields()});
         }
     } else if (!JournalledRemove(family, db, record)) {
-        TellJournalStep(*family.words, JOURNAL_REMOVE_NEW, {.record = record});
+        TellJournalStep(*family.words, JournalStep::RemoveNew, {.record = record});
     }
 }
 
@@ -86,22 +86,23 @@ bool JournalledAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, c
     const CacheChanging alone;
     const JournalWords &words = *family.words;
     const RecordFamily &records = *family.records;
-    db = NetCfgResolveCache(db, words.addFunction);
+    db = NetCfgResolveCache(db, words.addLog);
     if (db == nullptr) {
         return false;
     }
     const OwnedRecord own(wanted);
     const RecordFields record = own.Fields();
     const std::optional<OwnedRecord> old = family.lookup(records, db, record);
-    if (old.has_value() && words.unchanged != nullptr && old->Fields().vnet == record.vnet) {
-        HBLLog(LOG_INFO2, words.addFunction, words.unchanged, record.vnet, record.key);
+    if (old.has_value() && words.equalIsNoChange && old->Fields().vnet == record.vnet) {
+        words.addLog(LOG_INFO2, "New and old value vnet in the configuration are same: %d for adapter: %s",
+                     record.vnet, record.key);
         return true;
     }
     ChangeLines lines;
     lines.add.reset(NetCfgFormatRecord(records.addType, record));
     lines.remove.reset(old.has_value() ? NetCfgFormatRecord(records.removeType, record) : nullptr);
     if (lines.add == nullptr || (old.has_value() && lines.remove == nullptr)) {
-        TellJournalStep(words, JOURNAL_ADD_ALLOCATION,
+        TellJournalStep(words, JournalStep::AddAllocation,
                         {.record = record,
                          .addLine = lines.add.get(),
                          .removeLine = lines.remove.get(),
@@ -111,7 +112,7 @@ bool JournalledAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, c
     const char *refusal =
         isRollback ? nullptr : NetCfgWhyUnreadable(records.addType, record, lines.add.get());
     if (refusal != nullptr) {
-        HBLLog(LOG_ERR, words.addFunction, "Record refused, it could not be read back: %s", refusal);
+        words.addLog(LOG_ERR, "Record refused, it could not be read back: %s", refusal);
         return false;
     }
     if (ApplyAdd(family, db, record, lines)) {
@@ -127,7 +128,7 @@ bool JournalledRemove(const JournalFamily &family, HBLNetworkConfigurationDB *db
                       const RecordFields &wanted) {
     const CacheChanging alone;
     const JournalWords &words = *family.words;
-    db = NetCfgResolveCache(db, words.removeFunction);
+    db = NetCfgResolveCache(db, words.removeLog);
     if (db == nullptr) {
         return false;
     }
@@ -142,19 +143,19 @@ bool JournalledRemove(const JournalFamily &family, HBLNetworkConfigurationDB *db
     if (line == nullptr) {
         details.errorNumber = errno;
         details.oldValue = old->Fields().value;
-        TellJournalStep(words, JOURNAL_REMOVE_ALLOCATION, details);
+        TellJournalStep(words, JournalStep::RemoveAllocation, details);
         return false;
     }
     bool removed = RemoveFromTable(*family.records, db, record);
     if (removed && Append(db, line, &details)) {
         return true;
     }
-    TellJournalStep(words, removed ? JOURNAL_REMOVE_FILE : JOURNAL_REMOVE_TABLE, details);
+    TellJournalStep(words, removed ? JournalStep::RemoveFile : JournalStep::RemoveTable, details);
     if (!AddToTable(*family.records, db, old->Fields())) {
-        TellJournalStep(words, JOURNAL_REMOVE_PUT_BACK, {.record = old->Fields()});
+        TellJournalStep(words, JournalStep::RemovePutBack, {.record = old->Fields()});
     }
     if (words.removalFailed != nullptr) {
-        HBLLog(LOG_ERR, words.removeFunction, "%s", words.removalFailed);
+        words.removeLog(LOG_ERR, "%s", words.removalFailed);
     }
     return false;
 }

@@ -62,6 +62,16 @@ bool NetCfgFileIsAsLastSeen(const HBLNetworkConfigurationDB *db) {
            db->fileIdentity.size == static_cast<uint64_t>(status.st_size);
 }
 
+bool NetCfgFileWasReplaced(const HBLNetworkConfigurationDB *db) {
+    struct stat status = {};
+    return Posix_Stat(db->path, &status) == 0 && !IsTrackedFile(db->fileIdentity, status);
+}
+
+bool NetCfgSameFile(const HBLNetworkConfigurationDB *db, const HBLNetworkConfigurationDB *other) {
+    return db->fileIdentity.device == other->fileIdentity.device &&
+           db->fileIdentity.inode == other->fileIdentity.inode;
+}
+
 bool NetCfgAppendLine(HBLNetworkConfigurationDB *db, std::string_view line) {
     if (db->stream == nullptr) {
         errno = EBADF;
@@ -80,5 +90,6 @@ bool NetCfgAppendLine(HBLNetworkConfigurationDB *db, std::string_view line) {
     }
     db->fileIdentity.size += line.size();
     db->fileIdentity.endsInsideLine = 0;
+    db->hasChanged = 1;
     return true;
 }

@@ -1,173 +1,178 @@
 #include "lib/harbrel/cache/journalWords.h"
 
-#include <string>
-
 #include "lib/err/errText.h"
-#include "lib/harbrel/base/hblLog.h"
-#include "lib/string/str.h"
 
-using enum JournalField;
+namespace {
+
+using enum JournalStep;
+
+void TellAnswer(FunctionLog log, JournalStep step, const JournalDetails &details) {
+    const char *const key = details.record.key;
+    const char *const value = TextOrNull(details.record.value);
+    const char *const error = Err_ErrnoText(details.errorNumber);
+    switch (step) {
+        case AddAllocation:
+            return log(LOG_ERR, "Memory allocation failed: a: %p, d: %p, o: %p", details.addLine,
+                       details.removeLine, details.oldValue);
+        case AddTable:
+            return log(LOG_ERR, "Failed to add %s:%s to hash table", key, value);
+        case AddRemovalLine:
+            return log(LOG_ERR, "Failed to remove: %s from database file, error: %s", key, error);
+        case AddAddLine:
+            return log(LOG_ERR, "Failed to write to %s:%s to database file, error: %s", key, value, error);
+        case RestoreOld:
+            return log(LOG_ERR, "Failed to restore previous values %s:%s", key, value);
+        case RemoveNew:
+            return log(LOG_ERR, "Failed to remove newly added record, %s:%s", key, value);
+        case RemoveAllocation:
+            return log(LOG_ERR, "Memory allocation failed: d: %p, o: %p", details.removeLine,
+                       details.oldValue);
+        case RemoveTable:
+            return log(LOG_ERR, "Failed to remove \"%s\" from hash table", key);
+        case RemoveFile:
+            return log(LOG_ERR, "Failed to remove \"%s\" in database file", key);
+        case RemovePutBack:
+            return log(LOG_ERR, "Restoring %s:%s failed in hash table", key, value);
+    }
+}
+
+void TellBridge(FunctionLog log, JournalStep step, const JournalDetails &details) {
+    const char *const adapter = details.record.key;
+    const int vnet = details.record.vnet;
+    const char *const error = Err_ErrnoText(details.errorNumber);
+    switch (step) {
+        case AddAllocation:
+            return log(LOG_ERR, "Memory allocation failure");
+        case AddTable:
+            return log(LOG_ERR, "Failed to add Bridge mapping for adapter: %s to vnet: %d", adapter, vnet);
+        case AddRemovalLine:
+            return log(
+                LOG_ERR,
+                "Failed to remove bridge mapping for adapter: %s To vnet: %d from database file, error: %s",
+                adapter, vnet, error);
+        case AddAddLine:
+            return log(LOG_ERR,
+                       "Failed to write bridge for adapter: %s To vnet: %d to database file, error: %s",
+                       adapter, vnet, error);
+        case RestoreOld:
+            return log(LOG_ERR, "Failed to restore previous values of Bridge mapping adapter: %s, vnet: %d",
+                       adapter, vnet);
+        case RemoveNew:
+            return log(LOG_ERR, "Failed to remove newly added record, adapter: %s, vnet:%d", adapter, vnet);
+        case RemoveAllocation:
+            return log(LOG_ERR, "Memory allocation failed, error: %s", error);
+        case RemoveTable:
+            return log(LOG_ERR, "Failed to remove Bridge mapping for adapter: %s from hash table", adapter);
+        case RemoveFile:
+            return log(LOG_ERR, "Failed to remove Bridge mapping for adapter: %s from database file",
+                       adapter);
+        case RemovePutBack:
+            return log(LOG_ERR, "Failed to restore previous values of Bridge mapping, adapter: %s, vnet: %d",
+                       adapter, vnet);
+    }
+}
+
+void TellDHCP(FunctionLog log, JournalStep step, const JournalDetails &details) {
+    const char *const mac = details.record.key;
+    const char *const ip = TextOrNull(details.record.value);
+    switch (step) {
+        case AddAllocation:
+            return log(LOG_ERR, "Memory allocation failure");
+        case AddTable:
+            return log(LOG_ERR, "Failed to add DHCP address mapping for MAC: %s To IP: %s", mac, ip);
+        case AddRemovalLine:
+            return log(LOG_ERR, "Failed to remove DHCP address mapping for MAC: %s To IP: %s", mac, ip);
+        case AddAddLine:
+            return log(LOG_ERR, "Failed to add DHCP address mapping record for MAC: %s To IP: %s", mac, ip);
+        case RestoreOld:
+            return log(LOG_ERR, "Failed to restore previous values %s:%s", mac, ip);
+        case RemoveNew:
+            return log(LOG_ERR, "Failed to remove newly added record, %s:%s", mac, ip);
+        case RemoveAllocation:
+            return log(LOG_ERR, "Memory allocation failure, error: %s", Err_ErrnoText(details.errorNumber));
+        case RemoveTable:
+        case RemoveFile:
+            return log(LOG_ERR, "Failed to remove DHCP address mapping for MAC: %s", mac);
+        case RemovePutBack:
+            return log(LOG_ERR, "Failed to restore previous values of DHCP mapping, mac: %s, ip: %s", mac,
+                       ip);
+    }
+}
+
+void TellNAT(FunctionLog log, JournalStep step, const JournalDetails &details) {
+    const RecordFields &record = details.record;
+    const auto vnet = static_cast<uint32_t>(record.vnet);
+    const char *const protocol = ProtocolName(record.isTcp);
+    const char *const vmIP = TextOrNull(record.value);
+    switch (step) {
+        case AddAllocation:
+            return log(LOG_ERR, "Memory allocation failure");
+        case AddTable:
+        case AddAddLine:
+            return log(LOG_ERR, "Failed to add port forward record for %s port %u", protocol,
+                       record.hostPort);
+        case AddRemovalLine:
+            return log(LOG_ERR, "Failed to remove port forward record for %s port %u", protocol,
+                       record.hostPort);
+        case RestoreOld:
+            return log(LOG_ERR,
+                       "Failed to restore previous values, vnet: %u, %s, port %u, vmip: %s, vmPort: %u", vnet,
+                       protocol, record.hostPort, vmIP, record.vmPort);
+        case RemoveNew:
+            return log(LOG_ERR,
+                       "Failed to remove newly added record, vnet: %u, %s, port %u, vmip: %s, vmPort: %u",
+                       vnet, protocol, record.hostPort, vmIP, record.vmPort);
+        case RemoveAllocation:
+            return log(LOG_ERR, "Memory allocation error");
+        case RemoveTable:
+            return log(LOG_ERR, "Failed to remove NAT port forward for %s port %u from hash table", protocol,
+                       record.hostPort);
+        case RemoveFile:
+            return log(LOG_ERR,
+                       "Failed to remove NAT port forward for %s port %u from database file, error: %s",
+                       protocol, record.hostPort, Err_ErrnoText(details.errorNumber));
+        case RemovePutBack:
+            return log(LOG_ERR,
+                       "Failed to restore previous value for NAT port  forward record, vnet: %u, \"%s\", "
+                       "hostPort: %u, vmIP: %s vmPort: %u, desc.: %s",
+                       vnet, protocol, record.hostPort, vmIP, record.vmPort, TextOrNull(record.description));
+    }
+}
+
+}  // namespace
 
 constexpr JournalWords ANSWER_JOURNAL_WORDS = {
-    .addFunction = "NetCfgAddAnswerStringInt",
-    .removeFunction = "HBLNetCfgRemoveAnswer",
-    .unchanged = nullptr,
+    .addLog = "NetCfgAddAnswerStringInt",
+    .removeLog = "HBLNetCfgRemoveAnswer",
+    .equalIsNoChange = false,
     .removalFailed = nullptr,
-    .steps =
-        {
-            {"Memory allocation failed: a: %p, d: %p, o: %p", {ADD_LINE, REMOVE_LINE, OLD_VALUE}},
-            {"Failed to add %s:%s to hash table", {KEY, VALUE}},
-            {"Failed to remove: %s from database file, error: %s", {KEY, ERROR_TEXT}},
-            {"Failed to write to %s:%s to database file, error: %s", {KEY, VALUE, ERROR_TEXT}},
-            {"Failed to restore previous values %s:%s", {KEY, VALUE}},
-            {"Failed to remove newly added record, %s:%s", {KEY, VALUE}},
-            {"Memory allocation failed: d: %p, o: %p", {REMOVE_LINE, OLD_VALUE}},
-            {"Failed to remove \"%s\" from hash table", {KEY}},
-            {"Failed to remove \"%s\" in database file", {KEY}},
-            {"Restoring %s:%s failed in hash table", {KEY, VALUE}},
-        },
+    .tell = TellAnswer,
 };
 
 constexpr JournalWords BRIDGE_JOURNAL_WORDS = {
-    .addFunction = "HBLNetCfgAddHostAdapterMapping",
-    .removeFunction = "HBLNetCfgRemoveHostAdapterMapping",
-    .unchanged = "New and old value vnet in the configuration are same: %d for adapter: %s",
+    .addLog = "HBLNetCfgAddHostAdapterMapping",
+    .removeLog = "HBLNetCfgRemoveHostAdapterMapping",
+    .equalIsNoChange = true,
     .removalFailed = "Removing Bridge mapping failed",
-    .steps =
-        {
-            {"Memory allocation failure", {}},
-            {"Failed to add Bridge mapping for adapter: %s to vnet: %d", {KEY, VNET}},
-            {"Failed to remove bridge mapping for adapter: %s To vnet: %d from database file, error: %s",
-             {KEY, VNET, ERROR_TEXT}},
-            {"Failed to write bridge for adapter: %s To vnet: %d to database file, error: %s",
-             {KEY, VNET, ERROR_TEXT}},
-            {"Failed to restore previous values of Bridge mapping adapter: %s, vnet: %d", {KEY, VNET}},
-            {"Failed to remove newly added record, adapter: %s, vnet:%d", {KEY, VNET}},
-            {"Memory allocation failed, error: %s", {ERROR_TEXT}},
-            {"Failed to remove Bridge mapping for adapter: %s from hash table", {KEY}},
-            {"Failed to remove Bridge mapping for adapter: %s from database file", {KEY}},
-            {"Failed to restore previous values of Bridge mapping, adapter: %s, vnet: %d", {KEY, VNET}},
-        },
+    .tell = TellBridge,
 };
 
 constexpr JournalWords DHCP_JOURNAL_WORDS = {
-    .addFunction = "HBLNetCfgAddDHCPMACToIP",
-    .removeFunction = "HBLNetCfgRemoveDHCPMACToIP",
-    .unchanged = nullptr,
+    .addLog = "HBLNetCfgAddDHCPMACToIP",
+    .removeLog = "HBLNetCfgRemoveDHCPMACToIP",
+    .equalIsNoChange = false,
     .removalFailed = nullptr,
-    .steps =
-        {
-            {"Memory allocation failure", {}},
-            {"Failed to add DHCP address mapping for MAC: %s To IP: %s", {KEY, VALUE}},
-            {"Failed to remove DHCP address mapping for MAC: %s To IP: %s", {KEY, VALUE}},
-            {"Failed to add DHCP address mapping record for MAC: %s To IP: %s", {KEY, VALUE}},
-            {"Failed to restore previous values %s:%s", {KEY, VALUE}},
-            {"Failed to remove newly added record, %s:%s", {KEY, VALUE}},
-            {"Memory allocation failure, error: %s", {ERROR_TEXT}},
-            {"Failed to remove DHCP address mapping for MAC: %s", {KEY}},
-            {"Failed to remove DHCP address mapping for MAC: %s", {KEY}},
-            {"Failed to restore previous values of DHCP mapping, mac: %s, ip: %s", {KEY, VALUE}},
-        },
+    .tell = TellDHCP,
 };
 
 constexpr JournalWords NAT_JOURNAL_WORDS = {
-    .addFunction = "HBLNetCfgAddNATPortFwd",
-    .removeFunction = "HBLNetCfgRemoveNATPortFwd",
-    .unchanged = nullptr,
+    .addLog = "HBLNetCfgAddNATPortFwd",
+    .removeLog = "HBLNetCfgRemoveNATPortFwd",
+    .equalIsNoChange = false,
     .removalFailed = nullptr,
-    .steps =
-        {
-            {"Memory allocation failure", {}},
-            {"Failed to add port forward record for %s port %u", {PROTOCOL, HOST_PORT}},
-            {"Failed to remove port forward record for %s port %u", {PROTOCOL, HOST_PORT}},
-            {"Failed to add port forward record for %s port %u", {PROTOCOL, HOST_PORT}},
-            {"Failed to restore previous values, vnet: %u, %s, port %u, vmip: %s, vmPort: %u",
-             {VNET, PROTOCOL, HOST_PORT, VALUE, VM_PORT}},
-            {"Failed to remove newly added record, vnet: %u, %s, port %u, vmip: %s, vmPort: %u",
-             {VNET, PROTOCOL, HOST_PORT, VALUE, VM_PORT}},
-            {"Memory allocation error", {}},
-            {"Failed to remove NAT port forward for %s port %u from hash table", {PROTOCOL, HOST_PORT}},
-            {"Failed to remove NAT port forward for %s port %u from database file, error: %s",
-             {PROTOCOL, HOST_PORT, ERROR_TEXT}},
-            {"Failed to restore previous value for NAT port  forward record, vnet: %u, \"%s\", hostPort: %u, "
-             "vmIP: %s vmPort: %u, desc.: %s",
-             {VNET, PROTOCOL, HOST_PORT, VALUE, VM_PORT, DESCRIPTION}},
-        },
+    .tell = TellNAT,
 };
 
-static constexpr bool EachConversionHasItsField(const JournalWords &words) {
-    for (const JournalMessage &message : words.steps) {
-        size_t conversions = 0;
-        for (const char *at = message.format; *at != '\0'; ++at) {
-            conversions += *at == '%' ? 1 : 0;
-        }
-        size_t fields = 0;
-        for (JournalField field : message.fields) {
-            fields += field != NONE ? 1 : 0;
-        }
-        if (conversions != fields) {
-            return false;
-        }
-    }
-    return true;
-}
-static_assert(EachConversionHasItsField(ANSWER_JOURNAL_WORDS));
-static_assert(EachConversionHasItsField(BRIDGE_JOURNAL_WORDS));
-static_assert(EachConversionHasItsField(DHCP_JOURNAL_WORDS));
-static_assert(EachConversionHasItsField(NAT_JOURNAL_WORDS));
-
-static std::string PointerText(const void *pointer) {
-    char text[32];
-    Str_Snprintf(text, sizeof text, "%p", pointer);
-    return text;
-}
-
-static std::string FieldText(JournalField field, const JournalDetails &details) {
-    const RecordFields &record = details.record;
-    switch (field) {
-        case KEY:
-            return TextOrNull(record.key);
-        case VALUE:
-            return TextOrNull(record.value);
-        case VNET:
-            return std::to_string(record.vnet);
-        case PROTOCOL:
-            return ProtocolName(record.isTcp);
-        case HOST_PORT:
-            return std::to_string(record.hostPort);
-        case VM_PORT:
-            return std::to_string(record.vmPort);
-        case DESCRIPTION:
-            return TextOrNull(record.description);
-        case ERROR_TEXT:
-            return Err_ErrnoText(details.errorNumber);
-        case ADD_LINE:
-            return PointerText(details.addLine);
-        case REMOVE_LINE:
-            return PointerText(details.removeLine);
-        case OLD_VALUE:
-            return PointerText(details.oldValue);
-        case NONE:
-            break;
-    }
-    return {};
-}
-
 void TellJournalStep(const JournalWords &words, JournalStep step, const JournalDetails &details) {
-    if (!HBLLogEnabled(LOG_ERR)) {
-        return;
-    }
-    const JournalMessage &message = words.steps[step];
-    std::string text;
-    const JournalField *field = message.fields;
-    for (const char *at = message.format; *at != '\0'; ++at) {
-        if (*at == '%') {
-            ++at;  // every conversion of these texts is one letter
-            text += FieldText(*field++, details);
-        } else {
-            text += *at;
-        }
-    }
-    bool adding = step < JOURNAL_REMOVE_ALLOCATION;
-    HBLLog(LOG_ERR, adding ? words.addFunction : words.removeFunction, "%s", text.c_str());
+    words.tell(step < RemoveAllocation ? words.addLog : words.removeLog, step, details);
 }

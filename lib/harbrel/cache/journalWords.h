@@ -1,57 +1,23 @@
-// What the journalled changes say in the log when a step fails: one row of texts for each family.
+// What the journalled changes say in the log when a step fails, and under which names.
 #pragma once
 
 #include <cstdint>
 
+#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/families.h"
 
-enum JournalStep : uint8_t {
-    JOURNAL_ADD_ALLOCATION,
-    JOURNAL_ADD_TABLE,
-    JOURNAL_ADD_REMOVAL_LINE,
-    JOURNAL_ADD_ADD_LINE,
-    JOURNAL_RESTORE_OLD,  // undoing a replacement failed
-    JOURNAL_REMOVE_NEW,   // undoing the addition of a new record failed
-    JOURNAL_REMOVE_ALLOCATION,
-    JOURNAL_REMOVE_TABLE,
-    JOURNAL_REMOVE_FILE,
-    JOURNAL_REMOVE_PUT_BACK,
-    JOURNAL_STEP_COUNT,
+enum class JournalStep : uint8_t {
+    AddAllocation,
+    AddTable,
+    AddRemovalLine,
+    AddAddLine,
+    RestoreOld,  // undoing a replacement failed
+    RemoveNew,   // undoing the addition of a new record failed
+    RemoveAllocation,
+    RemoveTable,
+    RemoveFile,
+    RemovePutBack,
 };
-
-// What a conversion of a message stands for.
-enum class JournalField : uint8_t {
-    NONE,
-    KEY,
-    VALUE,
-    VNET,
-    PROTOCOL,
-    HOST_PORT,
-    VM_PORT,
-    DESCRIPTION,
-    ERROR_TEXT,
-    ADD_LINE,
-    REMOVE_LINE,
-    OLD_VALUE,
-};
-
-struct JournalMessage {
-    const char *format;
-    JournalField fields[6];  // one for each conversion, in order
-};
-
-struct JournalWords {
-    const char *addFunction;
-    const char *removeFunction;
-    const char *unchanged;  // an equal mapping is no change: gets vnet and key; null: it is journalled again
-    const char *removalFailed;  // closes a failed removal; may be null
-    JournalMessage steps[JOURNAL_STEP_COUNT];
-};
-
-extern const JournalWords ANSWER_JOURNAL_WORDS;
-extern const JournalWords BRIDGE_JOURNAL_WORDS;
-extern const JournalWords DHCP_JOURNAL_WORDS;
-extern const JournalWords NAT_JOURNAL_WORDS;
 
 // Where the values of a message come from. The pointers only show which block was missing.
 struct JournalDetails {
@@ -62,5 +28,19 @@ struct JournalDetails {
     const void *oldValue = nullptr;
 };
 
-// Writes the step's message at LOG_ERR under the function of the change.
+struct JournalWords {
+    FunctionLog addLog;
+    FunctionLog removeLog;
+    bool equalIsNoChange;       // a record that is there already is not journalled again
+    const char *removalFailed;  // closes a failed removal; may be null
+    // Writes the step's message at LOG_ERR.
+    void (*tell)(FunctionLog log, JournalStep step, const JournalDetails &details);
+};
+
+extern const JournalWords ANSWER_JOURNAL_WORDS;
+extern const JournalWords BRIDGE_JOURNAL_WORDS;
+extern const JournalWords DHCP_JOURNAL_WORDS;
+extern const JournalWords NAT_JOURNAL_WORDS;
+
+// Writes the step's message under the name of the change that it belongs to.
 void TellJournalStep(const JournalWords &words, JournalStep step, const JournalDetails &details);

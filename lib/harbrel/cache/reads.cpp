@@ -22,8 +22,8 @@ void Copy(char *buffer, const char *text) {
 }
 
 // The entry's own text, for as long as the caller holds the guard; null without a message when there is none.
-const char *FindAnswer(const char *function, HBLNetworkConfigurationDB *db, const char *key) {
-    db = NetCfgResolveCache(db, function);
+const char *FindAnswer(FunctionLog log, HBLNetworkConfigurationDB *db, const char *key) {
+    db = NetCfgResolveCache(db, log);
     if (db == nullptr) {
         return nullptr;
     }
@@ -34,7 +34,7 @@ const char *FindAnswer(const char *function, HBLNetworkConfigurationDB *db, cons
 
 // Texts of an enumeration's three ends.
 struct EnumerationWords {
-    const char *function;
+    FunctionLog log;
     const char *noTable;
     const char *noSnapshot;
     const char *atEnd;
@@ -43,15 +43,15 @@ struct EnumerationWords {
 // The entry at `index` of the snapshot, or null with the reason logged.
 const void *EntryAt(const EnumerationWords &words, const TableRef &table, uint32_t index) {
     if (table.Table() == nullptr) {
-        HBLLog(LOG_ERR, words.function, "%s", words.noTable);
+        words.log(LOG_ERR, "%s", words.noTable);
         return nullptr;
     }
     if (EnsureSnapshot(table) == Snapshot::Missing) {
-        HBLLog(LOG_ERR, words.function, "%s", words.noSnapshot);
+        words.log(LOG_ERR, "%s", words.noSnapshot);
         return nullptr;
     }
     if (index >= *table.count) {
-        HBLLog(LOG_INFO2, words.function, "%s", words.atEnd);
+        words.log(LOG_INFO2, "%s", words.atEnd);
         return nullptr;
     }
     return (*table.array)[index];
@@ -67,17 +67,16 @@ struct ForwardBuffers {
 };
 
 // Nothing is stored unless everything fits.
-bool CopyForward(const char *function, uint32_t descriptionLevel, const NATPortFwdEntry &forward,
+bool CopyForward(FunctionLog log, uint32_t descriptionLevel, const NATPortFwdEntry &forward,
                  const ForwardBuffers &out) {
     if (!Fits(forward.vmIP, out.vmIPSize)) {
-        HBLLog(LOG_ERR, function, "Insufficient buffer length: %zu for IP address: %s", out.vmIPSize,
-               forward.vmIP);
+        log(LOG_ERR, "Insufficient buffer length: %zu for IP address: %s", out.vmIPSize, forward.vmIP);
         return false;
     }
     bool described = out.description != nullptr && out.descriptionSize != nullptr;
     if (described && forward.description != nullptr) {
         if (!Fits(forward.description, *out.descriptionSize)) {
-            HBLLog(descriptionLevel, function, "Insufficient buffer length for description");
+            log(descriptionLevel, "Insufficient buffer length for description");
             return false;
         }
         Copy(out.description, forward.description);

@@ -88,27 +88,26 @@ struct ForwardKey {
     uint16_t hostPort;
 };
 
-bool AddForward(HBLNetworkConfigurationDB *db, const ForwardKey &key, FieldReader *line,
-                const char *function) {
+bool AddForward(HBLNetworkConfigurationDB *db, const ForwardKey &key, FieldReader *line, FunctionLog log) {
     MallocString vmIP = line->Token();
     if (vmIP == nullptr || !HBLIPStrIsValid(vmIP.get())) {
-        HBLLog(LOG_WRN, function, "Failed to parse VM IP address or invalid address");
+        log(LOG_WRN, "Failed to parse VM IP address or invalid address");
         return false;
     }
     line->StepOverDelimiter();
     uint16_t vmPort = 0;
     if (!ReadPort(line, &vmPort)) {
-        HBLLog(LOG_WRN, function, "Failed to parse host port");
+        log(LOG_WRN, "Failed to parse host port");
         return false;
     }
     line->StepOverDelimiter();
     const char *description = line->Rest();
     if (strlen(description) >= NETCFG_MAX_DESCRIPTION) {
-        HBLLog(LOG_ERR, function, "Discarding description since it is too long");
+        log(LOG_ERR, "Discarding description since it is too long");
         description = nullptr;
     }
     if (!NetCfgHashAddNATPortFwd(db, key.vnet, key.isTcp, key.hostPort, vmIP.get(), vmPort, description)) {
-        HBLLog(LOG_WRN, function, "Failed to add NAT Port forward to hash table");
+        log(LOG_WRN, "Failed to add NAT Port forward to hash table");
         return false;
     }
     return true;
@@ -223,7 +222,7 @@ bool NatFwdRecordParseFunct(HBLNetworkConfigurationDB *db, uint32_t recordType, 
 }
 
 void NetCfgApplyRecordLine(HBLNetworkConfigurationDB *db, unsigned lineNumber, const char *line,
-                           const char *function) {
+                           FunctionLog log) {
     FieldReader fields(line);
     MallocString keyword = fields.Token();
     bool applied = keyword != nullptr;
@@ -237,7 +236,7 @@ void NetCfgApplyRecordLine(HBLNetworkConfigurationDB *db, unsigned lineNumber, c
         }
     }
     if (!applied) {
-        HBLLog(LOG_ERR, function, "Failed to parse record at line #: %u, data: %s", lineNumber, line);
+        log(LOG_ERR, "Failed to parse record at line #: %u, data: %s", lineNumber, line);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 
 constexpr size_t NETCFG_LINE_LIMIT = 1024;  // for ReadNextLine: lines of up to 2047 bytes are read whole
@@ -32,9 +33,9 @@ bool DhcpMacRecordParseFunct(HBLNetworkConfigurationDB *db, uint32_t recordType,
 bool BridgeMappingRecordParseFunct(HBLNetworkConfigurationDB *db, uint32_t recordType, const char *rest);
 
 // Takes one record line apart and applies it. A line that does not parse is logged with its number under
-// `function` and dropped; an unknown keyword is passed over in silence.
+// its name and dropped; an unknown keyword is passed over in silence.
 void NetCfgApplyRecordLine(HBLNetworkConfigurationDB *db, unsigned lineNumber, const char *line,
-                           const char *function);
+                           FunctionLog log);
 
 // `text` is what follows the "=" of a version line. Either output may be null.
 bool ParseVersionString(const char *text, uint32_t *major, uint32_t *minor, uint32_t supportedMajor);

@@ -22,25 +22,26 @@ void DropSnapshot(const TableRef &table) {
     }
 }
 
-// `errno` goes to the formats that ask for it; the others leave it out.
-void TellAllocation(const TableWords &words, const char *format) {
-    HBLLog(LOG_ERR, words.addFunction, format, Err_ErrnoText(errno));
+void TellAllocation(FunctionLog log, const char *name) {
+    if (name != nullptr) {
+        log(LOG_ERR, "Failed to allocate memory for %s, error: %s", name, Err_ErrnoText(errno));
+    }
 }
 
-void Tell(uint32_t level, const char *function, const char *text) {
+void Tell(FunctionLog log, uint32_t level, const char *text) {
     if (text != nullptr) {
-        HBLLog(level, function, "%s", text);
+        log(level, "%s", text);
     }
 }
 
 void *NewEntry(const RecordFamily &family, const RecordFields &record) {
     void *entry = calloc(1, family.entrySize);
     if (entry == nullptr) {
-        TellAllocation(family.words, family.words.entryAllocation);
+        TellAllocation(family.words.addLog, family.words.entryName);
         return nullptr;
     }
     if (!family.fillEntry(entry, record)) {
-        Tell(LOG_ERR, family.words.addFunction, family.words.stringCopy);
+        Tell(family.words.addLog, LOG_ERR, family.words.stringCopy);
         family.freeEntry(entry);
         return nullptr;
     }
@@ -50,14 +51,15 @@ void *NewEntry(const RecordFamily &family, const RecordFields &record) {
 // The record's table, made with its holder when missing; null when that fails.
 HashTable *MakeTable(const RecordFamily &family, HBLNetworkConfigurationDB *db, const RecordFields &record) {
     if (!family.makeHolder(db, record)) {
-        TellAllocation(family.words, family.words.holderAllocation);
+        TellAllocation(family.words.addLog, family.words.holderName);
+        Tell(family.words.addLog, LOG_ERR, family.words.holderFailed);
         return nullptr;
     }
     HashTable **table = family.table(db, record).hash;
     if (*table == nullptr) {
         *table = HashTable_Alloc(NETCFG_HASH_BUCKETS, family.keyFlags, family.freeEntry);
-        if (family.words.tableMade != nullptr) {
-            HBLLog(LOG_INFO2, family.words.addFunction, family.words.tableMade, record.vnet);
+        if (family.words.tellsNewTables) {
+            family.words.addLog(LOG_INFO2, "Allocated hash table for zelan: %d", record.vnet);
         }
     }
     return *table;
@@ -68,9 +70,9 @@ bool InsertOrReplace(const TableWords &words, HashTable *table, const void *key,
     if (HashTable_Insert(table, key, entry)) {
         return true;
     }
-    Tell(LOG_INFO2, words.addFunction, words.keyExists);
+    Tell(words.addLog, LOG_INFO2, words.keyExists);
     if (!HashTable_Delete(table, key)) {
-        Tell(LOG_ERR, words.addFunction, words.deleteOfOld);
+        Tell(words.addLog, LOG_ERR, words.deleteOfOld);
         return false;
     }
     return HashTable_Insert(table, key, entry);
@@ -107,23 +109,23 @@ bool AddToTable(const RecordFamily &family, HBLNetworkConfigurationDB *db, const
         RecordFields own = family.fieldsOf(entry);
         HashTable *table = MakeTable(family, db, record);
         if (table != nullptr && InsertOrReplace(words, table, TableKey(family, own), entry)) {
-            if (words.inserted != nullptr) {
-                HBLLog(LOG_INFO2, words.addFunction, words.inserted, entry, own.key,
-                       static_cast<void *>(table));
+            if (words.tellsInserts) {
+                words.addLog(LOG_INFO2, "Inserted Bridge mapping entry: %p, key: %s, into hash table: %p",
+                             entry, own.key, static_cast<void *>(table));
             }
             return true;
         }
         family.freeEntry(entry);
     }
     DropUseless(family, db, record);
-    Tell(LOG_ERR, words.addFunction, words.addFailed);
+    Tell(words.addLog, LOG_ERR, words.addFailed);
     return false;
 }
 
 bool RemoveFromTable(const RecordFamily &family, HBLNetworkConfigurationDB *db, const RecordFields &record) {
     TableRef table = family.table(db, record);
     if (table.Table() == nullptr) {
-        Tell(LOG_ERR, family.words.removeFunction, family.words.removeWithoutTable);
+        Tell(family.words.removeLog, LOG_ERR, family.words.removeWithoutTable);
         return family.absentIsRemoved;
     }
     DropSnapshot(table);

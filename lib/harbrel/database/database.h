@@ -1,6 +1,8 @@
 // Bringing a cache into being from a file, the database lock, and writing a cache out as a fresh file.
 #pragma once
 
+#include <functional>
+
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 
@@ -20,9 +22,10 @@ bool HBLNetCfgUnload(HBLNetworkConfigurationDB **slot, bool rewrite);
 bool HBLNetCfgLockConfig(HBLNetworkConfigurationDB *db);
 // True also when nothing was locked. After a failure the cache counts as locked.
 bool HBLNetCfgUnlockConfig(HBLNetworkConfigurationDB *db);
-// For a change that takes no lock: brings the cache up to the file as HBLNetCfgLockConfig does. False when
-// the file could not be read.
-bool HBLNetCfgFollowFile(HBLNetworkConfigurationDB *db);
+// A journalled change that takes no lock, made on top of what others have appended to the file. When another
+// process has put a new file in its place, before the change or while it was made, the change is made, once
+// more if need be, under the lock: nobody rewrites the file then. False also when the file could not be read.
+bool HBLNetCfgChangeWithoutLock(HBLNetworkConfigurationDB *db, const std::function<bool()> &change);
 // Both write over what stands at `path` and leave no file there after a failure: one that holds the version
 // line alone, and one with all records of the cache.
 bool HBLNetCfgCreateDB(const char *path, bool isBackup);

@@ -1,32 +1,30 @@
 #include "lib/config/msg.h"
 #include "lib/dict/dictionary.h"
 #include "lib/err/errText.h"
-#include "lib/file/fileLock.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cacheGuard.h"
 #include "lib/harbrel/cache/tables.h"
 #include "lib/harbrel/database/database.h"
+#include "lib/harbrel/database/databaseLock.h"
 #include "lib/harbrel/database/reading.h"
 #include "lib/harbrel/files/files.h"
 #include "lib/misc/owners.h"
 
 namespace {
 
-constexpr const char *LOAD = "HBLNetCfgLoad";
 constexpr int HOST_CONFIG_CLASS = 18;
 
 // Reads the file into the cache under the database lock, and then the host configuration without it.
-bool Fill(HBLNetworkConfigurationDB *db) {
-    if (NetCfgReadFile(db, LOAD) != NetCfgReadResult::Done) {
+bool Fill(HBLNetworkConfigurationDB *db, FunctionLog log) {
+    if (NetCfgReadFile(db, log) != NetCfgReadResult::Done) {
         return false;
     }
-    const int error = NetCfgReleaseLock(db);
+    const int error = NetCfgUnlockCache(db);
     if (error != 0) {
-        HBLLog(LOG_ERR, LOAD, "Failed to unlock database file: %s, error: %s", db->path,
-               Err_ErrnoText(error));
+        log(LOG_ERR, "Failed to unlock database file: %s, error: %s", db->path, Err_ErrnoText(error));
         return false;
     }
-    return NetCfgReadHostConfig(db, LOAD);
+    return NetCfgReadHostConfig(db, log);
 }
 
 void Publish(HBLNetworkConfigurationDB *db, HBLNetworkConfigurationDB **slot) {
@@ -36,21 +34,21 @@ void Publish(HBLNetworkConfigurationDB *db, HBLNetworkConfigurationDB **slot) {
 
 }  // namespace
 
-bool NetCfgReadHostConfig(HBLNetworkConfigurationDB *db, const char *function) {
+bool NetCfgReadHostConfig(HBLNetworkConfigurationDB *db, FunctionLog log) {
     const std::unique_ptr<Dictionary, decltype(&Dictionary_Free)> config(Dictionary_Create(),
                                                                          &Dictionary_Free);
     if (!Dictionary_Load(config.get(), HBL_HOST_CONFIG_PATH, HOST_CONFIG_CLASS, STRING_ENCODING_CURRENT)) {
         Msg_Reset(false);  // nobody asks for the reasons, and each failed load would add to them
-        HBLLog(LOG_WRN, function, "Failed to load product config file: %s", HBL_HOST_CONFIG_PATH);
+        log(LOG_WRN, "Failed to load product config file: %s", HBL_HOST_CONFIG_PATH);
         return true;
     }
     const MallocString binDir(DictionaryGetString(config.get(), nullptr, "bindir"));
     if (binDir == nullptr) {
-        HBLLog(LOG_WRN, function, "Value not found for bindir");
+        log(LOG_WRN, "Value not found for bindir");
         return true;
     }
     if (!NetCfgHashAddAnswer(db, "BINDIR", binDir.get())) {
-        HBLLog(LOG_ERR, function, "Failed to insert value of bindir");
+        log(LOG_ERR, "Failed to insert value of bindir");
         return false;
     }
     return true;
@@ -71,13 +69,12 @@ bool HBLNetCfgLoad(const char *path, HBLNetworkConfigurationDB **out, bool isBac
         return false;
     }
     int error = 0;
-    db->lockToken = FileLock_Lock(path, false, HBL_DB_LOCK_WAIT_MSEC, &error);
-    if (db->lockToken == nullptr) {
+    if (!NetCfgLockCache(db, &error)) {
         HBLLog(LOG_ERR, __func__, "Failed to lock config database file, error: %s", Err_ErrnoText(error));
         HBLNetCfgUnload(&db, false);
         return false;
     }
-    if (!Fill(db)) {
+    if (!Fill(db, __func__)) {
         HBLLog(LOG_ERR, __func__, "Failed to load database cache with contents of file: %s", path);
         HBLNetCfgUnload(&db, false);
         return false;

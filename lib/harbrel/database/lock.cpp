@@ -5,25 +5,30 @@
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/defaultCache.h"
 #include "lib/harbrel/database/database.h"
+#include "lib/harbrel/database/databaseLock.h"
 #include "lib/harbrel/database/reading.h"
 
-namespace {
-
-// Stands in a cache whose lock could not be given back: the token itself is freed by then, but the cache
-// counts as locked.
-FileLockToken *LostToken() {
-    static char place;
-    return reinterpret_cast<FileLockToken *>(&place);
+FileLockToken *NetCfgTakeLock(const char *path, int *error) {
+    return FileLock_Lock(path, false, HBL_DB_LOCK_WAIT_MSEC, error);
 }
 
-}  // namespace
+int NetCfgGiveLockBack(const char *path, FileLockToken *token) {
+    return FileLock_Unlock(path, token);
+}
 
-int NetCfgReleaseLock(HBLNetworkConfigurationDB *db) {
-    if (db->lockToken == LostToken()) {
-        return EINVAL;
+bool NetCfgLockCache(HBLNetworkConfigurationDB *db, int *error) {
+    db->lockToken = NetCfgTakeLock(db->path, error);
+    return db->lockToken != nullptr;
+}
+
+int NetCfgUnlockCache(HBLNetworkConfigurationDB *db) {
+    if (db->lockToken == nullptr) {
+        return db->lockLost != 0 ? EINVAL : 0;
     }
-    const int error = FileLock_Unlock(db->path, db->lockToken);
-    db->lockToken = error == 0 ? nullptr : LostToken();
+    // The token is gone in either case.
+    const int error = NetCfgGiveLockBack(db->path, db->lockToken);
+    db->lockToken = nullptr;
+    db->lockLost = error != 0 ? 1 : 0;
     return error;
 }
 
@@ -32,13 +37,12 @@ bool HBLNetCfgLockConfig(HBLNetworkConfigurationDB *db) {
     if (cache == nullptr) {
         return false;
     }
-    if (cache->lockToken != nullptr) {
+    if (NetCfgHoldsLock(cache)) {
         HBLLog(LOG_INFO, __func__, "Database file is already locked");
         return false;
     }
     int error = 0;
-    cache->lockToken = FileLock_Lock(cache->path, false, HBL_DB_LOCK_WAIT_MSEC, &error);
-    if (cache->lockToken == nullptr) {
+    if (!NetCfgLockCache(cache, &error)) {
         HBLLog(LOG_ERR, __func__, "Failed to lock config file, file: %s, error: %s", cache->path,
                error != 0 ? Err_ErrnoText(error) : "timed out");
         return false;
@@ -57,11 +61,11 @@ bool HBLNetCfgUnlockConfig(HBLNetworkConfigurationDB *db) {
     if (cache == nullptr) {
         return false;
     }
-    if (cache->lockToken == nullptr) {
+    if (!NetCfgHoldsLock(cache)) {
         HBLLog(LOG_INFO2, __func__, "Config file is not currently locked");
         return true;
     }
-    const int error = NetCfgReleaseLock(cache);
+    const int error = NetCfgUnlockCache(cache);
     if (error != 0) {
         HBLLog(LOG_ERR, __func__, "Failed to unlock database file: %s, error: %s", cache->path,
                Err_ErrnoText(error));

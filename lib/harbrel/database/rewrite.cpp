@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -111,7 +113,7 @@ bool WriteBridgeMappings(const HBLNetworkConfigurationDB *db, FILE *stream) {
 
 // Appends all records to the file that holds the version line. True when they have reached the file.
 bool AppendRecords(const HBLNetworkConfigurationDB *db, const char *path) {
-    FILE *const stream = Posix_Fopen(path, "ae");
+    FILE *const stream = HBLFopenRegular(path, "a");
     if (stream == nullptr) {
         HBLLog(LOG_ERR, WRITE_DATABASE, "Failed to open database file for writing, error: %s",
                Err_ErrnoText(errno));
@@ -134,14 +136,24 @@ bool WriteVersionLine(FILE *stream, bool isBackup) {
            fflush(stream) == 0;
 }
 
+// A FIFO, a device or a folder; it is not ours to write to or to remove.
+bool StandsInTheWay(const char *path) {
+    struct stat status;
+    return Posix_Stat(path, &status) == 0 && !S_ISREG(status.st_mode);
+}
+
 }  // namespace
 
 bool HBLNetCfgCreateDB(const char *path, bool isBackup) {
+    if (StandsInTheWay(path)) {
+        HBLLog(LOG_ERR, __func__, "Failed to create file: %s, what stands there is no regular file", path);
+        return false;
+    }
     if (!HBLCreateFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, path)) {
         HBLLog(LOG_ERR, __func__, "Failed to create file: %s", path);
         return false;
     }
-    FileStream stream(Posix_Fopen(path, "we"));
+    FileStream stream(HBLFopenRegular(path, "w"));
     if (stream == nullptr) {
         HBLLog(LOG_ERR, __func__, "Failed to open file: %s, error: %s", path, Err_ErrnoText(errno));
         HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, path);
@@ -160,15 +172,15 @@ bool HBLNetCfgCreateDB(const char *path, bool isBackup) {
 }
 
 bool NetCfgWriteDatabaseFile(HBLNetworkConfigurationDB *db, const char *path, bool isBackup) {
-    const bool hasVersionLine = HBLNetCfgCreateDB(path, isBackup);
-    if (!hasVersionLine) {
+    if (!HBLNetCfgCreateDB(path, isBackup)) {
+        // Without its version line the file is no database, however well the records might be written.
         HBLLog(LOG_ERR, __func__, "Failed to create/initialize database %sfile: %s",
                isBackup ? "backup " : "", path);
+        return false;
     }
-    // Without its version line the file is no database, however well the rest went.
-    const bool success = AppendRecords(db, path) && hasVersionLine;
-    if (!success) {
+    const bool written = AppendRecords(db, path);
+    if (!written) {
         HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, path);
     }
-    return success;
+    return written;
 }

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -6,69 +7,80 @@
 #include <cstring>
 
 #include "lib/err/errText.h"
-#include "lib/file/fileLock.h"
 #include "lib/file/posix.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cacheGuard.h"
+#include "lib/harbrel/database/carryOver.h"
 #include "lib/harbrel/database/database.h"
+#include "lib/harbrel/database/databaseLock.h"
 #include "lib/harbrel/database/reading.h"
+#include "lib/harbrel/database/sync.h"
 #include "lib/misc/hashTable.h"
 #include "lib/misc/owners.h"
 
 namespace {
 
-constexpr const char *UNLOAD = "HBLNetCfgUnload";
-
 // Makes sure that a rewrite takes no other process's change away: the lock is taken, and what others have
 // written is taken into the cache. Failed when the file has to be left as it is, which loses nothing, because
-// every change of this run stands in it. A lock that fails for a reason other than its time does not count:
-// then no other process can hold it either.
-NetCfgReadResult PrepareRewrite(HBLNetworkConfigurationDB *db) {
-    if (db->lockToken == nullptr) {
+// every change of this run stands in it. Without the lock for a reason other than its time (no space, no
+// descriptor, no memory) the rewrite is tried all the same: it fails for that reason too, or harms nobody.
+NetCfgReadResult PrepareRewrite(HBLNetworkConfigurationDB *db, FunctionLog log) {
+    if (!NetCfgHoldsLock(db)) {
         int error = 0;
-        db->lockToken = FileLock_Lock(db->path, false, HBL_DB_LOCK_WAIT_MSEC, &error);
-        if (db->lockToken == nullptr && error == 0) {
-            HBLLog(LOG_WRN, UNLOAD, "Database file: %s is in use by another process, not rewriting it",
-                   db->path);
+        if (!NetCfgLockCache(db, &error) && error == 0) {
+            log(LOG_WRN, "Database file: %s is in use by another process, not rewriting it", db->path);
             return NetCfgReadResult::Failed;
         }
     }
-    const NetCfgReadResult result = NetCfgCatchUp(db, UNLOAD);
+    const NetCfgReadResult result = NetCfgCatchUp(db, log);
     if (result == NetCfgReadResult::Failed) {
-        HBLLog(LOG_WRN, UNLOAD, "Database file: %s cannot be compared, not rewriting it", db->path);
+        log(LOG_WRN, "Database file: %s cannot be compared, not rewriting it", db->path);
     }
     return result;
 }
 
 // Puts the finished temporary file in the place of the database, with which the cache agreed before or not.
-bool PutInPlace(const HBLNetworkConfigurationDB *db, const char *temporary, bool agreed) {
+bool PutInPlace(const HBLNetworkConfigurationDB *db, FunctionLog log, const char *temporary, bool agreed) {
     // A change through the answer calls takes no lock, so the file is looked at once more.
     if (agreed && !NetCfgFileIsAsLastSeen(db)) {
-        HBLLog(LOG_WRN, UNLOAD, "Database file: %s was changed meanwhile, not rewriting it", db->path);
+        log(LOG_WRN, "Database file: %s was changed meanwhile, not rewriting it", db->path);
         return false;
     }
     if (Posix_Rename(temporary, db->path) != 0) {
-        HBLLog(LOG_ERR, UNLOAD, "Failed to reame: %s to %s, error: %s", temporary, db->path,
-               Err_ErrnoText(errno));
+        log(LOG_ERR, "Failed to reame: %s to %s, error: %s", temporary, db->path, Err_ErrnoText(errno));
         return false;
     }
-    HBLLog(LOG_INFO2, UNLOAD, "Renamed temp file: %s to %s", temporary, db->path);
+    log(LOG_INFO2, "Renamed temp file: %s to %s", temporary, db->path);
     return true;
 }
 
-void Rewrite(HBLNetworkConfigurationDB *db, bool agreed) {
+void Rewrite(HBLNetworkConfigurationDB *db, FunctionLog log, int former, bool agreed) {
     char temporary[sizeof HBL_NETWORKING_DB_TEMPLATE];
     memcpy(temporary, HBL_NETWORKING_DB_TEMPLATE, sizeof temporary);
     const FileDescriptor file(mkostemp(temporary, O_CLOEXEC));
     if (!file) {
-        HBLLog(LOG_ERR, UNLOAD, "Failed to create temporary backup file, error: %s", Err_ErrnoText(errno));
+        log(LOG_ERR, "Failed to create temporary backup file, error: %s", Err_ErrnoText(errno));
         return;
     }
     if (!NetCfgWriteDatabaseFile(db, temporary, false)) {
-        HBLLog(LOG_ERR, UNLOAD, "Failed to write to temp database file: %s", temporary);
+        log(LOG_ERR, "Failed to write to temp database file: %s", temporary);
         Posix_Unlink(temporary);
-    } else if (!PutInPlace(db, temporary, agreed)) {
+        return;
+    }
+    if (db->hasChanged != 0 && fsync(file.get()) != 0) {
+        log(LOG_ERR, "Failed to write to temp database file: %s", temporary);
         Posix_Unlink(temporary);
+        return;
+    }
+    if (!PutInPlace(db, log, temporary, agreed)) {
+        Posix_Unlink(temporary);
+        return;
+    }
+    if (agreed) {
+        NetCfgCarryOver(db, log, former);
+    }
+    if (db->hasChanged != 0) {
+        NetCfgSyncFolderOf(db->path);
     }
 }
 
@@ -114,14 +126,14 @@ bool HBLNetCfgUnload(HBLNetworkConfigurationDB **slot, bool rewrite) {
         HBLLog(LOG_ERR, __func__, "Requested cache is not loaded");
         return true;
     }
-    const NetCfgReadResult prepared = rewrite ? PrepareRewrite(db) : NetCfgReadResult::Failed;
-    CloseStream(db);
+    const NetCfgReadResult prepared = rewrite ? PrepareRewrite(db, __func__) : NetCfgReadResult::Failed;
     if (prepared != NetCfgReadResult::Failed) {
-        Rewrite(db, prepared == NetCfgReadResult::Done);
+        const FileDescriptor former(fcntl(fileno(db->stream), F_DUPFD_CLOEXEC, 0));
+        CloseStream(db);
+        Rewrite(db, __func__, former.get(), prepared == NetCfgReadResult::Done);
     }
-    if (db->lockToken != nullptr) {
-        NetCfgReleaseLock(db);
-    }
+    CloseStream(db);
+    NetCfgUnlockCache(db);
     Clear(slot);
     FreeCache(db);
     return true;

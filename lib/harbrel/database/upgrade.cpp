@@ -132,7 +132,8 @@ bool CleanupDatabaseFields(HBLNetworkConfigurationDB *db) {
 }
 
 bool UpgradeBridgeField(HBLNetworkConfigurationDB *db, const NetworkConfigDictionaryEntry *entry) {
-    if (strlen(entry->value) >= NETCFG_MAX_ADAPTER_NAME) {
+    // With a blank in it the name would be read back as another one.
+    if (strlen(entry->value) >= NETCFG_MAX_ADAPTER_NAME || strchr(entry->value, ' ') != nullptr) {
         HBLLog(LOG_WRN, UPDATE, "Invalid adapter name: %s, deleting record", entry->value);
         return true;
     }

@@ -4,7 +4,6 @@
 #include <cerrno>
 
 #include "lib/err/errText.h"
-#include "lib/file/posix.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/files/files.h"
 #include "lib/misc/owners.h"
@@ -34,7 +33,7 @@ bool HBLCopyFile(const char *sourcePath, const char *destinationPath) {
         return false;
     }
     HBLCreateFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, destinationPath);  // a new one gets its mode here
-    const FileDescriptor source(Posix_Open(sourcePath, O_RDONLY | O_CLOEXEC));
+    const FileDescriptor source(HBLOpenToRead(sourcePath));
     if (!source) {
         HBLLog(LOG_ERR, __func__, "Could not open source file: %s, error: %s", sourcePath,
                Err_LastErrnoText());

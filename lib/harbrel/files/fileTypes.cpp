@@ -13,17 +13,17 @@ constexpr const char *DEFAULT_CONFIG_DIR = "/etc/orvane";
 
 // Indexed by HBLFileType.
 constexpr HBLFileTypeRow FILE_TYPES[] = {
-    {"%s/zelan%d", HBLFileKind::Directory},
-    {"%s/zelan%d/dhcpd", HBLFileKind::Directory},
-    {"%s/zelan%d/nat", HBLFileKind::Directory},
+    {"", HBLFileKind::Directory},
+    {"/dhcpd", HBLFileKind::Directory},
+    {"/nat", HBLFileKind::Directory},
     {nullptr, HBLFileKind::Custom},
-    {"%s/zelan%d/dhcpd/dhcpd.conf", HBLFileKind::Regular},
-    {"%s/zelan%d/dhcpd/dhcpd.conf.bak", HBLFileKind::Regular},
-    {"%s/zelan%d/dhcpd/dhcpd.leases", HBLFileKind::Regular},
-    {"%s/zelan%d/dhcpd/dhcpd.leases~", HBLFileKind::Regular},
-    {"%s/zelan%d/nat/nat.conf", HBLFileKind::Regular},
-    {"%s/zelan%d/nat/nat.conf.bak", HBLFileKind::Regular},
-    {"%s/config", HBLFileKind::NameOnly},
+    {"/dhcpd/dhcpd.conf", HBLFileKind::Regular},
+    {"/dhcpd/dhcpd.conf.bak", HBLFileKind::Regular},
+    {"/dhcpd/dhcpd.leases", HBLFileKind::Regular},
+    {"/dhcpd/dhcpd.leases~", HBLFileKind::Regular},
+    {"/nat/nat.conf", HBLFileKind::Regular},
+    {"/nat/nat.conf.bak", HBLFileKind::Regular},
+    {"/config", HBLFileKind::NameOnly},
     {nullptr, HBLFileKind::Device},
 };
 static_assert(sizeof(FILE_TYPES) / sizeof(FILE_TYPES[0]) == HBL_NUM_FILE_TYPES);
@@ -60,13 +60,19 @@ bool HBLGetFileName(uint32_t vnet, uint32_t fileType, char *buffer, size_t buffe
     if (row == nullptr || row->kind == HBLFileKind::Custom) {
         return false;
     }
-    const int length = row->kind == HBLFileKind::Device
-                           ? Str_Snprintf(buffer, bufferLength, "/dev/zelan%d", static_cast<int>(vnet))
-                           : Str_Snprintf(buffer, bufferLength, row->pathTemplate, configDirectory.c_str(),
-                                          static_cast<int>(vnet));
+    const int number = static_cast<int>(vnet);
+    int length = 0;
+    if (row->kind == HBLFileKind::Device) {
+        length = Str_Snprintf(buffer, bufferLength, "/dev/zelan%d", number);
+    } else if (row->kind == HBLFileKind::NameOnly) {
+        length = Str_Snprintf(buffer, bufferLength, "%s%s", configDirectory.c_str(), row->place);
+    } else {
+        length =
+            Str_Snprintf(buffer, bufferLength, "%s/zelan%d%s", configDirectory.c_str(), number, row->place);
+    }
     if (length < 0) {
         HBLLog(LOG_ERR, __func__, "Error formatting the file name for file type: %ufrom cD: %s, vnet: %d",
-               fileType, configDirectory.c_str(), static_cast<int>(vnet));
+               fileType, configDirectory.c_str(), number);
         return false;
     }
     return true;

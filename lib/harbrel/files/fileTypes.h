@@ -14,7 +14,7 @@ enum class HBLFileKind : uint8_t {
 };
 
 struct HBLFileTypeRow {
-    const char *pathTemplate;  // takes the configuration directory and the vnet number; null: none
+    const char *place;  // in the vnet's folder, for NameOnly in the configuration directory; null: none
     HBLFileKind kind;
 };
 

@@ -34,29 +34,28 @@ class ClearedUmask {
     mode_t former_;
 };
 
-bool TakeCustomPath(const char *function, const char *customPath, char path[HBL_PATH_SIZE]) {
+bool TakeCustomPath(FunctionLog log, const char *customPath, char path[HBL_PATH_SIZE]) {
     if (customPath == nullptr) {
-        HBLLog(LOG_ERR, function, "Invalid arguments");
+        log(LOG_ERR, "Invalid arguments");
         return false;
     }
     const size_t length = strlen(customPath);
     if (length >= HBL_PATH_SIZE) {
-        HBLLog(LOG_ERR, function, "Custom file name %s is longer than allowed %zu characters", customPath,
-               HBL_PATH_SIZE);
+        log(LOG_ERR, "Custom file name %s is longer than allowed %zu characters", customPath, HBL_PATH_SIZE);
         return false;
     }
     memcpy(path, customPath, length + 1);
     return true;
 }
 
-// The path that vnet, type and custom path stand for; failures are logged under `function`.
-bool FormPath(const char *function, uint32_t vnet, uint32_t fileType, const char *customPath,
+// The path that vnet, type and custom path stand for; failures are logged there.
+bool FormPath(FunctionLog log, uint32_t vnet, uint32_t fileType, const char *customPath,
               char path[HBL_PATH_SIZE]) {
     if (fileType == HBL_FILE_CUSTOM) {
-        return TakeCustomPath(function, customPath, path);
+        return TakeCustomPath(log, customPath, path);
     }
     if (!HBLGetFileName(vnet, fileType, path, HBL_PATH_SIZE)) {
-        HBLLog(LOG_ERR, function, "Cannot construct file name");
+        log(LOG_ERR, "Cannot construct file name");
         return false;
     }
     return true;
@@ -68,47 +67,47 @@ const HBLFileTypeRow *FindUsableType(uint32_t fileType) {
     return row != nullptr && row->kind != HBLFileKind::NameOnly ? row : nullptr;
 }
 
-bool MakeDirectory(const char *function, const char *path) {
+bool MakeDirectory(FunctionLog log, const char *path) {
     if (Posix_Mkdir(path, DIRECTORY_MODE) == 0) {
-        HBLLog(LOG_INFO2, function, "Directory: %s created", path);
+        log(LOG_INFO2, "Directory: %s created", path);
         return true;
     }
     if (errno == EEXIST) {
-        HBLLog(LOG_WRN, function, "Directory: %s already exists", path);
+        log(LOG_WRN, "Directory: %s already exists", path);
         return true;
     }
-    HBLLog(LOG_ERR, function, "Cannot create Directory: %s because of: %s", path, Err_LastErrnoText());
+    log(LOG_ERR, "Cannot create Directory: %s because of: %s", path, Err_LastErrnoText());
     return false;
 }
 
-bool MakeDevice(const char *function, const char *path, uint32_t vnet) {
+bool MakeDevice(FunctionLog log, const char *path, uint32_t vnet) {
     if (Posix_Mknod(path, S_IFCHR | DEVICE_MODE, makedev(ZELAN_MAJOR, vnet)) == 0 || errno == EEXIST) {
         return true;
     }
-    HBLLog(LOG_ERR, function, "Creating zelan device failed, error: %s", Err_LastErrnoText());
+    log(LOG_ERR, "Creating zelan device failed, error: %s", Err_LastErrnoText());
     return false;
 }
 
-bool MakeRegularFile(const char *function, const char *path) {
+bool MakeRegularFile(FunctionLog log, const char *path) {
     // Without waiting, should a FIFO stand there.
     const FileDescriptor file(Posix_Open(path, O_CREAT | O_NONBLOCK | O_CLOEXEC, FILE_MODE));
     if (!file) {
-        HBLLog(LOG_ERR, function, "Cannot create File: %s because of: %s", path, Err_LastErrnoText());
+        log(LOG_ERR, "Cannot create File: %s because of: %s", path, Err_LastErrnoText());
         return false;
     }
-    HBLLog(LOG_INFO2, function, "File: %s created", path);
+    log(LOG_INFO2, "File: %s created", path);
     return true;
 }
 
-bool Make(const char *function, HBLFileKind kind, const char *path, uint32_t vnet) {
+bool Make(FunctionLog log, HBLFileKind kind, const char *path, uint32_t vnet) {
     const ClearedUmask exactModes;
     switch (kind) {
         case HBLFileKind::Directory:
-            return MakeDirectory(function, path);
+            return MakeDirectory(log, path);
         case HBLFileKind::Device:
-            return MakeDevice(function, path, vnet);
+            return MakeDevice(log, path, vnet);
         default:
-            return MakeRegularFile(function, path);
+            return MakeRegularFile(log, path);
     }
 }
 
@@ -126,7 +125,7 @@ Recorded RecordRegularFile(const char *path) {
     return HBLFileDBAddFile(path, time.get()) ? Recorded::Yes : Recorded::Refused;
 }
 
-bool Record(const char *function, HBLFileKind kind, const char *path) {
+bool Record(FunctionLog log, HBLFileKind kind, const char *path) {
     Recorded result = Recorded::Yes;
     if (kind == HBLFileKind::Directory) {
         result = HBLFileDBAddDirectory(path) ? Recorded::Yes : Recorded::Refused;
@@ -136,35 +135,36 @@ bool Record(const char *function, HBLFileKind kind, const char *path) {
         result = RecordRegularFile(path);
     }
     if (result == Recorded::NoMemory) {
-        HBLLog(LOG_ERR, function, "Failed to allocate memory for mtime, error: %s", Err_LastErrnoText());
+        log(LOG_ERR, "Failed to allocate memory for mtime, error: %s", Err_LastErrnoText());
     } else if (result == Recorded::Refused) {
-        HBLLog(LOG_ERR, function, "Error adding configuration record for creation of file: %s", path);
+        log(LOG_ERR, "Error adding configuration record for creation of file: %s", path);
     }
     return result == Recorded::Yes;
 }
 
-// How a kind of thing is removed, and in which words.
-struct Removal {
-    int (*remove)(const char *path);
-    bool (*record)(const char *path);
-    const char *deleted;  // takes the path
-    const char *missing;  // takes the path
-    uint32_t missingLevel;
-    const char *failed;  // takes the path and the reason
-};
+bool RemoveDirectory(FunctionLog log, const char *path) {
+    if (Posix_Rmdir(path) == 0) {
+        log(LOG_INFO2, "Directory: %s deleted", path);
+    } else if (errno == ENOENT) {
+        log(LOG_WRN, "Directory %s does not exist", path);
+    } else {
+        log(LOG_ERR, "Cannot delete Directory: %s because of: %s", path, Err_LastErrnoText());
+        return false;
+    }
+    return HBLFileDBRemoveDirectory(path);
+}
 
-constexpr Removal DIRECTORY_REMOVAL = {Posix_Rmdir,
-                                       HBLFileDBRemoveDirectory,
-                                       "Directory: %s deleted",
-                                       "Directory %s does not exist",
-                                       LOG_WRN,
-                                       "Cannot delete Directory: %s because of: %s"};
-constexpr Removal FILE_REMOVAL = {Posix_Unlink,
-                                  HBLFileDBRemoveFile,
-                                  "File: %s deleted",
-                                  "File %s does not exist",
-                                  LOG_ERR,
-                                  "Cannot delete File: %s because of: %s"};
+bool RemoveFile(FunctionLog log, const char *path) {
+    if (Posix_Unlink(path) == 0) {
+        log(LOG_INFO2, "File: %s deleted", path);
+    } else if (errno == ENOENT) {
+        log(LOG_ERR, "File %s does not exist", path);
+    } else {
+        log(LOG_ERR, "Cannot delete File: %s because of: %s", path, Err_LastErrnoText());
+        return false;
+    }
+    return HBLFileDBRemoveFile(path);
+}
 
 }  // namespace
 
@@ -219,14 +219,5 @@ bool HBLRemoveFile(uint32_t vnet, uint32_t fileType, const char *customPath) {
     if (row == nullptr || !FormPath(__func__, vnet, fileType, customPath, path)) {
         return false;
     }
-    const Removal &removal = row->kind == HBLFileKind::Directory ? DIRECTORY_REMOVAL : FILE_REMOVAL;
-    if (removal.remove(path) == 0) {
-        HBLLog(LOG_INFO2, __func__, removal.deleted, path);
-    } else if (errno == ENOENT) {
-        HBLLog(removal.missingLevel, __func__, removal.missing, path);
-    } else {
-        HBLLog(LOG_ERR, __func__, removal.failed, path, Err_LastErrnoText());
-        return false;
-    }
-    return removal.record(path);
+    return row->kind == HBLFileKind::Directory ? RemoveDirectory(__func__, path) : RemoveFile(__func__, path);
 }

@@ -43,6 +43,9 @@ bool HBLCopyFile(const char *sourcePath, const char *destinationPath);
 
 // Regular files only, as open(2) and fopen(3), never inherited and without waiting: at a path where anything
 // else stands, a FIFO for one, they fail with an errno, EISDIR or EINVAL where there is no other. The modes
-// are "r", "w" and "w+".
+// are "r", "r+", "w", "w+", "a" and "a+".
 int HBLOpenRegular(const char *path, int flags, mode_t mode);
 FILE *HBLFopenRegular(const char *path, const char *mode);
+// For reading alone. A folder is opened as well; its first read fails, with EISDIR.
+int HBLOpenToRead(const char *path);
+FILE *HBLFopenToRead(const char *path);

@@ -1,9 +1,12 @@
 // Two loaded caches of one file, as two processes have them: neither loses the other's change.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <string>
 
+#include "lib/harbrel/database/carryOver.h"
+#include "lib/misc/owners.h"
 #include "tests/support/cacheTest.h"
 
 namespace {
@@ -31,7 +34,7 @@ TEST_F(TwoProcesses, ChangesInTurnBuildOnEachOtherAlsoAcrossARewrite) {
     EXPECT_EQ("other", Answer(mine, "B"));
     EXPECT_EQ("VERSION=1,0\nanswer OLD 1\nanswer A mine\nanswer B other\nremove_answer A\nanswer A again\n",
               ReadFileText(path));
-    EXPECT_TRUE(HBLNetCfgFollowFile(other));
+    EXPECT_TRUE(HBLNetCfgChangeWithoutLock(other, [] { return true; }));
     ASSERT_TRUE(NetCfgWriteDatabaseFile(other, (folder / "new").c_str(), false));
     ASSERT_EQ(0, rename((folder / "new").c_str(), path.c_str()));
     EXPECT_TRUE(Change(mine, "C", "mine"));
@@ -44,6 +47,37 @@ TEST_F(TwoProcesses, LineWithoutALookAtTheFileGoesBehindTheOthersAndDoesNotHideI
     EXPECT_TRUE(HBLNetCfgAddAnswerString(mine, "A", "1"));
     EXPECT_EQ("VERSION=1,0\nanswer OLD 1\nanswer B longer\nanswer A 1\n", ReadFileText(path));
     EXPECT_FALSE(NetCfgFileIsAsLastSeen(mine));
+}
+
+TEST_F(TwoProcesses, ChangeThatMeetsARewriteIsMadeAgainOnTheNewFile) {
+    int made = 0;
+    EXPECT_TRUE(HBLNetCfgChangeWithoutLock(mine, [&] {
+        const bool done = HBLNetCfgAddAnswerString(mine, "A", "1");
+        if (++made == 1) {
+            WriteFileText(folder / "new", "VERSION=1,0\nanswer OLD 1\nanswer B 2\n");
+            EXPECT_EQ(0, rename((folder / "new").c_str(), path.c_str()));
+        }
+        return done;
+    }));
+    EXPECT_EQ(2, made);
+    EXPECT_EQ("2", Answer(mine, "B"));
+    EXPECT_EQ("VERSION=1,0\nanswer OLD 1\nanswer B 2\nanswer A 1\n", ReadFileText(path));
+    EXPECT_EQ(nullptr, mine->lockToken);
+}
+
+TEST_F(TwoProcesses, RewriteCarriesOverWhatReachedTheFormerFileAfterItsLastLook) {
+    for (const bool wholeLast : {true, false}) {
+        const std::string text = wholeLast ? "VERSION=1,0\nanswer OLD 1\n" : "VERSION=1,0\nanswer OLD 1";
+        ASSERT_TRUE(Load(text));
+        HBLNetCfgUnload(&other, false);
+        ASSERT_TRUE(HBLNetCfgLoad(path.c_str(), &other, false));
+        const FileDescriptor former(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        EXPECT_TRUE(HBLNetCfgAddAnswerString(other, "B", "2"));
+        ASSERT_TRUE(NetCfgWriteDatabaseFile(mine, (folder / "new").c_str(), false));
+        ASSERT_EQ(0, rename((folder / "new").c_str(), path.c_str()));
+        NetCfgCarryOver(mine, "Test", former.get());
+        EXPECT_EQ("VERSION=1,0\nanswer OLD 1\nanswer B 2\n", ReadFileText(path));
+    }
 }
 
 TEST_F(TwoProcesses, TextsHandedOutStayGood) {
