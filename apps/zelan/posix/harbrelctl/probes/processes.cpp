@@ -28,9 +28,24 @@ bool Names(const std::vector<std::string> &arguments, const std::string &word) {
     });
 }
 
+// A server that reads its configuration from a pipe is known by the leases that it holds open.
+bool HoldsLeases(const Host &host, int network, const Process &process) {
+    constexpr int MOST_DESCRIPTORS = 16;
+    const std::string folder = "/proc/" + std::to_string(process.pid) + "/fd/";
+    for (int descriptor = 0; descriptor < MOST_DESCRIPTORS; descriptor++) {
+        std::error_code ignored;
+        if (std::filesystem::equivalent(folder + std::to_string(descriptor), host.paths.Leases(network),
+                                        ignored)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool IsForNetwork(const Host &host, int network, Service service, const Process &process) {
     return Names(process.arguments, NetworkName(network)) ||
-           Names(process.arguments, host.PidFile(network, service));
+           Names(process.arguments, host.PidFile(network, service)) ||
+           (service == SERVICE_DHCP && HoldsLeases(host, network, process));
 }
 
 std::optional<Finding> ProbeProcess(const Patient &patient, int network, Service service) {
