@@ -74,6 +74,7 @@ TEST(UnicodeInitDeathTest, TakesTheEncodingFromTheEnvironmentAndTheArgumentsToUt
     } cases[] = {
         {nullptr, nullptr, "C", "x", 0, "<UTF-8 0 x x>"},
         {"@locale,UTF-8", nullptr, "C", "x", 0, "<ANSI_X3.4-1968 7 x x>"},
+        {"@locale", nullptr, "C.UTF-8", "x", 0, "<UTF-8 0 x x>"},
         {"", "", "C", "x", 0, "<ANSI_X3.4-1968 7 x x>"},
         {"ISO-8859-1,UTF-8", "1", "C", "caf\xE9", 0, "<ISO-8859-1 8 caf\xC3\xA9 caf\xC3\xA9>"},
         {"klingon,UTF-8", nullptr, "C", "x", 1,
