@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <map>
 
 #include "daemons/zelan-dhcpd/dnsmasqValue.h"
 
@@ -233,6 +234,11 @@ class Writer {
     }
 
     bool WriteHosts() {
+        for (const DhcpHost &host : meaning_.hosts) {
+            for (Ipv4 address : host.addresses) {
+                holders_[address]++;
+            }
+        }
         for (size_t i = 0; i < meaning_.hosts.size(); i++) {
             const DhcpHost &host = meaning_.hosts[i];
             bool isAnybody = !host.hardware.empty() || !host.clientId.empty();
@@ -253,11 +259,7 @@ class Writer {
             }
             *chosen = isServed ? address : *chosen;
         }
-        auto sameAddress = [&](const DhcpHost &other) {
-            return &other != &host &&
-                   std::count(other.addresses.begin(), other.addresses.end(), *chosen) != 0;
-        };
-        return *chosen == 0 || std::none_of(meaning_.hosts.begin(), meaning_.hosts.end(), sameAddress) ||
+        return *chosen == 0 || holders_[*chosen] == 1 ||
                Refuse(host.line, "a fixed address of several hosts");
     }
 
@@ -300,6 +302,7 @@ class Writer {
     std::string *text_;
     std::string tag_;  // of the subnet that is being written
     bool matchesDuration_ = false;
+    std::map<Ipv4, int> holders_;  // how many hosts have a fixed address
     DhcpProblem problem_;
 };
 
