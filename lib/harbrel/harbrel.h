@@ -28,8 +28,8 @@
  *    all other calls take no lock.
  *  - Threads. Load, unload and all changes belong to one thread. Between its first load and its last unload
  *    other threads may call, at any moment and several at once, all functions that only read: those that
- *    neither lock nor add, remove, store, set, create or delete anything. Each record that they read is whole,
- *    the one before a change or the one after it; a call that reads several may see some before and some
+ *    neither lock nor add, remove, store, set, create or delete anything. Each record that they read is
+ * whole, the one before a change or the one after it; a call that reads several may see some before and some
  *    after.
  *  - A call that changes DHCP, NAT or adapter settings changes the database alone. The daemon's file or the
  *    interface follows on HBL_UpdateDHCPFromConfig, HBL_UpdateNATFromConfig or HBL_UpdateAdapterFromConfig.
@@ -217,10 +217,16 @@ HBL_CHECKED bool HBL_ExportDatabaseToFile(const char *file);
 
 /* ---- DHCP ---- */
 
-/* Parameter ids: 13350 first and 13351 last address of the lease range (without a stored value the upper half
- * of the subnet), 13354 default and 13355 longest lease in seconds (1800 and 7200). Seconds are text from "0"
- * to "2147483647"; what has ten digits fails when the daemon's file is written. Any other id is a failure:
- * the rest is set by answers, see orvane-networking(5). */
+/* Parameter ids, and what holds without a stored value. Any other id is a failure: the rest is set by
+ * answers, see orvane-networking(5). Seconds are text from "0" to "2147483647", octal behind a 0 and
+ * hexadecimal behind 0x; what has ten digits fails when the daemon's file is written, and the server reads
+ * decimal digits alone. */
+enum {
+    HBL_PARAM_DHCP_FIRST_ADDRESS = 13350, /* of the lease range: the upper half of the subnet */
+    HBL_PARAM_DHCP_LAST_ADDRESS = 13351,
+    HBL_PARAM_DHCP_DEFAULT_LEASE = 13354, /* seconds: 1800 */
+    HBL_PARAM_DHCP_LONGEST_LEASE = 13355  /* seconds: 7200 */
+};
 
 /* Turns DHCP on or off. Turning it on gives a network without a subnet an unused one as
  * HBL_AssignSubnetAddressToVnet does. `cleanup` also removes all parameters and static mappings, even where
@@ -253,17 +259,22 @@ HBL_CHECKED bool HBL_GetDHCPIPToMAC(const char *vnet, char *ip, uint32_t *ipLen,
 HBL_CHECKED bool HBL_EnumDHCPIPToMAC(const char *vnet, uint32_t *enumOffset, char *ip, uint32_t *ipLen,
                                      char *mac, uint32_t *macLen);
 
-/* Writes the daemon's configuration file <CONFIGDIR>/zelan<N>/dhcpd/dhcpd.conf, or removes it when DHCP is
- * off. Text outside the library's block stays; a file whose block was edited is first copied to
- * dhcpd.conf.bak and then written afresh. The service must be stopped. Locks. */
+/* Writes the daemon's configuration file <CONFIGDIR>/zelan<N>/dhcpd/dhcpd.conf, with a copy of the former one
+ * in dhcpd.conf.bak, or removes it when DHCP is off. Text outside the library's block stays; when the block
+ * was edited the file is written afresh, and the edited one is in the copy until the next call. The service
+ * must be stopped. Locks. */
 HBL_API bool HBL_UpdateDHCPFromConfig(const char *vnet);
 
 /* ---- NAT ---- */
 
-/* Parameter ids: 9027 the gateway's address (without a stored value the subnet's plus 2), 9030 configuration
- * port ("1" to "65535"; stored, but nothing uses it), 9031 active FTP ("0" or "1"; 1), 9032 any vendor's MAC
- * address ("0" or "1"; 1), 9033 UDP time-out in seconds (as above, 0 for none; 60). Any other id is a
- * failure. */
+/* Parameter ids, and what holds without a stored value. Any other id is a failure. */
+enum {
+    HBL_PARAM_NAT_GATEWAY = 9027,     /* address: the subnet's plus 2 */
+    HBL_PARAM_NAT_CONFIG_PORT = 9030, /* "1" to "65535"; stored, but nothing uses it */
+    HBL_PARAM_NAT_ACTIVE_FTP = 9031,  /* "0" or "1": 1 */
+    HBL_PARAM_NAT_ANY_OUI = 9032,     /* any vendor's MAC address, "0" or "1": 1 */
+    HBL_PARAM_NAT_UDP_TIMEOUT = 9033  /* seconds as above, 0 for none: 60 */
+};
 
 /* As HBL_SetVnetUseDHCP; `cleanup` also removes all parameters and port forwards. Locks. */
 HBL_API bool HBL_SetVnetUseNAT(const char *vnet, bool useNAT, bool cleanup);
@@ -293,7 +304,7 @@ HBL_CHECKED bool HBL_GetNATPortForward(const char *vnet, bool tcp, uint16_t host
                                        uint32_t *descLen);
 
 /* One TCP or UDP forward of the network after another, as HBL_EnumDHCPIPToMAC; buffers as
- * HBL_GetNATPortForward. */
+ * HBL_GetNATPortForward. `hostPort` is not tested for null. */
 HBL_CHECKED bool HBL_EnumNATPortForward(const char *vnet, bool tcp, uint32_t *enumOffset, uint16_t *hostPort,
                                         char *vmIP, uint32_t *vmIPLen, uint16_t *vmPort, char *description,
                                         uint32_t *descLen);
@@ -365,16 +376,17 @@ HBL_API void HBL_FreeHostAdapterList(HBL_HostAdapterList *header);
 HBL_CHECKED bool HBL_GetBridgeDefaultNetwork(HBL_NetworkID *netId);
 
 /* Makes vnet 0 that network, or with HBL_VNET_NONE none; *netId has version 1 and type 1. The adapters of the
- * moment are on vnet 0 afterwards in either case: without a default network those that it had get a mapping
- * to it, and with one those that were mapped to none do. Restarts the bridge daemons concerned that run; a
- * failure puts everything back. Locks. */
+ * moment that no other network has are on vnet 0 afterwards in either case: without a default network those
+ * that it had get a mapping to it, and with one those that were mapped to none do. Restarts the bridge
+ * daemons concerned that run. A failure puts everything back, but an adapter without a mapping may come out
+ * with one to the network that it is on. Locks. */
 HBL_API bool HBL_SetBridgeDefaultNetwork(const HBL_NetworkID *netId);
 
 /* Moves an adapter, of which version and deviceName count, from one network to another. `source` null: the
  * one that it is on; a given one must be that. `destination` null: the default network; a vnet of
  * HBL_VNET_NONE: no network. Adapters that were on a destination other than the default go to the default.
- * The adapter need not exist at the moment. Restarts the bridge daemons concerned that run; a failure puts
- * everything back. Locks. */
+ * The adapter need not exist at the moment; its name ends within deviceName. Restarts the bridge daemons
+ * concerned that run. A failure puts everything back, but as above. Locks. */
 HBL_API bool HBL_BridgeMoveAdapter(const HBL_HostAdapter *adapter, const HBL_NetworkID *source,
                                    const HBL_NetworkID *destination);
 
@@ -390,8 +402,8 @@ HBL_CHECKED bool HBL_GetVnetFeatures(HBL_VnetFeatures *ft);
 HBL_CHECKED bool HBL_FindVnetWithFeatures(HBL_VnetFeatures *ft);
 
 /* The setters store a valid address or mask, or with null remove what is stored, which is success also when
- * there is nothing. A mask has its ones in front and leaves at least 8 addresses. They do not check that the
- * addresses fit each other, and touch nothing that runs. Lock. */
+ * there is nothing. A mask is one run of ones, up to 255.255.255.248; that they are in front is not checked,
+ * nor that addresses and mask fit each other. Nothing that runs is touched. Lock. */
 HBL_API bool HBL_SetVnetSubnetAddr(const char *vnet, const char *value);
 HBL_API bool HBL_SetVnetSubnetMask(const char *vnet, const char *value);
 HBL_API bool HBL_SetVnetAdapterAddr(const char *vnet, const char *value);

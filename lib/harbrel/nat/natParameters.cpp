@@ -48,15 +48,20 @@ bool CheckSeconds(FunctionLog log, const ParameterRow &row, uint32_t vnet, const
 }
 
 constexpr ParameterRow ROWS[] = {
-    {HBL_NAT_PARAM_GATEWAY_IP, "\"gateway ip\"", "NAT_PARAM_GATEWAY_IP", 9027, CheckAddress, nullptr},
+    {HBL_NAT_PARAM_GATEWAY_IP, "\"gateway ip\"", "NAT_PARAM_GATEWAY_IP", HBL_PARAM_NAT_GATEWAY, CheckAddress,
+     nullptr},
     {HBL_NAT_PARAM_GATEWAY_NETMASK, "\"gateway netmask\"", "NAT_PARAM_INT_GATEWAY_IPSUBNETMASK", 0, nullptr,
      nullptr},
     {HBL_NAT_PARAM_UNUSED, "", "", 0, nullptr, nullptr},
-    {HBL_NAT_PARAM_CONFIG_PORT, "\"configport\"", "NAT_PARAM_CONFIG_PORT", 9030, CheckPort, "33445"},
-    {HBL_NAT_PARAM_ACTIVE_FTP, "\"activeFTP\"", "NAT_PARAM_ACTIVE_FTP", 9031, CheckFlag, "1"},
-    {HBL_NAT_PARAM_ALLOW_ANY_OUI, "\"allowAnyOUI\"", "NAT_PARAM_ALLOW_ANY_OUI", 9032, CheckFlag, "1"},
+    {HBL_NAT_PARAM_CONFIG_PORT, "\"configport\"", "NAT_PARAM_CONFIG_PORT", HBL_PARAM_NAT_CONFIG_PORT,
+     CheckPort, "33445"},
+    {HBL_NAT_PARAM_ACTIVE_FTP, "\"activeFTP\"", "NAT_PARAM_ACTIVE_FTP", HBL_PARAM_NAT_ACTIVE_FTP, CheckFlag,
+     "1"},
+    {HBL_NAT_PARAM_ALLOW_ANY_OUI, "\"allowAnyOUI\"", "NAT_PARAM_ALLOW_ANY_OUI", HBL_PARAM_NAT_ANY_OUI,
+     CheckFlag, "1"},
     {HBL_NAT_PARAM_DEVICE, "\"device\"", "NAT_PARAM_DEVICE", 0, nullptr, nullptr},
-    {HBL_NAT_PARAM_UDP_TIMEOUT, "\"timeout\"", "NAT_PARAM_UDP_TIMEOUT", 9033, CheckSeconds, "60"},
+    {HBL_NAT_PARAM_UDP_TIMEOUT, "\"timeout\"", "NAT_PARAM_UDP_TIMEOUT", HBL_PARAM_NAT_UDP_TIMEOUT,
+     CheckSeconds, "60"},
     {HBL_NAT_PARAM_UNKNOWN, "", "", 0, nullptr, nullptr},
 };
 
