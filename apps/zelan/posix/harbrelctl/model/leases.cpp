@@ -1,6 +1,7 @@
 #include "apps/zelan/posix/harbrelctl/model/leases.h"
 
 #include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -25,6 +26,16 @@ std::optional<time_t> IscTime(std::istringstream *words) {
     return timegm(&parts);
 }
 
+// A guest gives itself any name it likes; only what a host name may have gets further.
+std::string HostName(std::string name) {
+    for (char &character : name) {
+        const bool plain = isalnum(static_cast<unsigned char>(character)) != 0 || character == '-' ||
+                           character == '.' || character == '_';
+        character = plain ? character : '?';
+    }
+    return name;
+}
+
 struct IscLease {
     Lease lease;
     bool active = true;
@@ -41,7 +52,7 @@ void TakeIscStatement(const std::string &line, IscLease *entry) {
     } else if (keyword == "hardware" && words >> word >> word) {
         entry->lease.mac = StandardMac(Bare(word)).value_or("");
     } else if (keyword == "client-hostname" && words >> word) {
-        entry->lease.name = Bare(word);
+        entry->lease.name = HostName(Bare(word));
     } else if (keyword == "binding" && words >> word >> word) {
         entry->active = Bare(word) == "active";
     }
@@ -92,7 +103,7 @@ std::map<uint32_t, Lease> ListedLeases(std::istringstream *text) {
         Lease lease;
         lease.address = *number;
         lease.mac = StandardMac(mac).value_or("");
-        lease.name = name == "*" ? "" : name;
+        lease.name = name == "*" ? "" : HostName(name);
         lease.until = until > 0 ? std::optional<time_t>(until) : std::nullopt;
         leases[*number] = lease;
     }

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "apps/zelan/posix/harbrelctl/model/processes.h"
+#include "apps/zelan/posix/harbrelctl/model/text.h"
 
 namespace {
 
@@ -102,7 +103,7 @@ std::string CommandName(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/comm");
     std::string name;
     std::getline(file, name);
-    return name;
+    return Printable(name);
 }
 
 std::vector<UsedPort> ForeignPorts() {

@@ -2,11 +2,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "apps/zelan/posix/harbrelctl/model/text.h"
+
 std::string FindingsText(const std::vector<Finding> &findings, size_t examined) {
     std::string text;
     for (const Finding &finding : findings) {
         text += (finding.network == NO_NETWORK ? "host" : NetworkName(finding.network)) + ": " +
-                finding.evidence + " [" + finding.code + "]\n";
+                Printable(finding.evidence) + " [" + finding.code + "]\n";
         if (!finding.command.empty()) {
             text += "    " + finding.command + "\n";
         }

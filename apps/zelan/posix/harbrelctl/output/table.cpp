@@ -2,11 +2,14 @@
 
 #include <algorithm>
 
+#include "apps/zelan/posix/harbrelctl/model/text.h"
+
 namespace {
 
 std::string Coloured(const Cell &cell, bool colour) {
     static constexpr const char *STARTS[] = {"", "\033[32m", "\033[31m"};
-    return colour && cell.tone != TONE_PLAIN ? STARTS[cell.tone] + cell.text + "\033[0m" : cell.text;
+    const std::string text = Printable(cell.text);
+    return colour && cell.tone != TONE_PLAIN ? STARTS[cell.tone] + text + "\033[0m" : text;
 }
 
 // Characters, not bytes, of UTF-8.

@@ -1,12 +1,16 @@
 // The links that only a packet can prove.
 #include <fcntl.h>
+#include <grp.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <cstring>
 
 #include "apps/zelan/posix/harbrelctl/probes/finding.h"
@@ -16,54 +20,45 @@ namespace {
 
 constexpr unsigned SERVER_FAILURE = 2;
 constexpr int CONNECT_MILLISECONDS = 2000;
+constexpr uid_t NOBODY = 65534;
 
 std::string RestartCommand(int network) {
     return "harbrelctl restart " + NetworkName(network);
 }
 
+// What a guest has found out; the child that asked tells no more than this.
+enum Outcome : uint8_t { WELL, DHCP_SILENT, GATEWAY_SILENT, DNS_SILENT, DNS_NO_SERVER, NO_WAY_OUT, BROKEN };
+
+struct Errand {
+    int network;
+    const NetworkConfig &config;
+    uint32_t gateway;
+    std::optional<uint32_t> nextHop;
+};
+
 // The guest's address: what DHCP offers, else the last one of the subnet. A DISCOVER alone takes nothing, so
 // there is nothing to give back.
-std::optional<Finding> AskForAddress(const GuestPort &port, const NetworkConfig &config, int network,
-                                     uint32_t *address) {
-    *address = config.NetworkSubnet()->Last() - 1;
-    if (!config.IsOn(FIELD_DHCP)) {
-        return std::nullopt;
-    }
+bool AskForAddress(const GuestPort &port, const Errand &errand, uint32_t *address) {
+    *address = errand.config.NetworkSubnet()->Last() - 1;
     const auto transaction = static_cast<uint32_t>(getpid());
-    const bool offered = port.Ask(DhcpDiscover(port.mac(), transaction), [&](std::span<const uint8_t> frame) {
-        const std::optional<uint32_t> offer = DhcpOffer(frame, transaction);
-        *address = offer.value_or(*address);
-        return offer.has_value();
-    });
-    return offered ? std::nullopt
-                   : std::optional(Finding{network, "dhcp-silent",
-                                           "no DHCP server answers a DISCOVER on " + SwitchName(network),
-                                           RestartCommand(network)});
+    return !errand.config.IsOn(FIELD_DHCP) ||
+           port.Ask(DhcpDiscover(port.mac(), transaction), [&](std::span<const uint8_t> frame) {
+               const std::optional<uint32_t> offer = DhcpOffer(frame, transaction);
+               *address = offer.value_or(*address);
+               return offer.has_value();
+           });
 }
 
-std::optional<uint32_t> NextHop(const KernelView &kernel) {
-    for (const Route &route : kernel.routes) {
-        if (route.destination.mask == 0 && route.gateway != 0) {
-            return route.gateway;
-        }
-    }
-    return std::nullopt;
-}
-
-std::optional<Finding> AskGateway(const Patient &patient, const GuestPort &port, int network,
-                                  uint32_t address) {
-    const NetworkConfig &config = patient.host.config.networks[network];
-    const uint32_t gateway = EffectiveAddress(network, config, FIELD_GATEWAY).value_or(0);
+Outcome AskGateway(const GuestPort &port, const Errand &errand, uint32_t address) {
     const Place self = {port.mac(), address};
-    Place router = {{}, gateway};
-    const bool found = port.Ask(ArpRequest(self, gateway), [&](std::span<const uint8_t> frame) {
-        const std::optional<Mac> mac = ArpReply(frame, gateway);
+    Place router = {{}, errand.gateway};
+    const bool found = port.Ask(ArpRequest(self, errand.gateway), [&](std::span<const uint8_t> frame) {
+        const std::optional<Mac> mac = ArpReply(frame, errand.gateway);
         router.mac = mac.value_or(router.mac);
         return mac.has_value();
     });
     if (!found) {
-        return Finding{network, "gateway-silent", "nobody has the gateway's address " + AddressText(gateway),
-                       RestartCommand(network)};
+        return GATEWAY_SILENT;
     }
     const auto number = static_cast<uint16_t>(getpid());
     unsigned code = 0;
@@ -73,17 +68,82 @@ std::optional<Finding> AskGateway(const Patient &patient, const GuestPort &port,
         return answer.has_value();
     });
     if (!answered || code == SERVER_FAILURE) {
-        return Finding{network, answered ? "dns-no-server" : "dns-silent",
-                       answered ? "the gateway finds no name server: see /etc/resolv.conf"
-                                : "the gateway does not answer questions for names",
-                       answered ? "" : RestartCommand(network)};
+        return answered ? DNS_NO_SERVER : DNS_SILENT;
     }
-    const std::optional<uint32_t> target = NextHop(patient.kernel);
-    router.address = target.value_or(0);
+    router.address = errand.nextHop.value_or(0);
     const auto isReply = [&](std::span<const uint8_t> frame) { return IsEchoReply(frame, number); };
-    if (target && !port.Ask(EchoRequest(self, router, number), isReply)) {
-        return Finding{network, "no-way-out",
-                       "no echo comes back from " + AddressText(*target) + ", the host's next hop", ""};
+    return errand.nextHop && !port.Ask(EchoRequest(self, router, number), isReply) ? NO_WAY_OUT : WELL;
+}
+
+bool ShedPrivileges() {
+    return setgroups(0, nullptr) == 0 && setresgid(NOBODY, NOBODY, NOBODY) == 0 &&
+           setresuid(NOBODY, NOBODY, NOBODY) == 0 && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
+}
+
+// Frames of guests are read by a process that may do nothing else.
+Outcome RunErrand(const GuestPort &port, const Errand &errand) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return BROKEN;
+    }
+    const FileDescriptor readEnd(ends[0]);
+    FileDescriptor writeEnd(ends[1]);
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        uint32_t address = 0;
+        Outcome outcome = BROKEN;
+        if (ShedPrivileges() && prctl(PR_SET_PDEATHSIG, SIGKILL) == 0) {
+            outcome = AskForAddress(port, errand, &address) ? WELL : DHCP_SILENT;
+        }
+        if (outcome == WELL && errand.config.IsOn(FIELD_NAT)) {
+            outcome = AskGateway(port, errand, address);
+        }
+        (void)!write(writeEnd.get(), &outcome, sizeof outcome);
+        _exit(0);
+    }
+    writeEnd.reset();
+    Outcome outcome = BROKEN;
+    if (child < 0 || read(readEnd.get(), &outcome, sizeof outcome) != sizeof outcome || outcome > BROKEN) {
+        outcome = BROKEN;
+    }
+    waitpid(child, nullptr, 0);
+    return outcome;
+}
+
+std::optional<Finding> FindingOf(Outcome outcome, const Errand &errand) {
+    const int network = errand.network;
+    const std::string restart = RestartCommand(network);
+    switch (outcome) {
+        case WELL:
+            return std::nullopt;
+        case DHCP_SILENT:
+            return Finding{network, "dhcp-silent",
+                           "no DHCP server answers a DISCOVER on " + SwitchName(network), restart};
+        case GATEWAY_SILENT:
+            return Finding{network, "gateway-silent",
+                           "nobody has the gateway's address " + AddressText(errand.gateway), restart};
+        case DNS_SILENT:
+            return Finding{network, "dns-silent", "the gateway does not answer questions for names", restart};
+        case DNS_NO_SERVER:
+            return Finding{network, "dns-no-server", "the gateway finds no name server: see /etc/resolv.conf",
+                           ""};
+        case NO_WAY_OUT:
+            return Finding{network, "no-way-out",
+                           "no echo comes back from " + AddressText(errand.nextHop.value_or(0)) +
+                               ", the host's next hop",
+                           ""};
+        case BROKEN:
+            break;
+    }
+    return Finding{network, "probe-refused", "the program that asks as a guest could not run", ""};
+}
+
+std::optional<uint32_t> NextHop(const KernelView &kernel) {
+    for (const Route &route : kernel.routes) {
+        if (route.destination.mask == 0 && route.gateway != 0) {
+            return route.gateway;
+        }
     }
     return std::nullopt;
 }
@@ -135,12 +195,9 @@ std::optional<Finding> ProbeAsGuest(const Patient &patient, int network) {
                        "no port can be plugged into " + SwitchName(network) + ": " + strerror(port.error()),
                        ""};
     }
-    uint32_t address = 0;
-    std::optional<Finding> finding = AskForAddress(port, config, network, &address);
-    if (!finding && config.IsOn(FIELD_NAT)) {
-        finding = AskGateway(patient, port, network, address);
-    }
-    return finding;
+    const Errand errand = {network, config, EffectiveAddress(network, config, FIELD_GATEWAY).value_or(0),
+                           NextHop(patient.kernel)};
+    return FindingOf(RunErrand(port, errand), errand);
 }
 
 // From the host's own address on the network, which forwards take to the guest too. UDP says nothing by
