@@ -15,21 +15,18 @@
 #include "daemons/common/file.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
+#include "daemons/common/traces.h"
 
 namespace {
 
-constexpr const char *FOLDER = "/run/zelan";
 constexpr const char *EDIT_FILE = "host-table.lock";
 constexpr std::string_view NAT_PREFIX = "nat-share-";
 
 std::string PathOf(const std::string &name) {
-    return std::string(FOLDER) + "/" + name;
+    return std::string(WATCH_FOLDER) + "/" + name;
 }
 
 FileDescriptor Open(const std::string &name, int flags) {
-    if (mkdir(FOLDER, S_IRWXU) != 0 && errno != EEXIST) {
-        return FileDescriptor();
-    }
     return FileDescriptor(open(PathOf(name).c_str(), flags | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
 }
 
@@ -61,7 +58,7 @@ std::string HostFiles_OfNat(int network) {
 
 std::vector<int> HostFiles_NatNetworks() {
     std::vector<int> networks;
-    Directory folder(opendir(FOLDER));
+    Directory folder(opendir(WATCH_FOLDER));
     for (const dirent *entry = folder ? readdir(folder.get()) : nullptr; entry != nullptr;
          entry = readdir(folder.get())) {
         std::string_view name = entry->d_name;

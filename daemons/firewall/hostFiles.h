@@ -1,4 +1,4 @@
-// What the daemons of the host know of each other's share in its packet filter: files below /run/zelan, which
+// What the daemons of the host know of each other's share in its packet filter: files in WATCH_FOLDER, which
 // only root enters.
 //
 // A file says that a living daemon needs what it stands for while the daemon holds it. It is held by a lock

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "daemons/common/address.h"
 #include "daemons/firewall/hostRules.h"

@@ -6,7 +6,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <set>
+#include <utility>
 
 #include "daemons/common/address.h"
 #include "daemons/common/complain.h"
@@ -81,6 +83,17 @@ bool EnsureFlowChain(RtSocket *socket, const std::string &chain, const char *wha
         Complain("this kernel lacks %s", what);
     }
     return added;
+}
+
+// Leaves out of the share what this kernel lacks.
+void AddFlowChainsFor(RtSocket *socket, NatShare *share) {
+    share->ownTimeout = share->ownTimeout &&
+                        EnsureFlowChain(socket, FlowObjects_TimeoutChain(share->udpTimeout),
+                                        "time-outs for single flows", [share](NftTransaction *transaction) {
+                                            FlowObjects_AddTimeout(transaction, share->udpTimeout);
+                                        });
+    share->activeFtp =
+        share->activeFtp && EnsureFlowChain(socket, FTP_CHAIN, "the FTP helper", FlowObjects_AddFtp);
 }
 
 // Takes out what other networks forward already.
@@ -197,13 +210,7 @@ bool HostTable::AddNat(NatShare share) {
     if (Nft_Find(&socket, HostRules_Table()) != 0 && Refused(Rebuild(&socket))) {
         return false;
     }
-    share.ownTimeout = share.ownTimeout &&
-                       EnsureFlowChain(&socket, FlowObjects_TimeoutChain(share.udpTimeout),
-                                       "time-outs for single flows", [&share](NftTransaction *transaction) {
-                                           FlowObjects_AddTimeout(transaction, share.udpTimeout);
-                                       });
-    share.activeFtp =
-        share.activeFtp && EnsureFlowChain(&socket, FTP_CHAIN, "the FTP helper", FlowObjects_AddFtp);
+    AddFlowChainsFor(&socket, &share);
     isFirstNat_ = !IsNatUsed();
     natUse_ = HostFiles_Hold(NAT_FILE);
     const std::string name = HostFiles_OfNat(network_);
