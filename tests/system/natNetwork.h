@@ -30,6 +30,16 @@ inline DaemonStart StartNat(const std::string &configuration, const std::string 
                        {"-m", "/var/run/zelan-natd-8.mac", "-c", "/etc/orvane/zelan8/nat/nat.conf"});
 }
 
+// Network 9, 192.168.11.0/24 with the gateway at .2.
+inline DaemonStart StartAnotherNat(const std::string &tcp = "") {
+    Must("mkdir -p /etc/orvane/zelan9/nat");
+    WriteFileText(
+        "/etc/orvane/zelan9/nat/nat.conf",
+        "[host]\nip = 192.168.11.2\nnetmask = 255.255.255.0\ndevice = /dev/zelan9\n[incomingtcp]\n" + tcp);
+    return StartDaemon("zelan-natd", "zelan-natd-9",
+                       {"-m", "/var/run/zelan-natd-9.mac", "-c", "/etc/orvane/zelan9/nat/nat.conf"});
+}
+
 // The address that a request came from.
 inline std::string Peer(const std::string &, const std::string &peer) {
     return peer;

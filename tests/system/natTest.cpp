@@ -198,6 +198,9 @@ TEST_F(Nat, ForwardThatCannotBeIsNamedAndThousandsOfOthersWork) {
         EXPECT_EQ("127.0.0.1", Exchange(nullptr, SOCK_STREAM, {"127.0.0.1", port}, "x"))
             << "the host's own server lost its port";
     }
+    const DaemonStart another = MustComeUp(StartAnotherNat("8888 = 192.168.11.50:80\n"));
+    EXPECT_NE(std::string::npos, another.Log().find("another network does so already")) << another;
+    EXPECT_EQ(OUTSIDE, Exchange(&outside_, SOCK_STREAM, {HOST, 8888}, "x"));
 }
 
 TEST_F(Nat, KilledDaemonLeavesNothingButForwardingThatTheHostHasTurnedOn) {
