@@ -82,6 +82,21 @@ class FullHost : public StartStop {
         "Stopped all configured services on all networks\n";
 };
 
+// As by the kernel when memory runs out, or with the whole control group.
+TEST_F(FullHost, StopRemovesWhatDaemonsThatWereAllKilledHaveLeft) {
+    EXPECT_TRUE(Run({"--start"}).Succeeded());
+    Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 ~ /^(zelan-|dhcpd|dnsmasq)/ {print $1}')");
+    ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep -E '^zelan-'").output.empty(); }));
+    EXPECT_TRUE(HasLink("zelan-sw1")) << "nothing to remove";
+    EXPECT_TRUE(Run({"--stop"}).Succeeded());
+    const auto left = [] {
+        return RunShell(
+                   "ip -br link | grep ^zelan; ls /run/zelan/daemon-* /var/run/zelan-*.pid; nft list tables")
+            .output;
+    };
+    EXPECT_TRUE(WaitUntil([&left] { return left().empty(); })) << left();
+}
+
 TEST_F(FullHost, StartStatusAndStopOfEverything) {
     Expect(Run({"--status"}), 1, NOT_RUNNING, "Some/All of the configured services are not running\n");
     ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");

@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "apps/zelan/posix/harbrelCLI/leftovers.h"
 #include "apps/zelan/posix/harbrelCLI/network.h"
 #include "apps/zelan/posix/harbrelCLI/networkServices.h"
 #include "apps/zelan/posix/harbrelCLI/networkStarter.h"
@@ -101,6 +102,7 @@ bool StopAll() {
     bool allStopped = VisitNetworks(StopNetworkServices);
     allStopped &= StopDetection();
     ReportClosing(allStopped, "stop", "Stopped");
+    RemoveLeftovers();
     return allStopped;
 }
 
