@@ -242,6 +242,29 @@ TEST_P(BridgeWay, TwoAdaptersOnOneWireMakeNoLoop) {
     EXPECT_LT(ReceivedPackets(guest, "g0") - before, 100) << "frames go round";
 }
 
+// A line of /proc/PID/status for the process of that name.
+std::string StatusOf(const std::string &process, const std::string &key) {
+    return RunShell("sed -n 's/^" + key + ":[[:space:]]*//p' /proc/$(pgrep -x " + process + ")/status")
+        .output;
+}
+
+TEST(BridgeCopies, TakePlaceInAProcessWithoutPrivilegesThatComesBackAndEndsWithItsKeeper) {
+    RefuseBpf(EVERY_COMMAND, EPERM);
+    Machine outside("outside");
+    outside.ConnectToHost("eth1", "o0", "10.9.0.1/24");
+    const DaemonStart bridge = StartBridge();
+    Machine guest("guest");
+    guest.ConnectToBridge("zelan-sw0", "g0", "10.9.0.2/24");
+    EXPECT_TRUE(guest.Run("ping -c 1 -W 5 10.9.0.1").Succeeded()) << bridge;
+    EXPECT_EQ("0000000000000000\n", StatusOf("zelan-copy", "CapPrm"));
+    EXPECT_EQ("1\n", StatusOf("zelan-copy", "NoNewPrivs"));
+    EXPECT_NE(0U, StatusOf("zelan-copy", "Uid").find("0\t"));
+    Must("pkill -KILL -x zelan-copy");
+    EXPECT_TRUE(WaitUntil([&] { return guest.Run("ping -c 1 -W 1 10.9.0.1").Succeeded(); })) << bridge;
+    KillDaemon(bridge);
+    EXPECT_TRUE(WaitUntil([] { return !RunShell("pgrep -x zelan-copy").Succeeded(); }));
+}
+
 TEST_P(BridgeWay, NothingIsLeftOfAKilledDaemonAndTheNextOneServes) {
     Start();
     for (int i = 0; i < 2; i++) {
