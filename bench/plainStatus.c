@@ -1,9 +1,11 @@
 /*
- * What --status must ask the kernel when nothing runs, and nothing else: for each network the PID files of
- * the three daemons and the state of the host-only interface, and the detection daemon's PID file at the end.
+ * What --status must ask the kernel, and nothing else: for each network the PID files of the three daemons,
+ * the processes that they name and the state of the host-only interface, and the detection daemon's at the
+ * end.
  */
 #include <fcntl.h>
 #include <net/if.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -16,7 +18,10 @@ static int runs;
 static void LookAtPidFile(const char *path) {
     int file = open(path, O_RDONLY);
     if (file >= 0) {
-        runs++;
+        char text[16] = "";
+        if (read(file, text, sizeof text - 1) > 0 && kill((pid_t)strtol(text, NULL, 10), 0) == 0) {
+            runs++;
+        }
         close(file);
     }
 }
