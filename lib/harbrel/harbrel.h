@@ -185,7 +185,8 @@ HBL_API bool HBL_StartService(const char *vnet, uint32_t serviceType);
 /* Takes a network out of the configuration: bridge mappings, DHCP and NAT with their parameters and files,
  * adapter, subnet and device node. Adapters that were mapped to it go to the default bridge network; when it
  * is that itself, there is none any more. It refuses, with nothing changed, while a service of the network
- * runs or its interface exists. A failed step does not stop the others; the call may be repeated. Locks. */
+ * runs or its interface exists; one that is going away with its stopped daemon is waited for, up to a second.
+ * A failed step does not stop the others; the call may be repeated. Locks. */
 HBL_API bool HBL_DeleteVnetFromDatabase(const char *vnet);
 
 /* ---- The database as a whole ---- */

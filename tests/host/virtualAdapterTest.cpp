@@ -104,6 +104,18 @@ TEST_F(HostOnly, RemovalRefusesWhileAnythingOfTheNetworkIsThere) {
     EXPECT_EQ(0, access("/dev/zelan8", F_OK));
 }
 
+TEST_F(HostOnly, RemovalFollowsAStopAtOnce) {
+    cache_.Answer("BINDIR", HARBREL_BIN_DIR);  // the interface of the real daemon goes away behind the stop
+    for (int round = 0; round < 5; ++round) {
+        cache_.Answer("VNET_8_VIRTUAL_ADAPTER", "yes");
+        cache_.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
+        cache_.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
+        ASSERT_TRUE(HBL_EnableNetworkAdapter("zelan8"));
+        EXPECT_TRUE(HBL_DisableNetworkAdapter("zelan8"));
+        EXPECT_TRUE(HBL_DeleteVnetFromDatabase("zelan8")) << log_.Take();
+    }
+}
+
 TEST_F(HostOnly, RemovalTakesEverythingAndGoesOnPastAFailure) {
     for (const char *field : {"NAT", "DHCP"}) {
         cache_.Answer(std::string("VNET_8_") + field, "yes");

@@ -1,4 +1,6 @@
 // Exported: taking a network out of the configuration.
+#include <time.h>
+
 #include "lib/harbrel/api/bridgeRemoval.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/services.h"
@@ -14,6 +16,10 @@
 #include "lib/harbrel/virtualadapter/virtualAdapter.h"
 
 namespace {
+
+// How long an interface may take to follow its daemon: about a second.
+constexpr int LEAVING_LOOKS = 200;
+constexpr timespec LEAVING_PAUSE = {.tv_sec = 0, .tv_nsec = 5'000'000};
 
 // Phase 1: nothing of the network may run.
 struct InspectedService {
@@ -50,13 +56,26 @@ bool InspectServices(FunctionLog log, const char *vnet, uint32_t number, bool *a
     return true;
 }
 
-bool InspectAdapter(FunctionLog log, const char *vnet, uint32_t number) {
+// The end of a netifup daemon takes its interface away a moment after the stop has returned. One that is
+// there to stay costs the whole wait.
+uint32_t StatusOfLeavingAdapter(const char *name) {
+    uint32_t status = HBLAdapterStatus(name);
+    for (int look = 0;
+         look < LEAVING_LOOKS && (status == HBL_ADAPTER_STATUS_UP || status == HBL_ADAPTER_STATUS_DOWN);
+         ++look) {
+        nanosleep(&LEAVING_PAUSE, nullptr);
+        status = HBLAdapterStatus(name);
+    }
+    return status;
+}
+
+bool InspectAdapter(FunctionLog log, const char *vnet, uint32_t number, bool maybeLeaving) {
     char name[HBL_ADAPTER_NAME_SIZE];
     if (!HBLGetVnetVirtAdapterName(number, name, sizeof name)) {
         log(LOG_ERR, "Failed to get the name of the hostonly adapter for vnet: %s", vnet);
         return false;
     }
-    switch (HBLAdapterStatus(name)) {
+    switch (maybeLeaving ? StatusOfLeavingAdapter(name) : HBLAdapterStatus(name)) {
         case HBL_ADAPTER_STATUS_ERROR:
             log(LOG_ERR, "Could not determine status of hostonly adapter for vnet: %s", vnet);
             return false;
@@ -144,6 +163,7 @@ bool HBL_DeleteVnetFromDatabase(const char *vnet) {
         return false;
     }
     bool anyRunning = false;
-    return InspectServices(frame.log, vnet, number, &anyRunning) && InspectAdapter(frame.log, vnet, number) &&
-           !anyRunning && RemoveUnderLock(frame.log, vnet, number);
+    return InspectServices(frame.log, vnet, number, &anyRunning) &&
+           InspectAdapter(frame.log, vnet, number, !anyRunning) && !anyRunning &&
+           RemoveUnderLock(frame.log, vnet, number);
 }
