@@ -1,6 +1,7 @@
 // The database file through the exported calls, with full disks and other processes in their way.
 #include <gmock/gmock.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <string>
 
@@ -141,6 +142,52 @@ TEST_F(DatabaseOnHost, ImportWhileLoadedKeepsTheDaemonsFolder) {
     EXPECT_TRUE(HBL_SetDefaultLogLevel(2));
     HBL_Unload();
     EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x2\nadd_bridge_mapping eth1 2\n", Database());
+}
+
+TEST_F(DatabaseOnHost, WhatIsNoRegularFileIsRefusedAtOnceAndStays) {
+    for (const std::string make : {"mkfifo ", "mkdir ", "mknod -m 666 "}) {
+        SCOPED_TRACE(make);
+        const auto put = [&make](const std::string &path) {
+            std::filesystem::remove_all(path);
+            return RunShell(make + path + (make[2] == 'n' ? " c 1 3" : "")).Succeeded();
+        };
+        const auto stands = [](const std::string &path) {
+            struct stat status = {};
+            return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+        };
+        LoadWith("answer HBL_LOGLEVEL 1\n");
+        ASSERT_TRUE(put(EXPORT));
+        EXPECT_FALSE(HBL_ExportDatabaseToFile(nullptr));
+        EXPECT_FALSE(HBL_ImportDatabaseFromFile(nullptr));
+        EXPECT_TRUE(HBL_SetDefaultLogLevel(1));  // loaded still, and nobody holds the lock
+        HBL_Unload();
+        EXPECT_TRUE(stands(EXPORT));
+        ASSERT_TRUE(put(DATABASE));
+        EXPECT_FALSE(HBL_Load());
+        EXPECT_FALSE(HBL_CheckNetworkingDB());
+        EXPECT_FALSE(HBL_CreateNetworkingDB(true));
+        WriteFileText("/tmp/settings", "BACKUP_VERSION=1,0\n");
+        EXPECT_FALSE(HBL_ImportDatabaseFromFile("/tmp/settings"));
+        EXPECT_TRUE(stands(DATABASE));
+        std::filesystem::remove_all(DATABASE);
+        ASSERT_TRUE(put("/etc/orvane/config"));
+        LoadWith("");
+        HBL_Unload();
+    }
+    ASSERT_TRUE(RunShell("rm -rf /var/log/harbrel && mkfifo /var/log/harbrel").Succeeded());
+    EXPECT_FALSE(HBL_Load());
+}
+
+TEST_F(DatabaseOnHost, ExportToAPathThatIsTooLongTouchesNothing) {
+    const std::string folder = "/tmp/" + std::string(200, 'd');
+    const std::string path = folder + "/" + std::string(60, 'f');
+    std::filesystem::create_directory(folder);
+    LoadWith("answer HBL_LOGLEVEL 1\n");
+    EXPECT_FALSE(HBL_ExportDatabaseToFile(path.c_str()));
+    EXPECT_FALSE(std::filesystem::exists(path));
+    WriteFileText(path, "somebody's");
+    EXPECT_FALSE(HBL_ExportDatabaseToFile(path.c_str()));
+    EXPECT_EQ("somebody's", ReadFileText(path));
 }
 
 TEST_F(DatabaseOnHost, SpoiltDatabaseHealsAtTheUnload) {

@@ -128,7 +128,8 @@ bool HBLNetCfgUnload(HBLNetworkConfigurationDB **slot, bool rewrite) {
     }
     const NetCfgReadResult prepared = rewrite ? PrepareRewrite(db, __func__) : NetCfgReadResult::Failed;
     if (prepared != NetCfgReadResult::Failed) {
-        const FileDescriptor former(fcntl(fileno(db->stream), F_DUPFD_CLOEXEC, 0));
+        const FileDescriptor former(db->stream != nullptr ? fcntl(fileno(db->stream), F_DUPFD_CLOEXEC, 0)
+                                                          : -1);
         CloseStream(db);
         Rewrite(db, __func__, former.get(), prepared == NetCfgReadResult::Done);
     }

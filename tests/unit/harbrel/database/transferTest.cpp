@@ -57,6 +57,8 @@ TEST_F(DatabaseTransfer, ImportFiltersAndUpgrades) {
         {"legacy fields of a present file stay",
          "BACKUP_VERSION=1,0\nanswer VNET_1_HOSTONLY_HOSTADDR 1.2.3.4\nanswer VNET_2_INTERFACE eth1\n",
          "answer VNET_1_HOSTONLY_HOSTADDR 1.2.3.4\nanswer VNET_2_INTERFACE eth1\n"},
+        {"a legacy adapter name that would read back as another",
+         "answer VNET_2_INTERFACE eth 1\nanswer VNET_3_DHCP no\n", "answer VNET_3_DHCP no\n"},
         {"other families are not filtered",
          "add_nat_portfwd 8 tcp 80 10.0.0.2 80 web\nadd_dhcp_mac_to_ip 8 2:0:0:a:b:c 10.0.0.3\n",
          "add_nat_portfwd 8 tcp 80 10.0.0.2 80 web\nadd_dhcp_mac_to_ip 8 02:00:00:0A:0B:0C 10.0.0.3\n"},
