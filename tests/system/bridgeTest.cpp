@@ -37,7 +37,7 @@ TEST(Bridge, DefaultNetworkTakesWhatLeadsOutAloneAndLeavesNothingWhenKilled) {
     Must("ip link set eth1 nomaster");
     EXPECT_TRUE(WaitUntil([] { return IsBridged("eth1") && !IsBridged("br8"); })) << start;
     EXPECT_TRUE(IsBridged("br9"));
-    EXPECT_EQ(3, PortCount("zelan-sw0")) << RunShell("ip -d link show").output;
+    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw0") == 3; })) << RunShell("ip -d link show").output;
     Must("ip link set docked nomaster && ip link set docked group 1190");
     KillDaemon(start);
     EXPECT_TRUE(WaitUntil([] { return NothingIsLeft() && !IsBridged("eth1"); })) << LeftOver();
