@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/harbrel.h"
@@ -99,7 +100,9 @@ TEST_F(HostOnly, RemovalRefusesWhileAnythingOfTheNetworkIsThere) {
     EXPECT_FALSE(HBL_DeleteVnetFromDatabase("zelan8"));
     EXPECT_TRUE(HBLServiceStop(8, HBL_SVC_NAT));
     Must("ip link add zelan8 type veth");
+    HBLLogSetMask(LOG_ERR | LOG_INFO);
     EXPECT_FALSE(HBL_DeleteVnetFromDatabase("zelan8"));
+    EXPECT_THAT(log_.Take(), Not(testing::ContainsRegex("interface flags(.|\n)*interface flags")));
     EXPECT_TRUE(HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
     EXPECT_EQ(0, access("/dev/zelan8", F_OK));
 }

@@ -1,4 +1,5 @@
 // Exported: taking a network out of the configuration.
+#include <net/if.h>
 #include <time.h>
 
 #include "lib/harbrel/api/bridgeRemoval.h"
@@ -57,16 +58,11 @@ bool InspectServices(FunctionLog log, const char *vnet, uint32_t number, bool *a
 }
 
 // The end of a netifup daemon takes its interface away a moment after the stop has returned. One that is
-// there to stay costs the whole wait.
-uint32_t StatusOfLeavingAdapter(const char *name) {
-    uint32_t status = HBLAdapterStatus(name);
-    for (int look = 0;
-         look < LEAVING_LOOKS && (status == HBL_ADAPTER_STATUS_UP || status == HBL_ADAPTER_STATUS_DOWN);
-         ++look) {
+// there to stay costs the whole wait. Nothing is logged: the one status asked for afterwards is.
+void WaitForLeavingAdapter(const char *name) {
+    for (int look = 0; look < LEAVING_LOOKS && if_nametoindex(name) != 0; ++look) {
         nanosleep(&LEAVING_PAUSE, nullptr);
-        status = HBLAdapterStatus(name);
     }
-    return status;
 }
 
 bool InspectAdapter(FunctionLog log, const char *vnet, uint32_t number, bool maybeLeaving) {
@@ -75,7 +71,10 @@ bool InspectAdapter(FunctionLog log, const char *vnet, uint32_t number, bool may
         log(LOG_ERR, "Failed to get the name of the hostonly adapter for vnet: %s", vnet);
         return false;
     }
-    switch (maybeLeaving ? StatusOfLeavingAdapter(name) : HBLAdapterStatus(name)) {
+    if (maybeLeaving) {
+        WaitForLeavingAdapter(name);
+    }
+    switch (HBLAdapterStatus(name)) {
         case HBL_ADAPTER_STATUS_ERROR:
             log(LOG_ERR, "Could not determine status of hostonly adapter for vnet: %s", vnet);
             return false;
