@@ -21,10 +21,12 @@ std::string OwnFolder() {
 }  // namespace
 
 void RemoveLeftovers() {
-    const std::string program = OwnFolder() + "zelan-watch";
+    const std::string folder = OwnFolder();
+    const std::string program = folder + "zelan-watch";
     const char *arguments[] = {program.c_str(), "--sweep", nullptr};
     posix_spawn_file_actions_t actions;
-    if (access(program.c_str(), X_OK) != 0 || posix_spawn_file_actions_init(&actions) != 0) {
+    // Without its folder the name alone would be looked up in the folder that the caller happens to be in.
+    if (folder.empty() || posix_spawn_file_actions_init(&actions) != 0) {
         return;
     }
     // Whoever reads what the tool says must not wait for the end of this one as well.
