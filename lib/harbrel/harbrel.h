@@ -29,8 +29,8 @@
  *  - Threads. Load, unload and all changes belong to one thread. Between its first load and its last unload
  *    other threads may call, at any moment and several at once, all functions that only read: those that
  *    neither lock nor add, remove, store, set, create or delete anything. Each record that they read is
- * whole, the one before a change or the one after it; a call that reads several may see some before and some
- *    after.
+ *    whole, the one before a change or the one after it; a call that reads several may see some before and
+ *    some after.
  *  - A call that changes DHCP, NAT or adapter settings changes the database alone. The daemon's file or the
  *    interface follows on HBL_UpdateDHCPFromConfig, HBL_UpdateNATFromConfig or HBL_UpdateAdapterFromConfig.
  */
