@@ -46,8 +46,10 @@ TEST(Netifup, GuestsAdvertisementDoesNotMakeItTheHostsRouter) {
     Machine guest("guest");
     guest.ConnectToHost("other", "o0");
     guest.ConnectToBridge("zelan-sw8", "g0", "192.168.8.5/24");
-    SendFrame(&guest, "o0", RouterAdvertisement());
-    EXPECT_TRUE(WaitUntil([&] { return !routes("other").empty(); })) << "not taken by a foreign interface";
+    EXPECT_TRUE(WaitUntil([&] {
+        SendFrame(&guest, "o0", RouterAdvertisement());
+        return !routes("other").empty();
+    })) << "not taken by a foreign interface";
     for (const char *ipv6 : {"1", "0"}) {
         Must("echo " + std::string(ipv6) + " > /proc/sys/net/ipv6/conf/zelan8/disable_ipv6");
         SendFrame(&guest, "g0", RouterAdvertisement());
