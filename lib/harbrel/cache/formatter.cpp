@@ -55,6 +55,13 @@ static bool IsVnetInRange(uint32_t addType, int32_t vnet) {
     return vnet >= lowest && vnet < static_cast<int32_t>(HBL_NUM_VNETS);
 }
 
+// The buffer of a line doubles as long as it holds no more than the limit; the line feed is not counted.
+constexpr size_t NETCFG_LONGEST_LINE = 2 * NETCFG_LINE_LIMIT;
+
+const char *NetCfgWhyUnreadableLine(std::string_view line) {
+    return line.size() > NETCFG_LONGEST_LINE ? "line too long" : nullptr;
+}
+
 const char *NetCfgWhyUnreadable(uint32_t addType, const RecordFields &record, std::string_view line) {
     bool isAnswer = addType == NETCFG_REC_ANSWER;
     bool isForward = addType == NETCFG_REC_ADD_NAT_PORTFWD;
@@ -79,8 +86,9 @@ const char *NetCfgWhyUnreadable(uint32_t addType, const RecordFields &record, st
     if (!IsVnetInRange(addType, record.vnet) || (isForward && (record.hostPort == 0 || record.vmPort == 0))) {
         return "number out of range";
     }
-    // The buffer of a line doubles as long as it holds no more than the limit; the line feed is not counted.
-    return line.size() > 2 * NETCFG_LINE_LIMIT ? "line too long" : nullptr;
+    // The removal of an answer may be the longer line, and has to be possible later.
+    const size_t removalSize = isAnswer ? strlen("remove_answer \n") + strlen(record.key) : 0;
+    return removalSize > NETCFG_LONGEST_LINE ? "key too long" : NetCfgWhyUnreadableLine(line);
 }
 
 static bool WriteLine(const NetCfgRecordFormatCtx &context, const char *line) {

@@ -12,3 +12,5 @@ char *NetCfgFormatRecord(uint32_t recordType, const RecordFields &record);
 bool NetCfgStaysInMemory(uint32_t recordType, const RecordFields &record);
 // Why a load would not read the record of `addType` back as it is, its line being `line`; null when it would.
 const char *NetCfgWhyUnreadable(uint32_t addType, const RecordFields &record, std::string_view line);
+// The same for a line alone, with its line feed.
+const char *NetCfgWhyUnreadableLine(std::string_view line);

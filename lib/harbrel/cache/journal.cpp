@@ -33,6 +33,13 @@ bool Append(HBLNetworkConfigurationDB *db, const MallocString &line, JournalDeta
     return false;
 }
 
+bool Refused(FunctionLog log, const char *reason) {
+    if (reason != nullptr) {
+        log(LOG_ERR, "Record refused, it could not be read back: %s", reason);
+    }
+    return reason != nullptr;
+}
+
 // The removal line comes before the add line, so that a replay that stops between them has lost the record
 // but never holds two.
 bool ApplyAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, const RecordFields &record,
@@ -109,10 +116,7 @@ bool JournalledAdd(const JournalFamily &family, HBLNetworkConfigurationDB *db, c
                          .oldValue = old.has_value() ? old->Fields().value : nullptr});
         return false;
     }
-    const char *refusal =
-        isRollback ? nullptr : NetCfgWhyUnreadable(records.addType, record, lines.add.get());
-    if (refusal != nullptr) {
-        words.addLog(LOG_ERR, "Record refused, it could not be read back: %s", refusal);
+    if (!isRollback && Refused(words.addLog, NetCfgWhyUnreadable(records.addType, record, lines.add.get()))) {
         return false;
     }
     if (ApplyAdd(family, db, record, lines)) {
@@ -144,6 +148,9 @@ bool JournalledRemove(const JournalFamily &family, HBLNetworkConfigurationDB *db
         details.errorNumber = errno;
         details.oldValue = old->Fields().value;
         TellJournalStep(words, JournalStep::RemoveAllocation, details);
+        return false;
+    }
+    if (Refused(words.removeLog, NetCfgWhyUnreadableLine(line.get()))) {
         return false;
     }
     bool removed = RemoveFromTable(*family.records, db, record);

@@ -158,6 +158,8 @@ TEST_F(JournalTest, RecordsThatWouldNotReadBackAreRefused) {
     EXPECT_FALSE(answer("", "v"));
     EXPECT_FALSE(answer("a b", "v"));
     EXPECT_FALSE(answer("K", std::string(2048 - 9, 'v')));  // "answer K " and the value make a line of 2048
+    const std::string longKey(2048 - 14, 'k');              // with "remove_answer " a line of 2048
+    EXPECT_FALSE(answer(longKey, "v"));
     EXPECT_FALSE(mapping("e 1", 1));
     EXPECT_FALSE(mapping(std::string(128, 'n'), 1));
     EXPECT_FALSE(mapping("eth0", -2));
@@ -166,6 +168,10 @@ TEST_F(JournalTest, RecordsThatWouldNotReadBackAreRefused) {
     EXPECT_FALSE(forward("1.2.3.4", "a\nb"));
     EXPECT_FALSE(forward("1.2.3.4 5", "d"));
     EXPECT_EQ(Records() + Journal(), "");
+    ASSERT_TRUE(NetCfgHashAddAnswer(db, longKey.c_str(), "read from a file"));
+    EXPECT_FALSE(HBLNetCfgRemoveAnswer(db, longKey.c_str()));
+    ASSERT_TRUE(NetCfgHashRemoveAnswer(db, longKey.c_str()));
+    EXPECT_EQ(Journal(), "");
     const std::string longest(2047 - 9, 'v');
     EXPECT_TRUE(answer("K", longest));
     EXPECT_EQ(Journal(), "answer K " + longest + "\n");
