@@ -40,6 +40,24 @@ std::string WholeLinesBehind(int file, uint64_t seen) {
     return lines;
 }
 
+// All of it or nothing: a part of a line would read as another record. Nobody else writes to a new file while
+// we hold the lock.
+bool AppendWhole(int file, const std::string &lines) {
+    const off_t end = lseek(file, 0, SEEK_END);
+    if (end < 0) {
+        return false;
+    }
+    errno = ENOSPC;  // what a short write does not tell
+    if (write(file, lines.data(), lines.size()) == static_cast<ssize_t>(lines.size())) {
+        return true;
+    }
+    const int reason = errno;
+    if (ftruncate(file, end) == 0) {
+        errno = reason;
+    }
+    return false;
+}
+
 }  // namespace
 
 void NetCfgCarryOver(const HBLNetworkConfigurationDB *db, FunctionLog log, int former) {
@@ -51,7 +69,7 @@ void NetCfgCarryOver(const HBLNetworkConfigurationDB *db, FunctionLog log, int f
         return;
     }
     const FileDescriptor file(HBLOpenRegular(db->path, O_WRONLY | O_APPEND, 0));
-    if (!file || write(file.get(), lines.data(), lines.size()) != static_cast<ssize_t>(lines.size())) {
+    if (!file || !AppendWhole(file.get(), lines)) {
         log(LOG_ERR, "Failed to write changes of another process to database file: %s, error: %s", db->path,
             Err_ErrnoText(errno));
         return;

@@ -8,6 +8,7 @@
 #include "lib/harbrel/database/carryOver.h"
 #include "lib/misc/owners.h"
 #include "tests/support/cacheTest.h"
+#include "tests/support/fileSizeLimit.h"
 
 namespace {
 
@@ -75,6 +76,9 @@ TEST_F(TwoProcesses, RewriteCarriesOverWhatReachedTheFormerFileAfterItsLastLook)
         EXPECT_TRUE(HBLNetCfgAddAnswerString(other, "B", "2"));
         ASSERT_TRUE(NetCfgWriteDatabaseFile(mine, (folder / "new").c_str(), false));
         ASSERT_EQ(0, rename((folder / "new").c_str(), path.c_str()));
+        const std::string rewritten = ReadFileText(path);
+        OnFullDisk(rewritten.size() + 5, [&] { NetCfgCarryOver(mine, "Test", former.get()); });
+        EXPECT_EQ(rewritten, ReadFileText(path)) << "no part of a line";
         NetCfgCarryOver(mine, "Test", former.get());
         EXPECT_EQ("VERSION=1,0\nanswer OLD 1\nanswer B 2\n", ReadFileText(path));
     }
