@@ -57,11 +57,14 @@ bool ParsePostinstall(char *component, Options *options) {
     Report(REPORT_VERBOSE, "arg: %s", component);
     char *oldVersion = CutAtComma(component);
     const char *newVersion = oldVersion != nullptr ? CutAtComma(oldVersion) : nullptr;
-    if (newVersion == nullptr || *newVersion == '\0') {
+    if (newVersion == nullptr) {
+        return false;
+    }
+    options->oldVersion = oldVersion;
+    if (*newVersion == '\0') {
         return false;
     }
     Report(REPORT_VERBOSE, "postinstall options: %s %s %s", component, oldVersion, newVersion);
-    options->oldVersion = oldVersion;
     return true;
 }
 
