@@ -43,7 +43,7 @@ void CutTornLine(HBLNetworkConfigurationDB *db, std::string_view text) {
 bool NetCfgTrackFile(HBLNetworkConfigurationDB *db) {
     int fd = fileno(db->stream);
     struct stat status = {};
-    // A stream just opened has no other flag that could be changed and would be lost.
+    // The flag that is lost by this, O_NONBLOCK, does nothing for a regular file.
     if (fcntl(fd, F_SETFL, O_APPEND) != 0 || fstat(fd, &status) != 0) {
         return false;
     }

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <utility>
 
 #include "lib/err/errText.h"
 #include "lib/harbrel/base/hblLog.h"
@@ -114,7 +116,6 @@ bool RestoreOldDatabase(const Import &import, bool exchanged) {
 // Steps from the exchange of the files on, under their lock. False: backup and new database are gone again,
 // and *reload tells whether a former one stands at the path.
 bool Exchange(Import *import, bool *reload) {
-    const ExchangeLock lock(import->databasePath);
     if (!KeepOldDatabase(import)) {
         HBLNetCfgUnload(&import->backup, false);
         *reload = true;
@@ -159,13 +160,14 @@ bool HBLNetCfgImportConfig(const char *backupPath, const char *databasePath) {
         return false;
     }
     import.wasLoaded = *HBLNetCfgDefaultSlot() != nullptr;
+    std::optional<ExchangeLock> lock(std::in_place, databasePath);
     const CacheChanging alone;  // readers find the former contents or the new ones, never none
     if (import.wasLoaded) {
         HBLNetCfgUnload(nullptr, false);  // its journal stands in the file
     }
     bool reload = false;
     const bool exchanged = Exchange(&import, &reload);
-    // The reload takes the lock for itself.
+    lock.reset();  // the reload takes it for itself
     if (reload && import.wasLoaded && !HBLNetCfgLoad(databasePath, nullptr, false)) {
         log(LOG_ERR, "Failed to restore the default database cache, during error handling");
     }
