@@ -6,10 +6,7 @@
 #include <linux/pkt_sched.h>
 
 #include <cerrno>
-#include <vector>
-
-#include "daemons/common/link.h"
-#include "daemons/common/linkGroup.h"
+#include <set>
 
 namespace {
 
@@ -42,6 +39,24 @@ int EnsureQueue(RtSocket *socket, int interface) {
     return error == EEXIST ? 0 : error;
 }
 
+// Few of a host's interfaces have one.
+std::set<int> InterfacesWithQueue(RtSocket *socket) {
+    constexpr int ATTEMPTS = 10;
+    std::set<int> interfaces;
+    int error = EAGAIN;
+    for (int attempt = 0; error == EAGAIN && attempt < ATTEMPTS; attempt++) {
+        tcmsg all = {};
+        RtRequest request(RTM_GETQDISC, NLM_F_DUMP, &all, sizeof all);
+        error = socket->Ask(&request, [&interfaces](const nlmsghdr *message) {
+            auto *queue = static_cast<const tcmsg *>(NLMSG_DATA(message));
+            if (message->nlmsg_type == RTM_NEWQDISC && queue->tcm_parent == TC_H_CLSACT) {
+                interfaces.insert(queue->tcm_ifindex);
+            }
+        });
+    }
+    return interfaces;
+}
+
 }  // namespace
 
 int TcFilter_Attach(RtSocket *socket, int interface, Direction direction, int network, int program) {
@@ -70,13 +85,7 @@ void TcFilter_Remove(RtSocket *socket, int interface, int network) {
 }
 
 void TcFilter_RemoveAll(RtSocket *socket, int network) {
-    std::vector<int> interfaces;
-    Link_ForEach(socket, 0, [&interfaces](const LinkInfo &link) {
-        if (!LinkGroup_IsOurs(link.group)) {
-            interfaces.push_back(link.index);
-        }
-    });
-    for (int interface : interfaces) {
+    for (int interface : InterfacesWithQueue(socket)) {
         TcFilter_Remove(socket, interface, network);
     }
 }

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -73,12 +74,23 @@ FileDescriptor TakeLock(int milliseconds) {
 
 FileDescriptor Connect() {
     const sockaddr_un address = SocketAddress();
+    // A watcher that hangs is not waited for without end, even when its queue is full.
+    const timeval patience = {ANSWER_MILLISECONDS / 1000, 0};
     FileDescriptor connection(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (connection) {
+        setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    }
     if (connection &&
         connect(connection.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
         connection.reset();
     }
     return connection;
+}
+
+// Why Connect has failed, by errno. Beside a watcher that hangs there must be no second: each would take the
+// networks of the other for unused.
+bool NobodyListens() {
+    return errno == ECONNREFUSED || errno == ENOENT;
 }
 
 FileDescriptor Listen() {
@@ -94,7 +106,7 @@ FileDescriptor Listen() {
 }
 
 // The watcher is told from all that the caller has by what it finds as its standard input.
-[[noreturn]] void Execute(const FileDescriptor &listener) {
+[[noreturn]] void Execute(const FileDescriptor &listener, int log) {
     char path[PATH_MAX];
     ssize_t size = readlink("/proc/self/exe", path, sizeof path);
     std::string program(path, size > 0 ? static_cast<size_t>(size) : 0);
@@ -103,6 +115,10 @@ FileDescriptor Listen() {
     // From a standard input that it already is the flag would not go.
     if (dup2(listener.get(), STDIN_FILENO) == STDIN_FILENO && fcntl(STDIN_FILENO, F_SETFD, 0) == 0) {
         setsid();
+        if (log >= 0) {
+            dup2(log, STDOUT_FILENO);
+            dup2(log, STDERR_FILENO);
+        }
         const char *vector[] = {program.c_str(), "--serve", nullptr};
         execv(vector[0], const_cast<char **>(vector));
     }
@@ -119,12 +135,12 @@ int WaitForEnd(pid_t child) {
 
 // Connections are taken from the moment of the socket's making, whenever the watcher comes to it. It is no
 // child of the caller's, who may wait for all of those that it has.
-bool StartWatcher() {
+bool StartWatcher(int log) {
     FileDescriptor listener = Listen();
     pid_t child = listener ? fork() : -1;
     if (child == 0) {
         if (fork() == 0) {
-            Execute(listener);
+            Execute(listener, log);
         }
         _exit(EXIT_SUCCESS);
     }
@@ -137,16 +153,16 @@ bool StartWatcher() {
 
 }  // namespace
 
-FileDescriptor Watch_Connect() {
+FileDescriptor Watch_Connect(int log) {
     FileDescriptor connection;
     if (!MakeFolder()) {
         return connection;
     }
     connection = Connect();
-    if (!connection) {
+    if (!connection && NobodyListens()) {
         FileDescriptor lock = TakeLock(LOCK_MILLISECONDS);
         connection = Connect();
-        if (!connection && lock && StartWatcher()) {
+        if (!connection && lock && NobodyListens() && StartWatcher(log)) {
             connection = Connect();
         }
     }

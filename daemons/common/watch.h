@@ -20,8 +20,9 @@ inline constexpr std::string_view WATCH_BUSY = "busy";     // another living dae
 inline constexpr size_t WATCH_MESSAGE_SIZE = 64;           // at most
 
 // Connects, and starts the watcher when there is none: the program of that name in the folder of the calling
-// one. Empty after a line in the log. Call before capabilities are given up, which the watcher needs.
-FileDescriptor Watch_Connect();
+// one, which writes its log to the descriptor `log`, or with -1 where the caller does. Empty after a line in
+// the log. Call before capabilities are given up, which the watcher needs.
+FileDescriptor Watch_Connect(int log = -1);
 
 // Sends a request, with a descriptor unless that is -1, and waits for the answer, not longer than half a
 // minute. Empty after a line in the log.

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 
 #include "daemons/common/complain.h"
@@ -22,6 +23,7 @@ constexpr int RULE_PORT = 2;
 struct RulesetAttributes {
     uint64_t files;
     uint64_t ports;
+    uint64_t scopes;
 };
 
 struct [[gnu::packed]] PathRule {
@@ -45,8 +47,19 @@ constexpr uint64_t TRUNCATE = 1 << 14;
 constexpr uint64_t BIND_TCP = 1 << 0;
 constexpr uint64_t CONNECT_TCP = 1 << 1;
 
-// The version with which ports came.
+constexpr uint64_t ABSTRACT_SOCKETS = 1 << 0;
+constexpr uint64_t SIGNALS = 1 << 1;
+
+// The versions with which ports came, and the reach of signals.
 constexpr long PORTS_SINCE = 4;
+constexpr long SCOPES_SINCE = 6;
+
+// Each version takes the fields that it knows.
+size_t SizeOfAttributes(long version) {
+    return version >= SCOPES_SINCE  ? sizeof(RulesetAttributes)
+           : version >= PORTS_SINCE ? offsetof(RulesetAttributes, scopes)
+                                    : offsetof(RulesetAttributes, ports);
+}
 
 // All that a version can refuse: the first thirteen, and then one more at a time, some versions excepted.
 uint64_t AllFileAccess(long version) {
@@ -86,9 +99,10 @@ bool Restrict(const Confinement &confinement, long version) {
     const RulesetAttributes attributes = {
         confinement.files ? AllFileAccess(version) : 0,
         confinement.tcp && version >= PORTS_SINCE ? BIND_TCP | CONNECT_TCP : 0,
+        // All daemons have the same user.
+        version >= SCOPES_SINCE ? ABSTRACT_SOCKETS | SIGNALS : 0,
     };
-    // Kernels that know no ports take only the first field.
-    size_t size = version >= PORTS_SINCE ? sizeof attributes : sizeof attributes.files;
+    size_t size = SizeOfAttributes(version);
     FileDescriptor ruleset(static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, size, 0)));
     if (!ruleset) {
         return false;

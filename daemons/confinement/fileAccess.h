@@ -1,4 +1,5 @@
-// Which files and TCP ports stay within reach, by Landlock.
+// Which files and TCP ports stay within reach, by Landlock, and where it knows how, that no other process of
+// the same user can be sent a signal.
 #pragma once
 
 #include "daemons/confinement/confinement.h"

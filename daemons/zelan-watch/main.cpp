@@ -4,6 +4,7 @@
 // Outlives the daemons and removes what they leave behind. It ends when no daemon is left.
 #include <fcntl.h>
 #include <linux/capability.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,8 +24,20 @@ namespace {
 
 constexpr int CAPABILITIES[] = {CAP_NET_ADMIN};
 
+// The library's, unless its settings name another.
+constexpr char LOG_FILE[] = "/var/log/harbrel";
+
 // Short of memory the kernel is to kill a daemon rather than the one who cleans up behind it.
 constexpr char MEMORY_PRIORITY[] = "-900";
+
+// One for each daemon of the host, and one for each that is being started.
+void AllowManyDescriptors() {
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
 
 // The socket, moved away from where it came; standard input gets nothing in its place.
 FileDescriptor TakeListener() {
@@ -46,6 +59,7 @@ int Serve() {
     }
     (void)!chdir("/");
     StartersLegacy_Shed();
+    AllowManyDescriptors();
     File_Write("/proc/self/oom_score_adj", MEMORY_PRIORITY);
     if (!Capabilities_KeepForGood(CAPABILITIES)) {
         Complain("cannot give capabilities up: %s", strerror(errno));
@@ -60,7 +74,12 @@ int Serve() {
 }
 
 int Sweep() {
-    FileDescriptor connection = Watch_Connect();
+    // Whoever reads what this process says is not to wait for the end of the watcher.
+    FileDescriptor log(open(LOG_FILE, O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!log) {
+        log.reset(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    }
+    FileDescriptor connection = Watch_Connect(log.get());
     return connection && Watch_Ask(connection, WATCH_SWEEP) == WATCH_DONE ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

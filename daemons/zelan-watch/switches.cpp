@@ -60,10 +60,16 @@ bool Guests::TakeNews(RtSocket *requests) {
     return hasLeft || !complete;
 }
 
+// Asks about each network once, however many guests it has.
 std::set<int> Guests::On(const std::function<bool(int)> &isWanted) const {
     std::set<int> ports;
+    std::map<int, bool> wanted;
     for (const auto &[port, network] : networks_) {
-        if (isWanted(network)) {
+        auto known = wanted.find(network);
+        if (known == wanted.end()) {
+            known = wanted.emplace(network, isWanted(network)).first;
+        }
+        if (known->second) {
             ports.insert(port);
         }
     }

@@ -105,6 +105,8 @@ void Watcher::Bury(const Duty &duty) {
     if (place == guarded_.end()) {
         return;
     }
+    // The daemon's foreground process may have the same descriptor open, with which its news would go on.
+    epoll_ctl(ends_.get(), EPOLL_CTL_DEL, place->second.process.get(), nullptr);
     Leftovers_PutAside(&requests_, place->second.traces);
     unlink(Traces_Path(duty).c_str());
     guarded_.erase(place);

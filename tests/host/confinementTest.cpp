@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -19,7 +20,7 @@
 
 namespace {
 
-constexpr int SYSTEM_CALLS[] = {SYS_openat, SYS_socket, SYS_connect, SYS_getuid, SYS_getgid};
+constexpr int SYSTEM_CALLS[] = {SYS_openat, SYS_socket, SYS_connect, SYS_getuid, SYS_getgid, SYS_kill};
 constexpr ReachablePath PATHS[] = {{"/etc"}, {"/var/log", true}, {"/no/such/folder"}};
 constexpr uint16_t PORTS[] = {53};
 
@@ -51,10 +52,32 @@ int ErrorOf(const Confinement &confinement, const std::function<int()> &attempt)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -status;
 }
 
+// A process of the own user, as every other daemon is one.
+pid_t StartAnother() {
+    int ready[2] = {-1, -1};
+    EXPECT_EQ(0, pipe(ready));
+    pid_t child = fork();
+    if (child == 0) {
+        const bool confined = Confine({});
+        close(ready[0]);
+        close(ready[1]);
+        pause();
+        _exit(confined ? 0 : 1);
+    }
+    char none = 0;
+    close(ready[1]);
+    EXPECT_EQ(0, read(ready[0], &none, sizeof none));
+    close(ready[0]);
+    return child;
+}
+
 TEST(Confinement, LeavesWhatIsNamedAndNothingElse) {
     const Confinement confinement = {
         .systemCalls = SYSTEM_CALLS, .files = true, .paths = PATHS, .tcp = true, .tcpPorts = PORTS};
     ASSERT_EQ(0, chmod("/var/log", 0777));
+    constexpr long SIGNALS_SINCE = 6;
+    const bool keepsSignals = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) >= SIGNALS_SINCE;
+    const pid_t another = StartAnother();
     const struct {
         const char *name;
         int error;
@@ -68,6 +91,7 @@ TEST(Confinement, LeavesWhatIsNamedAndNothingElse) {
         {"speak to the named port", ECONNREFUSED, [] { return Connect(53); }},
         {"speak to another", EACCES, [] { return Connect(54); }},
         {"open a raw socket", EPERM, [] { return socket(AF_INET, SOCK_RAW, IPPROTO_ICMP); }},
+        {"kill another daemon", keepsSignals ? EPERM : 0, [another] { return kill(another, 0); }},
 #ifndef HARBREL_ALL_SYSTEM_CALLS
         {"name itself a leader", EPERM, [] { return setsid(); }},
         {"map memory that it could run", EPERM,
@@ -82,6 +106,8 @@ TEST(Confinement, LeavesWhatIsNamedAndNothingElse) {
     for (const auto &row : attempts) {
         EXPECT_EQ(row.error, ErrorOf(confinement, row.attempt)) << row.name;
     }
+    kill(another, SIGKILL);
+    waitpid(another, nullptr, 0);
 }
 
 TEST(Confinement, RunsAsTheOwnUserOrNobodyWithoutAnyGroup) {

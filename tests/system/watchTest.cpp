@@ -63,6 +63,10 @@ TEST(Watch, OneThatIsKilledAloneIsReplacedByTheNextStartAndMissesNothing) {
     KillDaemon(second);
     EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan-sw9"); })) << "died later\n" << LeftOver();
     EXPECT_TRUE(HasLink("zelan10"));
+    KillAll("^zelan-watch$");
+    const CommandResult sweep = Sweep();
+    EXPECT_TRUE(sweep.Succeeded()) << "the watcher that it has started keeps its output open\n" << sweep;
+    EXPECT_TRUE(HasLink("zelan10"));
     KillDaemon(third);
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
