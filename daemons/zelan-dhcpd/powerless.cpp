@@ -47,8 +47,8 @@ bool MapIdentity(const OwnUser &user) {
 }
 
 // Makes the user namespace as the user itself, but with the capabilities of the caller, as hosts may forbid
-// it to others.
-bool EnterUserNamespace(const OwnUser &user) {
+// it to others. *inside stays false, after a line in the log, where the kernel makes none, as in a chroot.
+bool EnterUserNamespace(const OwnUser &user, bool *inside) {
     // A process that has changed its user has its files below /proc taken away otherwise.
     if (!RaiseEffective() || prctl(PR_SET_DUMPABLE, 1, 0, 0, 0) != 0) {
         return Fail("capabilities");
@@ -57,7 +57,14 @@ bool EnterUserNamespace(const OwnUser &user) {
         Complain("no user namespace for dnsmasq, which keeps CAP_NET_ADMIN: %s", strerror(errno));
         return true;
     }
+    *inside = true;
     return MapIdentity(user) || Fail("user namespace");
+}
+
+// Only the namespace's own bounding set can still be cut: the right to cut the host's is gone since the
+// start, as are the capabilities that it would keep back.
+bool KeepLeast(bool inside) {
+    return (inside ? Capabilities_KeepForGood(KEPT) : Capabilities_Keep(KEPT)) || Fail("capabilities");
 }
 
 // What survives an exec by a user other than root.
@@ -89,8 +96,8 @@ bool Powerless_Become(const OwnUser &user) {
                                    {.path = "/dev/urandom"},
                                    {.path = "/dev/null", .write = true},
                                    {.path = "/proc/self/fd/1", .write = true}};
-    return OwnUser_Become(user) && EnterUserNamespace(user) &&
-           (Capabilities_KeepForGood(KEPT) || Fail("capabilities")) &&
+    bool inside = false;
+    return OwnUser_Become(user) && EnterUserNamespace(user, &inside) && KeepLeast(inside) &&
            Confine({.capabilities = KEPT, .ownUser = false, .files = true, .paths = paths}) &&
            (InheritKept() || Fail("capabilities"));
 }
