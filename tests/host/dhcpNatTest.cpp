@@ -182,11 +182,14 @@ TEST_F(DhcpNat, FullDiskInARewriteOfDhcpdConfLeavesTheOldOneWhole) {
         int mappings;                // added before the rewrite
         const char *log;
         bool touched;
+        bool leases = true;  // can be made
     } CASES[] = {
         {"backup", 1, 0, 0, "dhcpd.conf.bak failed, error: No space left on device\n", false},
         {"block", 2, 0, 60, "DHCP MAC/IP mapping, error: No space left on device\n", true},
         {"tail", 2, 1, 1, "fclose: failed while writing DHCP config file, error: No space left on device\n",
          true},
+        {"tail without leases", 2, 1, 1,
+         "Cannot create DHCP leases file\nHBLDHCPWriteDHCPCfg - fclose: ", true, false},
         {"large tail", 6, 3, 35, "fwrite: failure while copying file, error: No space left on device\n",
          true},
     };
@@ -201,6 +204,10 @@ TEST_F(DhcpNat, FullDiskInARewriteOfDhcpdConfLeavesTheOldOneWhole) {
             EXPECT_TRUE(HBL_SetDHCPIPToMAC("zelan8", ("192.168.10." + std::to_string(i)).c_str(),
                                            ("02:00:00:00:00:" + std::to_string(i)).c_str()));
         }
+        const std::string leases = DHCP_CONF.substr(0, DHCP_CONF.rfind('.')) + ".leases";
+        if (!row.leases) {
+            Must("rm " + leases + "; mkdir -p " + leases + "/mine");
+        }
         TakeLog();
         EXPECT_FALSE(UpdateDhcp());
         const std::string log = TakeLog();
@@ -210,7 +217,7 @@ TEST_F(DhcpNat, FullDiskInARewriteOfDhcpdConfLeavesTheOldOneWhole) {
         ExpectLockIsFree();
         // What is left of the file is not taken for what the user wrote.
         const std::string left = ReadFileText(DHCP_CONF);
-        Must(std::string("mount -o remount,size=1m ") + VNET_DIR);
+        Must("rm -rf " + leases + "; mount -o remount,size=1m " + VNET_DIR);
         EXPECT_TRUE(UpdateDhcp());
         EXPECT_EQ(row.touched,
                   TakeLog().find("Could not locate zelan DHCP config block") != std::string::npos);

@@ -2,13 +2,16 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <vector>
 
+#include "lib/harbrel/networks/subnetTables.h"
 #include "tests/host/loadedLibrary.h"
 #include "tests/support/otherProcess.h"
 
@@ -267,6 +270,29 @@ TEST_F(Threads, ReadersBesideAForeignRewriteFindWholeRecords) {
         AwaitAPass();
     }
     EXPECT_EQ("", Stop());
+}
+
+TEST_F(Threads, SubnetIsTakenAwayBesideSearchesForUnusedOnes) {
+    WriteFileText("/etc/orvane/config", "bindir = \"/etc/orvane/bin\"\n");
+    std::filesystem::create_directory("/etc/orvane/bin");
+    WriteFileText("/etc/orvane/bin/orvane-ping", "#!/bin/sh\nexit 2\n");
+    ASSERT_EQ(0, chmod("/etc/orvane/bin/orvane-ping", 0755));
+    LoadWith(RECORDS);
+    HBL_SetLogLevel(0);
+    HBLSubnetTables() = {};
+    std::array<char[16], READERS> found = {};
+    {
+        std::vector<std::jthread> searches;
+        for (char(&subnet)[16] : found) {
+            searches.emplace_back([&subnet] {
+                char mask[16];
+                EXPECT_TRUE(HBL_GetUnusedSubnet(subnet, sizeof subnet, mask, sizeof mask));
+            });
+        }
+        EXPECT_TRUE(HBL_SetVnetSubnetAddr(NET, nullptr));
+    }
+    EXPECT_EQ(READERS, std::set<std::string>(found.begin(), found.end()).size());
+    EXPECT_EQ(512 - 2, HBLSubnetTables().candidateCount);  // all but the two that were configured
 }
 
 }  // namespace

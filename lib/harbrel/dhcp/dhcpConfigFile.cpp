@@ -194,14 +194,14 @@ bool WriteFile(FunctionLog log, uint32_t vnet, const KeptText &kept, const char 
     }
     log(LOG_INFO, "Writing configuration information into: %s", confPath);
     long blockEnd = 0;
-    const bool textWritten = WriteText(log, vnet, kept, backupPath, stream.get(), &blockEnd);
-    const bool written = textWritten && CreateLeases(log, vnet);
+    const bool written = WriteText(log, vnet, kept, backupPath, stream.get(), &blockEnd);
+    const bool hasLeases = written && CreateLeases(log, vnet);
     const bool onDisk = HBLFinishGeneratedFile(log, std::move(stream), written,
                                                "fclose: failed while writing DHCP config file");
-    if (blockEnd != 0 && (!textWritten || written != onDisk)) {
+    if (blockEnd != 0 && !onDisk) {
         SpoilEndMarker(confPath, blockEnd);
     }
-    return onDisk;
+    return onDisk && hasLeases;
 }
 
 // Fewer bytes than asked for are no failure; a piece that comes in part is not written.

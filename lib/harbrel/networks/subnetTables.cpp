@@ -34,6 +34,11 @@ SubnetTables &HBLSubnetTables() {
     return tables;
 }
 
+std::mutex &HBLSubnetTablesGuard() {
+    static std::mutex guard;
+    return guard;
+}
+
 void HBLLoadConfiguredSubnets(SubnetTables &tables) {
     if (tables.configuredFilled) {
         return;
@@ -82,6 +87,7 @@ bool HBLTakeSubnetCandidate(SubnetTables &tables, uint32_t *address) {
 }
 
 void HBLMarkSubnetProbed(const char *subnet, int flag) {
+    const std::lock_guard hold(HBLSubnetTablesGuard());
     SubnetTables &tables = HBLSubnetTables();
     HBLBuildSubnetCandidates(tables);
     uint32_t address = 0;

@@ -1,8 +1,9 @@
 // What is known about subnets in this process: those configured at the first need, and the candidates in
-// their random order. Nothing here is locked, written to disk or refreshed when the database changes.
+// their random order. Nothing here is written to disk or refreshed when the database changes.
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 
 #include "lib/harbrel/base/services.h"
 
@@ -27,6 +28,9 @@ struct SubnetTables {
 
 // The process's own tables, filled by whichever function needs them first.
 SubnetTables &HBLSubnetTables();
+// Held while those are used: several threads may look for a subnet, none of which gets another's candidate,
+// while one takes a network's subnet away. The functions below leave it to their callers.
+std::mutex &HBLSubnetTablesGuard();
 
 void HBLLoadConfiguredSubnets(SubnetTables &tables);
 bool HBLSubnetIsConfigured(SubnetTables &tables, uint32_t address);

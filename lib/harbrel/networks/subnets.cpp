@@ -16,10 +16,8 @@ constexpr const char *CANDIDATE_MASK = "255.255.255.0";
 constexpr uint32_t PROBE_TIMEOUT_SECONDS = 2;
 constexpr uint32_t PROBE_INTERVAL = 1;  // as orvane-ping counts it
 
-// Several threads may look for a subnet at once; none gets another's candidate.
 bool TakeCandidate(uint32_t *address) {
-    static std::mutex guard;
-    const std::lock_guard hold(guard);
+    const std::lock_guard hold(HBLSubnetTablesGuard());
     SubnetTables &tables = HBLSubnetTables();
     HBLBuildSubnetCandidates(tables);
     return HBLTakeSubnetCandidate(tables, address);
