@@ -293,7 +293,7 @@ HBL_CHECKED bool HBL_GetNATParam(const char *vnet, uint32_t paramID, bool useDef
 /* Forwards a TCP (`tcp`) or UDP port of the host, 1 to 65535, to a port of a guest, 1 to 65535, replacing the
  * forward that the port has on this network. `description` is `descLen` bytes, at most 127, without a line
  * end and without need of a terminator; null or a length of 0 gives none. `vmIP` null removes the forward,
- * and fails when there is none; vmPort and description are not used then. Locks. */
+ * and fails when there is none; vmPort is not used then, a description only checked for its length. Locks. */
 HBL_API bool HBL_SetNATPortForward(const char *vnet, bool tcp, uint16_t hostPort, const char *vmIP,
                                    uint16_t vmPort, const char *description, uint32_t descLen);
 
