@@ -47,6 +47,9 @@ void AddGuard(NftTransaction *transaction) {
     transaction->AddChain({CHAIN, "filter", NF_INET_PRE_ROUTING, NF_IP_PRI_RAW});
     transaction->AddRule(CHAIN, {InGroup(LINK_GROUP_UPLINK), IsIpv4(Match::IS),
                                  AddressInSubnet(PacketEnd::DESTINATION, LOOPBACK, Match::IS), Drop()});
+    // Answers to a sender who is elsewhere would go there, and what a guest sends under a strange address
+    // might be taken for its owner's.
+    transaction->AddRule(CHAIN, {InGroup(LINK_GROUP_HOST), IsIpv4(Match::IS), SenderIsElsewhere(), Drop()});
     transaction->AddRule(CHAIN, {InGroup(LINK_GROUP_CARRIER), Untracked()});
 }
 

@@ -192,6 +192,14 @@ Statement AddressIsLocal(PacketEnd end) {
            Compare(NFT_CMP_EQ, BytesOf(local));
 }
 
+Statement SenderIsElsewhere() {
+    uint32_t noInterface = 0;
+    return Expression("fib", AttributeNumber(NFTA_FIB_DREG, FIRST) +
+                                 AttributeNumber(NFTA_FIB_FLAGS, NFTA_FIB_F_SADDR | NFTA_FIB_F_IIF) +
+                                 AttributeNumber(NFTA_FIB_RESULT, NFT_FIB_RESULT_OIF)) +
+           Compare(NFT_CMP_EQ, BytesOf(noInterface));
+}
+
 Statement VerdictByAddress(PacketEnd end, const char *map) {
     return Address(end) + ByMap(map, NFT_REG_VERDICT);
 }

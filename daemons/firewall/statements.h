@@ -31,6 +31,8 @@ Statement IsIpv4(Match match);
 Statement AddressInSubnet(PacketEnd end, const Ipv4Subnet &subnet, Match match);
 Statement AddressInSet(PacketEnd end, const char *set, Match match);
 Statement AddressIsLocal(PacketEnd end);
+// The host has no way to the sender by the interface that the packet came in by.
+Statement SenderIsElsewhere();
 // Does what the map's verdict for the address says.
 Statement VerdictByAddress(PacketEnd end, const char *map);
 

@@ -102,6 +102,7 @@ TEST_F(Nat, HostsTableIsAsDocumented) {
   set same-adapter { type iface_index . iface_index; elements = { "eth0" . "eth0" }; }
   chain guard { type filter hook prerouting priority raw;
     iifgroup 1193 ip daddr 127.0.0.0/8 drop
+    iifgroup 1192 meta nfproto ipv4 fib saddr . iif oif 0 drop
     iifgroup 1190 notrack
   }
   chain input { type filter hook input priority filter;
