@@ -5,10 +5,7 @@
 
 namespace {
 
-std::string TimeText(const tm &parts, const char *format) {
-    char text[32];
-    return {text, strftime(text, sizeof text, format, &parts)};
-}
+constexpr size_t TIME_SIZE = 32;
 
 Cell ServicesCell(const NetworkState &state, bool running) {
     std::string text;
@@ -39,13 +36,15 @@ std::string Bytes(uint64_t count) {
 std::string LocalTime(time_t moment) {
     tm parts = {};
     localtime_r(&moment, &parts);
-    return TimeText(parts, "%Y-%m-%d %H:%M:%S");
+    char text[TIME_SIZE];
+    return {text, strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts)};
 }
 
 std::string UtcTime(time_t moment) {
     tm parts = {};
     gmtime_r(&moment, &parts);
-    return TimeText(parts, "%Y-%m-%dT%H:%M:%SZ");
+    char text[TIME_SIZE];
+    return {text, strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
 std::string NetworkOrNone(int network) {
