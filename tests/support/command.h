@@ -9,6 +9,9 @@
 #include <string>
 #include <vector>
 
+// The leak check of a sanitizer build cannot work on a traced process.
+inline constexpr char STRACE[] = "env ASAN_OPTIONS=detect_leaks=0 strace ";
+
 inline constexpr std::chrono::milliseconds COMMAND_DEADLINE{20000};
 inline constexpr std::chrono::milliseconds CONDITION_DEADLINE{10000};
 

@@ -98,6 +98,11 @@ TEST(DaemonContract, StartersLimitsAndEnvironmentAreNotTheDaemons) {
 
 // The PID file's process; zelan-watch is the one that keeps a capability, to clean up with.
 TEST(DaemonContract, WaitingDaemonHasNoPrivilegeLeft) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    const char *const confined = " 1 0 ";  // no filter, since a sanitizer's own calls are not known
+#else
+    const char *const confined = " 1 2 ";
+#endif
     const DaemonStart netifup = MustComeUp(StartNetifup(8));
     const DaemonStart detect = MustComeUp(StartDaemon("zelan-detect", "zelan-detect", {}));
     const std::string own = RunShell("id -u harbrel").output;
@@ -107,7 +112,7 @@ TEST(DaemonContract, WaitingDaemonHasNoPrivilegeLeft) {
         EXPECT_TRUE(WaitUntil([&] {
             const std::string state = RunShell(line + std::to_string(pid) + "/status").output;
             return state.starts_with(own.substr(0, own.size() - 1) + " 0000000000000000 ") &&
-                   state.ends_with(" 1 2 ");
+                   state.ends_with(confined);
         })) << RunShell("cat /proc/" + std::to_string(pid) + "/status").output;
     }
     EXPECT_EQ("CapEff:\t0000000000001000\n",

@@ -282,7 +282,7 @@ TEST_F(Editor, ChangeOfManyRecordsIsWrittenWholeOrNotAtAll) {
         for (int call = 1; call < 40; call++) {
             Install(Nat8());
             const CommandResult result =
-                RunShell("strace -f -qq -o /run/trace -P " + std::string(DATABASE) +
+                RunShell(std::string(STRACE) + "-f -qq -o /run/trace -P " + std::string(DATABASE) +
                          " -e trace=write -e inject=write:" + fault + ":when=" + std::to_string(call) + " " +
                          ProgramPath("harbrelctl") + change);
             const bool hit = RunShell("grep -qE 'INJECTED|killed' /run/trace").Succeeded();

@@ -122,9 +122,9 @@ TEST_F(FullHost, StartStatusAndStopOfEverything) {
 // On a kernel with modules each such question starts modprobe twice, and 254 interfaces are absent.
 TEST_F(FullHost, NobodyAsksTheKernelByIoctlForAnInterfaceThatDoesNotExist) {
     const std::string tool = ProgramPath("harbrelCLI");
-    Must("strace -f -qq --seccomp-bpf -e trace=ioctl -o /run/trace sh -c '" + tool + " --status; " + tool +
-         " --postinstall tool,1.0,2.0; " + tool + " --start && " + tool + " --status && " + tool +
-         " --stop' > /dev/null 2>&1");
+    Must(std::string(STRACE) + "-f -qq --seccomp-bpf -e trace=ioctl -o /run/trace sh -c '" + tool +
+         " --status; " + tool + " --postinstall tool,1.0,2.0; " + tool + " --start && " + tool +
+         " --status && " + tool + " --stop' > /dev/null 2>&1");
     EXPECT_EQ("", RunShell("grep ENODEV /run/trace | grep -v SIOCGIFINDEX").output);
     EXPECT_EQ("zelan1 zelan8 ", RunShell("sed -n 's/.*SIOCGIFFLAGS, {ifr_name=\"\\(zelan[0-9]*\\)\", "
                                          "ifr_flags=.*/\\1/p' /run/trace | sort -u | tr '\\n' ' '")
