@@ -150,13 +150,8 @@ bool Daemon_TakeContract(DaemonContract *contract, std::span<const int> capabili
 
 bool Daemon_Claim(DaemonContract *contract, Service service, int network) {
     contract->duty = {service, network};
-    const std::string request = std::string(WATCH_CLAIM) + Duty_Text(contract->duty);
-    std::string answer = Watch_Ask(contract->watch, request);
-    if (answer.empty()) {
-        // One that was killed a moment ago still takes connections.
-        contract->watch = Watch_Connect();
-        answer = contract->watch ? Watch_Ask(contract->watch, request) : answer;
-    }
+    const std::string answer =
+        Watch_AskFirst(&contract->watch, std::string(WATCH_CLAIM) + Duty_Text(contract->duty));
     if (answer == WATCH_BUSY) {
         Complain("another daemon serves this network");
     }

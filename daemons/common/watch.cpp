@@ -191,6 +191,15 @@ std::string Watch_Ask(const FileDescriptor &connection, std::string_view request
     return std::string(answer, static_cast<size_t>(size));
 }
 
+std::string Watch_AskFirst(FileDescriptor *connection, std::string_view request, int log) {
+    std::string answer = Watch_Ask(*connection, request);
+    if (answer.empty()) {
+        *connection = Watch_Connect(log);
+        answer = *connection ? Watch_Ask(*connection, request) : answer;
+    }
+    return answer;
+}
+
 bool Watch_Send(const FileDescriptor &connection, std::string_view text, int descriptor) {
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof descriptor)] = {};
     iovec content = {const_cast<char *>(text.data()), text.size()};

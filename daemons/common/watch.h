@@ -28,6 +28,10 @@ FileDescriptor Watch_Connect(int log = -1);
 // minute. Empty after a line in the log.
 std::string Watch_Ask(const FileDescriptor &connection, std::string_view request, int descriptor = -1);
 
+// The same for the first request over a connection of Watch_Connect, with its `log`: a watcher that was
+// killed a moment ago still takes connections, so that another one is made when it ends without an answer.
+std::string Watch_AskFirst(FileDescriptor *connection, std::string_view request, int log = -1);
+
 // For the watcher's side. One message, and the descriptor that came with it; false when the other side has
 // ended. The text is empty when no message is there.
 bool Watch_Receive(const FileDescriptor &connection, std::string *text, FileDescriptor *descriptor);

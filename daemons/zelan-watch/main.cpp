@@ -80,7 +80,8 @@ int Sweep() {
         log.reset(open("/dev/null", O_WRONLY | O_CLOEXEC));
     }
     FileDescriptor connection = Watch_Connect(log.get());
-    return connection && Watch_Ask(connection, WATCH_SWEEP) == WATCH_DONE ? EXIT_SUCCESS : EXIT_FAILURE;
+    bool swept = connection && Watch_AskFirst(&connection, WATCH_SWEEP, log.get()) == WATCH_DONE;
+    return swept ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 }  // namespace
