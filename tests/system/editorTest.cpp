@@ -254,7 +254,7 @@ TEST_F(Editor, DocumentsFollowTheirSchema) {
         WriteFileText(file, Edit(std::string("-j ") + line).output);
         documents += " -i " + file;
     }
-    const CommandResult valid = RunShell("python3 -W ignore -m jsonschema" + documents +
+    const CommandResult valid = RunShell("/usr/bin/python3 -W ignore -m jsonschema" + documents +
                                          " " HARBREL_DOCS_DIR "/harbrelctl.schema.json");
     EXPECT_TRUE(valid.Succeeded()) << valid;
     MustEdit("graph -o /tmp/graph.dot");
