@@ -63,17 +63,18 @@ many_once() {
     echo "$start $stop $(since "$begin") $size $memory $status $plain"
 }
 
-# The time until zelan-natd has reported, as the only one and as the last of many.
+# The time until zelan-natd has reported, as the second one, since the first starts zelan-watch as well, and as the last of many.
 natd_start() {
     measured "$bin/zelan-natd" -s 9 -d "/run/zelan-natd-$1.pid" -m "/run/zelan-natd-$1.mac" \
         -c "/etc/orvane/zelan$1/nat/nat.conf" 9>/dev/null
 }
 natd_once() {
     install_full_networks $MANY
-    local first
-    first=$(natd_start 1)
-    for ((n = 2; n < MANY; n++)); do natd_start $n >/dev/null; done
-    echo "$first $(natd_start $MANY)"
+    local second
+    natd_start 1 >/dev/null
+    second=$(natd_start 2)
+    for ((n = 3; n < MANY; n++)); do natd_start $n >/dev/null; done
+    echo "$second $(natd_start $MANY)"
 }
 
 # Throughput of network 1 alone and among many.
@@ -107,5 +108,5 @@ many() {
     show "NAT throughput among $MANY networks (Mbit/s)" "$(of "$among" 1)" "of one" "$(of "$alone" 1)" ">= 0.95"
     local starts
     starts=$(repeated natd_once)
-    show "zelan-natd's start as the last of $MANY (s)" "$(column 2 <<<"$starts")" "as the only one" "$(column 1 <<<"$starts")" "<= 1.3"
+    show "zelan-natd's start as the last of $MANY (s)" "$(column 2 <<<"$starts")" "as the second" "$(column 1 <<<"$starts")" "<= 1.3"
 }

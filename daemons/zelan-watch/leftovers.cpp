@@ -90,6 +90,19 @@ void RemovePidFile(const std::string &path, pid_t dead) {
     }
 }
 
+bool IsStillSwitch(RtSocket *socket, const UnusedSwitch &unused) {
+    LinkInfo link;
+    int network = -1;
+    return Link_Get(socket, unused.index, &link) == 0 && Switches_Is(link, &network) &&
+           network == unused.network;
+}
+
+// Also when it cannot be told.
+bool HasPorts(RtSocket *socket, const UnusedSwitch &unused) {
+    bool found = false;
+    return Link_ForEach(socket, unused.index, [&found](const LinkInfo &) { found = true; }) != 0 || found;
+}
+
 // The interfaces that are to go, of all that there are.
 class Census {
   public:
@@ -185,18 +198,21 @@ LeftoversFound Leftovers_Remove(RtSocket *socket, const std::function<bool(const
     return found;
 }
 
-bool Leftovers_RemoveSwitch(RtSocket *socket, const UnusedSwitch &unused) {
-    LinkInfo link;
-    int network = -1;
-    bool hasPorts = false;
-    if (Link_Get(socket, unused.index, &link) != 0 || !Switches_Is(link, &network) ||
-        network != unused.network) {
-        return true;
+bool Leftovers_RemoveSwitches(RtSocket *socket, std::span<const UnusedSwitch> unused) {
+    bool guestsRemain = false;
+    bool anyCondemned = false;
+    for (const UnusedSwitch &one : unused) {
+        if (!IsStillSwitch(socket, one)) {
+            continue;
+        }
+        if (HasPorts(socket, one)) {
+            guestsRemain = true;
+        } else if (Link_SetGroup(socket, one.index, LINK_GROUP_DEAD) == 0) {
+            anyCondemned = true;
+        }
     }
-    if (Link_ForEach(socket, unused.index, [&hasPorts](const LinkInfo &) { hasPorts = true; }) != 0 ||
-        hasPorts) {
-        return false;
+    if (anyCondemned) {
+        Link_DeleteGroup(socket, LINK_GROUP_DEAD);
     }
-    Link_Delete(socket, unused.index);
-    return true;
+    return !guestsRemain;
 }

@@ -68,7 +68,7 @@ class Watcher {
     void KeepNetworksApart();
     void RemoveSoon();
     void RemoveNow();
-    void RemoveNextSwitch();
+    void RemoveSomeSwitches();
     void AnswerSweeps();
     bool IsRemoving() const { return removalDue_.has_value() || !switches_.empty(); }
     bool HasNothingToDo() const;
@@ -88,7 +88,7 @@ class Watcher {
     std::map<Duty, Guarded> guarded_;
     std::vector<Client> clients_;
     size_t firstClient_ = 0;              // where they begin among what is waited for
-    std::vector<UnusedSwitch> switches_;  // to be removed, one after the other
+    std::vector<UnusedSwitch> switches_;  // to be removed, a few at a time
     bool guestsRemain_ = false;
     std::optional<Clock::time_point> removalDue_;
     Clock::time_point removalLimit_ = {};
