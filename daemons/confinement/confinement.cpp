@@ -27,5 +27,8 @@ bool Confine(const Confinement &confinement) {
         SystemCalls_Restrict(confinement.systemCalls);
     }
 #endif
+    if (confinement.foreignProgram) {
+        SystemCalls_RestrictForeign();
+    }
     return whole;
 }

@@ -20,6 +20,10 @@ struct Confinement {
     // The only system calls (SYS_) besides those of every process (memory, clocks, its end; read, write, poll
     // and close); all others fail with EPERM. Empty: all are left. Built for a sanitizer no call is refused.
     std::span<const int> systemCalls = {};
+    // For what executes a program of somebody else next, whose calls are not ours to list: it keeps all but
+    // those that reach other processes, other namespaces, the kernel's own workings, or what is noted about
+    // files rather than in them. Those fail with EPERM, also for root.
+    bool foreignProgram = false;
     // With `files` no file can be opened but these, and with `tcp` no TCP port connected to but these and
     // none listened on. Sockets and files that are open stay so. A file is meant as it is now: one that takes
     // its name later is another; name the folder for such.

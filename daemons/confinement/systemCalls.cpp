@@ -1,7 +1,12 @@
 #include "daemons/confinement/systemCalls.h"
 
+#include <asm/ioctls.h>
+#include <asm/sockios.h>
+#include <fcntl.h>
+#include <sched.h>
 #include <seccomp.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 #include <cstring>
@@ -28,6 +33,78 @@ constexpr int EVERYBODYS[] = {
 
 // Memory that may be run would make the filter a weak one.
 constexpr int MAPPING[] = {SCMP_SYS(mmap), SCMP_SYS(mprotect)};
+
+// Calls from this number on have it on every machine; libseccomp may be older than some.
+enum CommonCall : int {
+    PIDFD_SEND_SIGNAL = 424,
+    IO_URING_SETUP = 425,
+    IO_URING_ENTER = 426,
+    IO_URING_REGISTER = 427,
+    OPEN_TREE = 428,
+    MOVE_MOUNT = 429,
+    FSOPEN = 430,
+    FSCONFIG = 431,
+    FSMOUNT = 432,
+    FSPICK = 433,
+    PIDFD_OPEN = 434,
+    CLONE3 = 435,
+    PIDFD_GETFD = 438,
+    PROCESS_MADVISE = 440,
+    MOUNT_SETATTR = 442,
+    PROCESS_MRELEASE = 448,
+    FCHMODAT2 = 452,
+    SETXATTRAT = 463,
+    REMOVEXATTRAT = 466,
+    OPEN_TREE_ATTR = 467,
+    FILE_SETATTR = 469,
+};
+
+// What a foreign program is refused. A process that wants to abort, for which it signals itself, ends by a
+// fault instead.
+constexpr int BEYOND_ITSELF[] = {
+    // Other processes.
+    SCMP_SYS(kill), SCMP_SYS(tkill), SCMP_SYS(tgkill), SCMP_SYS(rt_sigqueueinfo), SCMP_SYS(rt_tgsigqueueinfo),
+    PIDFD_SEND_SIGNAL, PIDFD_OPEN, PIDFD_GETFD, SCMP_SYS(ptrace), SCMP_SYS(process_vm_readv),
+    SCMP_SYS(process_vm_writev), PROCESS_MADVISE, PROCESS_MRELEASE, SCMP_SYS(kcmp), SCMP_SYS(move_pages),
+    SCMP_SYS(migrate_pages), SCMP_SYS(setpriority), SCMP_SYS(ioprio_set), SCMP_SYS(sched_setscheduler),
+    SCMP_SYS(sched_setparam), SCMP_SYS(sched_setattr), SCMP_SYS(sched_setaffinity),
+    // Other namespaces.
+    SCMP_SYS(mount), SCMP_SYS(umount2), SCMP_SYS(pivot_root), SCMP_SYS(chroot), OPEN_TREE, MOVE_MOUNT, FSOPEN,
+    FSCONFIG, FSMOUNT, FSPICK, MOUNT_SETATTR, OPEN_TREE_ATTR, SCMP_SYS(setns), SCMP_SYS(unshare),
+    // The kernel.
+    SCMP_SYS(bpf), SCMP_SYS(perf_event_open), SCMP_SYS(userfaultfd), IO_URING_SETUP, IO_URING_ENTER,
+    IO_URING_REGISTER, SCMP_SYS(keyctl), SCMP_SYS(add_key), SCMP_SYS(request_key), SCMP_SYS(kexec_load),
+    SCMP_SYS(kexec_file_load), SCMP_SYS(init_module), SCMP_SYS(finit_module), SCMP_SYS(delete_module),
+    // What Landlock does not see of files. Root may do it to all that are root's.
+    SCMP_SYS(chmod), SCMP_SYS(fchmod), SCMP_SYS(fchmodat), FCHMODAT2, SCMP_SYS(chown), SCMP_SYS(fchown),
+    SCMP_SYS(lchown), SCMP_SYS(fchownat), SCMP_SYS(utime), SCMP_SYS(utimes), SCMP_SYS(utimensat),
+    SCMP_SYS(futimesat), SCMP_SYS(setxattr), SCMP_SYS(lsetxattr), SCMP_SYS(fsetxattr), SETXATTRAT,
+    SCMP_SYS(removexattr), SCMP_SYS(lremovexattr), SCMP_SYS(fremovexattr), REMOVEXATTRAT, FILE_SETATTR,
+    SCMP_SYS(truncate), SCMP_SYS(mknod), SCMP_SYS(mknodat), SCMP_SYS(open_by_handle_at)};
+
+// Of most arguments the kernel looks at the lower half alone.
+constexpr scmp_datum_t INTEGER = 0xffffffff;
+
+// The same by an argument.
+const struct {
+    int call;
+    scmp_arg_cmp argument;
+} BEYOND_ITSELF_BY_ARGUMENT[] = {
+    // Limits of others, and descriptors that have somebody else signalled.
+    {SCMP_SYS(prlimit64), SCMP_A0(SCMP_CMP_NE, 0)},
+    {SCMP_SYS(fcntl), SCMP_A1(SCMP_CMP_MASKED_EQ, INTEGER, F_SETOWN)},
+    {SCMP_SYS(fcntl), SCMP_A1(SCMP_CMP_MASKED_EQ, INTEGER, F_SETOWN_EX)},
+    {SCMP_SYS(ioctl), SCMP_A1(SCMP_CMP_MASKED_EQ, INTEGER, FIOSETOWN)},
+    {SCMP_SYS(ioctl), SCMP_A1(SCMP_CMP_MASKED_EQ, INTEGER, SIOCSPGRP)},
+    {SCMP_SYS(ioctl), SCMP_A1(SCMP_CMP_MASKED_EQ, INTEGER, TIOCSTI)},
+};
+
+constexpr scmp_datum_t NAMESPACES[] = {CLONE_NEWUSER, CLONE_NEWNS,  CLONE_NEWNET,   CLONE_NEWPID,
+                                       CLONE_NEWIPC,  CLONE_NEWUTS, CLONE_NEWCGROUP};
+
+// The managers of a host take root's word over connections of this kind; the system's log takes datagrams.
+constexpr scmp_datum_t CONNECTIONS[] = {SOCK_STREAM, SOCK_SEQPACKET};
+constexpr scmp_datum_t TYPE_OF_SOCKET = 0xf;
 
 struct FilterReleaser {
     void operator()(scmp_filter_ctx filter) const { seccomp_release(filter); }
@@ -57,6 +134,41 @@ int AllowMapping(const Filter &filter) {
     return 0;
 }
 
+// One that this machine does not have has a number below zero, and needs no rule.
+int Refuse(const Filter &filter, int call, std::span<const scmp_arg_cmp> arguments) {
+    constexpr uint32_t REFUSAL = SCMP_ACT_ERRNO(EPERM);
+    return call < 0 ? 0
+                    : seccomp_rule_add_array(filter.get(), REFUSAL, call,
+                                             static_cast<unsigned>(arguments.size()), arguments.data());
+}
+
+int RefuseAll(const Filter &filter) {
+    int error = 0;
+    for (int call : BEYOND_ITSELF) {
+        error = error == 0 ? Refuse(filter, call, {}) : error;
+    }
+    for (const auto &[call, argument] : BEYOND_ITSELF_BY_ARGUMENT) {
+        error = error == 0 ? Refuse(filter, call, std::span(&argument, 1)) : error;
+    }
+    for (scmp_datum_t flag : NAMESPACES) {
+        const scmp_arg_cmp wanted = SCMP_A0(SCMP_CMP_MASKED_EQ, flag, flag);
+        error = error == 0 ? Refuse(filter, SCMP_SYS(clone), std::span(&wanted, 1)) : error;
+    }
+    for (scmp_datum_t type : CONNECTIONS) {
+        const scmp_arg_cmp wanted[] = {SCMP_A0(SCMP_CMP_MASKED_EQ, INTEGER, AF_UNIX),
+                                       SCMP_A1(SCMP_CMP_MASKED_EQ, TYPE_OF_SOCKET, type)};
+        error = error == 0 ? Refuse(filter, SCMP_SYS(socket), wanted) : error;
+    }
+    // Its flags lie in memory, out of a filter's sight; the C library then takes clone.
+    return error == 0 ? seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(ENOSYS), CLONE3, 0) : error;
+}
+
+int LoadForeign() {
+    Filter filter(seccomp_init(SCMP_ACT_ALLOW));
+    int error = filter != nullptr ? RefuseAll(filter) : -ENOMEM;
+    return error == 0 ? seccomp_load(filter.get()) : error;
+}
+
 int Load(std::span<const int> allowed) {
     Filter filter(seccomp_init(SCMP_ACT_ERRNO(EPERM)));
     int error = filter != nullptr ? AllowAll(filter, EVERYBODYS) : -ENOMEM;
@@ -65,11 +177,18 @@ int Load(std::span<const int> allowed) {
     return error == 0 ? seccomp_load(filter.get()) : error;
 }
 
-}  // namespace
-
-void SystemCalls_Restrict(std::span<const int> allowed) {
-    int error = Load(allowed);
+void ComplainAbout(int error) {
     if (error != 0) {
         Complain("cannot filter system calls: %s", strerror(-error));
     }
+}
+
+}  // namespace
+
+void SystemCalls_Restrict(std::span<const int> allowed) {
+    ComplainAbout(Load(allowed));
+}
+
+void SystemCalls_RestrictForeign() {
+    ComplainAbout(LoadForeign());
 }

@@ -8,12 +8,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <vector>
 
-#include "daemons/common/capabilities.h"
 #include "daemons/common/complain.h"
 #include "daemons/common/file.h"
 #include "daemons/common/namespace.h"
 #include "daemons/common/options.h"
+#include "daemons/confinement/confinement.h"
 #include "daemons/zelan-dhcpd/server.h"
 
 namespace {
@@ -22,11 +24,41 @@ namespace {
 // back has been seen to, by forgoing new privileges.
 constexpr int CAPABILITIES[] = {CAP_NET_RAW, CAP_NET_BIND_SERVICE};
 
+// Root owns most files of a host and may signal every process of root's; neither is left to it. It renames
+// its lease file, for which the folder must be open to it.
+bool Restrict(const ServerStart &start) {
+    const std::string leases = start.leases;
+    const std::string folder = leases.substr(0, leases.rfind('/') + 1);
+    std::vector<ReachablePath> paths = {{.path = "/usr", .execute = true},
+                                        {.path = "/lib", .execute = true},
+                                        {.path = "/lib64", .execute = true},
+                                        {.path = "/etc/ld.so.cache"},
+                                        {.path = "/etc/nsswitch.conf"},
+                                        {.path = "/etc/hosts"},
+                                        {.path = "/etc/protocols"},
+                                        {.path = "/etc/services"},
+                                        {.path = "/etc/passwd"},
+                                        {.path = "/etc/group"},
+                                        {.path = "/etc/localtime"},
+                                        {.path = "/dev/urandom"},
+                                        {.path = "/dev/null", .write = true},
+                                        {.path = start.configuration},
+                                        {.path = folder.c_str(), .write = true}};
+    for (const std::string &file : start.included) {
+        paths.push_back({.path = file.c_str()});
+    }
+    return Confine({.capabilities = CAPABILITIES,
+                    .ownUser = false,
+                    .foreignProgram = true,
+                    .files = true,
+                    .paths = paths});
+}
+
 [[noreturn]] void Execute(const ServerStart &start) {
     // Without -q, with which it would also keep its complaints about the configuration to itself.
-    const char *vector[] = {start.program, "-4",  "-cf",         start.configuration, "-lf",
-                            start.leases,  "-pf", start.pidFile, start.name,          nullptr};
-    if (Namespace_Enter(start.space) && Capabilities_Keep(CAPABILITIES)) {
+    const char *vector[] = {start.program, "-4",       "-cf",  start.configuration, "-lf", start.leases,
+                            "--no-pid",    start.name, nullptr};
+    if (Namespace_Enter(start.space) && Restrict(start)) {
         signal(SIGPIPE, SIG_DFL);
         execv(start.program, const_cast<char **>(vector));
         Complain("%s: %s", start.program, strerror(errno));
@@ -34,14 +66,16 @@ constexpr int CAPABILITIES[] = {CAP_NET_RAW, CAP_NET_BIND_SERVICE};
     _exit(EXIT_FAILURE);
 }
 
-// dhcpd serves on when it could not write its PID file. It is the only child of this process then.
-void KillServer() {
+// The only child that this process has left, as long as it is not reaped; 0 for none.
+pid_t TheChild() {
     std::string child;
     int pid = 0;
-    if (File_Read("/proc/thread-self/children", &child) &&
-        Options_Number(child.substr(0, child.find(' ')), INT_MAX, &pid)) {
-        kill(pid, SIGKILL);
-    }
+    siginfo_t state = {};
+    bool lives = File_Read("/proc/thread-self/children", &child) &&
+                 Options_Number(child.substr(0, child.find(' ')), INT_MAX, &pid) &&
+                 waitid(P_PID, static_cast<id_t>(pid), &state, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+                 state.si_pid == 0;
+    return lives ? pid : 0;
 }
 
 // What the system hides from dhcpd it does not name as the reason.
@@ -75,13 +109,9 @@ pid_t Server_StartDhcpd(const ServerStart &start) {
         HintAtAppArmor();
         return 0;
     }
-    pid_t pid = Server_ReadPidFile(start.pidFile);
-    siginfo_t state = {};
-    if (pid <= 0 || waitid(P_PID, static_cast<id_t>(pid), &state, WEXITED | WNOHANG | WNOWAIT) != 0 ||
-        state.si_pid != 0) {
-        Complain("dhcpd has ended, or left no process id in %s", start.pidFile);
-        KillServer();
-        return 0;
+    pid_t pid = TheChild();
+    if (pid == 0) {
+        Complain("dhcpd has ended as soon as it served");
     }
     return pid;
 }

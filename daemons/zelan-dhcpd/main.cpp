@@ -182,6 +182,16 @@ FileDescriptor MakePlace(const Arguments &arguments, const Plan &plan, CleanUp *
     return space;
 }
 
+// Those that the file itself names, not those that they name again.
+void FindIncluded(const std::vector<DhcpStatement> &statements, std::vector<std::string> *files) {
+    for (const DhcpStatement &statement : statements) {
+        if (statement.Is("include") && statement.words.size() == 2) {
+            files->push_back(statement.words[1].text);
+        }
+        FindIncluded(statement.body, files);
+    }
+}
+
 bool WritePidFile(const char *path, pid_t server) {
     if (!File_Replace(path, std::to_string(server) + "\n")) {
         Complain("cannot write the PID file %s: %s", path, strerror(errno));
@@ -199,14 +209,13 @@ bool Start(Arguments *arguments, CleanUp *cleanUp) {
                          .name = arguments->name,
                          .configuration = arguments->configuration,
                          .leases = arguments->leases,
-                         .pidFile = arguments->contract.pidFile,
+                         .included = {},
                          .leaseFile = LeaseFile_Prepare(arguments->leases, plan.leases),
                          .space = {}};
     if (!start.leaseFile) {
         return false;
     }
-    // dhcpd refuses to start while any process has the id in its PID file, so a stale one has to go.
-    unlink(start.pidFile);
+    FindIncluded(plan.statements, &start.included);
     start.space = MakePlace(*arguments, plan, cleanUp);
     pid_t pid = !start.space     ? 0
                 : plan.byDnsmasq ? Server_StartDnsmasq(start, plan.dnsmasqConf, plan.leases.owner)
@@ -215,7 +224,7 @@ bool Start(Arguments *arguments, CleanUp *cleanUp) {
         return false;
     }
     if (!Daemon_Guard(&arguments->contract, pid, *cleanUp) ||
-        (plan.byDnsmasq && !WritePidFile(arguments->contract.pidFile, pid))) {
+        !WritePidFile(arguments->contract.pidFile, pid)) {
         kill(pid, SIGKILL);
         return false;
     }

@@ -98,6 +98,10 @@ bool Powerless_Become(const OwnUser &user) {
                                    {.path = "/proc/self/fd/1", .write = true}};
     bool inside = false;
     return OwnUser_Become(user) && EnterUserNamespace(user, &inside) && KeepLeast(inside) &&
-           Confine({.capabilities = KEPT, .ownUser = false, .files = true, .paths = paths}) &&
+           Confine({.capabilities = KEPT,
+                    .ownUser = false,
+                    .foreignProgram = true,
+                    .files = true,
+                    .paths = paths}) &&
            (InheritKept() || Fail("capabilities"));
 }

@@ -2,11 +2,6 @@
 
 #include <unistd.h>
 
-#include <climits>
-
-#include "daemons/common/file.h"
-#include "daemons/common/options.h"
-
 namespace {
 
 const char *FindFirst(const char *const (&places)[3]) {
@@ -26,13 +21,4 @@ const char *Server_FindDnsmasq() {
 
 const char *Server_FindDhcpd() {
     return FindFirst({"/usr/sbin/dhcpd", "/usr/local/sbin/dhcpd", "/usr/bin/dhcpd"});
-}
-
-pid_t Server_ReadPidFile(const char *path) {
-    std::string text;
-    int pid = 0;
-    if (!File_Read(path, &text) || !Options_Number(text.substr(0, text.find('\n')), INT_MAX, &pid)) {
-        return 0;
-    }
-    return pid;
 }

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 #include "daemons/confinement/ownUser.h"
 #include "lib/misc/owners.h"
@@ -13,7 +14,7 @@ struct ServerStart {
     const char *name = nullptr;           // of the network, and of the server's interface in its namespace
     const char *configuration = nullptr;  // dhcpd.conf
     const char *leases = nullptr;
-    const char *pidFile = nullptr;
+    std::vector<std::string> included;  // files that dhcpd.conf includes
     FileDescriptor leaseFile;
     FileDescriptor space;  // the network namespace that it is to run in
 };
@@ -24,9 +25,6 @@ const char *Server_FindDhcpd();
 
 // Start the server, a child of the caller, and wait until it serves. Return its process id, or 0 after lines
 // in the log, among them the server's own words. dnsmasq gets its configuration as a text, and runs as the
-// user; dhcpd reads dhcpd.conf, runs as root, and has written the PID file.
+// user; dhcpd reads dhcpd.conf and runs as root, with the lease file's folder for all that it may write.
 pid_t Server_StartDnsmasq(const ServerStart &start, const std::string &configuration, const OwnUser &user);
 pid_t Server_StartDhcpd(const ServerStart &start);
-
-// The process id in a PID file; 0 for none.
-pid_t Server_ReadPidFile(const char *path);

@@ -5,7 +5,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <sched.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -39,7 +41,7 @@ int Open(const char *path, int flags) {
 }
 
 // The errno value that the attempt ends with in a confined process, 0 when it succeeds.
-int ErrorOf(const Confinement &confinement, const std::function<int()> &attempt) {
+int ErrorOf(const Confinement &confinement, const std::function<long()> &attempt) {
     pid_t child = fork();
     if (child == 0) {
         if (!Confine(confinement)) {
@@ -102,6 +104,42 @@ TEST(Confinement, LeavesWhatIsNamedAndNothingElse) {
                         : 0;
          }},
 #endif
+    };
+    for (const auto &row : attempts) {
+        EXPECT_EQ(row.error, ErrorOf(confinement, row.attempt)) << row.name;
+    }
+    kill(another, SIGKILL);
+    waitpid(another, nullptr, 0);
+}
+
+// Also as root, whose every file and process it could get at.
+TEST(Confinement, LeavesAForeignProgramItselfAlone) {
+    const Confinement confinement = {.ownUser = false, .foreignProgram = true};
+    const pid_t another = StartAnother();
+    // The kernel does not look at the upper half.
+    constexpr long SET_OWNER = F_SETOWN | 1L << 32;
+    const rlimit limit = {1024, 1024};
+    const struct {
+        const char *name;
+        int error;
+        std::function<long()> attempt;
+    } attempts[] = {
+        {"signal a process", EPERM, [=] { return kill(another, 0); }},
+        {"have it signalled", EPERM, [=] { return syscall(SYS_fcntl, 0, SET_OWNER, another); }},
+        {"limit it", EPERM, [=] { return prlimit(another, RLIMIT_NOFILE, &limit, nullptr); }},
+        {"limit itself", 0, [=] { return prlimit(0, RLIMIT_NOFILE, &limit, nullptr); }},
+        {"open a file's mode", EPERM, [] { return chmod("/etc/shadow", 0666); }},
+        {"take a namespace", EPERM, [] { return syscall(SYS_clone, CLONE_NEWNET | SIGCHLD, 0, 0, 0, 0); }},
+        {"take one out of sight", ENOSYS, [] { return syscall(SYS_clone3, nullptr, 0); }},
+        {"fork", 0,
+         [] {
+             const pid_t child = fork();
+             return child == 0 ? (_exit(0), 0) : waitpid(child, nullptr, 0);
+         }},
+        {"speak to the host's managers", EPERM,
+         [] { return syscall(SYS_socket, AF_UNIX | 1L << 32, SOCK_STREAM | SOCK_CLOEXEC, 0); }},
+        {"speak to the system's log", 0, [] { return socket(AF_UNIX, SOCK_DGRAM, 0); }},
+        {"speak to the network", 0, [] { return socket(AF_INET, SOCK_STREAM, 0); }},
     };
     for (const auto &row : attempts) {
         EXPECT_EQ(row.error, ErrorOf(confinement, row.attempt)) << row.name;

@@ -294,4 +294,39 @@ TEST(Dhcp, DnsmasqIsNobodyAndItsCapabilityHoldsForNoInterface) {
     EXPECT_NE(InodeOf(user.get()), InodeOf(owner.get()));
 }
 
+// What a program in the server's place that guests have taken over gets at beyond what it serves with.
+TEST(Dhcp, ServerThatTurnsHostileReachesNoOtherProcessOrFile) {
+    const DaemonStart other = MustComeUp(StartNetifup(9));
+    Must("mkdir -p " + FOLDER + " && touch " + LEASES);
+    const std::string attempts =
+        "try() { what=$1; shift; (\"$@\") >/dev/null 2>&1 && echo \"hostile: $what\" >&2; }\n"
+        "try 'signals a daemon' kill -0 @D\n"
+        "try 'signals the watcher' kill -0 @W\n"
+        "try 'joins a daemon' nsenter -t @D -n true\n"
+        "try 'mounts' unshare -m true\n"
+        "try 'opens passwords' chmod 666 /etc/shadow\n"
+        "try 'dates passwords' touch -c /etc/shadow\n"
+        "try 'writes passwords' sh -c ': >> /etc/shadow'\n"
+        "try 'reads passwords' cat /etc/shadow\n"
+        "try 'writes leases' sh -c ': >> @L'\n";
+    for (const auto &[server, more, leases] :
+         {std::tuple("/usr/sbin/dnsmasq", "", "/proc/self/fd/1"),
+          std::tuple("/usr/sbin/dhcpd", ONLY_FOR_DHCPD.c_str(), LEASES.c_str())}) {
+        WriteFileText("/usr/hostile", "#!/bin/sh\n" + attempts);
+        Must(
+            "watch=$(ps -e -o pid=,comm= | awk '$2 == \"zelan-watch\" {print $1}'); sed -i \"s|@W|$watch|; "
+            "s|@D|" +
+            std::to_string(other.pid) + "|; s|@L|" + leases + "|\" /usr/hostile; chmod +x /usr/hostile");
+        EXPECT_EQ("9\n", RunShell("/usr/hostile 2>&1 >>/tmp/none | grep -c hostile").output)
+            << "something is not to be had anyhow";
+        unlink("/var/log/zelan-dhcpd.log");
+        Must(std::string("mount --bind /usr/hostile ") + server);
+        const DaemonStart start = StartDhcp(CONFIGURATION + more);
+        Must(std::string("umount ") + server);
+        EXPECT_EQ("hostile: writes leases\n",
+                  RunShell("grep -o 'hostile: .*' /var/log/zelan-dhcpd.log").output)
+            << server << start;
+    }
+}
+
 }  // namespace
