@@ -79,9 +79,12 @@ bool TakeWords(int pipe, std::string *words) {
     }
 }
 
+// Before it executes the server the child speaks under this program's name.
 void PassOn(std::string_view words) {
+    const std::string own = std::string(program_invocation_short_name) + " - ";
     std::string_view line;
     while (Text_TakeLine(&words, &line)) {
+        line.remove_prefix(line.starts_with(own) ? own.size() : 0);
         if (!line.empty()) {
             Complain("%.*s", static_cast<int>(line.size()), line.data());
         }

@@ -245,6 +245,11 @@ TEST(Dhcp, RefusedStartLeavesItsReasonInTheLogAndNothingElse) {
         EXPECT_NE(std::string::npos, start.Log().find(row.words)) << row.condition << start;
         EXPECT_NE(0, access(start.pidFile.c_str(), F_OK)) << row.condition;
     }
+    WriteFileText("/usr/broken", "#!/no/such/program\n");
+    Must("chmod +x /usr/broken && mount --bind /usr/broken /usr/sbin/dnsmasq");
+    EXPECT_TRUE(StartDhcp(CONFIGURATION).Log().find("\nzelan-dhcpd - /usr/sbin/dnsmasq: No such file") !=
+                std::string::npos);
+    Must("umount /usr/sbin/dnsmasq");
     WriteFileText(LEASES, "somebody's\n");
     EXPECT_NE(std::string::npos, StartDhcp(CONFIGURATION).Log().find("neither the leases of dnsmasq nor"));
     EXPECT_EQ("somebody's\n", ReadFileText(LEASES));
