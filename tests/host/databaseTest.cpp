@@ -11,6 +11,7 @@
 #include "tests/support/otherProcess.h"
 
 using DatabaseOnHost = LibraryTest;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 constexpr const char *DATABASE = "/etc/orvane/networking";
@@ -50,6 +51,7 @@ TEST_F(DatabaseOnHost, ReadOnlyFolderLosesNothingAndTheReasonIsLogged) {
 }
 
 TEST_F(DatabaseOnHost, TwoLoadedProcessesLoseNoChange) {
+    WriteFileText("/etc/orvane/config", "bindir = \"/usr/bin\"\n");
     WriteDatabase("answer HBL_LOGLEVEL 1\n");
     OtherProcess other({[] { return HBL_Load(); }, [] { return HBL_VnetCfgAddAnswer("OTHER", "1"); },
                         [] { return HBL_SetDefaultLogLevel(9); }, [] { return HBL_Unload(), true; }});
@@ -60,6 +62,7 @@ TEST_F(DatabaseOnHost, TwoLoadedProcessesLoseNoChange) {
     EXPECT_TRUE(other.Do(3));  // its rewrite puts a new file in the place of the one that is open here
     EXPECT_TRUE(HBL_VnetCfgAddAnswer("MINE", "2"));
     EXPECT_EQ("1", Answer("OTHER"));
+    EXPECT_EQ("/usr/bin", Answer("BINDIR")) << "of no database";
     ASSERT_TRUE(other.Do(0));
     EXPECT_TRUE(other.Do(2));  // not seen here before the unload
     HBL_Unload();
@@ -67,7 +70,7 @@ TEST_F(DatabaseOnHost, TwoLoadedProcessesLoseNoChange) {
     EXPECT_TRUE(other.Do(1));
     EXPECT_TRUE(other.Do(3));
     EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x9\nanswer MINE 2\nanswer OTHER 1\n", Database());
-    EXPECT_EQ("", OtherFiles());
+    EXPECT_EQ("config ", OtherFiles());
 }
 
 TEST_F(DatabaseOnHost, LockedDatabaseIsNotRewritten) {
@@ -88,12 +91,21 @@ TEST_F(DatabaseOnHost, LockedDatabaseIsNotRewritten) {
 }
 
 TEST_F(DatabaseOnHost, CreationAndDeletionNeedAnUnloadedLibrary) {
+    const std::string create = "HBL_CreateNetworkingDB - ";
+    const std::string created =
+        create + "Created and initialized networking configuration database: " + DATABASE;
+    const std::string needsUnload =
+        "harbrel is initialized, unload the data structures and delete existing networking configuration "
+        "database before creating new one\n";
     EXPECT_FALSE(HBL_CheckNetworkingDB());
     EXPECT_FALSE(HBL_NetworkingDBExists());
     EXPECT_TRUE(HBL_CreateNetworkingDB(true));
     EXPECT_EQ("", OtherFiles());
     WriteDatabase("answer A 1\n");
     EXPECT_FALSE(HBL_CreateNetworkingDB(false));
+    EXPECT_THAT(Log(), EndsWith(created + "\n" + create +
+                                "Existing networking configuration database must be deleted before creating "
+                                "new one\n"));
     EXPECT_FALSE(OnFullDisk(5, [] { return HBL_CreateNetworkingDB(true); }));
     EXPECT_EQ("VERSION=1,0\nanswer A 1\n", Database());
     EXPECT_EQ("", OtherFiles());
@@ -104,7 +116,9 @@ TEST_F(DatabaseOnHost, CreationAndDeletionNeedAnUnloadedLibrary) {
     ASSERT_TRUE(HBL_Load());
     EXPECT_TRUE(HBL_CheckNetworkingDB());
     EXPECT_FALSE(HBL_CreateNetworkingDB(true));
+    EXPECT_THAT(Log(), EndsWith(create + needsUnload));
     EXPECT_FALSE(HBL_DeleteNetworkingDB());
+    EXPECT_THAT(Log(), EndsWith("HBL_DeleteNetworkingDB - " + needsUnload));
     EXPECT_TRUE(HBL_NetworkingDBExists());
     HBL_Unload();
     EXPECT_TRUE(HBL_DeleteNetworkingDB());
@@ -113,19 +127,49 @@ TEST_F(DatabaseOnHost, CreationAndDeletionNeedAnUnloadedLibrary) {
     EXPECT_FALSE(HBL_NetworkingDBExists());
 }
 
+TEST_F(DatabaseOnHost, CheckReadsTheVersionAlone) {
+    static constexpr struct {
+        const char *text;
+        bool good;
+        const char *lastLine;
+    } CASES[] = {
+        {"VERSION=1,7\nno record\n", true, ""},
+        {"", false, "HBLNetCfgCheckVersion - Failed to read version number, error: "},
+        {"answer A 1\n", false, "HBLNetCfgCheckVersion - Cannot find version in database file\n"},
+        {"BACKUP_VERSION=1,0\n", false, "HBLNetCfgCheckVersion - Cannot find version in database file\n"},
+        {"VERSION=2,0\n", false, "ParseVersionString - Unsupported major version, supported: 1, actual: 2\n"},
+    };
+    for (const auto &row : CASES) {
+        std::filesystem::remove("/var/log/harbrel");
+        WriteFileText(DATABASE, row.text);
+        EXPECT_EQ(row.good, HBL_CheckNetworkingDB()) << row.text;
+        EXPECT_TRUE(Log().starts_with(row.lastLine) && Log().empty() == row.good) << Log();
+    }
+}
+
 TEST_F(DatabaseOnHost, ExportAndImportMeetAtTheDefaultFile) {
     std::filesystem::remove(EXPORT);
     EXPECT_FALSE(HBL_ExportDatabaseToFile(nullptr));
     EXPECT_FALSE(HBL_ImportDatabaseFromFile(nullptr));
     EXPECT_THAT(Log(), HasSubstr("HBL_ImportDatabaseFromFile - Import file does not exist\n"));
     LoadWith("answer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\nanswer MY_NOTE kept\n");
+    HBL_SetLogLevel(LOG_ERR | LOG_OK);
     EXPECT_TRUE(HBL_ExportDatabaseToFile(nullptr));
+    EXPECT_THAT(Log(), EndsWith("HBL_ExportDatabaseToFile - Exported configuration database to backup file: "
+                                "/tmp/networking_export\n"));
     EXPECT_EQ("BACKUP_VERSION=1,0\nanswer HBL_LOGLEVEL 1\nanswer MY_NOTE kept\nanswer VNET_1_DHCP yes\n",
               ReadFileText(EXPORT));
     HBL_Unload();
     EXPECT_TRUE(HBL_ImportDatabaseFromFile(nullptr));
+    EXPECT_THAT(Log(), EndsWith("HBL_ImportDatabaseFromFile - Imported configration data from backup file: "
+                                "/tmp/networking_export\n"));
     EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 1\nanswer VNET_1_DHCP yes\n", Database());
     EXPECT_EQ("networking.bak.0 ", OtherFiles());
+    WriteFileText(EXPORT, "BACKUP_VERSION=2,0\n");
+    EXPECT_FALSE(HBL_ImportDatabaseFromFile(nullptr));
+    EXPECT_THAT(Log(),
+                EndsWith("HBL_ImportDatabaseFromFile - Failed to import configuration data from backup "
+                         "file: /tmp/networking_export\n"));
     EXPECT_EQ(nullptr, HBLLogStream());
 }
 
@@ -184,6 +228,10 @@ TEST_F(DatabaseOnHost, ExportToAPathThatIsTooLongTouchesNothing) {
     std::filesystem::create_directory(folder);
     LoadWith("answer HBL_LOGLEVEL 1\n");
     EXPECT_FALSE(HBL_ExportDatabaseToFile(path.c_str()));
+    EXPECT_THAT(Log(),
+                EndsWith("HBL_ExportDatabaseToFile - Failed to export configuration database to backup "
+                         "file:" +
+                         path + "\n"));
     EXPECT_FALSE(std::filesystem::exists(path));
     WriteFileText(path, "somebody's");
     EXPECT_FALSE(HBL_ExportDatabaseToFile(path.c_str()));

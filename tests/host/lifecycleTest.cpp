@@ -60,6 +60,22 @@ TEST_F(Lifecycle, OnlyTheLastUnloadWritesTheDatabase) {
     EXPECT_EQ("(none)", Answer("A"));
 }
 
+TEST_F(Lifecycle, LoadsAreCountedUpToTheLastNumberOfSixteenBits) {
+    LoadWith("answer HBL_LOGLEVEL 3\n");
+    ASSERT_TRUE(HBL_Load());
+    EXPECT_THAT(Log(), testing::EndsWith("HBL_Load - harbrel is already loaded\n"));
+    HBL_SetLogLevel(LOG_ERR);
+    for (unsigned loads = 2; loads < UINT16_MAX; loads++) {
+        ASSERT_TRUE(HBL_Load());
+    }
+    EXPECT_FALSE(HBL_Load());
+    EXPECT_THAT(Log(), testing::EndsWith("HBL_Load - harbrel is loaded too many times: 65535\n"));
+    for (unsigned loads = 1; loads < UINT16_MAX; loads++) {
+        HBL_Unload();
+    }
+    EXPECT_TRUE(HBL_VnetCfgAddAnswer("A", "1")) << "one load is left";
+}
+
 TEST_F(Lifecycle, SettersNeedALoadedLibraryAndGoodArguments) {
     EXPECT_EQ(256u, HBL_GetNumVnets());
     EXPECT_FALSE(HBL_VnetCfgAddAnswer("K", "v"));

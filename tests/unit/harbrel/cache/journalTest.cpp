@@ -1,8 +1,13 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 
+#include <cerrno>
 #include <functional>
 
+#include "lib/harbrel/cache/journalWords.h"
 #include "lib/harbrel/cache/tables.h"
+#include "lib/misc/owners.h"
 #include "tests/support/cacheTest.h"
 #include "tests/support/fileSizeLimit.h"
 
@@ -13,31 +18,77 @@ namespace {
 using Change = std::function<bool(HBLNetworkConfigurationDB *)>;
 constexpr const char *MAC = "02:00:00:11:22:33";
 
-// One family's changes and what they look like in the file.
+// One family's changes, what they look like in the file, and what the log says when the file takes no line.
 struct Family {
     Change addOld, addNew, remove;
     std::string oldLine, newLine, removeLine;
     bool absentIsRemoved, equalIsNoChange;
+    std::string refusedAddition, refusedReplacement, refusedRemoval;
 };
 const Family FAMILIES[] = {
     {[](auto *db) { return HBLNetCfgAddAnswerString(db, "K", "old"); },
      [](auto *db) { return HBLNetCfgAddAnswerString(db, "K", "new"); },
      [](auto *db) { return HBLNetCfgRemoveAnswer(db, "K"); }, "answer K old\n", "answer K new\n",
-     "remove_answer K\n", true, false},
+     "remove_answer K\n", true, false,
+     "NetCfgAddAnswerStringInt - Failed to write to K:new to database file, error: File too large\n"
+     "HBLNetCfgRemoveAnswer - Failed to remove \"K\" in database file\n"
+     "NetCfgAddAnswerStringInt - Failed to remove newly added record, K:new\n",
+     "NetCfgAddAnswerStringInt - Failed to remove: K from database file, error: File too large\n"
+     "NetCfgAddAnswerStringInt - Failed to remove: K from database file, error: File too large\n"
+     "NetCfgAddAnswerStringInt - Failed to restore previous values K:old\n",
+     "HBLNetCfgRemoveAnswer - Failed to remove \"K\" in database file\n"},
     {[](auto *db) { return HBLNetCfgAddHostAdapterMapping(db, "eth0", 2, false); },
      [](auto *db) { return HBLNetCfgAddHostAdapterMapping(db, "eth0", -1, false); },
      [](auto *db) { return HBLNetCfgRemoveHostAdapterMapping(db, "eth0"); }, "add_bridge_mapping eth0 2\n",
-     "add_bridge_mapping eth0 -1\n", "remove_bridge_mapping eth0\n", false, true},
+     "add_bridge_mapping eth0 -1\n", "remove_bridge_mapping eth0\n", false, true,
+     "HBLNetCfgAddHostAdapterMapping - Failed to write bridge for adapter: eth0 To vnet: -1 to database "
+     "file, error: File too large\n"
+     "HBLNetCfgRemoveHostAdapterMapping - Failed to remove Bridge mapping for adapter: eth0 from database "
+     "file\n"
+     "HBLNetCfgRemoveHostAdapterMapping - Removing Bridge mapping failed\n"
+     "HBLNetCfgAddHostAdapterMapping - Failed to remove newly added record, adapter: eth0, vnet:-1\n",
+     "HBLNetCfgAddHostAdapterMapping - Failed to remove bridge mapping for adapter: eth0 To vnet: -1 from "
+     "database file, error: File too large\n"
+     "HBLNetCfgAddHostAdapterMapping - Failed to remove bridge mapping for adapter: eth0 To vnet: 2 from "
+     "database file, error: File too large\n"
+     "HBLNetCfgAddHostAdapterMapping - Failed to restore previous values of Bridge mapping adapter: eth0, "
+     "vnet: 2\n",
+     "HBLNetCfgRemoveHostAdapterMapping - Failed to remove Bridge mapping for adapter: eth0 from database "
+     "file\n"
+     "HBLNetCfgRemoveHostAdapterMapping - Removing Bridge mapping failed\n"},
     {[](auto *db) { return HBLNetCfgAddDHCPMACToIP(db, 8, MAC, "10.0.0.1", false); },
      [](auto *db) { return HBLNetCfgAddDHCPMACToIP(db, 8, MAC, "10.0.0.2", false); },
      [](auto *db) { return HBLNetCfgRemoveDHCPMACToIP(db, 8, MAC); },
      "add_dhcp_mac_to_ip 8 02:00:00:11:22:33 10.0.0.1\n", "add_dhcp_mac_to_ip 8 02:00:00:11:22:33 10.0.0.2\n",
-     "remove_dhcp_mac_to_ip 8 02:00:00:11:22:33\n", false, false},
+     "remove_dhcp_mac_to_ip 8 02:00:00:11:22:33\n", false, false,
+     "HBLNetCfgLookupDHCPMACToIP - List of DHCP mappings is empty\n"
+     "HBLNetCfgAddDHCPMACToIP - Failed to add DHCP address mapping record for MAC: 02:00:00:11:22:33 To IP: "
+     "10.0.0.2\n"
+     "HBLNetCfgRemoveDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33\n"
+     "HBLNetCfgAddDHCPMACToIP - Failed to remove newly added record, 02:00:00:11:22:33:10.0.0.2\n",
+     "HBLNetCfgAddDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33 To IP: "
+     "10.0.0.2\n"
+     "HBLNetCfgAddDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33 To IP: "
+     "10.0.0.1\n"
+     "HBLNetCfgAddDHCPMACToIP - Failed to restore previous values 02:00:00:11:22:33:10.0.0.1\n",
+     "HBLNetCfgRemoveDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33\n"},
     {[](auto *db) { return HBLNetCfgAddNATPortFwd(db, 8, true, 80, "10.0.0.1", 81, "", false); },
      [](auto *db) { return HBLNetCfgAddNATPortFwd(db, 8, true, 80, "10.0.0.2", 82, nullptr, false); },
      [](auto *db) { return HBLNetCfgRemoveNATPortFwd(db, 8, true, 80); },
      "add_nat_portfwd 8 tcp 80 10.0.0.1 81 \n", "add_nat_portfwd 8 tcp 80 10.0.0.2 82\n",
-     "remove_nat_portfwd 8 tcp 80\n", false, false},
+     "remove_nat_portfwd 8 tcp 80\n", false, false,
+     "HBLNetCfgLookupNATPortFwd - List of NAT forwarded ports is empty\n"
+     "HBLNetCfgAddNATPortFwd - Failed to add port forward record for tcp port 80\n"
+     "HBLNetCfgRemoveNATPortFwd - Failed to remove NAT port forward for tcp port 80 from database file, "
+     "error: File too large\n"
+     "HBLNetCfgAddNATPortFwd - Failed to remove newly added record, vnet: 8, tcp, port 80, vmip: 10.0.0.2, "
+     "vmPort: 82\n",
+     "HBLNetCfgAddNATPortFwd - Failed to remove port forward record for tcp port 80\n"
+     "HBLNetCfgAddNATPortFwd - Failed to remove port forward record for tcp port 80\n"
+     "HBLNetCfgAddNATPortFwd - Failed to restore previous values, vnet: 8, tcp, port 80, vmip: 10.0.0.1, "
+     "vmPort: 81\n",
+     "HBLNetCfgRemoveNATPortFwd - Failed to remove NAT port forward for tcp port 80 from database file, "
+     "error: File too large\n"},
 };
 
 class JournalTest : public CacheTest {
@@ -93,11 +144,14 @@ TEST_F(JournalTest, CacheKeepsARecordWhenTheFileRefusesEveryLine) {
     for (const Family &family : FAMILIES) {
         Restart();
         EXPECT_FALSE(WithRoomFor(0, family.addNew));
+        EXPECT_EQ(log.Take(), family.refusedAddition);
         EXPECT_EQ(Records(), family.newLine);
         ASSERT_TRUE(family.addOld(db));
         const std::string journal = Journal();
-        for (const Change &change : {family.addNew, family.remove}) {
+        for (const auto &[change, lines] :
+             {std::pair(family.addNew, family.refusedReplacement), {family.remove, family.refusedRemoval}}) {
             EXPECT_FALSE(WithRoomFor(0, change));
+            EXPECT_EQ(log.Take(), lines);
             EXPECT_EQ(Records(), family.oldLine);
         }
         EXPECT_EQ(Journal(), journal);
@@ -125,6 +179,70 @@ TEST_F(JournalTest, FullDiskAtAnyByteLeavesWholeLines) {
         EXPECT_EQ(Journal(), journal + family.removeLine + family.newLine);
         EXPECT_TRUE(NetCfgFileIsAsLastSeen(db));
     }
+}
+
+// The steps that fail for want of memory alone.
+TEST_F(JournalTest, StepsThatNoFileCanFailHaveTheirWordsToo) {
+    using enum JournalStep;
+    constexpr JournalStep STEPS[] = {AddAllocation, AddTable, RemoveAllocation, RemoveTable, RemovePutBack};
+    const struct {
+        const JournalWords &words;
+        RecordFields record;
+        const char *lines[std::size(STEPS)];
+    } cases[] = {
+        {ANSWER_JOURNAL_WORDS,
+         {.key = "K", .value = "v"},
+         {"NetCfgAddAnswerStringInt - Memory allocation failed: a: (nil), d: (nil), o: (nil)\n",
+          "NetCfgAddAnswerStringInt - Failed to add K:v to hash table\n",
+          "HBLNetCfgRemoveAnswer - Memory allocation failed: d: (nil), o: (nil)\n",
+          "HBLNetCfgRemoveAnswer - Failed to remove \"K\" from hash table\n",
+          "HBLNetCfgRemoveAnswer - Restoring K:v failed in hash table\n"}},
+        {BRIDGE_JOURNAL_WORDS,
+         {.key = "eth0", .vnet = -1},
+         {"HBLNetCfgAddHostAdapterMapping - Memory allocation failure\n",
+          "HBLNetCfgAddHostAdapterMapping - Failed to add Bridge mapping for adapter: eth0 to vnet: -1\n",
+          "HBLNetCfgRemoveHostAdapterMapping - Memory allocation failed, error: Cannot allocate memory\n",
+          "HBLNetCfgRemoveHostAdapterMapping - Failed to remove Bridge mapping for adapter: eth0 from hash "
+          "table\n",
+          "HBLNetCfgRemoveHostAdapterMapping - Failed to restore previous values of Bridge mapping, adapter: "
+          "eth0, vnet: -1\n"}},
+        {DHCP_JOURNAL_WORDS,
+         {.key = MAC, .value = "10.0.0.1", .vnet = 8},
+         {"HBLNetCfgAddDHCPMACToIP - Memory allocation failure\n",
+          "HBLNetCfgAddDHCPMACToIP - Failed to add DHCP address mapping for MAC: 02:00:00:11:22:33 To IP: "
+          "10.0.0.1\n",
+          "HBLNetCfgRemoveDHCPMACToIP - Memory allocation failure, error: Cannot allocate memory\n",
+          "HBLNetCfgRemoveDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33\n",
+          "HBLNetCfgRemoveDHCPMACToIP - Failed to restore previous values of DHCP mapping, mac: "
+          "02:00:00:11:22:33, ip: 10.0.0.1\n"}},
+        {NAT_JOURNAL_WORDS,
+         {.value = "10.0.0.1", .vnet = 8, .hostPort = 53, .vmPort = 54, .description = "names"},
+         {"HBLNetCfgAddNATPortFwd - Memory allocation failure\n",
+          "HBLNetCfgAddNATPortFwd - Failed to add port forward record for udp port 53\n",
+          "HBLNetCfgRemoveNATPortFwd - Memory allocation error\n",
+          "HBLNetCfgRemoveNATPortFwd - Failed to remove NAT port forward for udp port 53 from hash table\n",
+          "HBLNetCfgRemoveNATPortFwd - Failed to restore previous value for NAT port  forward record, vnet: "
+          "8, \"udp\", hostPort: 53, vmIP: 10.0.0.1 vmPort: 54, desc.: names\n"}},
+    };
+    for (const auto &row : cases) {
+        for (size_t step = 0; step < std::size(STEPS); ++step) {
+            TellJournalStep(row.words, STEPS[step], {.record = row.record, .errorNumber = ENOMEM});
+            EXPECT_EQ(log.Take(), row.lines[step]);
+        }
+    }
+}
+
+// What cannot be cut off again is kept away from the next line.
+TEST_F(JournalTest, TornLineThatStaysIsEndedByTheNextOne) {
+    const FileDescriptor file(memfd_create("journal", MFD_ALLOW_SEALING | MFD_CLOEXEC));
+    ASSERT_EQ(0, fcntl(file.get(), F_ADD_SEALS, F_SEAL_SHRINK));
+    const std::string name = "/proc/self/fd/" + std::to_string(file.get());
+    ASSERT_NE(nullptr, db->stream = freopen(name.c_str(), "a+", db->stream));
+    ASSERT_TRUE(NetCfgTrackFile(db));
+    EXPECT_FALSE(OnFullDisk(9, [this] { return HBLNetCfgAddAnswerString(db, "A", "torn off"); }));
+    EXPECT_TRUE(HBLNetCfgAddAnswerString(db, "B", "1"));
+    EXPECT_TRUE(HBLNetCfgAddAnswerString(db, "C", "1"));
+    EXPECT_EQ("answer A \nanswer B 1\nanswer C 1\n", ReadFileText(name));
 }
 
 TEST_F(JournalTest, UndoIsJournalledWhenThereIsRoomForIt) {

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "lib/harbrel/base/hostAdapterChain.h"
 #include "tests/support/cacheTest.h"
 
 using ReadsTest = CacheTest;
@@ -30,4 +31,67 @@ TEST_F(ReadsTest, DHCPEnumerationFollowsTheTableAndEndsInAnEmptyOne) {
     index = 0;
     EXPECT_FALSE(HBLNetCfgEnumDHCPMACToIP(db, 1, &index, mac, sizeof mac, ip, sizeof ip));
     EXPECT_EQ(log.Take(), "HBLNetCfgEnumDHCPMACToIP - Failure in creating array of DHCP mappings\n");
+}
+
+TEST_F(ReadsTest, AdaptersOfANetworkOrOfAllOthersCarryTheNetworkAskedFor) {
+    LoadRecords("add_bridge_mapping eth0 3\nadd_bridge_mapping eth1 -1\nadd_bridge_mapping eth2 0\n");
+    const auto names = [this](int32_t vnet, bool exclude) {
+        HostAdapterChain chain;
+        EXPECT_TRUE(HBLNetCfgLookupHostAdaptersForVnet(db, vnet, &chain, exclude));
+        std::vector<std::string> found;
+        for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr; adapter = adapter->next) {
+            found.push_back(adapter->deviceName);
+            EXPECT_EQ(std::tuple(1u, 1u, 1u, vnet), std::tuple(adapter->version, adapter->net.version,
+                                                               adapter->net.type, adapter->net.vnet));
+        }
+        EXPECT_EQ(found.size(), chain.Count());
+        return found;
+    };
+    EXPECT_THAT(names(3, false), testing::ElementsAre("eth0"));
+    EXPECT_THAT(names(3, true), testing::UnorderedElementsAre("eth1", "eth2"));
+    EXPECT_THAT(names(4, false), testing::IsEmpty());
+}
+
+// The two reads of forwards differ in the level of one line.
+TEST_F(ReadsTest, ForwardIsHandedOutWholeOrNotAtAll) {
+    LoadRecords("add_nat_portfwd 1 tcp 80 10.0.0.1 81 web\n");
+    ASSERT_TRUE(HBLNetCfgAddNATPortFwd(db, 1, false, 53, "10.0.0.2", 54, nullptr, false));
+    log.Take();
+    const struct {
+        const char *what;
+        bool isTcp, enumerates;
+        size_t vmIPSize, descriptionSize;
+        bool found;
+        size_t sizeAfter;
+        const char *line;
+    } cases[] = {
+        {"fits to the byte", true, false, 9, 4, true, 4, ""},
+        {"fits to the byte", true, true, 9, 4, true, 4, ""},
+        {"small for the address", true, false, 8, 4, false, 4,
+         "HBLNetCfgLookupNATPortFwd - Insufficient buffer length: 8 for IP address: 10.0.0.1\n"},
+        {"small for the address", true, true, 8, 4, false, 4,
+         "HBLNetCfgEnumNATPortFwd - Insufficient buffer length: 8 for IP address: 10.0.0.1\n"},
+        {"small for the description", true, false, 16, 3, false, 3, ""},
+        {"small for the description", true, true, 16, 3, false, 3,
+         "HBLNetCfgEnumNATPortFwd - Insufficient buffer length for description\n"},
+        {"no description", false, false, 16, 128, true, 0, ""},
+        {"no description", false, true, 16, 128, true, 0, ""},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(testing::Message() << row.what << row.enumerates);
+        char vmIP[16] = "-", description[128] = "-";
+        size_t size = row.descriptionSize;
+        uint32_t index = 0;
+        uint16_t hostPort = 0, vmPort = 0;
+        EXPECT_EQ(row.found, row.enumerates
+                                 ? HBLNetCfgEnumNATPortFwd(db, 1, row.isTcp, &index, &hostPort, vmIP,
+                                                           row.vmIPSize, &vmPort, description, &size)
+                                 : HBLNetCfgLookupNATPortFwd(db, 1, row.isTcp, row.isTcp ? 80 : 53, vmIP,
+                                                             row.vmIPSize, &vmPort, description, &size));
+        EXPECT_EQ(row.sizeAfter, size);
+        EXPECT_EQ(!row.found ? "-" : row.isTcp ? "10.0.0.1" : "10.0.0.2", std::string(vmIP));
+        EXPECT_EQ(row.found && row.isTcp ? "web" : "-", std::string(description));
+        EXPECT_EQ(row.found && row.enumerates ? 1u : 0u, index);
+        EXPECT_EQ(row.line, log.Take());
+    }
 }

@@ -3,13 +3,20 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
+#include <numeric>
+#include <set>
 #include <string>
 
 #include "lib/harbrel/database/database.h"
+#include "lib/harbrel/dhcp/dhcpParameters.h"
+#include "lib/harbrel/files/files.h"
+#include "lib/harbrel/nat/natParameters.h"
 #include "lib/misc/owners.h"
 #include "tests/support/command.h"
 #include "tests/support/fileSizeLimit.h"
+#include "tests/support/generalLog.h"
 #include "tests/support/logCapture.h"
 #include "tests/support/tempFolder.h"
 
@@ -63,13 +70,44 @@ TEST_F(DatabaseTransfer, ImportFiltersAndUpgrades) {
          "add_nat_portfwd 8 tcp 80 10.0.0.2 80 web\nadd_dhcp_mac_to_ip 8 2:0:0:a:b:c 10.0.0.3\n",
          "add_nat_portfwd 8 tcp 80 10.0.0.2 80 web\nadd_dhcp_mac_to_ip 8 02:00:00:0A:0B:0C 10.0.0.3\n"},
     };
+    LogCapture log(LOG_ERR | LOG_WRN | LOG_INFO2);
+    std::string lines;
     for (const auto &row : ROWS) {
         EXPECT_TRUE(Import(row.backup)) << row.behaviour;
+        const std::string latest = log.Take();
+        EXPECT_EQ(latest.find("UpdateDatabaseFields - Source and destination database versions are same\n") !=
+                      std::string::npos,
+                  std::string(row.backup).starts_with("BACKUP_VERSION=1,0\n"))
+            << row.behaviour;
+        lines += latest;
         EXPECT_EQ(std::string("VERSION=1,0\n") + row.database, ReadFileText(path)) << row.behaviour;
     }
     const std::string longName(128, 'e');
     EXPECT_TRUE(Import("answer VNET_2_INTERFACE " + longName + "\n"));
     EXPECT_EQ("VERSION=1,0\n", ReadFileText(path));
+    lines += log.Take();
+    const std::string cleanup = "NetCfgCleanupDatabaseFields - ";
+    for (const std::string &line :
+         {cleanup + "Failed to parse vnet number in record: VNET_300_DHCP, deleting record\n",
+          cleanup + "Deleting record - MY_NOTE:n from backup cache\n",
+          "NetCfgUpdateDatabaseFields - Invalid adapter name: " + longName + ", deleting record\n"}) {
+        EXPECT_NE(lines.find(line), std::string::npos) << line;
+    }
+}
+
+TEST_F(DatabaseTransfer, ImportKeepsEveryParameterOfDhcpAndNat) {
+    std::set<std::string> answers = {"answer VNET_8_DHCP_CFG_HASH 1\n"};
+    for (const auto &rows : {HBLDHCPParameterRows(), HBLNATParameterRows()}) {
+        for (const ParameterRow &row : rows) {
+            if (row.key[0] != '\0') {
+                answers.insert(std::string("answer VNET_8_") + row.key + " 1\n");
+            }
+        }
+    }
+    const std::string records = std::accumulate(answers.begin(), answers.end(), std::string());
+    EXPECT_TRUE(Import("BACKUP_VERSION=1,0\n" + records));
+    EXPECT_EQ("VERSION=1,0\n" + records, ReadFileText(path));
+    EXPECT_EQ(18u, answers.size());
 }
 
 TEST_F(DatabaseTransfer, FormerDatabasesAreKeptUnderFreeNames) {
@@ -102,6 +140,29 @@ TEST_F(DatabaseTransfer, FailureLeavesDatabaseAndCacheAsTheyWere) {
     EXPECT_FALSE(std::filesystem::exists(path + ".bak.0"));
     EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "A", "b"));
     EXPECT_EQ(former + "answer A b\n", ReadFileText(path));
+}
+
+// The name would be longer than a path may be.
+TEST_F(DatabaseTransfer, ImportThatFindsNoBackupNameLeavesTheCacheLoaded) {
+    path.resize(HBL_PATH_SIZE - 1 - strlen(".bak"), 'n');
+    WriteFileText(path, "VERSION=1,0\nanswer HBL_LOGLEVEL 1\n");
+    ASSERT_TRUE(HBLNetCfgLoad(path.c_str(), nullptr, false));
+    LogCapture log;
+    EXPECT_FALSE(Import("BACKUP_VERSION=1,3\nanswer HBL_LOGLEVEL 2\n"));
+    EXPECT_TRUE(
+        log.Take().ends_with("HBLNetCfgImportConfig - Failed to create backup file: " + path + ".bak.0\n"));
+    EXPECT_TRUE(HBLNetCfgLockConfig(nullptr));
+    EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "A", "b"));
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 1\nanswer A b\n", ReadFileText(path));
+}
+
+// What is wrong with the lock shows that it was asked for.
+TEST_F(DatabaseTransfer, ImportTakesTheDatabaseLockAndGoesOnWithoutIt) {
+    WriteFileText(path + ".lck", "of another time");
+    GeneralLog log;
+    EXPECT_TRUE(Import("answer HBL_LOGLEVEL 1\n"));
+    EXPECT_NE(std::string::npos, log.Take().find(path + ".lck"));
+    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 1\n", ReadFileText(path));
 }
 
 }  // namespace
