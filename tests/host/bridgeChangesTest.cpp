@@ -1,13 +1,17 @@
 // Bridge changes with real adapters and daemons: the mappings left, and what was restarted in which order.
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <cstring>
+#include <functional>
+#include <set>
 #include <string>
 
 #include "lib/harbrel/api/bridgeRemoval.h"
 #include "lib/harbrel/base/hostAdapterChain.h"
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/bridging/bridging.h"
+#include "lib/harbrel/database/database.h"
 #include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/hostadapters/discovery.h"
 #include "lib/harbrel/services/daemons.h"
@@ -87,6 +91,20 @@ class BridgeChanges : public FakeProgramsTest {
         EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
         return vnet;
     }
+    // In their order.
+    static std::string NamesOnDefault() {
+        HostAdapterChain chain;
+        EXPECT_TRUE(HBLGetVnetBridge(0, &chain));
+        std::set<std::string> names;
+        for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr; adapter = adapter->next) {
+            EXPECT_TRUE(names.insert(adapter->deviceName).second) << adapter->deviceName;
+        }
+        std::string text;
+        for (const std::string &name : names) {
+            text += text.empty() ? name : " " + name;
+        }
+        return text;
+    }
     static bool SetDefault(int32_t vnet) {
         const HBL_NetworkID network = Network(vnet);
         return HBL_SetBridgeDefaultNetwork(&network);
@@ -133,6 +151,23 @@ TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExpor
     EXPECT_EQ(0, list->first->next->net.vnet);
     EXPECT_EQ(nullptr, list->first->next->next);
     HBL_FreeHostAdapterList(list);
+    // The default takes hbl7, and what is mapped to it once only.
+    Must("ip link set hbl7 name zelan7");
+    ASSERT_TRUE(HBLSetBridgeMapping("HBL456789012345", 0) && HBLSetBridgeMapping("gone", 0));
+    EXPECT_EQ("HBL456789012345 gone", NamesOnDefault());
+    Must("ip link set zelan7 name hbl7");
+    EXPECT_EQ("HBL456789012345 gone hbl7", NamesOnDefault());
+    HBLDefaultBridgeCopy() = HBL_DEFAULT_BRIDGE_UNREAD;
+    ASSERT_TRUE(HBLNetCfgAddAnswerString(nullptr, HBL_DEFAULT_BRIDGE_KEY, "1"));
+    EXPECT_FALSE(HBL_GetHostAdapterList(1, &list)) << "hbl7 goes by the default";
+    HBLDefaultBridgeCopy() = 0;
+    rlimit files;
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &files));
+    const rlimit none = {0, files.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    EXPECT_FALSE(HBL_GetHostAdapterList(1, &list));
+    EXPECT_FALSE(HBLGetVnetBridge(0, &chain));
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &files));
 }
 
 TEST_F(BridgeChanges, RemovedDefaultPinsItsAdaptersAndItsReturnTakesTheUnmappedOnes) {
@@ -207,6 +242,50 @@ TEST_F(BridgeChanges, RefusedRestartOfAnyNetworkPutsAdaptersAndServicesBack) {
         EXPECT_TRUE(Runs(0) && Runs(3) && Runs(5)) << refused;
     }
     EXPECT_TRUE(Move("hbl0", 3));
+}
+
+// The file takes so many bytes more, and no step behind them.
+TEST_F(BridgeChanges, LinesThatTheFileRefusesEndTheChangeBeforeAnyRestart) {
+    const struct {
+        size_t room;
+        std::function<bool()> change;
+        const char *line;
+        const char *vnets;  // what cannot be written back stays in the cache
+    } cases[] = {
+        {0, [] { return SetDefault(HBL_VNET_NONE); },
+         "HBL_SetBridgeDefaultNetwork - Failed to set the bridge mappings, vnet: 0\n", "5 3 5 0"},
+        {sizeof "add_bridge_mapping hbl3 0", [] { return SetDefault(HBL_VNET_NONE); },
+         "HBL_SetBridgeDefaultNetwork - Failed to set value of default bridge: -1\n", "5 3 5 0"},
+        {0, [] { return Move("hbl0", 3); },
+         "HBL_BridgeMoveAdapter - Unable to bridge host adapter: hbl0 to vnet: 3\n", "5 3 5 0"},
+        {sizeof "remove_bridge_mapping hbl0" + sizeof "add_bridge_mapping hbl0 3",
+         [] { return Move("hbl0", 3); },
+         "HBL_BridgeMoveAdapter - Failed to move adapters from destination vnet to default bridge\n",
+         "3 3 5 0"},
+    };
+    Must("ip link del hbl0 && ip link del hbl1 && ip link del hbl2");
+    Run({0, 3, 5});
+    for (const char *note : {"A", "B", "C", "D", "E", "F"}) {
+        cache_.Answer(note, std::string(2000, '.'));  // the database is larger than log and lock
+    }
+    HBLLogSetMask(LOG_ERR | LOG_INFO);
+    for (const auto &row : cases) {
+        log_.Take();
+        EXPECT_FALSE(cache_.WithRoomFor(row.room, row.change)) << row.line;
+        EXPECT_THAT(log_.Take(), testing::HasSubstr(row.line));
+        EXPECT_EQ(row.vnets, Vnets()) << row.line;
+        EXPECT_EQ(0, Default()) << row.line;
+        EXPECT_EQ("", TakeStarts()) << row.line;
+    }
+    // A removal goes on, with the restart as well.
+    EXPECT_FALSE(cache_.WithRoomFor(0, [] { return HBLRemoveBridgeMappingsForVnet(5); }));
+    EXPECT_THAT(log_.Take(), testing::HasSubstr("HBLRemoveBridgeMappingsForVnet - Failed to set the bridge "
+                                                "mapping for vnet: 0, host adapter: hbl2\n"));
+    EXPECT_NE("", TakeStarts());
+    EXPECT_FALSE(cache_.WithRoomFor(0, [] { return HBLRemoveBridgeMappingsForVnet(0); }));
+    EXPECT_THAT(log_.Take(), testing::HasSubstr(
+                                 "HBLRemoveBridgeMappingsForVnet - Failed to set value of default bridge\n"));
+    EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)) << "the lock was not given back";
 }
 
 TEST_F(BridgeChanges, RemovedNetworkLeavesItsAdaptersToTheDefault) {

@@ -26,6 +26,10 @@ class FakePrograms {
     void Answer(const std::string &key, const std::string &value) {
         EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, key.c_str(), value.c_str()));
     }
+    template <typename Body>
+    auto WithRoomFor(size_t bytes, Body body) const {
+        return cache_.WithRoomFor(bytes, body);
+    }
     // The script's variable DIR is the test's directory.
     void Program(const std::string &name, const std::string &script) {
         const std::string path = Path("bin/" + name);

@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
+#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/libraryState.h"
 #include "lib/harbrel/database/database.h"
 #include "tests/support/command.h"
+#include "tests/support/fileSizeLimit.h"
 #include "tests/support/tempFolder.h"
 
 class OpenCache {
@@ -26,6 +29,15 @@ class OpenCache {
 
     const std::string &Folder() const { return folder_.Path(); }
     std::string Database() const { return folder_ / "networking"; }
+    // What the body gives while the database can grow by so many bytes. The log's lines stay in its buffer
+    // meanwhile.
+    template <typename Body>
+    auto WithRoomFor(size_t bytes, Body body) const {
+        if (HBLLogStream() != nullptr) {
+            fflush(HBLLogStream());
+        }
+        return OnFullDisk(std::filesystem::file_size(Database()) + bytes, body);
+    }
 
   private:
     TempFolder folder_;

@@ -2,7 +2,6 @@
 
 #include <strings.h>
 
-#include <atomic>
 #include <utility>
 
 #include "lib/harbrel/base/hblLog.h"
@@ -11,13 +10,6 @@
 #include "lib/misc/owners.h"
 
 namespace {
-
-// The copy of the stored value. It outlives an unload of the library.
-struct DefaultBridge {
-    std::atomic<int32_t> vnet = HBL_DEFAULT_BRIDGE_UNREAD;
-};
-
-DefaultBridge defaultBridge;
 
 bool IsOnList(const HostAdapterChain &list, const char *deviceName) {
     for (const HBL_HostAdapter *adapter = list.First(); adapter != nullptr; adapter = adapter->next) {
@@ -76,8 +68,14 @@ bool AddHostAdapters(FunctionLog log, int32_t vnet, HostAdapterChain *mapped) {
 
 }  // namespace
 
+std::atomic<int32_t> &HBLDefaultBridgeCopy() {
+    static std::atomic<int32_t> copy = HBL_DEFAULT_BRIDGE_UNREAD;
+    return copy;
+}
+
 bool HBLGetDefaultBridgeVnet(int32_t *vnet) {
-    if (defaultBridge.vnet == HBL_DEFAULT_BRIDGE_UNREAD) {
+    std::atomic<int32_t> &copy = HBLDefaultBridgeCopy();
+    if (copy == HBL_DEFAULT_BRIDGE_UNREAD) {
         int32_t stored = 0;
         if (HBLNetCfgGetAnswerInt32(nullptr, HBL_DEFAULT_BRIDGE_KEY, &stored) && stored != 0 &&
             stored != HBL_VNET_NONE) {
@@ -85,10 +83,10 @@ bool HBLGetDefaultBridgeVnet(int32_t *vnet) {
             return false;
         }
         int32_t unread = HBL_DEFAULT_BRIDGE_UNREAD;
-        defaultBridge.vnet.compare_exchange_strong(unread, stored);  // a value set meanwhile stays
+        copy.compare_exchange_strong(unread, stored);  // a value set meanwhile stays
     }
     if (vnet != nullptr) {
-        *vnet = defaultBridge.vnet;
+        *vnet = copy;
     }
     return true;
 }
@@ -98,7 +96,7 @@ bool HBLSetDefaultBridgeVnet(int32_t vnet) {
         HBLLog(LOG_ERR, __func__, "Error setting value of DefaultBridge in config");
         return false;
     }
-    defaultBridge.vnet = vnet;
+    HBLDefaultBridgeCopy() = vnet;
     return true;
 }
 

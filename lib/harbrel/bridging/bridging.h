@@ -2,6 +2,7 @@
 // No lock of its own; exported functions that change anything hold the database lock around the writes.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "lib/harbrel/base/hostAdapterChain.h"
@@ -9,6 +10,8 @@
 constexpr int32_t HBL_DEFAULT_BRIDGE_UNREAD = -100;
 constexpr const char *HBL_DEFAULT_BRIDGE_KEY = "HBL_DEFAULT_BRIDGE_VNET";
 
+// The process's copy of the stored value, which outlives an unload of the library.
+std::atomic<int32_t> &HBLDefaultBridgeCopy();
 bool HBLGetDefaultBridgeVnet(int32_t *vnet);  // vnet may be null; false when the stored value is invalid
 bool HBLSetDefaultBridgeVnet(int32_t vnet);
 bool HBLGetHostAdapterBridge(const char *adapter, int32_t *vnet);  // the effective vnet

@@ -51,17 +51,18 @@ bool GrowBuffer(FunctionLog log, MallocBlock<void> *buffer, size_t size) {
     return true;
 }
 
-// Reads the first datagram whole without taking it off the queue. *length is 0 when there was no data.
-bool PeekDatagram(FunctionLog log, int netlinkSocket, MallocBlock<void> *buffer, size_t *length) {
+}  // namespace
+
+bool HBLPeekLinkDump(FunctionLog log, int socket, MallocBlock<void> *datagram, size_t *length) {
     size_t size = BUFFER_STEP;
-    buffer->reset(malloc(size));
-    if (*buffer == nullptr) {
+    datagram->reset(malloc(size));
+    if (*datagram == nullptr) {
         log(LOG_ERR, "Memory allocation failure for Host adapters");
         return false;
     }
     for (;;) {
         log(LOG_INFO2, "Reading %zu bytes from netlink socket", size);
-        const ssize_t received = recv(netlinkSocket, buffer->get(), size, MSG_PEEK);
+        const ssize_t received = recv(socket, datagram->get(), size, MSG_PEEK);
         if (received == -1) {
             log(LOG_ERR, "Failed while reading data from netlink socket:  %s", Err_LastErrnoText());
             return false;
@@ -78,13 +79,11 @@ bool PeekDatagram(FunctionLog log, int netlinkSocket, MallocBlock<void> *buffer,
         }
         log(LOG_INFO2, "Increasing buffer size to read");
         size = *length + BUFFER_STEP;
-        if (!GrowBuffer(log, buffer, size)) {
+        if (!GrowBuffer(log, datagram, size)) {
             return false;
         }
     }
 }
-
-}  // namespace
 
 bool HBLCreateHostAdapList(HostAdapterChain *list) {
     const FunctionLog log(__func__);
@@ -97,7 +96,7 @@ bool HBLCreateHostAdapList(HostAdapterChain *list) {
     MallocBlock<void> buffer;
     size_t length = 0;
     if (!SendLinkDumpRequest(log, netlinkSocket.get()) ||
-        !PeekDatagram(log, netlinkSocket.get(), &buffer, &length)) {
+        !HBLPeekLinkDump(log, netlinkSocket.get(), &buffer, &length)) {
         return false;
     }
     HBLParseLinkDump(log, buffer.get(), length, processId, list);

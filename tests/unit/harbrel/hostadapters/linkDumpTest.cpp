@@ -3,8 +3,10 @@
 #include <linux/if_arp.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <sys/socket.h>
 
 #include <cstring>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -79,6 +81,38 @@ std::string Parse(const std::string &datagram) {
     }
     EXPECT_EQ(walked, chain.Count());
     return found;
+}
+
+TEST(LinkDump, DatagramIsReadWholeAndStaysQueued) {
+    const auto reading = [](int size, int read, const char *then) {
+        return "Test - Reading " + std::to_string(size) + " bytes from netlink socket\nTest - " +
+               std::to_string(read) + " bytes read from netlink socket\nTest - " + then + "\n";
+    };
+    const char *finished = "Finished reading from netlink socket";
+    const char *growing = "Increasing buffer size to read";
+    const std::pair<size_t, std::string> cases[] = {
+        {0, reading(1000, 0, "No data to read from netlink socket")},
+        {999, reading(1000, 999, finished)},
+        {1000, reading(1000, 1000, growing) + reading(2000, 1000, finished)},
+        {2500, reading(1000, 1000, growing) + reading(2000, 2000, growing) + reading(3000, 2500, finished)},
+    };
+    LogCapture log(HBL_MAX_LOG_MASK);
+    for (const auto &[size, lines] : cases) {
+        int ends[2];
+        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_DGRAM, 0, ends));
+        const FileDescriptor kernel(ends[0]), reader(ends[1]);
+        std::string sent(size, 'x');
+        std::iota(sent.begin(), sent.end(), '\0');
+        ASSERT_EQ(static_cast<ssize_t>(size), send(kernel.get(), sent.data(), size, 0));
+        ASSERT_EQ(static_cast<ssize_t>(1), send(kernel.get(), "2", 1, 0));
+        MallocBlock<void> datagram;
+        size_t length = 77;
+        for (int look = 0; look < 2; ++look) {
+            EXPECT_TRUE(HBLPeekLinkDump("Test", reader.get(), &datagram, &length));
+            EXPECT_EQ(sent, std::string(static_cast<const char *>(datagram.get()), length));
+            EXPECT_EQ(lines, log.Take());
+        }
+    }
 }
 
 TEST(LinkDump, ListsEthernetAdaptersInTheKernelsOrder) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "tests/support/logCapture.h"
@@ -18,6 +19,54 @@ TEST(VnetSettings, WritingTheValueThatABooleanReadsAsStoresNothing) {
     EXPECT_EQ(before, ReadFileText(cache.Database()));
     EXPECT_TRUE(HBLSetVnetCfgBool(8, VNET_FIELD_DHCP, true));
     EXPECT_TRUE(HBLVnetUsesDHCP(8));
+}
+
+TEST(VnetSettings, CleanUpOfTheAdapterTakesItsAddressAndName) {
+    const OpenCache cache(
+        "answer VNET_8_VIRTUAL_ADAPTER_ADDR 10.0.0.9\nanswer VNET_8_VIRTUAL_ADAPTER_NAME mine\n");
+    for (const bool cleanup : {false, true}) {
+        EXPECT_TRUE(HBLSetVnetUseAdapter(8, !cleanup, cleanup));
+        EXPECT_EQ(!cleanup, HBLVnetIsOptionConfigured(8, HBL_OPTION_VIRTUAL_ADAPTER));
+        EXPECT_EQ(!cleanup, HBLGetVnetCfg(8, VNET_FIELD_ADAPTER_ADDR).has_value());
+        EXPECT_EQ(!cleanup, HBLGetVnetCfg(8, VNET_FIELD_ADAPTER_NAME).has_value());
+    }
+}
+
+TEST(VnetSettings, AdapterHasItsStoredNameAndAddressOrTheComputedOnes) {
+    const OpenCache cache(
+        "answer VNET_1_HOSTONLY_SUBNET 192.168.40.0\nanswer VNET_2_VIRTUAL_ADAPTER_NAME fifteen-letters\n"
+        "answer VNET_2_VIRTUAL_ADAPTER_ADDR 10.0.0.9\nanswer VNET_2_HOSTONLY_SUBNET 192.168.40.0\n"
+        "answer VNET_3_HOSTONLY_SUBNET nonsense\n");
+    const struct {
+        uint32_t vnet;
+        size_t size;
+        const char *name, *stored, *orComputed;  // "-": refused
+        const char *log;
+    } cases[] = {
+        {1, 16, "zelan1", "-", "192.168.40.1", ""},
+        {1, 12, "zelan1", "-", "-", "Insufficient buffer length: 12 for adapter address\n"},
+        {1, 6, "-", "-", "-", "Insufficient buffer length: 6 for adapter address\n"},
+        {2, 16, "fifteen-letters", "10.0.0.9", "10.0.0.9", ""},
+        {2, 15, "-", "10.0.0.9", "10.0.0.9", ""},
+        {2, 8, "-", "-", "-", ""},
+        {3, 16, "zelan3", "-", "-", "Could not calculate adapter address\n"},
+        {4, 16, "zelan4", "-", "-", "Getting Subnet Address failed\n"},
+    };
+    LogCapture log;
+    for (const auto &row : cases) {
+        SCOPED_TRACE(testing::Message() << row.vnet << " " << row.size);
+        char out[16] = "-";
+        EXPECT_EQ(*row.name != '-', HBLGetVnetVirtAdapterName(row.vnet, out, row.size));
+        EXPECT_STREQ(row.name, out);
+        strcpy(out, "-");
+        EXPECT_EQ(*row.stored != '-', HBLGetVnetVirtAdapterAddr(row.vnet, out, row.size, false));
+        EXPECT_STREQ(row.stored, out);
+        log.Take();
+        strcpy(out, "-");
+        EXPECT_EQ(*row.orComputed != '-', HBLGetVnetVirtAdapterAddr(row.vnet, out, row.size, true));
+        EXPECT_STREQ(row.orComputed, out);
+        EXPECT_TRUE(log.Take().ends_with(row.log));
+    }
 }
 
 TEST(VnetSubnet, ContainsAddressesUnderItsMask) {
