@@ -3,7 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+#include <string>
+#include <vector>
+
 #include "lib/harbrel/database/database.h"
+#include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/networks/settings.h"
 #include "lib/harbrel/networks/subnetTables.h"
 #include "tests/support/fakePrograms.h"
@@ -34,6 +39,19 @@ constexpr FeatureSwitch WORDS = {
     .takingBack = {"taking back ", ""},
     .turnedOff = {"off ", ""},
     .turnOffFailed = {"not off ", ""}};
+
+// What the function has said, without its name.
+std::vector<std::string> LinesOf(const std::string &function, const std::string &log) {
+    const std::string prefix = function + " - ";
+    std::vector<std::string> lines;
+    std::istringstream all(log);
+    for (std::string line; std::getline(all, line);) {
+        if (line.starts_with(prefix)) {
+            lines.push_back(line.substr(prefix.size()));
+        }
+    }
+    return lines;
+}
 
 TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
     static constexpr struct {
@@ -70,16 +88,125 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
         SCOPED_TRACE(row.lines);
         EXPECT_EQ(row.done, HBLApiSwitchFeature("Set", feature, "zelan8", row.use, row.cleanup));
         std::string lines;
-        std::istringstream all(log.Take());
-        for (std::string line; std::getline(all, line);) {
-            if (line.starts_with("Set - ")) {
-                lines += line.substr(6) + ", ";
-            }
+        for (const std::string &line : LinesOf("Set", log.Take())) {
+            lines += line + ", ";
         }
         EXPECT_EQ(row.lines, lines);
         EXPECT_EQ(row.hasSubnetAfter, HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
         EXPECT_EQ(row.hasSubnetAfter && !row.hasSubnet, HBLGetVnetCfg(8, VNET_FIELD_NETMASK).has_value());
         EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)) << "the lock was not given back";
+    }
+}
+
+// Takes a feature of network 8 through each end that its exported setter has.
+struct SwitchWords {
+    bool (*set)(const char *vnet, bool use, bool cleanup);
+    const char *function;
+    const char *parameter;    // goes with a clean-up
+    bool failedCleanUpFails;  // the call
+    std::vector<std::pair<uint32_t, const char *>> lines;
+};
+
+void GoThroughAllEnds(const SwitchWords &feature) {
+    FakePrograms cache;
+    HBLSubnetTables() = {};
+    cache.Answer("NOTE", std::string(2000, '.'));  // the database is larger than its lock
+    cache.Program("orvane-ping", "exit 0");
+    EXPECT_FALSE(feature.set("zelan8", true, false));
+    cache.Program("orvane-ping", "exit 1");
+    EXPECT_TRUE(feature.set("zelan8", true, false));
+    EXPECT_TRUE(feature.set("zelan8", true, true));
+    const auto onFullDisk = [&](bool use, bool cleanup) {
+        return cache.WithRoomFor(0, [&] { return feature.set("zelan8", use, cleanup); });
+    };
+    EXPECT_FALSE(onFullDisk(false, false));
+    EXPECT_TRUE(feature.set("zelan8", false, false));
+    EXPECT_FALSE(onFullDisk(true, false));
+    cache.Answer(feature.parameter, "1");
+    EXPECT_EQ(!feature.failedCleanUpFails, onFullDisk(false, true));
+}
+
+TEST(FeatureSwitch, EachFeatureHasItsOwnWordsAtTheirLevels) {
+    const char *assigning = "Attemping to configure subnet for vnet";
+    const SwitchWords features[] = {
+        {HBL_SetVnetUseDHCP,
+         "HBL_SetVnetUseDHCP",
+         "VNET_8_DHCP_PARAM_DNS_ADDR",
+         true,
+         {{LOG_INFO2, "Current DHCP status: 0, requested status: 1, changing DHCP status"},
+          {LOG_INFO2, assigning},
+          {LOG_ERR, "Failed to assign subnet to vnet"},
+          {LOG_INFO2, "Current DHCP status: 0, requested status: 1, changing DHCP status"},
+          {LOG_INFO2, assigning},
+          {LOG_INFO2, "New subnet configured"},
+          {LOG_OK, "Success in configuring DHCP for the vnet"},
+          {LOG_INFO, "Current DHCP status and requested status are same"},
+          {LOG_INFO, "Cleaned up existing DHCP configuration for vnet: zelan8"},
+          {LOG_INFO2, "Current DHCP status: 1, requested status: 0, changing DHCP status"},
+          {LOG_ERR, "Unconfiguring DHCP failed on vnet: zelan8, current status unknown"},
+          {LOG_INFO2, "Current DHCP status: 1, requested status: 0, changing DHCP status"},
+          {LOG_OK, "Success in unconfiguring DHCP  on vnet: zelan8"},
+          {LOG_INFO2, "Current DHCP status: 0, requested status: 1, changing DHCP status"},
+          {LOG_ERR, "Configuring DHCP failed on vnet: zelan8, current status unknown"},
+          {LOG_INFO, "Current DHCP status and requested status are same"},
+          {LOG_ERR, "Failed to cleanup existing DHCP configuration for vnet: zelan8"}}},
+        {HBL_SetVnetUseNAT,
+         "HBL_SetVnetUseNAT",
+         "VNET_8_NAT_PARAM_UDP_TIMEOUT",
+         false,
+         {{LOG_INFO2, "Current NAT status: 0, requested status: 1, changing NAT status"},
+          {LOG_INFO2, "Attempting to assign an unused subnet for vnet: zelan8"},
+          {LOG_ERR, "Failed to assign subnet to vnet: zelan8"},
+          {LOG_ERR, "Removing assigned subnet for vnet: zelan8 because of error"},
+          {LOG_INFO2, "Current NAT status: 0, requested status: 1, changing NAT status"},
+          {LOG_INFO2, "Attempting to assign an unused subnet for vnet: zelan8"},
+          {LOG_INFO2, "New subnet configured for vnet: zelan8"},
+          {LOG_OK, "Success in configuring NAT for vnet: zelan8"},
+          {LOG_INFO, "Current NAT status and requested status are same"},
+          {LOG_INFO, "Cleaned up existing NAT configuration for vnet: zelan8"},
+          {LOG_INFO2, "Current NAT status: 1, requested status: 0, changing NAT status"},
+          {LOG_ERR, "Unconfiguring NAT failed on vnet: zelan8"},
+          {LOG_INFO2, "Current NAT status: 1, requested status: 0, changing NAT status"},
+          {LOG_OK, "Success in unconfiguring NAT on vnet: zelan8"},
+          {LOG_INFO2, "Current NAT status: 0, requested status: 1, changing NAT status"},
+          {LOG_ERR, "Configuring NAT failed on vnet: zelan8"},
+          {LOG_INFO, "Current NAT status and requested status are same"},
+          {LOG_INFO, "Cleaned up existing NAT configuration for vnet: zelan8"}}},
+        {HBL_SetVnetUseAdapter,
+         "HBL_SetVnetUseAdapter",
+         "VNET_8_VIRTUAL_ADAPTER_NAME",
+         true,
+         {{LOG_INFO2, "Changing Adapter status"},
+          {LOG_INFO2, assigning},
+          {LOG_ERR, "Failed to assign subnet to vnet"},
+          {LOG_INFO2, "Changing Adapter status"},
+          {LOG_INFO2, assigning},
+          {LOG_INFO, "New subnet configured"},
+          {LOG_OK, "Success in configuring Adapter for the vnet"},
+          {LOG_INFO, "Current Adapter status and requested status are same"},
+          {LOG_INFO, "Cleaned up existing adapter configuration values for vnet: zelan8"},
+          {LOG_INFO2, "Changing Adapter status"},
+          {LOG_ERR, "Unconfiguring Adapter failed on vnet: zelan8, current status unknown"},
+          {LOG_INFO2, "Changing Adapter status"},
+          {LOG_OK, "Success in unconfiguring Adapter on vnet: zelan8"},
+          {LOG_INFO2, "Changing Adapter status"},
+          {LOG_ERR, "Configuring Adapter failed on vnet: zelan8, current status unknown"},
+          {LOG_INFO, "Current Adapter status and requested status are same"},
+          {LOG_ERR, "Failed to cleanup existing adapter configuration values for vnet: zelan8"}}},
+    };
+    for (const SwitchWords &feature : features) {
+        for (const uint32_t level : {LOG_ERR, LOG_OK, LOG_INFO, LOG_INFO2}) {
+            SCOPED_TRACE(testing::Message() << feature.function << " at level " << level);
+            LogCapture log(level);
+            GoThroughAllEnds(feature);
+            std::vector<std::string> expected;
+            for (const auto &[lineLevel, line] : feature.lines) {
+                if (lineLevel == level) {
+                    expected.emplace_back(line);
+                }
+            }
+            EXPECT_EQ(expected, LinesOf(feature.function, log.Take()));
+        }
     }
 }
 
