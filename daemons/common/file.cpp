@@ -9,6 +9,19 @@
 
 #include "lib/misc/owners.h"
 
+namespace {
+
+void SyncFolderOf(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const FileDescriptor names(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (names) {
+        fsync(names.get());  // without it the former file may be there after a loss of power
+    }
+}
+
+}  // namespace
+
 bool File_Read(const char *path, std::string *text) {
     constexpr size_t MAX_SIZE = 4 * 1024 * 1024;
     FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC));
@@ -35,7 +48,8 @@ bool File_Replace(const char *path, const std::string &text) {
     std::string temporary = std::string(path) + "." + std::to_string(getpid());
     FileDescriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
     if (file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-        rename(temporary.c_str(), path) == 0) {
+        fsync(file.get()) == 0 && rename(temporary.c_str(), path) == 0) {
+        SyncFolderOf(temporary);
         return true;
     }
     int error = errno;

@@ -8,6 +8,7 @@
 #include "lib/harbrel/database/transfer.h"
 #include "lib/harbrel/files/fileDB.h"
 #include "lib/harbrel/files/files.h"
+#include "lib/harbrel/files/sync.h"
 #include "lib/harbrel/frame/apiFrame.h"
 #include "lib/harbrel/harbrel.h"
 
@@ -97,7 +98,9 @@ bool HBL_DeleteNetworkingDB(void) {
     if (!frame.Passed()) {
         return false;
     }
-    return HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, HBL_NETWORKING_DB);
+    const bool removed = HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, HBL_NETWORKING_DB);
+    HBLSyncFolderOf(HBL_NETWORKING_DB);
+    return removed;
 }
 
 bool HBL_CheckNetworkingDB(void) {

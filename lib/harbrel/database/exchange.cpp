@@ -10,8 +10,8 @@
 
 #include "lib/err/errText.h"
 #include "lib/file/posix.h"
-#include "lib/harbrel/database/sync.h"
 #include "lib/harbrel/files/files.h"
+#include "lib/harbrel/files/sync.h"
 #include "lib/string/str.h"
 
 namespace {
@@ -67,6 +67,9 @@ NetCfgKeepResult NetCfgKeepFormer(FunctionLog log, const char *path, NetCfgForme
         return NetCfgKeepResult::Failed;
     }
     log(LOG_INFO, "Renamed database file: %s to: %s", path, name);
+    // Before anything takes its place. A journal is not on the disk yet.
+    HBLSyncFile(name);
+    HBLSyncFolderOf(name);
     return NetCfgKeepResult::Kept;
 }
 
@@ -96,11 +99,11 @@ bool NetCfgPutInPlace(FunctionLog log, const char *path, const std::function<boo
     if (!write(temporary.get())) {
         return false;
     }
-    if (!NetCfgSyncFile(temporary.get()) || Posix_Rename(temporary.get(), path) != 0) {
+    if (!HBLSyncFile(temporary.get()) || Posix_Rename(temporary.get(), path) != 0) {
         log(LOG_ERR, "Failed to put file: %s in place, error: %s", temporary.get(), Err_ErrnoText(errno));
         Posix_Unlink(temporary.get());
         return false;
     }
-    NetCfgSyncFolderOf(path);
+    HBLSyncFolderOf(path);
     return true;
 }

@@ -18,6 +18,7 @@
 #include "lib/harbrel/database/reading.h"
 #include "lib/harbrel/database/upgrade.h"
 #include "lib/harbrel/files/files.h"
+#include "lib/harbrel/files/sync.h"
 #include "lib/misc/owners.h"
 #include "lib/string/lineReader.h"
 
@@ -144,6 +145,13 @@ bool HBLNetCfgExportConfig(HBLNetworkConfigurationDB *db, const char *path) {
         HBLLog(LOG_ERR, __func__, "Failed to write records to database file: %s", path);
         return false;
     }
+    if (!HBLSyncFile(path)) {
+        HBLLog(LOG_ERR, __func__, "Failed to write records to database file: %s, error: %s", path,
+               Err_ErrnoText(errno));
+        HBLRemoveFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, path);
+        return false;
+    }
+    HBLSyncFolderOf(path);
     return true;
 }
 

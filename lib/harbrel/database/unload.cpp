@@ -14,7 +14,8 @@
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/database/databaseLock.h"
 #include "lib/harbrel/database/reading.h"
-#include "lib/harbrel/database/sync.h"
+#include "lib/harbrel/database/sameFile.h"
+#include "lib/harbrel/files/sync.h"
 #include "lib/misc/hashTable.h"
 #include "lib/misc/owners.h"
 
@@ -54,6 +55,17 @@ bool PutInPlace(const HBLNetworkConfigurationDB *db, FunctionLog log, const char
     return true;
 }
 
+// A rewrite that would change nothing leaves the file that is there: it is on the disk, where the new one
+// would have to be brought first, and other processes have nothing to read again.
+void KeepFile(const HBLNetworkConfigurationDB *db, FunctionLog log, const char *temporary) {
+    log(LOG_INFO2, "Temp file: %s holds what %s holds already", temporary, db->path);
+    Posix_Unlink(temporary);
+    if (db->hasChanged != 0) {  // another process has written our changes out, and may have been stopped then
+        HBLSyncFile(db->path);
+        HBLSyncFolderOf(db->path);
+    }
+}
+
 void Rewrite(HBLNetworkConfigurationDB *db, FunctionLog log, int former, bool agreed) {
     char temporary[sizeof HBL_NETWORKING_DB_TEMPLATE];
     memcpy(temporary, HBL_NETWORKING_DB_TEMPLATE, sizeof temporary);
@@ -67,7 +79,11 @@ void Rewrite(HBLNetworkConfigurationDB *db, FunctionLog log, int former, bool ag
         Posix_Unlink(temporary);
         return;
     }
-    if (db->hasChanged != 0 && fsync(file.get()) != 0) {
+    if (agreed && NetCfgIsSameFile(db->path, file.get())) {
+        KeepFile(db, log, temporary);
+        return;
+    }
+    if (fsync(file.get()) != 0) {
         log(LOG_ERR, "Failed to write to temp database file: %s", temporary);
         Posix_Unlink(temporary);
         return;
@@ -79,9 +95,7 @@ void Rewrite(HBLNetworkConfigurationDB *db, FunctionLog log, int former, bool ag
     if (agreed) {
         NetCfgCarryOver(db, log, former);
     }
-    if (db->hasChanged != 0) {
-        NetCfgSyncFolderOf(db->path);
-    }
+    HBLSyncFolderOf(db->path);
 }
 
 void CloseStream(HBLNetworkConfigurationDB *db) {

@@ -184,7 +184,7 @@ void SpoilEndMarker(const char *confPath, long blockEnd) {
     }
 }
 
-bool WriteFile(FunctionLog log, uint32_t vnet, const KeptText &kept, const char *confPath,
+bool WriteFile(FunctionLog log, uint32_t vnet, const KeptText &kept, const char *confPath, bool isNew,
                const char *backupPath) {
     FileStream stream(HBLFopenRegular(confPath, "w+"));
     if (stream == nullptr) {
@@ -196,7 +196,7 @@ bool WriteFile(FunctionLog log, uint32_t vnet, const KeptText &kept, const char 
     long blockEnd = 0;
     const bool written = WriteText(log, vnet, kept, backupPath, stream.get(), &blockEnd);
     const bool hasLeases = written && CreateLeases(log, vnet);
-    const bool onDisk = HBLFinishGeneratedFile(log, std::move(stream), written,
+    const bool onDisk = HBLFinishGeneratedFile(log, std::move(stream), confPath, isNew, written,
                                                "fclose: failed while writing DHCP config file");
     if (blockEnd != 0 && !onDisk) {
         SpoilEndMarker(confPath, blockEnd);
@@ -254,7 +254,7 @@ bool HBLDHCPWriteDHCPCfg(uint32_t vnet) {
             return false;
         }
     }
-    const bool written = WriteFile(log, vnet, kept, confPath, backupPath);
+    const bool written = WriteFile(log, vnet, kept, confPath, isNew, backupPath);
     if (!written && isNew) {
         HBLRemoveFile(vnet, HBL_FILE_DHCP_CONF, nullptr);
     }

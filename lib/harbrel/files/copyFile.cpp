@@ -4,8 +4,10 @@
 #include <cerrno>
 
 #include "lib/err/errText.h"
+#include "lib/file/posix.h"
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/files/files.h"
+#include "lib/harbrel/files/sync.h"
 #include "lib/misc/owners.h"
 
 namespace {
@@ -32,6 +34,7 @@ bool HBLCopyFile(const char *sourcePath, const char *destinationPath) {
         HBLLog(LOG_ERR, __func__, "Invalid arguments");
         return false;
     }
+    const bool isNew = Posix_Access(destinationPath, F_OK) != 0;
     HBLCreateFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, destinationPath);  // a new one gets its mode here
     const FileDescriptor source(HBLOpenToRead(sourcePath));
     if (!source) {
@@ -54,10 +57,18 @@ bool HBLCopyFile(const char *sourcePath, const char *destinationPath) {
             return false;
         }
     }
+    if (got == 0 && fsync(destination.get()) != 0) {
+        HBLLog(LOG_ERR, __func__, "Writing to destination file: %s failed, error: %s", destinationPath,
+               Err_LastErrnoText());
+        return false;
+    }
     if (got < 0) {
         HBLLog(LOG_ERR, __func__, "Reading from source file: %s failed, error: %s", sourcePath,
                Err_LastErrnoText());
         return false;
+    }
+    if (isNew) {
+        HBLSyncFolderOf(destinationPath);
     }
     HBLLog(LOG_INFO2, __func__, "Finished reading from source file: %s", sourcePath);
     return true;

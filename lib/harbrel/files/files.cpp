@@ -12,6 +12,7 @@
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/files/fileDB.h"
 #include "lib/harbrel/files/fileTypes.h"
+#include "lib/harbrel/files/sync.h"
 #include "lib/misc/owners.h"
 #include "lib/string/str.h"
 
@@ -69,6 +70,7 @@ const HBLFileTypeRow *FindUsableType(uint32_t fileType) {
 
 bool MakeDirectory(FunctionLog log, const char *path) {
     if (Posix_Mkdir(path, DIRECTORY_MODE) == 0) {
+        HBLSyncFolderOf(path);
         log(LOG_INFO2, "Directory: %s created", path);
         return true;
     }
@@ -144,6 +146,7 @@ bool Record(FunctionLog log, HBLFileKind kind, const char *path) {
 
 bool RemoveDirectory(FunctionLog log, const char *path) {
     if (Posix_Rmdir(path) == 0) {
+        HBLSyncFolderOf(path);
         log(LOG_INFO2, "Directory: %s deleted", path);
     } else if (errno == ENOENT) {
         log(LOG_WRN, "Directory %s does not exist", path);

@@ -38,7 +38,7 @@ bool HBLFileExists(uint32_t vnet, uint32_t fileType, const char *customPath);
 bool HBLCreateFile(uint32_t vnet, uint32_t fileType, const char *customPath);
 // What is gone already is success.
 bool HBLRemoveFile(uint32_t vnet, uint32_t fileType, const char *customPath);
-// The whole content; a failure leaves what was copied so far.
+// The whole content, which is on the disk then; a failure leaves what was copied so far.
 bool HBLCopyFile(const char *sourcePath, const char *destinationPath);
 
 // Regular files only, as open(2) and fopen(3), never inherited and without waiting: at a path where anything

@@ -162,7 +162,7 @@ bool WriteLines(FunctionLog log, uint32_t vnet, const NatValues &values, FILE *s
     return true;
 }
 
-bool WriteFile(FunctionLog log, uint32_t vnet, const NatValues &values) {
+bool WriteFile(FunctionLog log, uint32_t vnet, const NatValues &values, bool isNew) {
     char path[HBL_PATH_SIZE];
     if (!HBLGeneratedFilePath(log, vnet, HBL_FILE_NAT_CONF, "Cannot get the NAT config file name", path)) {
         return false;
@@ -172,7 +172,7 @@ bool WriteFile(FunctionLog log, uint32_t vnet, const NatValues &values) {
         return HBLLogFileFailure(log, "fopen: failed to open NAT config file");
     }
     const bool written = WriteLines(log, vnet, values, stream.get());
-    return HBLFinishGeneratedFile(log, std::move(stream), written,
+    return HBLFinishGeneratedFile(log, std::move(stream), path, isNew, written,
                                   "fclose: failed while writing NAT config file");
 }
 
@@ -191,7 +191,7 @@ bool HBLNATWriteConfigFile(FunctionLog log, uint32_t vnet) {
     } else {
         CreateNewFile(log, vnet);
     }
-    const bool written = WriteFile(log, vnet, values);
+    const bool written = WriteFile(log, vnet, values, !existed);
     if (!written && !existed) {
         log(LOG_ERR, "Removing newly created NAT directory and config file");
         HBLRemoveFile(vnet, HBL_FILE_NAT_CONF, nullptr);

@@ -1,8 +1,12 @@
 #include "lib/harbrel/parameters/generatedFile.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 
 #include "lib/err/errText.h"
+#include "lib/harbrel/files/sync.h"
 
 bool HBLGeneratedFilePath(FunctionLog log, uint32_t vnet, uint32_t fileType, const char *failure,
                           char (&path)[HBL_PATH_SIZE]) {
@@ -18,9 +22,17 @@ bool HBLLogFileFailure(FunctionLog log, const char *what) {
     return false;
 }
 
-bool HBLFinishGeneratedFile(FunctionLog log, FileStream stream, bool written, const char *failure) {
-    if (fclose(stream.release()) != 0 && written) {
+bool HBLFinishGeneratedFile(FunctionLog log, FileStream stream, const char *path, bool isNew, bool written,
+                            const char *failure) {
+    const bool onDisk = !written || (fflush(stream.get()) == 0 && fsync(fileno(stream.get())) == 0);
+    const int reason = errno;
+    const bool closed = fclose(stream.release()) == 0;
+    if (written && !(onDisk && closed)) {
+        errno = onDisk ? errno : reason;
         return HBLLogFileFailure(log, failure);
+    }
+    if (isNew) {
+        HBLSyncFolderOf(path);
     }
     return written;
 }

@@ -12,6 +12,7 @@ bool HBLGeneratedFilePath(FunctionLog log, uint32_t vnet, uint32_t fileType, con
                           char (&path)[HBL_PATH_SIZE]);
 // "<what>, error: <the last one's text>". Always false.
 bool HBLLogFileFailure(FunctionLog log, const char *what);
-// What is still buffered reaches the disk only at the end, and a full one shows only there. Gives `written`,
-// and false after `failure` when that did not come to pass.
-bool HBLFinishGeneratedFile(FunctionLog log, FileStream stream, bool written, const char *failure);
+// What is still buffered reaches the disk only at the end, and a full one shows only there; so does the name
+// of a new file. Gives `written`, and false after `failure` when the contents did not get there.
+bool HBLFinishGeneratedFile(FunctionLog log, FileStream stream, const char *path, bool isNew, bool written,
+                            const char *failure);

@@ -17,6 +17,7 @@
 
 namespace {
 
+constexpr const char *FOLDER = "/etc/orvane";
 constexpr const char *WAY_BACK = "/etc/orvane/harbrelctl.undo";
 constexpr const char *WAY_BACK_NEW = "/etc/orvane/harbrelctl.undo.new";
 
@@ -32,6 +33,21 @@ bool WriteAll(int file, const std::string &text) {
     return fsync(file) == 0;
 }
 
+// What a loss of power leaves: the contents of a file, the names of a folder.
+bool Sync(const char *path) {
+    const FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    return file && fsync(file.get()) == 0;
+}
+
+// The records are on the disk before the way back is gone from it, and that is gone before anything else
+// happens: a loss of power leaves all of the change or none of it.
+void ForgetWayBack() {
+    Sync(DATABASE);
+    Sync(FOLDER);
+    unlink(WAY_BACK);
+    Sync(FOLDER);
+}
+
 bool SaveWayBack(const std::vector<RecordChange> &changes, std::string *reason) {
     std::vector<RecordChange> inverse;
     for (auto change = changes.rbegin(); change != changes.rend(); ++change) {
@@ -39,11 +55,13 @@ bool SaveWayBack(const std::vector<RecordChange> &changes, std::string *reason) 
     }
     unlink(WAY_BACK_NEW);
     const FileDescriptor file(open(WAY_BACK_NEW, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (file && WriteAll(file.get(), ChangesJson(inverse)) && rename(WAY_BACK_NEW, WAY_BACK) == 0) {
+    if (file && WriteAll(file.get(), ChangesJson(inverse)) && rename(WAY_BACK_NEW, WAY_BACK) == 0 &&
+        Sync(FOLDER)) {
         return true;
     }
     *reason = std::string(WAY_BACK) + " cannot be written: " + strerror(errno);
     unlink(WAY_BACK_NEW);
+    unlink(WAY_BACK);
     return false;
 }
 
@@ -82,14 +100,14 @@ bool Commit(const std::vector<RecordChange> &changes, const std::string &log, st
     }
     const size_t written = WriteInTurn(changes, log, reason);
     if (written == changes.size()) {
-        unlink(WAY_BACK);
+        ForgetWayBack();
         return true;
     }
     if (!TakeBack(changes, written)) {
         *reason += "; and what was written could not be taken back, which the next change tries again";
         return false;
     }
-    unlink(WAY_BACK);
+    ForgetWayBack();
     return false;
 }
 
@@ -116,6 +134,6 @@ bool Recover(const std::string &log, std::string *reason) {
             return false;
         }
     }
-    unlink(WAY_BACK);
+    ForgetWayBack();
     return true;
 }

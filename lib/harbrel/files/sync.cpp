@@ -1,4 +1,4 @@
-#include "lib/harbrel/database/sync.h"
+#include "lib/harbrel/files/sync.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -9,12 +9,12 @@
 #include "lib/harbrel/files/files.h"
 #include "lib/misc/owners.h"
 
-bool NetCfgSyncFile(const char *path) {
+bool HBLSyncFile(const char *path) {
     const FileDescriptor file(HBLOpenRegular(path, O_RDONLY, 0));
     return file && fsync(file.get()) == 0;
 }
 
-bool NetCfgSyncFolderOf(const char *path) {
+bool HBLSyncFolderOf(const char *path) {
     const std::string text(path);
     const size_t slash = text.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : text.substr(0, slash + 1);
