@@ -50,6 +50,39 @@ TEST_F(DatabaseOnHost, ReadOnlyFolderLosesNothingAndTheReasonIsLogged) {
     EXPECT_EQ(journal, Database());
 }
 
+// One that is there already is on the disk; an equal one would have to be brought there first.
+TEST_F(DatabaseOnHost, UnloadLeavesAFileThatItWouldNotChange) {
+    struct stat before;
+    struct stat after;
+    const struct {
+        const char *what;
+        const char *disturb;
+        bool stays;
+    } rows[] = {
+        {"as the last unload left it", "true", true},
+        {"other order", "printf 'VERSION=1,0\\nanswer B 2\\nanswer A 1\\n' > networking", false},
+        {"equal length", "sed -i 's/answer A 1/remove_ A/' networking; chmod 600 networking", false},
+        {"other mode", "chmod 640 networking", false},
+        {"other owner", "chown 1:1 networking", false},
+        {"second name", "ln networking networking.bak.0", false},
+        {"link to the file", "mv networking other; ln -s other networking", false},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.what);
+        LoadWith("answer A 1\nanswer B 2\n");
+        HBL_Unload();
+        ASSERT_TRUE(RunShell(std::string("cd /etc/orvane; ") + row.disturb).Succeeded());
+        ASSERT_EQ(0, stat(DATABASE, &before));
+        ASSERT_TRUE(HBL_Load());
+        HBL_Unload();
+        ASSERT_EQ(0, lstat(DATABASE, &after));
+        EXPECT_EQ(row.stays, before.st_ino == after.st_ino);
+        EXPECT_EQ(S_IFREG | 0600u, after.st_mode);
+        EXPECT_EQ(0u, after.st_uid);
+        EXPECT_THAT(OtherFiles(), testing::Not(HasSubstr(".networking.")));
+    }
+}
+
 TEST_F(DatabaseOnHost, TwoLoadedProcessesLoseNoChange) {
     WriteFileText("/etc/orvane/config", "bindir = \"/usr/bin\"\n");
     WriteDatabase("answer HBL_LOGLEVEL 1\n");

@@ -26,6 +26,7 @@ class Scenario(NamedTuple):
     status: int = 0
     lasts: bool = True  # all of the disk is sure once the command has ended
     repeats: bool = True  # the same command again gives the undisturbed result
+    mends: str = ""  # a command that takes back what is half done, so that the change is there whole or not at all
     whole: tuple = ()  # files that hold what they held at some moment
     kept: tuple = ()  # texts that some file holds at every moment
     result: tuple = ()  # files that belong to the result, beside the database
@@ -55,6 +56,6 @@ LIST = (
     Scenario("migration", f"{DATABASE}; {SETTINGS}", "harbrelCLI --migrate-network-settings /tmp/settings"),
     Scenario("policy", INSTALLED, "harbrelCLI --install-host-policy=172.16.200.0,1", result=NETWORK_FILES),
     Scenario("editor", INSTALLED, "harbrelctl --yes set zelan8 range=10.7.8.100-10.7.8.120 lease-time=600 domain=lab nat=off", result=NETWORK_FILES,
-             whole=("/etc/orvane/harbrelctl.undo",)),
+             whole=("/etc/orvane/harbrelctl.undo",), mends="harbrelctl --dry-run set zelan8 domain=other"),
 )
 SCENARIOS = {scenario.name: scenario for scenario in LIST}
