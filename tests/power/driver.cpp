@@ -63,6 +63,7 @@ const std::map<std::string, std::function<bool()>> ACTIONS = {
     {"change", [] { return HBL_Load() && Change(); }},  // and is gone without an unload
     {"rewrite", [] { return HBL_Load() && Change() && Unload(); }},
     {"look", [] { return HBL_Load() && Unload(); }},
+    {"lock", [] { return HBL_Load() && HBL_VnetCfgAddAnswer("A", "1") && Unload(); }},
     {"import", [] { return HBL_ImportDatabaseFromFile("/tmp/settings"); }},
     {"import-loaded",
      [] { return HBL_Load() && HBL_ImportDatabaseFromFile("/tmp/settings") && Change() && Unload(); }},

@@ -26,6 +26,7 @@ class Scenario(NamedTuple):
     status: int = 0
     lasts: bool = True  # all of the disk is sure once the command has ended
     repeats: bool = True  # the same command again gives the undisturbed result
+    locks: bool = False  # the lock on the database is looked at as well
     mends: str = ""  # a command that takes back what is half done, so that the change is there whole or not at all
     whole: tuple = ()  # files that hold what they held at some moment
     kept: tuple = ()  # texts that some file holds at every moment
@@ -44,6 +45,8 @@ LIST = (
     driver("rewrite", DATABASE),
     driver("look", DATABASE),
     driver("look", JOURNAL)._replace(name="look-journal"),
+    # Whatever is left of a lock, the next program gets it, and leaves none.
+    driver("lock", DATABASE, lasts=False, locks=True),
     driver("import", f"{DATABASE}; {SETTINGS}", kept=("10.7.8.9",)),
     driver("import-loaded", f"{DATABASE}; {SETTINGS}", kept=("10.7.8.9",)),
     driver("export", DATABASE, result=("/tmp/networking_export",)),
