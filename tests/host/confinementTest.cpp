@@ -153,7 +153,7 @@ TEST(Confinement, RunsAsTheOwnUserOrNobodyWithoutAnyGroup) {
     ASSERT_NE(nullptr, own);
     for (const auto &[user, group] : {std::pair(own->pw_uid, own->pw_gid), std::pair(65534U, 65534U)}) {
         EXPECT_EQ(0, ErrorOf({},
-                             [user, group] {
+                             [user = user, group = group] {
                                  const bool changed = getuid() == user && geteuid() == user &&
                                                       getegid() == group && getgroups(0, nullptr) == 0 &&
                                                       setuid(0) != 0;

@@ -94,8 +94,9 @@ Table AdapterTable(const Host &host) {
                               adapter.running ? "up" : "down", adapter.driver});
     }
     for (const auto &[name, network] : host.config.mappings) {
-        const bool exists = std::any_of(host.adapters.begin(), host.adapters.end(),
-                                        [&name](const HostAdapter &adapter) { return adapter.name == name; });
+        const bool exists =
+            std::any_of(host.adapters.begin(), host.adapters.end(),
+                        [&mapped = name](const HostAdapter &adapter) { return adapter.name == mapped; });
         if (!exists) {
             table.rows.push_back({name, NetworkOrNone(network), "yes", "missing", ""});
         }
