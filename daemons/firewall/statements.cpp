@@ -13,63 +13,13 @@
 #include <cstring>
 
 #include "daemons/firewall/attributes.h"
+#include "daemons/firewall/expressions.h"
 
 namespace {
-
-// Where values are kept within a rule: the first register, and the four-byte ones behind its first four
-// bytes, in which the further parts of a concatenation stand.
-constexpr uint32_t FIRST = NFT_REG_1;
-constexpr uint32_t SECOND = NFT_REG32_01;
-constexpr uint32_t THIRD = NFT_REG32_02;
 
 constexpr uint32_t SOURCE_OFFSET = 12;  // in the header of IPv4
 constexpr uint32_t DESTINATION_OFFSET = 16;
 constexpr uint32_t PORT_OFFSET = 2;  // of the destination, in the headers of TCP and UDP
-
-std::string Expression(const char *name, const std::string &attributes) {
-    return AttributeNest(NFTA_LIST_ELEM,
-                         AttributeText(NFTA_EXPR_NAME, name) + AttributeNest(NFTA_EXPR_DATA, attributes));
-}
-
-std::string Value(uint16_t type, const std::string &bytes) {
-    return AttributeNest(type, Attribute(NFTA_DATA_VALUE, bytes));
-}
-
-std::string Meta(uint32_t key, uint32_t destination = FIRST) {
-    return Expression("meta",
-                      AttributeNumber(NFTA_META_DREG, destination) + AttributeNumber(NFTA_META_KEY, key));
-}
-
-std::string Payload(uint32_t base, uint32_t offset, uint32_t size, uint32_t destination = FIRST) {
-    return Expression("payload", AttributeNumber(NFTA_PAYLOAD_DREG, destination) +
-                                     AttributeNumber(NFTA_PAYLOAD_BASE, base) +
-                                     AttributeNumber(NFTA_PAYLOAD_OFFSET, offset) +
-                                     AttributeNumber(NFTA_PAYLOAD_LEN, size));
-}
-
-std::string Compare(uint32_t operation, const std::string &value) {
-    return Expression("cmp", AttributeNumber(NFTA_CMP_SREG, FIRST) + AttributeNumber(NFTA_CMP_OP, operation) +
-                                 Value(NFTA_CMP_DATA, value));
-}
-
-std::string CompareFor(Match match, const std::string &value) {
-    return Compare(match == Match::IS ? NFT_CMP_EQ : NFT_CMP_NEQ, value);
-}
-
-std::string MaskWith(const std::string &mask) {
-    return Expression("bitwise", AttributeNumber(NFTA_BITWISE_SREG, FIRST) +
-                                     AttributeNumber(NFTA_BITWISE_DREG, FIRST) +
-                                     AttributeNumber(NFTA_BITWISE_LEN, static_cast<uint32_t>(mask.size())) +
-                                     Value(NFTA_BITWISE_MASK, mask) +
-                                     Value(NFTA_BITWISE_XOR, std::string(mask.size(), '\0')));
-}
-
-std::string InSet(const char *set, Match match) {
-    return Expression(
-        "lookup",
-        AttributeText(NFTA_LOOKUP_SET, set) + AttributeNumber(NFTA_LOOKUP_SREG, FIRST) +
-            (match == Match::IS ? std::string() : AttributeNumber(NFTA_LOOKUP_FLAGS, NFT_LOOKUP_F_INV)));
-}
 
 // Replaces what stands in the first register by what the map has for it.
 std::string ByMap(const char *map, uint32_t destination = FIRST) {
