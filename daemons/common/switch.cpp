@@ -3,7 +3,6 @@
 #include <poll.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "daemons/common/complain.h"
@@ -14,11 +13,6 @@ namespace {
 // How long an interface may take to go for good.
 constexpr int LEFTOVER_ATTEMPTS = 150;
 constexpr int LEFTOVER_POLL_MILLISECONDS = 2;
-
-struct SwitchName {
-    explicit SwitchName(int network) { snprintf(text, sizeof text, "zelan-sw%d", network); }
-    char text[IFNAMSIZ];
-};
 
 // IFLA_BR_FDB_MAX_LEARNED of <linux/if_link.h>, which headers before Linux 6.7 lack; such kernels skip it.
 constexpr uint16_t BRIDGE_MAX_LEARNED = 49;
@@ -76,22 +70,26 @@ bool TakeIntoService(RtSocket *socket, const VethPlan &plan, SwitchPort *port) {
 
 }  // namespace
 
+std::string Switch_Name(int network) {
+    return "zelan-sw" + std::to_string(network);
+}
+
 int Switch_Ensure(RtSocket *socket, int network) {
-    SwitchName name(network);
+    const std::string name = Switch_Name(network);
     LinkInfo link;
-    int error = MakeBridge(socket, name.text);
+    int error = MakeBridge(socket, name.c_str());
     if (error == 0 || error == EEXIST) {
-        error = Link_Find(socket, name.text, &link);
+        error = Link_Find(socket, name.c_str(), &link);
     }
     if (error != 0) {
-        Complain("cannot make the switch %s: %s", name.text, strerror(error));
+        Complain("cannot make the switch %s: %s", name.c_str(), strerror(error));
         return 0;
     }
     if (link.kind != "bridge" || link.group != LINK_GROUP_CARRIER) {
-        Complain("%s exists already and belongs to somebody else", name.text);
+        Complain("%s exists already and belongs to somebody else", name.c_str());
         return 0;
     }
-    return (link.flags & IFF_UP) != 0 || BringUp(socket, name.text, link.index) ? link.index : 0;
+    return (link.flags & IFF_UP) != 0 || BringUp(socket, name.c_str(), link.index) ? link.index : 0;
 }
 
 bool Switch_MakePair(RtSocket *socket, const VethPlan &plan, SwitchPort *port) {

@@ -4,10 +4,14 @@
 // once no living daemon needs it and no guest is attached.
 #pragma once
 
+#include <string>
+
 #include "daemons/common/link.h"
 #include "daemons/common/rtnetlink.h"
 
 inline constexpr int SWITCH_MAX_NETWORK = 255;
+
+std::string Switch_Name(int network);
 
 // Finds the network's switch or makes it, and returns its index; 0 after a line in the log. Call with
 // the network claimed, like all below.

@@ -38,12 +38,31 @@ std::string CompareFor(Match match, const std::string &value) {
     return Compare(match == Match::IS ? NFT_CMP_EQ : NFT_CMP_NEQ, value);
 }
 
-std::string MaskWith(const std::string &mask) {
+std::string MaskWith(const std::string &mask, const std::string &toggle) {
+    return Expression("bitwise",
+                      AttributeNumber(NFTA_BITWISE_SREG, FIRST) + AttributeNumber(NFTA_BITWISE_DREG, FIRST) +
+                          AttributeNumber(NFTA_BITWISE_LEN, static_cast<uint32_t>(mask.size())) +
+                          Value(NFTA_BITWISE_MASK, mask) +
+                          Value(NFTA_BITWISE_XOR, toggle.empty() ? std::string(mask.size(), '\0') : toggle));
+}
+
+std::string ShiftLeft(uint32_t bits) {
     return Expression("bitwise", AttributeNumber(NFTA_BITWISE_SREG, FIRST) +
                                      AttributeNumber(NFTA_BITWISE_DREG, FIRST) +
-                                     AttributeNumber(NFTA_BITWISE_LEN, static_cast<uint32_t>(mask.size())) +
-                                     Value(NFTA_BITWISE_MASK, mask) +
-                                     Value(NFTA_BITWISE_XOR, std::string(mask.size(), '\0')));
+                                     AttributeNumber(NFTA_BITWISE_LEN, sizeof bits) +
+                                     AttributeNumber(NFTA_BITWISE_OP, NFT_BITWISE_LSHIFT) +
+                                     Value(NFTA_BITWISE_DATA, BytesOf(bits)));
+}
+
+std::string WriteServiceType() {
+    constexpr uint32_t SIZE = 2;
+    constexpr uint32_t CHECKSUM_OFFSET = 10;
+    return Expression("payload", AttributeNumber(NFTA_PAYLOAD_SREG, FIRST) +
+                                     AttributeNumber(NFTA_PAYLOAD_BASE, NFT_PAYLOAD_NETWORK_HEADER) +
+                                     AttributeNumber(NFTA_PAYLOAD_OFFSET, 0) +
+                                     AttributeNumber(NFTA_PAYLOAD_LEN, SIZE) +
+                                     AttributeNumber(NFTA_PAYLOAD_CSUM_TYPE, NFT_PAYLOAD_CSUM_INET) +
+                                     AttributeNumber(NFTA_PAYLOAD_CSUM_OFFSET, CHECKSUM_OFFSET));
 }
 
 std::string InSet(const char *set, Match match) {

@@ -28,5 +28,11 @@ std::string Compare(uint32_t operation, const std::string &value);
 std::string CompareFor(Match match, const std::string &value);
 std::string InSet(const char *set, Match match);
 
-// Leaves of the first register the bits of the mask.
-std::string MaskWith(const std::string &mask);
+// Leaves of the first register the bits of the mask, and turns those of `toggle`, empty for none.
+std::string MaskWith(const std::string &mask, const std::string &toggle = "");
+// Shifts the number in the first register.
+std::string ShiftLeft(uint32_t bits);
+
+// Replaces the first two bytes of an IPv4 packet, of which the second is the type of service, by those in the
+// first register.
+std::string WriteServiceType();

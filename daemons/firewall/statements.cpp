@@ -86,8 +86,8 @@ std::string Dnat(bool withPort) {
 
 }  // namespace
 
-Statement InGroup(uint32_t group) {
-    return Meta(NFT_META_IIFGROUP) + Compare(NFT_CMP_EQ, BytesOf(group));
+Statement InGroup(uint32_t group, Match match) {
+    return Meta(NFT_META_IIFGROUP) + CompareFor(match, BytesOf(group));
 }
 
 Statement OutGroup(uint32_t group) {
@@ -162,6 +162,10 @@ Statement IsForTcpPort(uint16_t port) {
     return IsProtocol(IPPROTO_TCP) + DestinationPort() + Compare(NFT_CMP_EQ, BytesOf(htons(port)));
 }
 
+Statement IsForUdpPort(uint16_t port) {
+    return IsProtocol(IPPROTO_UDP) + DestinationPort() + Compare(NFT_CMP_EQ, BytesOf(htons(port)));
+}
+
 Statement IsFromUdpPort(uint16_t port) {
     return IsProtocol(IPPROTO_UDP) + Payload(NFT_PAYLOAD_TRANSPORT_HEADER, 0, sizeof port) +
            Compare(NFT_CMP_EQ, BytesOf(htons(port)));
@@ -214,6 +218,12 @@ Statement DnatToEndpointOf(const char *map) {
 
 Statement Masquerade() {
     return Expression("masq", "");
+}
+
+Statement ClearServiceType() {
+    constexpr uint8_t FIRST_BYTE[2] = {0xff, 0};
+    return Payload(NFT_PAYLOAD_NETWORK_HEADER, 0, sizeof FIRST_BYTE) + MaskWith(BytesOf(FIRST_BYTE)) +
+           WriteServiceType();
 }
 
 Statement Untracked() {

@@ -13,7 +13,7 @@ enum class PacketEnd : uint8_t { SOURCE, DESTINATION };
 enum class Match : uint8_t { IS, IS_NOT };
 
 // By the interface's group: what has come in by one, or is to go out by one.
-Statement InGroup(uint32_t group);
+Statement InGroup(uint32_t group, Match match = Match::IS);
 Statement OutGroup(uint32_t group);
 Statement InGroupFromTo(uint32_t first, uint32_t last);
 Statement OutGroupFromTo(uint32_t first, uint32_t last);
@@ -39,6 +39,7 @@ Statement VerdictByAddress(PacketEnd end, const char *map);
 // By protocol, and the port that it is for.
 Statement IsProtocol(uint8_t protocol);
 Statement IsForTcpPort(uint16_t port);
+Statement IsForUdpPort(uint16_t port);
 // By protocol, and the port that it is from; by the type of a message.
 Statement IsFromUdpPort(uint16_t port);
 Statement IsIcmpv6Type(uint8_t type);
@@ -62,6 +63,9 @@ Statement Jump(const std::string &chain);
 Statement DnatToAddressOf(const char *map);
 Statement DnatToEndpointOf(const char *map);
 Statement Masquerade();
+
+// Takes the type of service out of an IPv4 packet.
+Statement ClearServiceType();
 
 // What is done about flows.
 Statement Untracked();

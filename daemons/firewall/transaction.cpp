@@ -50,7 +50,11 @@ std::string KeysInOwnByteOrder() {
 }
 
 uint32_t SizeOf(std::initializer_list<uint32_t> types) {
-    return PART_SIZE * static_cast<uint32_t>(types.size());
+    uint32_t words = 0;
+    for (uint32_t type : types) {
+        words += type == NFT_TYPE_NAME ? 4 : type == NFT_TYPE_MAC ? 2 : 1;
+    }
+    return PART_SIZE * words;
 }
 
 std::string ElementAttributes(const NftElement &element) {
@@ -123,8 +127,9 @@ void NftTransaction::AddChain(const NftChain &chain) {
 void NftTransaction::AddSet(const NftSet &set) {
     uint32_t map = NFT_SET_MAP;
     uint32_t filledByRules = NFT_SET_EVAL;
-    uint32_t flags =
-        (set.valueTypes.size() != 0 || set.verdicts ? map : 0) | (set.dynamicSize != 0 ? filledByRules : 0);
+    uint32_t forgetful = NFT_SET_TIMEOUT;
+    uint32_t flags = (set.valueTypes.size() != 0 || set.verdicts ? map : 0) |
+                     (set.dynamicSize != 0 ? filledByRules : 0) | (set.timeout != 0 ? forgetful : 0);
     std::string attributes =
         AttributeText(NFTA_SET_TABLE, table_.name) + AttributeText(NFTA_SET_NAME, set.name) +
         AttributeNumber(NFTA_SET_FLAGS, flags) + AttributeNumber(NFTA_SET_KEY_TYPE, JoinTypes(set.keyTypes)) +
@@ -141,6 +146,9 @@ void NftTransaction::AddSet(const NftSet &set) {
     }
     if (set.dynamicSize != 0) {
         attributes += AttributeNest(NFTA_SET_DESC, AttributeNumber(NFTA_SET_DESC_SIZE, set.dynamicSize));
+    }
+    if (set.timeout != 0) {
+        attributes += AttributeNumber64(NFTA_SET_TIMEOUT, set.timeout);
     }
     Add(NFT_MSG_NEWSET, NLM_F_CREATE, attributes);
 }

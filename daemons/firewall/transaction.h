@@ -22,11 +22,14 @@ struct NftChain {
     int priority = 0;
 };
 
-// Types of keys and values by which nft(8) shows them; a concatenation has several, of four bytes each.
+// Types of keys and values by which nft(8) shows them; a concatenation has several, each in words of four
+// bytes. All take one word but a MAC address, which takes two, and a name, which takes four.
 inline constexpr uint32_t NFT_TYPE_IPV4 = 7;
+inline constexpr uint32_t NFT_TYPE_MAC = 9;
 inline constexpr uint32_t NFT_TYPE_PROTOCOL = 12;
 inline constexpr uint32_t NFT_TYPE_PORT = 13;
 inline constexpr uint32_t NFT_TYPE_INDEX = 20;
+inline constexpr uint32_t NFT_TYPE_NAME = 41;
 
 // A set, or with values a map.
 struct NftSet {
@@ -34,7 +37,8 @@ struct NftSet {
     std::initializer_list<uint32_t> keyTypes;
     std::initializer_list<uint32_t> valueTypes = {};
     bool verdicts = false;     // values are verdicts
-    uint32_t dynamicSize = 0;  // filled by rules, up to so many
+    uint32_t dynamicSize = 0;  // filled by rules, up to so many,
+    uint64_t timeout = 0;      // which go after so many milliseconds without a renewal; 0 for never
 };
 
 // Makes four bytes of what stands in a packet, as every part of a concatenation must have.

@@ -102,6 +102,7 @@ class Writer {
             "dhcp-no-override\npid-file\n";
         Line("interface=", interface_);
         Line("dhcp-lease-max=", std::to_string(CountAddresses()));
+        *text_ += AnyClientId() ? "" : "dhcp-ignore-clid\n";
         *text_ += authoritative ? "dhcp-authoritative\n" : "";
         *text_ += knownOnly ? "dhcp-ignore=tag:!known\n" : "";
         *text_ += noBootp ? "dhcp-ignore=tag:bootp\n" : "";
@@ -114,6 +115,13 @@ class Writer {
         // Of the next server, where there is none; dnsmasq takes itself for it otherwise.
         Line("dhcp-option=255,0.0.0.0");
         return true;
+    }
+
+    // One Ethernet address has one lease, however many names a client gives itself, unless hosts are told by
+    // such names.
+    bool AnyClientId() const {
+        return std::any_of(meaning_.hosts.begin(), meaning_.hosts.end(),
+                           [](const DhcpHost &host) { return !host.clientId.empty(); });
     }
 
     int CountAddresses() const {

@@ -14,6 +14,7 @@
 
 #include "daemons/common/complain.h"
 #include "daemons/common/file.h"
+#include "daemons/common/switch.h"
 #include "daemons/common/watch.h"
 
 namespace {
@@ -244,6 +245,25 @@ bool Watcher::IsAnyNetworkInUse() const {
                        [&](const Client &client) { return client.holds && isNetworks(*client.duty); });
 }
 
+// Those in use that are not bridged.
+std::set<int> Watcher::ClosedNetworks() const {
+    std::set<int> used;
+    std::set<int> bridged;
+    auto take = [&](const Duty &duty) {
+        (duty.service == Service::BRIDGE ? bridged : used).insert(duty.network);
+    };
+    for (const auto &entry : guarded_) {
+        take(entry.first);
+    }
+    for (const Client &client : clients_) {
+        if (client.holds) {
+            take(*client.duty);
+        }
+    }
+    std::erase_if(used, [&](int network) { return network < 0 || bridged.count(network) != 0; });
+    return used;
+}
+
 // Before a daemon makes anything. A bridged network is the outside's, whose routers and servers its guests
 // may be.
 void Watcher::KeepNetworksApart() {
@@ -251,9 +271,13 @@ void Watcher::KeepNetworksApart() {
         table_.emplace();
         table_->Ensure();
     }
-    barred_.Bar(guests_.On([this](int network) {
-        return IsNetworkInUse(network) && !IsAlive({Service::BRIDGE, network});
-    }));
+    GuardedSwitches guarded;
+    const std::set<int> networks = ClosedNetworks();
+    for (int network : networks) {
+        guarded.names.insert(Switch_Name(network));
+    }
+    guarded.guests = guests_.On([&networks](int network) { return networks.count(network) != 0; });
+    guestPorts_.Guard(guarded);
 }
 
 void Watcher::RemoveSoon() {
@@ -367,7 +391,7 @@ void Watcher::Dispatch(const std::vector<pollfd> &waits) {
         RemoveSoon();
     }
     if (host_.Serve()) {
-        barred_.Restore();
+        guestPorts_.Restore();
     }
 }
 

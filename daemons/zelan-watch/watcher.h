@@ -5,6 +5,7 @@
 #include <chrono>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,7 @@ class Watcher {
     bool IsAlive(const Duty &duty) const;
     bool IsNetworkInUse(int network) const;
     bool IsAnyNetworkInUse() const;
+    std::set<int> ClosedNetworks() const;
     void KeepNetworksApart();
     void RemoveSoon();
     void RemoveNow();
@@ -84,7 +86,7 @@ class Watcher {
     HostGuard host_;
     std::optional<HostTable> table_;  // while a network is in use, also by daemons that do not ask for it
     Guests guests_;
-    GuestPorts barred_;
+    GuestPorts guestPorts_;
     std::map<Duty, Guarded> guarded_;
     std::vector<Client> clients_;
     size_t firstClient_ = 0;              // where they begin among what is waited for

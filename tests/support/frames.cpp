@@ -1,5 +1,6 @@
 #include "tests/support/frames.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -39,6 +40,20 @@ std::string MacBytes(const std::string &mac) {
     return bytes;
 }
 
+std::string Tags(const std::vector<int> &tags) {
+    std::string bytes;
+    for (const int tag : tags) {
+        bytes.append(TAG_PROTOCOL, 2);
+        bytes.push_back(static_cast<char>(tag >> 8));
+        bytes.push_back(static_cast<char>(tag));
+    }
+    return bytes;
+}
+
+std::string Number16(size_t number) {
+    return {static_cast<char>(number >> 8), static_cast<char>(number)};
+}
+
 int IndexOf(const Machine *machine, const std::string &link) {
     const std::string command = "cat /sys/class/net/" + link + "/ifindex";
     return std::stoi((machine != nullptr ? machine->Run(command) : RunShell(command)).output);
@@ -47,12 +62,7 @@ int IndexOf(const Machine *machine, const std::string &link) {
 }  // namespace
 
 std::string TestFrame::Bytes() const {
-    std::string bytes = MacBytes(to) + MacBytes(from);
-    for (const int tag : tags) {
-        bytes.append(TAG_PROTOCOL, 2);
-        bytes.push_back(static_cast<char>(tag >> 8));
-        bytes.push_back(static_cast<char>(tag));
-    }
+    std::string bytes = MacBytes(to) + MacBytes(from) + Tags(tags);
     bytes.append(TEST_PROTOCOL).append(text);
     bytes.resize(std::max(bytes.size() + 1, MINIMAL_FRAME));
     return bytes;
@@ -94,7 +104,25 @@ void SendFrame(const Machine *machine, const std::string &link, const std::strin
                      sizeof target));
 }
 
-std::string RouterAdvertisement() {
+std::string DhcpRequest::Bytes() const {
+    using std::string_literals::operator""s;
+    in_addr wanted = {};
+    EXPECT_EQ(1, inet_pton(AF_INET, address.c_str(), &wanted));
+    std::string message = "\1\1"s + static_cast<char>(macSize) + "\0ask!"s + std::string(20, '\0') +
+                          MacBytes(mac) + std::string(202, '\0') + "\x63\x82\x53\x63\x35\1\3\x32\4"s +
+                          std::string(reinterpret_cast<const char *>(&wanted), sizeof wanted);
+    if (!clientId.empty()) {
+        message += "\x3d"s + static_cast<char>(clientId.size()) + clientId;
+    }
+    message += '\xff';
+    const std::string datagram = "\0\x44\0\x43"s + Number16(message.size() + 8) + "\0\0"s + message;
+    std::string header = "\x45\0"s + Number16(datagram.size() + 20) + "\0\0\0\0\x40\x11\0\0"s +
+                         std::string(4, '\0') + std::string(4, '\xff');
+    header.replace(10, 2, Number16(ChecksumOf(header)));
+    return std::string(6, '\xff') + MacBytes(mac) + "\x08\0"s + header + datagram;
+}
+
+std::string RouterAdvertisement(const std::vector<int> &tags) {
     using std::string_literals::operator""s;
     const std::string addresses = "\xfe\x80"s + std::string(13, '\0') + "\1"s +  // from fe80::1
                                   "\xff\2"s + std::string(13, '\0') + "\1"s;     // to ff02::1
@@ -104,5 +132,6 @@ std::string RouterAdvertisement() {
     const uint16_t sum = ChecksumOf(addresses + "\0\0\0\x30\0\0\0\x3a"s + message);
     message[2] = static_cast<char>(sum >> 8);
     message[3] = static_cast<char>(sum & 0xff);
-    return "\x33\x33\0\0\0\1\2\0\0\0\0\1\x86\xdd"s + "\x60\0\0\0\0\x30\x3a\xff"s + addresses + message;
+    return "\x33\x33\0\0\0\1\2\0\0\0\0\1"s + Tags(tags) + "\x86\xdd\x60\0\0\0\0\x30\x3a\xff"s + addresses +
+           message;
 }

@@ -11,8 +11,19 @@
 // Puts a whole Ethernet frame on a machine's interface; with null on the host's. Failure fails the test.
 void SendFrame(const Machine *machine, const std::string &link, const std::string &frame);
 
-// A router advertisement to all, from fe80::1, that offers a default route and the prefix 2001:db8:1::/64.
-std::string RouterAdvertisement();
+// A router advertisement to all, from fe80::1, that offers a default route and the prefix 2001:db8:1::/64;
+// with tags, as the numbers of VLANs from the outside in.
+std::string RouterAdvertisement(const std::vector<int> &tags = {});
+
+// A DHCP client's request for an address that it says it had before, as from 0.0.0.0 to all.
+struct DhcpRequest {
+    std::string mac;      // of the frame and in the message
+    std::string address;  // dotted
+    std::string clientId = "";
+    int macSize = 6;  // as the message has it
+
+    std::string Bytes() const;
+};
 
 // An Ethernet frame of a protocol set aside for local experiments. Addresses are as in "02:00:00:00:00:01", a
 // tag as the numbers of VLANs from the outside in.

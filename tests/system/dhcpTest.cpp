@@ -10,6 +10,7 @@
 
 #include "lib/misc/owners.h"
 #include "tests/support/daemonStart.h"
+#include "tests/support/frames.h"
 
 namespace {
 
@@ -297,6 +298,44 @@ TEST(Dhcp, DnsmasqIsNobodyAndItsCapabilityHoldsForNoInterface) {
     const FileDescriptor user(open((process + "/ns/user").c_str(), O_RDONLY));
     const FileDescriptor owner(ioctl(network.get(), NS_GET_USERNS));
     EXPECT_NE(InodeOf(user.get()), InodeOf(owner.get()));
+}
+
+int LeaseCount() {
+    return atoi(RunShell("grep -c ' 192.168.10.' " + LEASES).output.c_str());
+}
+
+// Behind a port may be 32 clients at once, told by the Ethernet addresses in their requests, and few more an
+// hour.
+TEST(Dhcp, OneGuestCannotTakeAllLeases) {
+    const DaemonStart start = MustComeUp(StartDhcp(
+        "authoritative; subnet 192.168.10.0 netmask 255.255.255.0 { range 192.168.10.10 192.168.10.99; }"));
+    const Guest hostile("02:00:00:00:00:10");
+    const Guest other("02:00:00:00:01:0e");
+    ASSERT_TRUE(WaitUntil([] {
+        return RunShell("nft list set bridge zelan guests | grep -cE '\"zelan-sw8\"|\".*\".*\"'").output ==
+               "1\n";
+    }));
+    const auto ask = [&](int client, int address, const std::string &clientId, int macSize = 6) {
+        SendFrame(&hostile, "eth0",
+                  DhcpRequest{"02:00:00:00:00:" + std::to_string(client),
+                              "192.168.10." + std::to_string(address), clientId, macSize}
+                      .Bytes());
+    };
+    for (int client = 10; client < 70; client++) {
+        ask(client, client, "it");
+    }
+    EXPECT_TRUE(WaitUntil([] { return LeaseCount() == 32; })) << LeaseCount() << " leases\n" << start;
+    // Those that are known as somebody else.
+    for (int more = 0; more < 10; more++) {
+        ask(11, 70 + more, std::to_string(more));
+        ask(12, 80 + more, "", 7 + more);
+    }
+    WriteClientScript("echo $ip");
+    for (const Guest *guest : {&other, &hostile}) {
+        const CommandResult client = RunCommand(guest->Client({"-q"}));
+        EXPECT_TRUE(client.Succeeded()) << guest->name() << client << start;
+    }
+    EXPECT_EQ(33, LeaseCount()) << ReadFileText(LEASES);
 }
 
 // What a program in the server's place that guests have taken over gets at beyond what it serves with.

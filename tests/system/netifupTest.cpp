@@ -96,12 +96,16 @@ TEST(Netifup, GuestsAreNoRoutersOrDhcpServersToEachOtherButOnABridgedNetwork) {
         second.ConnectToBridge("zelan-sw" + std::to_string(network), "g0", subnet + "2/24");
         if (network == 8) {
             ASSERT_TRUE(WaitUntil([] {
-                return RunShell("nft list table bridge zelan | grep -c '\".*\".*\".*\"'").output == "1\n";
+                return RunShell("nft list set bridge zelan guests | grep -cE '\"zelan-sw8\"|\".*\".*\"'")
+                           .output == "1\n";
             })) << RunShell("nft list ruleset").output;
             Must("nft flush ruleset");
             ASSERT_TRUE(WaitUntil([] { return RunShell("nft list table bridge zelan").Succeeded(); }));
         }
         SendFrame(&first, "g0", RouterAdvertisement());
+        // Receivers take tags without a VLAN off.
+        SendFrame(&first, "g0", RouterAdvertisement({0}));
+        SendFrame(&first, "g0", RouterAdvertisement({0, 0}));
         EXPECT_EQ(network == 8 ? "from 69" : "from 67", FirstToArrive(first, second, subnet + "2"));
         EXPECT_EQ(network == 8, second.Run("ip -6 route show default").output.empty());
     }
