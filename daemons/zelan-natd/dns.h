@@ -7,6 +7,7 @@
 
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <chrono>
 #include <cstdint>
@@ -20,15 +21,25 @@
 
 using DnsClock = std::chrono::steady_clock;
 
+// A guest, as limits tell it: by the port of the switch that it is attached to, where the switch marks
+// questions with that, for a guest may send under any address; else by its address.
+using DnsGuest = uint32_t;
+enum class DnsGuestsBy : uint8_t { ADDRESS, PORT };
+
 // A socket of the current namespace on the gateway's DNS port, of the type SOCK_DGRAM or SOCK_STREAM and
 // non-blocking. Empty after a line in the log.
-FileDescriptor Dns_Bind(int type, Ipv4 gateway);
+FileDescriptor Dns_Bind(int type, Ipv4 gateway, DnsGuestsBy by);
+
+// Who has sent what such a socket has received, or is at the other end of a connection: by the control
+// messages of the one, and the options of the other.
+DnsGuest Dns_GuestOf(msghdr *message);
+DnsGuest Dns_GuestOf(const FileDescriptor &connection, const sockaddr_in &peer);
 
 // Passes single messages on. A name server that does not answer makes room for the next one.
 class DnsOverUdp {
   public:
     // Call in the router's namespace. False after a line in the log.
-    bool Listen(Ipv4 gateway);
+    bool Listen(Ipv4 gateway, DnsGuestsBy by);
 
     // Adds what to poll for; Serve gets the same entries with what has happened, in the same order.
     void Collect(std::vector<pollfd> *waits) const;
@@ -39,7 +50,7 @@ class DnsOverUdp {
 
   private:
     struct Query {
-        Ipv4 sender = 0;
+        DnsGuest sender = 0;
         sockaddr_in guest = {};
         std::string message;
         size_t server = 0;  // place in the list of the one that is asked
@@ -61,7 +72,7 @@ class DnsOverUdp {
 // of its own.
 class DnsOverTcp {
   public:
-    bool Listen(Ipv4 gateway);
+    bool Listen(Ipv4 gateway, DnsGuestsBy by);
     void Collect(std::vector<pollfd> *waits) const;
     void Serve(std::span<const pollfd> waits, DnsClock::time_point now, NameServers *servers);
     DnsClock::time_point Deadline() const;
@@ -70,7 +81,7 @@ class DnsOverTcp {
     // What is done, in this order; each step waits for one socket alone.
     enum class Step : uint8_t { TAKE_QUESTION, CONNECT, ASK, TAKE_ANSWER, REPLY, OVER };
     struct Connection {
-        Ipv4 sender = 0;
+        DnsGuest sender = 0;
         FileDescriptor guest;
         FileDescriptor server;
         Step step = Step::TAKE_QUESTION;

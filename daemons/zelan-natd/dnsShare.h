@@ -4,12 +4,12 @@
 #include <cstddef>
 #include <map>
 
-#include "daemons/common/ipv4.h"
+#include "daemons/zelan-natd/dns.h"
 
 // How many things of each guest are under way.
-using DnsLoad = std::map<Ipv4, size_t>;
+using DnsLoad = std::map<DnsGuest, size_t>;
 
-// Counts what the entries of a list, each with its guest's address as `sender`, hold.
+// Counts what the entries of a list, each with its guest as `sender`, hold.
 template <typename List>
 DnsLoad DnsShare_Count(const List &entries) {
     DnsLoad load;
@@ -20,8 +20,8 @@ DnsLoad DnsShare_Count(const List &entries) {
 }
 
 // The guest with the most.
-inline Ipv4 DnsShare_Greediest(const DnsLoad &load) {
-    Ipv4 greediest = 0;
+inline DnsGuest DnsShare_Greediest(const DnsLoad &load) {
+    DnsGuest greediest = 0;
     size_t most = 0;
     for (const auto &[sender, count] : load) {
         if (count > most) {
@@ -34,7 +34,7 @@ inline Ipv4 DnsShare_Greediest(const DnsLoad &load) {
 
 // Removes a guest's first, which is its oldest, entry.
 template <typename List>
-void DnsShare_RemoveOldest(List *entries, Ipv4 sender) {
+void DnsShare_RemoveOldest(List *entries, DnsGuest sender) {
     for (auto entry = entries->begin(); entry != entries->end(); ++entry) {
         if (entry->sender == sender) {
             entries->erase(entry);

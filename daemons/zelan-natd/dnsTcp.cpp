@@ -66,9 +66,9 @@ Transfer SendMessage(const FileDescriptor &to, std::string *bytes) {
 
 }  // namespace
 
-bool DnsOverTcp::Listen(Ipv4 gateway) {
+bool DnsOverTcp::Listen(Ipv4 gateway, DnsGuestsBy by) {
     constexpr int BACKLOG = 16;
-    listener_ = Dns_Bind(SOCK_STREAM, gateway);
+    listener_ = Dns_Bind(SOCK_STREAM, gateway, by);
     return listener_ && listen(listener_.get(), BACKLOG) == 0;
 }
 
@@ -134,7 +134,7 @@ void DnsOverTcp::Accept(DnsClock::time_point now) {
         return;
     }
     SendAtOnce(connection.guest);
-    connection.sender = ntohl(guest.sin_addr.s_addr);
+    connection.sender = Dns_GuestOf(connection.guest, guest);
     DnsLoad load = DnsShare_Count(connections_);
     if (load[connection.sender] >= MAX_CONNECTIONS_OF_ONE) {
         DnsShare_RemoveOldest(&connections_, connection.sender);

@@ -23,21 +23,8 @@ using Message = std::array<char, 65536>;
 
 }  // namespace
 
-FileDescriptor Dns_Bind(int type, Ipv4 gateway) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(DNS_PORT);
-    address.sin_addr.s_addr = htonl(gateway);
-    FileDescriptor handle(socket(AF_INET, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!handle || bind(handle.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-        Complain("cannot serve DNS at %s: %s", Ipv4_Text(gateway).c_str(), strerror(errno));
-        handle.reset();
-    }
-    return handle;
-}
-
-bool DnsOverUdp::Listen(Ipv4 gateway) {
-    listener_ = Dns_Bind(SOCK_DGRAM, gateway);
+bool DnsOverUdp::Listen(Ipv4 gateway, DnsGuestsBy by) {
+    listener_ = Dns_Bind(SOCK_DGRAM, gateway, by);
     return static_cast<bool>(listener_);
 }
 
@@ -76,13 +63,20 @@ void DnsOverUdp::TakeQueries(DnsClock::time_point now, NameServers *servers) {
     Message message;
     for (int taken = 0; taken < QUERIES_PER_TURN; taken++) {
         Query query;
-        socklen_t size = sizeof query.guest;
-        ssize_t length = recvfrom(listener_.get(), message.data(), message.size(), 0,
-                                  reinterpret_cast<sockaddr *>(&query.guest), &size);
+        alignas(cmsghdr) std::array<char, 64> control;
+        iovec content = {message.data(), message.size()};
+        msghdr received = {};
+        received.msg_name = &query.guest;
+        received.msg_namelen = sizeof query.guest;
+        received.msg_iov = &content;
+        received.msg_iovlen = 1;
+        received.msg_control = control.data();
+        received.msg_controllen = control.size();
+        ssize_t length = recvmsg(listener_.get(), &received, 0);
         if (length < 0) {
             return;
         }
-        query.sender = ntohl(query.guest.sin_addr.s_addr);
+        query.sender = Dns_GuestOf(&received);
         query.message.assign(message.data(), static_cast<size_t>(length));
         DnsVerdict verdict = DnsMessage_Judge(query.message);
         if (verdict == DnsVerdict::PASS_ON) {

@@ -23,6 +23,7 @@
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
 #include "daemons/confinement/confinement.h"
+#include "daemons/firewall/guestPorts.h"
 #include "daemons/firewall/hostTable.h"
 #include "daemons/zelan-natd/closedHost.h"
 #include "daemons/zelan-natd/dns.h"
@@ -40,11 +41,11 @@ constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SYS_ADMIN, CAP_NET_BIND_SERVI
 
 // To poll, to talk to guests and name servers, and to read the list of these.
 constexpr int SYSTEM_CALLS[] = {
-    SYS_ppoll,    SYS_socket,     SYS_connect,    SYS_accept4, SYS_sendto,
-    SYS_recvfrom, SYS_setsockopt, SYS_getsockopt, SYS_close,   SYS_openat,
-    SYS_read,     SYS_newfstatat, SYS_fstat,      SYS_ioctl,   SYS_restart_syscall,
+    SYS_ppoll,      SYS_socket,     SYS_connect,    SYS_accept4,         SYS_sendto, SYS_recvmsg,
+    SYS_recvfrom,   SYS_setsockopt, SYS_getsockopt, SYS_close,           SYS_openat, SYS_read,
+    SYS_newfstatat, SYS_fstat,      SYS_ioctl,      SYS_restart_syscall,
 #ifdef SYS_poll
-    SYS_poll,     SYS_open,       SYS_stat,
+    SYS_poll,       SYS_open,       SYS_stat,
 #endif
 };
 
@@ -134,8 +135,10 @@ bool NatDaemon::LoadRouterTable() {
 }
 
 bool NatDaemon::ServeDns() {
+    // Of the host's namespace, where the switches are.
+    DnsGuestsBy by = GuestPorts_MarkQuestions() ? DnsGuestsBy::PORT : DnsGuestsBy::ADDRESS;
     NamespaceVisit visit(router_.space);
-    return visit.entered() && dnsOverUdp_.Listen(conf_.gateway) && dnsOverTcp_.Listen(conf_.gateway);
+    return visit.entered() && dnsOverUdp_.Listen(conf_.gateway, by) && dnsOverTcp_.Listen(conf_.gateway, by);
 }
 
 // The network's share in the host's packet filter, and the host's adapters.

@@ -13,6 +13,7 @@
 #include "daemons/common/complain.h"
 #include "daemons/firewall/attributes.h"
 #include "daemons/firewall/flowObjects.h"
+#include "daemons/zelan-natd/nameServers.h"
 
 namespace {
 
@@ -64,9 +65,13 @@ void AddLimit(NftTransaction *transaction, const Ipv4Subnet &subnet) {
 void AddForward(NftTransaction *transaction) {
     constexpr const char *CHAIN = "forward";
     transaction->AddChain({CHAIN, "filter", NF_INET_FORWARD, NF_IP_PRI_FILTER});
+    // Questions to others than the gateway carry the switch's mark as well.
+    Statement out = InNamed(GUESTS_LINK) + OutNamed(UPLINK_LINK);
+    transaction->AddRule(CHAIN, {IsForUdpPort(DNS_PORT), out, ClearServiceType()});
+    transaction->AddRule(CHAIN, {IsForTcpPort(DNS_PORT), out, ClearServiceType()});
     transaction->AddRule(CHAIN, {FlowState(NF_CT_STATE_INVALID_BIT), Drop()});
     transaction->AddRule(CHAIN, {FlowState(ANSWERS), Accept()});
-    transaction->AddRule(CHAIN, {InNamed(GUESTS_LINK), OutNamed(UPLINK_LINK), Accept()});
+    transaction->AddRule(CHAIN, {out, Accept()});
     transaction->AddRule(CHAIN, {FlowStatus(IPS_DST_NAT), Accept()});
     transaction->AddRule(CHAIN, {Drop()});
 }
