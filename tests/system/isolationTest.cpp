@@ -190,10 +190,10 @@ TEST_F(Isolation, HostHearsItsGuestsByTheirInterfaceAlone) {
     // A port of a bridge takes a moment to come up.
     EXPECT_TRUE(WaitUntil([] { return Unanswered(std::vector<Cell>{{"zelan-o", "192.168.1.1"}}).empty(); }));
     // Under the address of a machine that is elsewhere.
-    other_.Run(std::string("ip address add ") + OUTSIDE + "/32 dev lo && printf forged | nc -u -w 0 -s " +
+    other_.Run(std::string("ip address add ") + OUTSIDE + "/32 dev lo && printf forged | nc -u -q 0 -s " +
                OUTSIDE + " 192.168.1.1 7000");
     for (const char *word : {"one", "two", "three"}) {
-        other_.Run(std::string("printf ") + word + " | nc -b -u -w 0 192.168.1.255 7000");
+        other_.Run(std::string("printf ") + word + " | nc -b -u -q 0 192.168.1.255 7000");
     }
     EXPECT_TRUE(WaitUntil([&heard] { return heard().ends_with("three"); })) << heard();
     EXPECT_EQ("onetwothree", heard());
