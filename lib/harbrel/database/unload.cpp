@@ -55,11 +55,19 @@ bool PutInPlace(const HBLNetworkConfigurationDB *db, FunctionLog log, const char
     return true;
 }
 
-// A rewrite that would change nothing leaves the file that is there: it is on the disk, where the new one
-// would have to be brought first, and other processes have nothing to read again.
-void KeepFile(const HBLNetworkConfigurationDB *db, FunctionLog log, const char *temporary) {
-    log(LOG_INFO2, "Temp file: %s holds what %s holds already", temporary, db->path);
+// Behind a rewrite that changes nothing: makes `temporary` a second name of the database, which is on the
+// disk already. A new file in its place is not, and a loss of power could cost both.
+bool JoinWithDatabase(const HBLNetworkConfigurationDB *db, FunctionLog log, const char *temporary) {
     Posix_Unlink(temporary);
+    if (Posix_Link(db->path, temporary) != 0) {
+        log(LOG_ERR, "Failed to reame: %s to %s, error: %s", temporary, db->path, Err_ErrnoText(errno));
+        return false;
+    }
+    return true;
+}
+
+void FinishJoined(const HBLNetworkConfigurationDB *db, const char *temporary) {
+    Posix_Unlink(temporary);    // renaming one name of a file to another leaves both
     if (db->hasChanged != 0) {  // another process has written our changes out, and may have been stopped then
         HBLSyncFile(db->path);
         HBLSyncFolderOf(db->path);
@@ -79,17 +87,21 @@ void Rewrite(HBLNetworkConfigurationDB *db, FunctionLog log, int former, bool ag
         Posix_Unlink(temporary);
         return;
     }
-    if (agreed && NetCfgIsSameFile(db->path, file.get())) {
-        KeepFile(db, log, temporary);
+    const bool changesNothing = agreed && NetCfgIsSameFile(db->path, file.get());
+    if (changesNothing && !JoinWithDatabase(db, log, temporary)) {
         return;
     }
-    if (fsync(file.get()) != 0) {
+    if (!changesNothing && fsync(file.get()) != 0) {
         log(LOG_ERR, "Failed to write to temp database file: %s", temporary);
         Posix_Unlink(temporary);
         return;
     }
     if (!PutInPlace(db, log, temporary, agreed)) {
         Posix_Unlink(temporary);
+        return;
+    }
+    if (changesNothing) {
+        FinishJoined(db, temporary);
         return;
     }
     if (agreed) {
