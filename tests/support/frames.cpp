@@ -94,14 +94,16 @@ bool FrameEar::HearUntil(const std::string &text) {
     return HasHeard(text);
 }
 
-void SendFrame(const Machine *machine, const std::string &link, const std::string &frame) {
+void SendFrames(const Machine *machine, const std::string &link, const std::vector<std::string> &frames) {
     FileDescriptor handle = SocketOn(machine, SOCK_RAW, AF_PACKET);
     sockaddr_ll target = {};
     target.sll_family = AF_PACKET;
     target.sll_ifindex = IndexOf(machine, link);
-    ASSERT_EQ(static_cast<ssize_t>(frame.size()),
-              sendto(handle.get(), frame.data(), frame.size(), 0, reinterpret_cast<sockaddr *>(&target),
-                     sizeof target));
+    for (const std::string &frame : frames) {
+        ASSERT_EQ(static_cast<ssize_t>(frame.size()),
+                  sendto(handle.get(), frame.data(), frame.size(), 0, reinterpret_cast<sockaddr *>(&target),
+                         sizeof target));
+    }
 }
 
 std::string DhcpRequest::Bytes() const {

@@ -8,8 +8,11 @@
 #include "lib/misc/owners.h"
 #include "tests/support/netns.h"
 
-// Puts a whole Ethernet frame on a machine's interface; with null on the host's. Failure fails the test.
-void SendFrame(const Machine *machine, const std::string &link, const std::string &frame);
+// Puts whole Ethernet frames on a machine's interface; with null on the host's. Failure fails the test.
+void SendFrames(const Machine *machine, const std::string &link, const std::vector<std::string> &frames);
+inline void SendFrame(const Machine *machine, const std::string &link, const std::string &frame) {
+    SendFrames(machine, link, {frame});
+}
 
 // A router advertisement to all, from fe80::1, that offers a default route and the prefix 2001:db8:1::/64;
 // with tags, as the numbers of VLANs from the outside in.

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/utsname.h>
 
 #include <algorithm>
 
@@ -109,6 +110,49 @@ TEST(Netifup, GuestsAreNoRoutersOrDhcpServersToEachOtherButOnABridgedNetwork) {
         EXPECT_EQ(network == 8 ? "from 69" : "from 67", FirstToArrive(first, second, subnet + "2"));
         EXPECT_EQ(network == 8, second.Run("ip -6 route show default").output.empty());
     }
+}
+
+// What stands in a switch's table of addresses stays there, so that it does not begin to send everything
+// everywhere; for a guest that finds no room it does.
+TEST(Netifup, GuestThatInventsAddressesFillsNoMoreThanTheTable) {
+    utsname kernel = {};
+    uname(&kernel);
+    if (strverscmp(kernel.release, "6.7") < 0) {
+        GTEST_SKIP() << "this kernel knows no limit";
+    }
+    const std::string settledMac = "02:00:00:00:02:01";
+    const std::string lateMac = "02:00:00:00:03:01";
+    MustComeUp(StartNetifup(8));
+    Machine hostile("hostile"), settled("settled"), late("late");
+    for (Machine *machine : {&hostile, &settled, &late}) {
+        machine->ConnectToBridge("zelan-sw8", "g0");
+    }
+    EXPECT_TRUE(WaitUntil([&] {
+        SendFrame(&settled, "g0", TestFrame{"ff:ff:ff:ff:ff:ff", settledMac, {}, "here"}.Bytes());
+        return RunShell("bridge fdb show br zelan-sw8 | grep -q " + settledMac).Succeeded();
+    }));
+    std::vector<std::string> flood;
+    for (int i = 0; i < 6000; i++) {
+        char mac[18];
+        snprintf(mac, sizeof mac, "02:00:00:01:%02x:%02x", i / 256, i % 256);
+        flood.push_back(TestFrame{settledMac, mac, {}, "flood"}.Bytes());
+    }
+    SendFrames(&hostile, "g0", flood);
+    SendFrame(&late, "g0", TestFrame{settledMac, lateMac, {}, "late"}.Bytes());
+    const int learned = atoi(RunShell("bridge fdb show br zelan-sw8 | grep -vc permanent").output.c_str());
+    EXPECT_LE(learned, 4096);
+    EXPECT_GE(learned, 4000) << "no flood";
+    FrameEar settledEar(&settled, "g0");
+    FrameEar lateEar(&late, "g0");
+    const std::pair<const char *, std::string> frames[] = {
+        {"secret", settledMac}, {"news", lateMac}, {"end", "ff:ff:ff:ff:ff:ff"}};
+    for (const auto &[text, to] : frames) {
+        SendFrame(&hostile, "g0", TestFrame{to, "02:00:00:01:00:00", {}, text}.Bytes());
+    }
+    EXPECT_TRUE(settledEar.HearUntil("secret"));
+    EXPECT_TRUE(lateEar.HearUntil("end"));
+    EXPECT_TRUE(lateEar.HasHeard("news")) << "a guest that is not in the table";
+    EXPECT_FALSE(lateEar.HasHeard("secret")) << "another guest's frame";
 }
 
 TEST(Netifup, HostThatKeepsIpv6OnFailsTheStart) {
