@@ -7,14 +7,12 @@
 #include <climits>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <set>
 #include <string_view>
 #include <vector>
 
 #include "daemons/bridgefilter/tcFilter.h"
-#include "daemons/common/complain.h"
 #include "daemons/common/linkGroup.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
@@ -106,13 +104,14 @@ bool HasPorts(RtSocket *socket, const UnusedSwitch &unused) {
 // The interfaces that are to go, of all that there are.
 class Census {
   public:
-    bool Take(RtSocket *socket) {
+    // An errno value.
+    int Take(RtSocket *socket) {
         return Link_ForEach(socket, 0, [this](const LinkInfo &link) {
-                   // Everything else is only looked at for being a guest on a switch.
-                   if (LinkGroup_IsOurs(link.group) || link.master != 0) {
-                       links_.push_back(link);
-                   }
-               }) == 0;
+            // Everything else is only looked at for being a guest on a switch.
+            if (LinkGroup_IsOurs(link.group) || link.master != 0) {
+                links_.push_back(link);
+            }
+        });
     }
 
     void Condemn(const std::function<bool(const Duty &)> &isAlive) {
@@ -147,18 +146,13 @@ class Census {
         }
     }
 
-    bool Remove(RtSocket *socket) const {
+    // An errno value.
+    int Remove(RtSocket *socket) const {
         for (int index : condemned_) {
             Link_SetGroup(socket, index, LINK_GROUP_DEAD);
         }
-        if (dead_.empty()) {
-            return true;
-        }
-        int error = Link_DeleteGroup(socket, LINK_GROUP_DEAD);
-        if (error != 0 && error != ENODEV) {
-            Complain("cannot remove what dead daemons have left: %s", strerror(error));
-        }
-        return error == 0 || error == ENODEV;
+        int error = dead_.empty() ? 0 : Link_DeleteGroup(socket, LINK_GROUP_DEAD);
+        return error == ENODEV ? 0 : error;
     }
 
   private:
@@ -189,12 +183,13 @@ LeftoversFound Leftovers_Remove(RtSocket *socket, const std::function<bool(const
                                 const std::function<bool(int)> &isNetworkInUse) {
     LeftoversFound found;
     Census census;
-    if (!census.Take(socket)) {
+    found.error = census.Take(socket);
+    if (found.error != 0) {
         return found;
     }
     census.Condemn(isAlive);
     census.FindUnusedSwitches(isNetworkInUse, &found);
-    found.complete = census.Remove(socket);
+    found.error = census.Remove(socket);
     return found;
 }
 

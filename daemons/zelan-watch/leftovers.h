@@ -21,7 +21,7 @@ struct UnusedSwitch {
 
 // What a removal found.
 struct LeftoversFound {
-    bool complete = false;               // else something has to be done again later
+    int error = 0;                       // errno value, with which something has to be done again later
     bool guestsRemain = false;           // on switches that nobody else needs
     std::vector<UnusedSwitch> switches;  // that nobody needs, not removed yet
 };

@@ -33,8 +33,9 @@ constexpr milliseconds PREDECESSOR_TIME{2000};
 // The kernel takes some 16 ms for each and 20 ms for the whole, with all interfaces of the host locked.
 constexpr size_t SWITCHES_AT_A_TIME = 4;
 
-// When to look again after something was in the way.
+// When to look again after something was in the way; the next times later, but not much.
 constexpr milliseconds RETRY_TIME{100};
+constexpr milliseconds RETRY_LIMIT{5000};
 
 // A socket serves who has no business here no more than once.
 constexpr size_t MAX_CLIENTS = 2048;
@@ -299,8 +300,19 @@ void Watcher::RemoveNow() {
         [this](int network) { return IsNetworkInUse(network); });
     guestsRemain_ = found.guestsRemain;
     switches_ = std::move(found.switches);
-    if (!found.complete) {
-        removalDue_ = Clock::now() + RETRY_TIME;
+    RetryAfter(found.error);
+}
+
+// Says what is in the way when it is news.
+void Watcher::RetryAfter(int error) {
+    if (error != 0 && error != removalError_) {
+        Complain("cannot remove what dead daemons have left: %s", strerror(error));
+        retryTime_ = RETRY_TIME;
+    }
+    removalError_ = error;
+    if (error != 0) {
+        removalDue_ = Clock::now() + retryTime_;
+        retryTime_ = std::min(2 * retryTime_, RETRY_LIMIT);
     }
 }
 

@@ -70,6 +70,7 @@ class Watcher {
     void KeepNetworksApart();
     void RemoveSoon();
     void RemoveNow();
+    void RetryAfter(int error);
     void RemoveSomeSwitches();
     void AnswerSweeps();
     bool IsRemoving() const { return removalDue_.has_value() || !switches_.empty(); }
@@ -94,4 +95,6 @@ class Watcher {
     bool guestsRemain_ = false;
     std::optional<Clock::time_point> removalDue_;
     Clock::time_point removalLimit_ = {};
+    int removalError_ = 0;  // of the last removal, an errno value
+    std::chrono::milliseconds retryTime_ = {};
 };

@@ -106,4 +106,22 @@ TEST(Watch, SecondDaemonOfANetworkIsRefusedAndHarmsNothing) {
     EXPECT_EQ(std::to_string(start.pid) + "\n", ReadFileText(start.pidFile));
 }
 
+// Of all that is put aside the kernel removes nothing while it cannot remove the loopback interface.
+TEST(Watch, RemovalThatKeepsFailingIsTriedAgainAndSaidOnce) {
+    const DaemonStart start = MustComeUp(StartNetifup(8));
+    const std::string watcher = std::to_string(atoi(Watchers().c_str()));
+    BackgroundCommand trace({"strace", "-o", "/tmp/trace", "-e", "trace=sendto", "-p", watcher});
+    ASSERT_TRUE(WaitUntil(
+        [&] { return RunShell("grep -qE 'TracerPid:\\s+[1-9]' /proc/" + watcher + "/status").Succeeded(); }));
+    Must("ip link set lo group 1191");
+    KillDaemon(start);
+    EXPECT_TRUE(
+        WaitUntil([] { return RunShell("[ $(grep -c RTM_DELLINK /tmp/trace) -ge 4 ]").Succeeded(); }));
+    const std::string line = "cannot remove what dead daemons have left";
+    EXPECT_NE(std::string::npos, start.Log().find(line));
+    EXPECT_EQ(start.Log().find(line), start.Log().rfind(line)) << start;
+    Must("ip link set lo group 0");
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
 }  // namespace
