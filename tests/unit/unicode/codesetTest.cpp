@@ -38,7 +38,7 @@ TEST_P(CodeSetLayer, ConvertsThereAndBackWithAnyByteOrder) {
         std::string utf8, bytes;
     } cases[] = {
         {"UTF-16BE", text, "\0a\0\xE9\x20\xAC\xD8\x3D\xDE\0"s},
-        {"UTF-16", "z", "\xFF\xFEz\0"s},
+        {"UTF-16", text, "\xFF\xFE\x61\0\xE9\0\xAC\x20\x3D\xD8\0\xDE"s},
         {"ISO-8859-15", "\xE2\x82\xAC", "\xA4"},
         {"ISO-2022-JP", "\xE3\x81\x82", "\x1B$B$\"\x1B(B"},
         {"GB18030", "\xF0\x9F\x98\x80", "\x94\x39\xFC\x36"},
