@@ -1,0 +1,120 @@
+"""Whether a host behind a fault is as promised."""
+import collections
+import os
+import re
+
+REMOVALS = {"remove_answer": ("answer", 1), "remove_bridge_mapping": ("add_bridge_mapping", 1),
+            "remove_dhcp_mac_to_ip": ("add_dhcp_mac_to_ip", 2), "remove_nat_portfwd": ("add_nat_portfwd", 3)}
+KEY_WORDS = dict(REMOVALS.values())
+# Network 0 is the default bridge's also where no record says so.
+IMPLIED = "answer HBL_DEFAULT_BRIDGE_VNET 0"
+
+
+def read(folder, name):
+    try:
+        with open(os.path.join(folder, name), errors="replace") as file:
+            return file.read()
+    except FileNotFoundError:
+        return None
+
+
+def replayed(database):
+    """The records by their keys that a database means, with what is drawn at random made alike."""
+    if database is None:
+        return None
+    text = re.sub(r"(172\.16|192\.168)(\.\d+){2}", "SUBNET", database)
+    text = re.sub(r"\b[0-9A-F]{40}\b", "HASH", text)
+    records = {}
+    for line in text.splitlines():
+        words = line.split()
+        kind, count = REMOVALS.get(words[0], (words[0], KEY_WORDS.get(words[0], 0))) if words else ("", 0)
+        key = (kind, *words[1:count + 1])
+        records.pop(key, None)
+        if words and words[0] not in REMOVALS and line != IMPLIED:
+            records[key] = line
+    return records
+
+
+class Host:
+    """What one run has left in its folder."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.ended = read(folder, "stop.state") is not None
+        self.before = replayed(read(folder, "before.database"))
+
+    def database(self, stage):
+        return replayed(read(self.folder, f"{stage}.database"))
+
+    def outcome(self, stage):
+        return (read(self.folder, f"{stage}.status"), self.database(stage))
+
+    def state(self, stage):
+        return collections.Counter((read(self.folder, f"{stage}.state") or "").splitlines())
+
+    def complaints(self):
+        """What the daemons have written to the log, with numbers made alike."""
+        lines = (read(self.folder, "disturbed.log") or "").splitlines()
+        return {re.sub("[0-9]+", "#", line) for line in lines if line.startswith("zelan-")}
+
+    def has_way_back(self, stage):
+        return read(self.folder, f"{stage}.undo") is not None
+
+
+def judge_database(host, twin, editor):
+    status, database = host.outcome("disturbed")
+    before, after = host.before, twin.database("disturbed")
+    if database is None:
+        return "the database is gone" if before is not None else None
+    if editor and not host.has_way_back("disturbed") and database not in (before, after):
+        return "the editor's change is neither written nor not written"
+    if status == "0\n" and database != after:
+        return "the command tells a success that is none"
+    for key, record in database.items():
+        if record not in ((before or {}).get(key), (after or {}).get(key)):
+            return f"the database holds a record of neither the state before nor the one after: {record}"
+    lost = [key for key in before or {} if key in (after or {}) and key not in database]
+    # A kill between the two lines of a record that is replaced.
+    if len(lost) > 1 or any((before or {})[key] == after[key] for key in lost):
+        return f"the database has lost {lost}"
+    return None
+
+
+def is_said(line, complaints):
+    """A daemon that cannot have a confinement, or what it takes for the kernel's lack, says so once and goes on without."""
+    words = {"process": ("cannot", "are copied"), "rules": ("lacks",)}.get(line.split()[0], ())
+    return any(word in text for text in complaints for word in words)
+
+
+def names(lines):
+    found = (line.split()[1] for line in lines.elements() if line.startswith("process "))
+    return sorted(name for name in found if name != "zelan-copy")
+
+
+def difference(host, twin, stage):
+    missing, more = twin.state(stage) - host.state(stage), host.state(stage) - twin.state(stage)
+    new = host.complaints() - twin.complaints()
+    if names(twin.state(stage)) == names(host.state(stage)):
+        missing, more = ({line for line in lines if not is_said(line, new)} for lines in (missing, more))
+    if missing or more:
+        return f"after '{stage}' the host differs: " + "; ".join([f"-{line}" for line in sorted(missing)] +
+                                                                 [f"+{line}" for line in sorted(more)])
+    return None
+
+
+def judge(folder, twin_folder, editor):
+    """The first thing that is not as promised, or None."""
+    host, twin = Host(folder), Host(twin_folder)
+    if not host.ended:
+        return "the host did not come to its end"
+    if host.outcome("disturbed")[0] == "124\n":
+        return "the disturbed command did not end"
+    bad = judge_database(host, twin, editor)
+    if bad:
+        return bad
+    # Once more behind a success, or for the first time behind a failure.
+    if host.outcome("again") not in (twin.outcome("disturbed"), twin.outcome("again")):
+        return "the same command again does not give the undisturbed result"
+    if host.has_way_back("again"):
+        return "the way back stays"
+    return difference(host, twin, "again") or difference(host, twin, "stop")

@@ -1,0 +1,97 @@
+"""The faults that a traced run offers: each system call that may be made to fail, and where it comes from."""
+import re
+
+FILE_ERRORS = ("ENOSPC", "EIO", "EROFS", "EACCES", "EMFILE")
+# What can go wrong with calls that change something; at each of them the program is also killed once.
+CHANGES = {
+    **dict.fromkeys(("write", "pwrite64", "writev", "ftruncate", "fallocate"), ("ENOSPC", "EIO", "EINTR")),
+    **dict.fromkeys(("fsync", "fdatasync"), ("EIO", "ENOSPC")),
+    **dict.fromkeys(("openat", "open", "creat"), FILE_ERRORS),
+    **dict.fromkeys(("rename", "renameat", "renameat2", "link", "linkat", "symlink", "symlinkat"),
+                    ("ENOSPC", "EIO", "EROFS", "EACCES")),
+    **dict.fromkeys(("mkdir", "mkdirat", "mknod", "mknodat"), ("ENOSPC", "EIO", "EROFS", "EACCES")),
+    **dict.fromkeys(("unlink", "unlinkat", "rmdir", "chmod", "fchmod", "fchmodat", "chown", "fchown", "fchownat"),
+                    ("EIO", "EROFS", "EACCES")),
+    **dict.fromkeys(("fork", "vfork", "clone", "clone3"), ("EAGAIN", "ENOMEM")),
+    **dict.fromkeys(("socket", "socketpair", "pipe2", "pipe", "epoll_create1", "eventfd2", "memfd_create", "timerfd_create",
+                     "inotify_init1", "pidfd_open", "accept4"), ("EMFILE", "ENOMEM")),
+    **dict.fromkeys(("dup", "dup2", "dup3", "epoll_ctl"), ("EMFILE", "ENOMEM")),
+    **dict.fromkeys(("sendto", "sendmsg", "bind", "connect", "listen"), ("ENOMEM", "EACCES")),
+    **dict.fromkeys(("ioctl", "setsockopt"), ("ENOMEM", "EPERM")),
+    **dict.fromkeys(("unshare", "setns", "mount", "bpf", "prctl", "seccomp", "capset", "setresuid", "setresgid", "setuid",
+                     "setgid", "setgroups", "landlock_create_ruleset", "landlock_add_rule", "landlock_restrict_self"),
+                    ("EPERM", "ENOMEM")),
+    **dict.fromkeys(("kill", "pidfd_send_signal", "setsid"), ("EPERM",)),
+    **dict.fromkeys(("execve",), ("ENOMEM", "EACCES")),
+    **dict.fromkeys(("flock",), ("EINTR", "ENOMEM")),
+}
+# And with those that only read.
+READS = {
+    **dict.fromkeys(("openat", "open"), ("EMFILE", "EIO")),
+    **dict.fromkeys(("read", "pread64", "getdents64"), ("EIO",)),
+    **dict.fromkeys(("recvfrom", "recvmsg"), ("ENOBUFS", "EINTR")),
+    **dict.fromkeys(("poll", "ppoll", "wait4", "waitid", "epoll_wait", "epoll_pwait"), ("EINTR",)),
+}
+KILL = "KILL"
+
+CALL = re.compile(r"^(\d+) +([a-z]\w*)\((.*)$")
+FRAME = re.compile(r"^ > ([^(]*)\((.*)\) \[0x")
+LOADER = re.compile(r"/ld-linux|/ld\.so")
+# Of names and texts: numbers, and what is drawn at random.
+DRAWN = re.compile(r"networking\.\w{6}\b|\.orvane\w*\.\w+|[0-9]+")
+
+
+def changes(call, arguments):
+    """Whether a traced call changes something."""
+    if call in ("openat", "open"):
+        return "O_WRONLY" in arguments or "O_RDWR" in arguments or "O_CREAT" in arguments
+    if call == "ioctl":
+        return "SIOCS" in arguments or "TUNSET" in arguments
+    if call == "kill":
+        return ", 0)" not in arguments
+    return call in CHANGES
+
+
+def errors_of(call, arguments):
+    if changes(call, arguments):
+        return (*CHANGES[call], KILL)
+    return READS.get(call, ())
+
+
+def subject(call, arguments):
+    """The file that a call is about, with numbers made alike; what is written to it does not count."""
+    if call in ("write", "writev", "pwrite64", "read", "sendto", "sendmsg", "recvfrom", "recvmsg", "ioctl"):
+        arguments = arguments.split(",", 1)[0]
+    paths = re.findall(r'"([^"]*)"|<([^>]*)>', arguments)
+    return DRAWN.sub("#", " ".join(a or b for a, b in paths))
+
+
+def calls_of(trace):
+    """Each call of a trace: its kind, which of its process's calls of that kind it is, its arguments, its callers."""
+    counts, current = {}, None
+    for line in trace.splitlines():
+        match = CALL.match(line)
+        if match:
+            if current:
+                yield current
+            process, call, arguments = match.groups()
+            number = counts[process, call] = counts.get((process, call), 0) + 1
+            current = (call, number, arguments, [])
+        elif current and (frame := FRAME.match(line)):
+            current[3].append((frame.group(1), frame.group(2)))
+    if current:
+        yield current
+
+
+def sites_of(trace):
+    """The occurrences of each call that may fail, by where it comes from: the same callers about the same file, networks
+    and numbers made alike, are one site, since the program is in the same state there but for the network's number."""
+    sites = {}
+    for call, number, arguments, frames in calls_of(trace):
+        own = [f"{file.rsplit('/', 1)[-1]}:{place}" for file, place in frames if not LOADER.search(file)]
+        if not own and frames:
+            continue  # the program has not begun
+        for error in errors_of(call, arguments):
+            key = " ".join((call, subject(call, arguments), error, *own))
+            sites.setdefault(key, []).append((call, number, error))
+    return sites
