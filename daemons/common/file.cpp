@@ -44,8 +44,12 @@ bool File_Write(const char *path, const char *text) {
     return file && write(file.get(), text, static_cast<size_t>(size)) == size;
 }
 
+std::string File_Unfinished(const std::string &path) {
+    return path + ".new";
+}
+
 bool File_Replace(const char *path, const std::string &text) {
-    std::string temporary = std::string(path) + "." + std::to_string(getpid());
+    const std::string temporary = File_Unfinished(path);
     FileDescriptor file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
     if (file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
         fsync(file.get()) == 0 && rename(temporary.c_str(), path) == 0) {

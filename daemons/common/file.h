@@ -10,5 +10,8 @@ bool File_Read(const char *path, std::string *text);
 bool File_Write(const char *path, const char *text);
 
 // Replaces a file, so that a reader sees the old content or the new one and nothing between. False with
-// errno.
+// errno. There is one writer at a time: a kill leaves what the next one writes over.
 bool File_Replace(const char *path, const std::string &text);
+
+// Where a replacement stands until it is whole.
+std::string File_Unfinished(const std::string &path);

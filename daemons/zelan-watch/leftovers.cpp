@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "daemons/bridgefilter/tcFilter.h"
+#include "daemons/common/file.h"
 #include "daemons/common/linkGroup.h"
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
@@ -85,6 +86,9 @@ void RemovePidFile(const std::string &path, pid_t dead) {
                                : -1);
     if (file && NamesDead(file, dead)) {
         unlinkat(folder.get(), name, 0);
+    }
+    if (folder) {
+        unlinkat(folder.get(), File_Unfinished(name).c_str(), 0);
     }
 }
 

@@ -206,7 +206,8 @@ void Watcher::Leave(Client *client) {
     clients_.erase(clients_.begin() + (client - clients_.data()));
     if (failed) {
         Traces traces;
-        if (ReadRecord(*failed, &traces)) {
+        unlink(File_Unfinished(Traces_Path(*failed)).c_str());
+        if (guarded_.count(*failed) == 0 && ReadRecord(*failed, &traces)) {
             guarded_[*failed].traces = std::move(traces);
             Bury(*failed);
         }
