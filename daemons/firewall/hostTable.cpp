@@ -22,6 +22,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Of an errno value: that it may go another time, while another says what the kernel cannot do.
+bool IsPassing(int error) {
+    return error == ENOMEM || error == ENOBUFS || error == EINTR || error == EAGAIN;
+}
+
 bool Refused(int error) {
     if (error != 0) {
         Complain("nftables refuses the host's rules: %s", strerror(error));
@@ -70,30 +75,34 @@ int Rebuild(RtSocket *socket) {
     return transaction.Commit(socket);
 }
 
-// Adds a chain that the kernel may lack what it takes for.
+// Adds a chain that the kernel may lack what it takes for, which a line in the log then tells and *wanted
+// afterwards. False after a line in the log.
 bool EnsureFlowChain(RtSocket *socket, const std::string &chain, const char *what,
-                     const std::function<void(NftTransaction *)> &add) {
-    if (Nft_Find(socket, HostRules_Table(), chain.c_str()) == 0) {
+                     const std::function<void(NftTransaction *)> &add, bool *wanted) {
+    if (!*wanted || Nft_Find(socket, HostRules_Table(), chain.c_str()) == 0) {
         return true;
     }
     NftTransaction transaction(HostRules_Table());
     add(&transaction);
-    bool added = transaction.Commit(socket) == 0;
-    if (!added) {
+    int error = transaction.Commit(socket);
+    if (IsPassing(error)) {
+        return !Refused(error);
+    }
+    *wanted = error == 0;
+    if (error != 0) {
         Complain("this kernel lacks %s", what);
     }
-    return added;
+    return true;
 }
 
-// Leaves out of the share what this kernel lacks.
-void AddFlowChainsFor(RtSocket *socket, NatShare *share) {
-    share->ownTimeout = share->ownTimeout &&
-                        EnsureFlowChain(socket, FlowObjects_TimeoutChain(share->udpTimeout),
-                                        "time-outs for single flows", [share](NftTransaction *transaction) {
-                                            FlowObjects_AddTimeout(transaction, share->udpTimeout);
-                                        });
-    share->activeFtp =
-        share->activeFtp && EnsureFlowChain(socket, FTP_CHAIN, "the FTP helper", FlowObjects_AddFtp);
+// Leaves out of the share what this kernel lacks. False after a line in the log.
+bool AddFlowChainsFor(RtSocket *socket, NatShare *share) {
+    auto addTimeout = [share](NftTransaction *transaction) {
+        FlowObjects_AddTimeout(transaction, share->udpTimeout);
+    };
+    return EnsureFlowChain(socket, FlowObjects_TimeoutChain(share->udpTimeout), "time-outs for single flows",
+                           addTimeout, &share->ownTimeout) &&
+           EnsureFlowChain(socket, FTP_CHAIN, "the FTP helper", FlowObjects_AddFtp, &share->activeFtp);
 }
 
 // Takes out what other networks forward already.
@@ -138,17 +147,24 @@ int RemoveAdapters(RtSocket *socket, std::span<const int> adapters) {
     return transaction.Commit(socket);
 }
 
-// Turns the switch of an adapter on, after the rules that keep it from forwarding for others.
-void UseAdapter(RtSocket *nftables, const LinkInfo &link) {
-    if (HostForwarding_IsOn(link.name) || !HostForwarding_Note(link.index, link.name)) {
-        return;
+// Turns the switch of an adapter on, after the rules that keep it from forwarding for others. False after a
+// line in the log.
+bool UseAdapter(RtSocket *nftables, const LinkInfo &link) {
+    if (HostForwarding_IsOn(link.name)) {
+        return true;
     }
     NftTransaction transaction(HostRules_Table());
     HostRules_AddAdapters(&transaction, std::span(&link.index, 1));
-    bool apart = transaction.Commit(nftables) == 0 || !Refused(Rebuild(nftables));
-    if (!apart || !HostForwarding_TurnOn(link.name)) {
+    if (!HostForwarding_Note(link.index, link.name) ||
+        (transaction.Commit(nftables) != 0 && Refused(Rebuild(nftables)))) {
+        return false;
+    }
+    // An adapter may go at any moment.
+    bool on = HostForwarding_TurnOn(link.name) || errno == ENOENT;
+    if (!on) {
         Complain("cannot let the host forward what comes in by %s: %s", link.name.c_str(), strerror(errno));
     }
+    return on;
 }
 
 bool IsAdapter(const LinkInfo &link) {
@@ -210,7 +226,9 @@ bool HostTable::AddNat(NatShare share) {
     if (Nft_Find(&socket, HostRules_Table()) != 0 && Refused(Rebuild(&socket))) {
         return false;
     }
-    AddFlowChainsFor(&socket, &share);
+    if (!AddFlowChainsFor(&socket, &share)) {
+        return false;
+    }
     isFirstNat_ = !IsNatUsed();
     natUse_ = HostFiles_Hold(NAT_FILE);
     const std::string name = HostFiles_OfNat(network_);
@@ -266,12 +284,12 @@ void HostTable_RestoreWhenMissing() {
     }
 }
 
-void HostTable_UseAdapters(const std::vector<int> &links) {
+bool HostTable_UseAdapters(const std::vector<int> &links) {
     RtSocket routes;
     LinkInfo link;
     std::vector<LinkInfo> adapters;
     if (!routes.Open()) {
-        return;
+        return false;
     }
     for (int index : links) {
         if (Link_Get(&routes, index, &link) == 0 && IsAdapter(link)) {
@@ -280,33 +298,46 @@ void HostTable_UseAdapters(const std::vector<int> &links) {
     }
     // Most of what a start of many networks announces is ours.
     if (adapters.empty()) {
-        return;
+        return true;
     }
     HostEdit edit;
     RtSocket nftables;
-    if (edit.held() && IsNatUsed() && nftables.Open(0, NETLINK_NETFILTER)) {
-        for (const LinkInfo &adapter : adapters) {
-            UseAdapter(&nftables, adapter);
-        }
+    if (!edit.held() || !nftables.Open(0, NETLINK_NETFILTER)) {
+        return false;
     }
+    bool all = true;
+    for (size_t i = 0; i < adapters.size() && IsNatUsed(); i++) {
+        all = UseAdapter(&nftables, adapters[i]) && all;
+    }
+    return all;
 }
 
-void HostTable_UseAllAdapters() {
+bool HostTable_UseAllAdapters() {
     RtSocket routes;
     std::set<int> links;
-    if (!IsNatUsed() || !routes.Open()) {
-        return;
+    if (!IsNatUsed()) {
+        return true;
     }
-    Address_ForEach(&routes, [&links](int link) { links.insert(link); });
-    Link_ForEach(&routes, 0, [&links](const LinkInfo &link) {
-        if (link.group == LINK_GROUP_UPLINK) {
-            HostForwarding_TurnOn(link.name);
-        }
-        if (!IsAdapter(link)) {
-            links.erase(link.index);
-        }
-    });
-    HostTable_UseAdapters({links.begin(), links.end()});
+    if (!routes.Open()) {
+        return false;
+    }
+    int error = Address_ForEach(&routes, [&links](int link) { links.insert(link); });
+    if (error == 0 || error == EAGAIN) {
+        error = Link_ForEach(&routes, 0, [&links](const LinkInfo &link) {
+            if (link.group == LINK_GROUP_UPLINK) {
+                HostForwarding_TurnOn(link.name);
+            }
+            if (!IsAdapter(link)) {
+                links.erase(link.index);
+            }
+        });
+    }
+    // What comes while they are listed is announced.
+    if (error != 0 && error != EAGAIN) {
+        Complain("cannot list the host's adapters: %s", strerror(error));
+        return false;
+    }
+    return HostTable_UseAdapters({links.begin(), links.end()});
 }
 
 void HostTable_LeaveAdapters() {

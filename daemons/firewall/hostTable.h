@@ -46,9 +46,9 @@ void HostTable_RestoreWhenMissing();
 
 // Lets the host forward, while there is a NAT network, what comes in by these adapters, by their indexes, or
 // by all that have an address, the uplinks of the networks included. Those that do already, loopback and the
-// other interfaces of networks are left alone.
-void HostTable_UseAdapters(const std::vector<int> &links);
-void HostTable_UseAllAdapters();
+// other interfaces of networks are left alone. False after a line in the log, when one of them does not.
+bool HostTable_UseAdapters(const std::vector<int> &links);
+bool HostTable_UseAllAdapters();
 
 // Somebody has told the whole host to forward: none does so on our account any more.
 void HostTable_LeaveAdapters();

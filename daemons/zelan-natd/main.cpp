@@ -156,10 +156,7 @@ bool NatDaemon::JoinHost() {
         return false;
     }
     // Those that come later are zelan-watch's, from the first network on.
-    if (hostTable_.isFirstNat()) {
-        HostTable_UseAllAdapters();
-    }
-    return true;
+    return !hostTable_.isFirstNat() || HostTable_UseAllAdapters();
 }
 
 bool NatDaemon::Begin(CleanUp *cleanUp) {
