@@ -13,8 +13,8 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
 // How long a new adapter is left alone before it is looked at: tools make an interface first and plug it into
 // a bridge or rename it a moment later.
@@ -23,6 +23,10 @@ constexpr milliseconds SETTLE_TIME{100};
 // How long a copying process that has ended is left away, should it end at once again.
 constexpr milliseconds RESTART_TIME{1000};
 
+// How long an adapter that could not be connected is left alone: each time twice as long as the last.
+constexpr milliseconds FIRST_PAUSE{1000};
+constexpr milliseconds LONGEST_PAUSE{600'000};
+
 // Whether nothing has changed that a cable depends on. (An attempt to connect changes other things.)
 bool IsUnchanged(const LinkInfo &before, const LinkInfo &now) {
     return before.name == now.name && before.mtu == now.mtu && before.mac == now.mac &&
@@ -30,11 +34,11 @@ bool IsUnchanged(const LinkInfo &before, const LinkInfo &now) {
 }
 
 // In milliseconds, as poll takes it: rounded up, and without end for the end of time.
-int TimeUntil(Clock::time_point next) {
-    if (next == Clock::time_point::max()) {
+int TimeUntil(steady_clock::time_point next) {
+    if (next == steady_clock::time_point::max()) {
         return -1;
     }
-    auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
+    auto left = std::chrono::ceil<milliseconds>(next - steady_clock::now()).count();
     return left > 0 ? static_cast<int>(left) : 0;
 }
 
@@ -69,9 +73,9 @@ void CableSet::Run() {
     Clock::time_point settled = Clock::now();
     Clock::time_point restart = settled;
     for (;;) {
-        Clock::time_point next = Clock::time_point::max();
+        Clock::time_point next = retry_;
         if (noted_) {
-            next = settled;
+            next = std::min(next, settled);
         }
         if (paths_.copier.IsWanted()) {
             next = std::min(next, restart);
@@ -88,10 +92,16 @@ void CableSet::Run() {
             TakeAnnouncements();
         }
         if (noted_ && Clock::now() >= settled) {
+            settled = Clock::now() + SETTLE_TIME;
             TakeNoted();
         }
         if (paths_.copier.IsWanted() && Clock::now() >= restart) {
             paths_.copier.Start();
+        }
+        if (Clock::now() >= retry_) {
+            retry_ = Clock::time_point::max();
+            refused_.clear();
+            TakeNoted();
         }
     }
 }
@@ -134,6 +144,17 @@ void CableSet::TakeNoted() {
         for (const auto &cable : cables_) {
             cable->Follow(SurroundingsOf(cable->adapterIndex(), links, cables_.size()));
         }
+    }
+    PlanRetry();
+}
+
+void CableSet::PlanRetry() {
+    if (refused_.empty()) {
+        pause_ = milliseconds::zero();
+        retry_ = Clock::time_point::max();
+    } else if (retry_ == Clock::time_point::max()) {
+        pause_ = std::clamp(2 * pause_, FIRST_PAUSE, LONGEST_PAUSE);
+        retry_ = Clock::now() + pause_;
     }
 }
 

@@ -1,6 +1,7 @@
 // The cables to the adapters of one network, as the adapters come and go.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <vector>
@@ -22,6 +23,8 @@ class CableSet {
     [[noreturn]] void Run();
 
   private:
+    using Clock = std::chrono::steady_clock;
+
     // Takes the kernel's announcements. Adapters that are gone or taken no longer lose their cable at once;
     // other changes are only noted, since an interface that is being set up is seldom what it will be a
     // moment later.
@@ -30,6 +33,7 @@ class CableSet {
     // Looks at the host as it is now: connects what the rule takes and gives up what it takes no longer.
     void TakeNoted();
 
+    void PlanRetry();
     void TakeAnnouncement(const nlmsghdr *message);
     void GiveUpUntaken(const HostLinks &links);
     void ConnectTaken(const HostLinks &links);
@@ -46,6 +50,9 @@ class CableSet {
     std::vector<std::unique_ptr<Cable>> cables_;
     bool noted_ = false;    // something has changed
     bool changed_ = false;  // a connected adapter has
-    // Adapters that could not be connected, as they were then: tried again once they have changed.
+    // Adapters that could not be connected, as they were then: tried again once they have changed, and all
+    // after a pause.
     std::map<int, LinkInfo> refused_;
+    std::chrono::milliseconds pause_ = {};
+    Clock::time_point retry_ = Clock::time_point::max();
 };
