@@ -1,8 +1,10 @@
 #include "daemons/firewall/guestPorts.h"
 
-#include <linux/if.h>
+#include <net/if.h>
+#include <netinet/in.h>
+
+// Behind those of the C library that have the same names in them.
 #include <linux/if_ether.h>
-#include <linux/in.h>
 #include <linux/netfilter.h>
 #include <linux/netfilter_bridge.h>
 
@@ -15,6 +17,7 @@
 
 #include "daemons/common/complain.h"
 #include "daemons/common/linkGroup.h"
+#include "daemons/common/switch.h"
 #include "daemons/firewall/attributes.h"
 #include "daemons/firewall/frameStatements.h"
 #include "daemons/firewall/transaction.h"
@@ -162,45 +165,46 @@ bool GuestPorts_MarkQuestions() {
     return socket.Open(0, NETLINK_NETFILTER) && Nft_Find(&socket, TABLE, QUESTIONS) == 0;
 }
 
-void GuestPorts::Guard(const GuardedSwitches &switches) {
-    if (guarded_ == switches) {
+void GuestPorts::Guard(const GuardedNetworks &guarded) {
+    if (guarded_ == guarded) {
         return;
     }
-    bool exists = guarded_ && !guarded_->names.empty();
-    int error = exists && !switches.names.empty() ? Change(switches) : Rebuild(switches);
+    bool exists = guarded_ && !guarded_->networks.empty();
+    int error = exists && !guarded.networks.empty() ? Change(guarded) : Rebuild(guarded);
     if (error != 0) {
-        error = Rebuild(switches);
+        error = Rebuild(guarded);
     }
-    guarded_ = switches;
+    guarded_ = guarded;
     if (error != 0 && !std::exchange(hasComplained_, true)) {
         Complain("nftables does not keep guests from posing as routers or DHCP servers: %s", strerror(error));
     }
 }
 
 void GuestPorts::Restore() {
-    const GuardedSwitches switches = guarded_.value_or(GuardedSwitches());
+    const GuardedNetworks guarded = guarded_.value_or(GuardedNetworks());
     guarded_.reset();
-    Guard(switches);
+    Guard(guarded);
 }
 
-std::set<std::string> GuestPorts::KeysOf(const GuardedSwitches &switches) const {
+std::set<std::string> GuestPorts::KeysOf(const GuardedNetworks &guarded) const {
     std::set<std::string> keys;
     if (ALL_MEANS[means_].names) {
-        for (std::string name : switches.names) {
+        for (int network : guarded.networks) {
+            std::string name = Switch_Name(network);
             name.resize(IFNAMSIZ);
             keys.insert(name);
         }
     } else {
-        for (int guest : switches.guests) {
+        for (int guest : guarded.guests) {
             keys.insert(BytesOf(guest));
         }
     }
     return keys;
 }
 
-int GuestPorts::Change(const GuardedSwitches &switches) {
+int GuestPorts::Change(const GuardedNetworks &guarded) {
     const std::set<std::string> before = KeysOf(*guarded_);
-    const std::set<std::string> now = KeysOf(switches);
+    const std::set<std::string> now = KeysOf(guarded);
     const std::vector<NftElement> added = ElementsOf(Without(now, before));
     const std::vector<NftElement> removed = ElementsOf(Without(before, now));
     if (added.empty() && removed.empty()) {
@@ -214,15 +218,15 @@ int GuestPorts::Change(const GuardedSwitches &switches) {
 }
 
 // What a kernel lacks it is not asked for again.
-int GuestPorts::Rebuild(const GuardedSwitches &switches) {
+int GuestPorts::Rebuild(const GuardedNetworks &guarded) {
     RtSocket socket;
     if (!socket.Open(0, NETLINK_NETFILTER)) {
         return EIO;
     }
-    int error = TryRebuild(&socket, switches);
+    int error = TryRebuild(&socket, guarded);
     for (size_t next = means_ + 1; IsLack(error) && next < std::size(ALL_MEANS); next++) {
         means_ = next;
-        error = TryRebuild(&socket, switches);
+        error = TryRebuild(&socket, guarded);
         if (error == 0 && !ALL_MEANS[means_].limits) {
             Complain("this kernel lacks what would limit guests' DHCP requests");
         }
@@ -230,15 +234,15 @@ int GuestPorts::Rebuild(const GuardedSwitches &switches) {
     return error;
 }
 
-int GuestPorts::TryRebuild(RtSocket *socket, const GuardedSwitches &switches) const {
+int GuestPorts::TryRebuild(RtSocket *socket, const GuardedNetworks &guarded) const {
     NftTransaction transaction(TABLE);
     bool exists = Nft_Find(socket, TABLE) == 0;
     if (exists) {
         transaction.DeleteTable();
     }
-    if (!switches.names.empty()) {
+    if (!guarded.networks.empty()) {
         AddTable(&transaction, ALL_MEANS[means_]);
-        transaction.AddElements(GUESTS, ElementsOf(KeysOf(switches)));
+        transaction.AddElements(GUESTS, ElementsOf(KeysOf(guarded)));
     }
-    return exists || !switches.names.empty() ? transaction.Commit(socket) : 0;
+    return exists || !guarded.networks.empty() ? transaction.Commit(socket) : 0;
 }

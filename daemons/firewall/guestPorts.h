@@ -9,33 +9,35 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "daemons/common/rtnetlink.h"
 
-// The switches in question.
-struct GuardedSwitches {
-    std::set<std::string> names;
-    std::set<int> guests;  // the ports of guests on them, by their indexes: for kernels that tell ports alone
+// The networks in question.
+struct GuardedNetworks {
+    std::vector<int> networks;  // ascending
+    std::set<int>
+        guests;  // the ports of guests on their switches, by index: for kernels that tell ports alone
 
-    bool operator==(const GuardedSwitches &) const = default;
+    bool operator==(const GuardedNetworks &) const = default;
 };
 
 class GuestPorts {
   public:
     // Guards exactly these, by the table `bridge zelan`, which goes with the last. What the kernel refuses
     // costs one line in the log.
-    void Guard(const GuardedSwitches &switches);
+    void Guard(const GuardedNetworks &guarded);
 
     // Makes the table anew, which somebody has removed.
     void Restore();
 
   private:
-    std::set<std::string> KeysOf(const GuardedSwitches &switches) const;
-    int Change(const GuardedSwitches &switches);
-    int Rebuild(const GuardedSwitches &switches);
-    int TryRebuild(RtSocket *socket, const GuardedSwitches &switches) const;
+    std::set<std::string> KeysOf(const GuardedNetworks &guarded) const;
+    int Change(const GuardedNetworks &guarded);
+    int Rebuild(const GuardedNetworks &guarded);
+    int TryRebuild(RtSocket *socket, const GuardedNetworks &guarded) const;
 
-    std::optional<GuardedSwitches> guarded_;  // empty: what a predecessor has left is not known
+    std::optional<GuardedNetworks> guarded_;  // empty: what a predecessor has left is not known
     size_t means_ = 0;                        // by which the kernel tells guests
     bool hasComplained_ = false;
 };

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bitset>
 #include <cerrno>
 #include <cstring>
 #include <span>
@@ -103,6 +104,7 @@ void Watcher::Guard(const Duty &duty, FileDescriptor process, Traces traces) {
         Complain("epoll: %s", strerror(errno));
     }
     guarded_[duty] = {std::move(process), std::move(traces)};
+    dutiesChanged_ = true;
 }
 
 void Watcher::Bury(const Duty &duty) {
@@ -115,6 +117,7 @@ void Watcher::Bury(const Duty &duty) {
     Leftovers_PutAside(&requests_, place->second.traces);
     unlink(Traces_Path(duty).c_str());
     guarded_.erase(place);
+    dutiesChanged_ = true;
     RemoveSoon();
 }
 
@@ -180,6 +183,7 @@ bool Watcher::TryClaim(Client *client) {
     // What serves the host makes nothing that two could be in each other's way about.
     if (duty.network < 0 || !IsAlive(duty)) {
         client->holds = true;
+        dutiesChanged_ = true;
         KeepNetworksApart();
         return Watch_Send(client->connection, WATCH_DONE);
     }
@@ -204,6 +208,7 @@ bool Watcher::GuardFor(Client *client, FileDescriptor process) {
 void Watcher::Leave(Client *client) {
     std::optional<Duty> failed = client->holds && !client->isGuarded ? client->duty : std::nullopt;
     clients_.erase(clients_.begin() + (client - clients_.data()));
+    dutiesChanged_ = true;
     if (failed) {
         Traces traces;
         unlink(File_Unfinished(Traces_Path(*failed)).c_str());
@@ -248,11 +253,13 @@ bool Watcher::IsAnyNetworkInUse() const {
 }
 
 // Those in use that are not bridged.
-std::set<int> Watcher::ClosedNetworks() const {
-    std::set<int> used;
-    std::set<int> bridged;
+std::vector<int> Watcher::ClosedNetworks() const {
+    std::bitset<SWITCH_MAX_NETWORK + 1> used;
+    std::bitset<SWITCH_MAX_NETWORK + 1> bridged;
     auto take = [&](const Duty &duty) {
-        (duty.service == Service::BRIDGE ? bridged : used).insert(duty.network);
+        if (duty.network >= 0) {
+            (duty.service == Service::BRIDGE ? bridged : used).set(static_cast<size_t>(duty.network));
+        }
     };
     for (const auto &entry : guarded_) {
         take(entry.first);
@@ -262,8 +269,14 @@ std::set<int> Watcher::ClosedNetworks() const {
             take(*client.duty);
         }
     }
-    std::erase_if(used, [&](int network) { return network < 0 || bridged.count(network) != 0; });
-    return used;
+    used &= ~bridged;
+    std::vector<int> networks;
+    for (int network = 0; network <= SWITCH_MAX_NETWORK; network++) {
+        if (used.test(static_cast<size_t>(network))) {
+            networks.push_back(network);
+        }
+    }
+    return networks;
 }
 
 // Before a daemon makes anything. A bridged network is the outside's, whose routers and servers its guests
@@ -273,12 +286,12 @@ void Watcher::KeepNetworksApart() {
         table_.emplace();
         table_->Ensure();
     }
-    GuardedSwitches guarded;
-    const std::set<int> networks = ClosedNetworks();
-    for (int network : networks) {
-        guarded.names.insert(Switch_Name(network));
+    if (std::exchange(dutiesChanged_, false)) {
+        closed_ = ClosedNetworks();
     }
-    guarded.guests = guests_.On([&networks](int network) { return networks.count(network) != 0; });
+    GuardedNetworks guarded = {closed_, guests_.On([this](int network) {
+                                   return std::binary_search(closed_.begin(), closed_.end(), network);
+                               })};
     guestPorts_.Guard(guarded);
 }
 

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -66,7 +65,7 @@ class Watcher {
     bool IsAlive(const Duty &duty) const;
     bool IsNetworkInUse(int network) const;
     bool IsAnyNetworkInUse() const;
-    std::set<int> ClosedNetworks() const;
+    std::vector<int> ClosedNetworks() const;
     void KeepNetworksApart();
     void RemoveSoon();
     void RemoveNow();
@@ -88,6 +87,8 @@ class Watcher {
     std::optional<HostTable> table_;  // while a network is in use, also by daemons that do not ask for it
     Guests guests_;
     GuestPorts guestPorts_;
+    bool dutiesChanged_ = true;  // since the following was found out
+    std::vector<int> closed_;    // networks that are kept apart, ascending
     std::map<Duty, Guarded> guarded_;
     std::vector<Client> clients_;
     size_t firstClient_ = 0;              // where they begin among what is waited for
