@@ -269,6 +269,38 @@ void HostTable_Sweep() {
     }
 }
 
+std::vector<std::pair<int, HostPort>> HostTable_Awaited() {
+    std::vector<std::pair<int, HostPort>> awaited;
+    HostEdit edit;
+    NatShare share;
+    for (int network : edit.held() ? HostFiles_NatNetworks() : std::vector<int>()) {
+        if (NatShare_Parse(HostFiles_Read(HostFiles_OfNat(network)), &share)) {
+            for (const HostPort &port : share.awaited) {
+                awaited.emplace_back(network, port);
+            }
+        }
+    }
+    return awaited;
+}
+
+bool HostTable_TakeUp(int network, const HostPort &port) {
+    const std::string name = HostFiles_OfNat(network);
+    HostEdit edit;
+    RtSocket socket;
+    NatShare share;
+    if (!edit.held() || !HostFiles_IsHeld(name) || !NatShare_Parse(HostFiles_Read(name), &share) ||
+        std::erase(share.awaited, port) == 0 || !socket.Open(0, NETLINK_NETFILTER)) {
+        return false;
+    }
+    NatShare more;
+    more.router = share.router;
+    more.forwards = {port};
+    share.forwards.push_back(port);
+    NftTransaction transaction(HostRules_Table());
+    HostRules_AddShare(&transaction, more);
+    return transaction.Commit(&socket) == 0 && HostFiles_Write(name, NatShare_Text(share));
+}
+
 void HostTable_Restore() {
     HostEdit edit;
     RtSocket socket;

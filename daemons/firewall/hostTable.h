@@ -5,6 +5,9 @@
 // make it anew, and a daemon's share vanishes whichever process notices its death.
 #pragma once
 
+#include <utility>
+#include <vector>
+
 #include "daemons/firewall/hostFiles.h"
 #include "daemons/firewall/natShare.h"
 
@@ -43,6 +46,11 @@ void HostTable_Sweep();
 void HostTable_Restore();
 // The same when there is no table at all.
 void HostTable_RestoreWhenMissing();
+
+// The ports whose forwards living networks wait for, with the networks.
+std::vector<std::pair<int, HostPort>> HostTable_Awaited();
+// Forwards one of them. False when that cannot be, as when another network forwards it by now.
+bool HostTable_TakeUp(int network, const HostPort &port);
 
 // Lets the host forward, while there is a NAT network, what comes in by these adapters, by their indexes, or
 // by all that have an address, the uplinks of the networks included. Those that do already, loopback and the

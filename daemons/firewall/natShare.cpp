@@ -12,6 +12,7 @@ constexpr std::string_view TIMEOUT = "udp-timeout";
 constexpr std::string_view FTP = "ftp";
 constexpr std::string_view FORWARD = "forward";
 constexpr std::string_view KEPT = "kept";
+constexpr std::string_view AWAITED = "awaited";
 constexpr std::string_view TCP = "tcp";
 constexpr std::string_view UDP = "udp";
 
@@ -55,6 +56,9 @@ bool TakeLine(std::string_view line, NatShare *share) {
     if (key == FORWARD) {
         return TakePort(&line, &share->forwards.emplace_back());
     }
+    if (key == AWAITED) {
+        return TakePort(&line, &share->awaited.emplace_back());
+    }
     HostEndpoint endpoint;
     bool valid = key == KEPT && TakeAddress(&line, &endpoint.address) && TakePort(&line, &endpoint.port);
     share->kept.push_back(endpoint);
@@ -76,6 +80,9 @@ std::string NatShare_Text(const NatShare &share) {
     }
     for (const HostEndpoint &endpoint : share.kept) {
         text += std::string(KEPT) + " " + Ipv4_Text(endpoint.address) + " " + PortText(endpoint.port);
+    }
+    for (const HostPort &port : share.awaited) {
+        text += std::string(AWAITED) + " " + PortText(port);
     }
     return text;
 }

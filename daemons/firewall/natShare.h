@@ -28,6 +28,7 @@ struct NatShare {
     bool activeFtp = false;          // follow the data connections of its FTP clients
     std::vector<HostPort> forwards;  // go to the router, whichever of the host's addresses they are for,
     std::vector<HostEndpoint> kept;  // but for these, which programs of the host serve
+    std::vector<HostPort> awaited;   // would be forwards, if other programs did not have them
 };
 
 // The share as lines of text, and back; false for a text that is none.

@@ -1,16 +1,14 @@
 #include "daemons/zelan-natd/hostPorts.h"
 
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 
 #include "daemons/common/complain.h"
+#include "daemons/firewall/hostPort.h"
 #include "daemons/zelan-natd/hostListeners.h"
 
 namespace {
@@ -33,43 +31,24 @@ size_t SocketLimit() {
     return limit.rlim_max > KEPT_FREE ? limit.rlim_max - KEPT_FREE : 0;
 }
 
-// A socket that holds the port; empty with errno.
-FileDescriptor Take(const PortForward &forward) {
-    FileDescriptor handle(socket(AF_INET, (forward.tcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC, 0));
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(forward.hostPort);
-    int on = 1;
-    // What is left of a server's old connections does not make a port taken.
-    bool taken = handle &&
-                 (!forward.tcp || setsockopt(handle.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0) &&
-                 bind(handle.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
-                 (!forward.tcp || listen(handle.get(), 0) == 0);
-    if (!taken) {
-        handle.reset();
-    }
-    return handle;
-}
-
-// The same with patience for a predecessor that is still dying.
-FileDescriptor TakeUntil(const PortForward &forward, Clock::time_point end) {
+// With patience for a predecessor that is still dying.
+FileDescriptor HoldUntil(const HostPort &port, Clock::time_point end) {
     constexpr int POLL_MILLISECONDS = 5;
-    FileDescriptor handle = Take(forward);
+    FileDescriptor handle = HostPort_Hold(port);
     while (!handle && errno == EADDRINUSE && Clock::now() < end) {
         poll(nullptr, 0, POLL_MILLISECONDS);
-        handle = Take(forward);
+        handle = HostPort_Hold(port);
     }
     return handle;
 }
 
 // What to do about a port that another program has: whether all but its addresses can be forwarded.
-bool Share(const PortForward &forward, HostPorts *ports) {
-    const HostPort port = {forward.tcp, forward.hostPort};
+bool Share(const HostPort &port, HostPorts *ports) {
     HostListeners listeners = HostListeners_Of(port);
     for (Ipv4 address : listeners.addresses) {
         if (!listeners.everywhere) {
-            Complain("%s port %u of %s is not forwarded: another program has it", forward.tcp ? "TCP" : "UDP",
-                     forward.hostPort, Ipv4_Text(address).c_str());
+            Complain("%s port %u of %s is not forwarded: another program has it", HostPort_Protocol(port),
+                     port.port, Ipv4_Text(address).c_str());
             ports->kept.push_back({address, port});
         }
     }
@@ -83,18 +62,21 @@ HostPorts HostPorts_Take(const NatConf &conf) {
     size_t most = SocketLimit();
     Clock::time_point end = Clock::now() + PREDECESSOR_TIME;
     for (const PortForward &forward : conf.forwards) {
-        const char *protocol = forward.tcp ? "TCP" : "UDP";
+        const HostPort port = {forward.tcp, forward.hostPort};
         if (!conf.subnet().HasHost(forward.guest)) {
-            Complain("%s port %u is not forwarded: %s is no address of the network", protocol,
-                     forward.hostPort, Ipv4_Text(forward.guest).c_str());
+            Complain("%s port %u is not forwarded: %s is no address of the network", HostPort_Protocol(port),
+                     port.port, Ipv4_Text(forward.guest).c_str());
             continue;
         }
         errno = EMFILE;
-        FileDescriptor handle = ports.sockets.size() < most ? TakeUntil(forward, end) : FileDescriptor();
+        FileDescriptor handle = ports.sockets.size() < most ? HoldUntil(port, end) : FileDescriptor();
         int error = handle ? 0 : errno;
-        if (error != 0 && (error != EADDRINUSE || !Share(forward, &ports))) {
-            Complain("%s port %u is not forwarded to %s: %s", protocol, forward.hostPort,
+        if (error != 0 && (error != EADDRINUSE || !Share(port, &ports))) {
+            Complain("%s port %u is not forwarded to %s: %s", HostPort_Protocol(port), port.port,
                      Ipv4_Text(forward.guest).c_str(), strerror(error));
+            if (error == EADDRINUSE && port.port >= FIRST_UNPRIVILEGED_PORT) {
+                ports.awaited.push_back(forward);
+            }
             continue;
         }
         if (handle) {

@@ -7,15 +7,15 @@
 #include "daemons/zelan-natd/natConf.h"
 #include "lib/misc/owners.h"
 
-// Ports held on behalf of the forwards. The packets never reach these sockets: they keep other programs, and
-// other networks' forwards, from a port that would not hear anything, and show an administrator who has it.
 struct HostPorts {
-    std::vector<FileDescriptor> sockets;
+    std::vector<FileDescriptor> sockets;  // that hold them
     std::vector<PortForward> forwards;
-    std::vector<HostEndpoint> kept;  // what other programs have of these ports
+    std::vector<HostEndpoint> kept;    // what other programs have of these ports
+    std::vector<PortForward> awaited;  // those of which other programs have all, for now
 };
 
 // Takes the port of every forward. One that another program has at every address, or that leads to an address
-// outside the guests' subnet, costs a line in the log and the forward. A program that has it at some
-// addresses keeps those, after a line in the log: anybody may take a port of 127.0.0.1.
+// outside the guests' subnet, costs a line in the log and the forward, unless zelan-watch can take it up
+// later. A program that has it at some addresses keeps those, after a line in the log: anybody may take a
+// port of 127.0.0.1.
 HostPorts HostPorts_Take(const NatConf &conf);

@@ -130,8 +130,11 @@ class NatDaemon {
 };
 
 bool NatDaemon::LoadRouterTable() {
+    // What the host does not forward does not come this far.
+    std::vector<PortForward> forwards = ports_.forwards;
+    forwards.insert(forwards.end(), ports_.awaited.begin(), ports_.awaited.end());
     NamespaceVisit visit(router_.space);
-    return visit.entered() && RouterTable_Load(conf_, ports_.forwards);
+    return visit.entered() && RouterTable_Load(conf_, forwards);
 }
 
 bool NatDaemon::ServeDns() {
@@ -148,9 +151,13 @@ bool NatDaemon::JoinHost() {
                       .udpTimeout = conf_.udpTimeout,
                       .activeFtp = conf_.activeFtp,
                       .forwards = {},
-                      .kept = ports_.kept};
+                      .kept = ports_.kept,
+                      .awaited = {}};
     for (const PortForward &forward : ports_.forwards) {
         share.forwards.push_back({forward.tcp, forward.hostPort});
+    }
+    for (const PortForward &forward : ports_.awaited) {
+        share.awaited.push_back({forward.tcp, forward.hostPort});
     }
     if (!hostTable_.AddNat(share)) {
         return false;

@@ -105,6 +105,9 @@ void Watcher::Guard(const Duty &duty, FileDescriptor process, Traces traces) {
     }
     guarded_[duty] = {std::move(process), std::move(traces)};
     dutiesChanged_ = true;
+    if (duty.service == Service::NAT) {
+        forwards_.Expect(Clock::now());
+    }
 }
 
 void Watcher::Bury(const Duty &duty) {
@@ -118,6 +121,9 @@ void Watcher::Bury(const Duty &duty) {
     unlink(Traces_Path(duty).c_str());
     guarded_.erase(place);
     dutiesChanged_ = true;
+    if (duty.service == Service::NAT) {
+        forwards_.Forget(duty.network);
+    }
     RemoveSoon();
 }
 
@@ -387,7 +393,7 @@ int Watcher::WaitMilliseconds() const {
     if (!switches_.empty()) {
         return 0;
     }
-    Clock::time_point next = removalDue_.value_or(Clock::time_point::max());
+    Clock::time_point next = std::min(removalDue_.value_or(Clock::time_point::max()), forwards_.due());
     for (const Client &client : clients_) {
         if (client.duty && !client.holds) {
             next = std::min(next, client.patience);
@@ -434,6 +440,9 @@ void Watcher::Run() {
             RemoveNow();
         } else if (!switches_.empty()) {
             RemoveSomeSwitches();
+        }
+        if (forwards_.due() <= Clock::now()) {
+            forwards_.Look(Clock::now());
         }
         if (!IsRemoving()) {
             AnswerSweeps();

@@ -13,6 +13,7 @@
 #include "daemons/common/rtnetlink.h"
 #include "daemons/common/service.h"
 #include "daemons/common/traces.h"
+#include "daemons/firewall/awaitedForwards.h"
 #include "daemons/firewall/guestPorts.h"
 #include "daemons/firewall/hostGuard.h"
 #include "daemons/firewall/hostTable.h"
@@ -85,6 +86,7 @@ class Watcher {
     RtSocket requests_;
     HostGuard host_;
     std::optional<HostTable> table_;  // while a network is in use, also by daemons that do not ask for it
+    AwaitedForwards forwards_;
     Guests guests_;
     GuestPorts guestPorts_;
     bool dutiesChanged_ = true;  // since the following was found out

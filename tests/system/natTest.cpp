@@ -177,6 +177,30 @@ TEST_F(Nat, ForwardsReachTheGuestFromEverywhere) {
     }
 }
 
+// Anybody may have a port from 1024 on.
+TEST_F(Nat, ForwardIsTakenUpWhenAnotherProgramLeavesItsPort) {
+    auto taken = std::make_unique<Responder>(nullptr, SOCK_STREAM, Endpoint{"0.0.0.0", 8889},
+                                             [](auto &, auto &) { return "taken"; });
+    Start(Configuration("", "", "8889 = 192.168.10.50:80\n"));
+    Responder web(guest_.get(), SOCK_STREAM, {GUEST, 80}, Peer);
+    EXPECT_EQ("taken", Exchange(&outside_, SOCK_STREAM, {HOST, 8889}, "x"));
+    taken.reset();
+    EXPECT_TRUE(WaitUntil([this] {
+        return Exchange(&outside_, SOCK_STREAM, {HOST, 8889}, "x", SHORT) == OUTSIDE;
+    })) << start_;
+    EXPECT_NE(std::string::npos, start_.Log().find("zelan-watch - TCP port 8889 is forwarded to network 8"));
+    EXPECT_NE("", RunShell("ss -Hltn 'sport = 8889'").output) << "nobody keeps others from it";
+    Must("nft flush ruleset");
+    EXPECT_TRUE(WaitUntil([this] {
+        return Exchange(&outside_, SOCK_STREAM, {HOST, 8889}, "x", SHORT) == OUTSIDE;
+    })) << "it is not put back";
+    KillDaemon(start_);
+    start_ = MustComeUp(StartNat(Configuration("", "", "8889 = 192.168.10.50:80\n")));
+    const std::string log = start_.Log();
+    EXPECT_EQ(log.find("is not forwarded"), log.rfind("is not forwarded")) << "nor left to the next daemon\n"
+                                                                           << log;
+}
+
 TEST_F(Nat, ForwardThatCannotBeIsNamedAndThousandsOfOthersWork) {
     constexpr int LAST = 11999;  // more than a process usually has files
     std::string forwards = "8888 = 192.168.10.50:80\n8889 = 192.168.10.50:80\n";

@@ -106,6 +106,11 @@ std::string CommandName(pid_t pid) {
     return Printable(name);
 }
 
+// Those of forwards are held by a NAT daemon, or by the watcher where that had to wait for them.
+bool HoldsForwards(const std::string &owner) {
+    return owner.starts_with(SERVICES[SERVICE_NAT].program) || owner.starts_with("zelan-watch");
+}
+
 std::vector<UsedPort> ForeignPorts() {
     std::map<std::string, UsedPort> sockets = ListeningSockets();
     for (const pid_t pid : AllProcesses()) {
@@ -118,7 +123,7 @@ std::vector<UsedPort> ForeignPorts() {
     }
     std::vector<UsedPort> ports;
     for (auto &[inode, port] : sockets) {
-        if (!port.owner.starts_with(SERVICES[SERVICE_NAT].program)) {
+        if (!HoldsForwards(port.owner)) {
             port.owner = port.owner.empty() ? "a process of the host" : port.owner;
             ports.push_back(port);
         }
