@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 
 inline constexpr const char *DATABASE = "/etc/orvane/networking";
