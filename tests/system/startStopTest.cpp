@@ -140,10 +140,16 @@ TEST_F(FullHost, SecondStartTouchesNothingAndRestartWaitsForNothing) {
     // An interface that is down has its daemon all the same. The former interfaces and switches are still
     // being removed when the new ones are made.
     Must("ip link set zelan1 down");
+    Must(
+        "ip netns add guest; ip link add zelan-guest type veth peer name eth0 netns guest; "
+        "ip link set zelan-guest master zelan-sw8 up; ip -n guest link set eth0 up; "
+        "ip -n guest addr add 10.7.8.9/24 dev eth0");
     Expect(Run({"--stop"}), 0, STOPPED, "");
     ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");
     EXPECT_EQ("10.7.8.1/24 brd 10.7.8.255\n", AddressOf("zelan8"));
     Expect(Run({"--status"}), 0, RUNNING, "");
+    EXPECT_TRUE(RunShell("ip netns exec guest ping -q -c 1 -W 5 10.7.8.1").Succeeded())
+        << "a guest is to stay attached";
 }
 
 // Whatever fails, the rest of its network and of the host comes up.
