@@ -1,43 +1,36 @@
-// Processes that change one database at once, beside one that loads and unloads without pause: what a call
-// has acknowledged is there.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
+// An owner's records: what a call has acknowledged is there.
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <random>
+#include <string>
 
-#include "tests/host/loadedLibrary.h"
-#include "tests/support/otherProcess.h"
+#include "lib/harbrel/harbrel.h"
+#include "tests/schedules/actors.h"
 
 namespace {
 
-constexpr const char *STOP = "/tmp/stop";
-constexpr int FORWARDS = 1000;  // what takes time to read gives the others time to come between
-
 // One process's part of the database, and what it holds by the acknowledged changes. Key: text; value: text,
 // empty when there is none.
-class Changer {
+class Owner {
   public:
-    // `kinds`: 1 for answers alone, up to 5 for all kinds of change.
-    Changer(int number, unsigned kinds)
-        : network_("zelan" + std::to_string(10 + number)),
-          prefix_(std::string("P").append(std::to_string(number)).append("_")),
-          adapter_("host" + std::to_string(number)),
-          kinds_(kinds),
-          random_(static_cast<unsigned>(number) + 1) {}
+    explicit Owner(Actor *actor)
+        : actor_(actor),
+          network_("zelan" + std::to_string(100 + actor->number)),
+          prefix_(std::string("P").append(std::to_string(actor->number)).append("_")),
+          adapter_("host" + std::to_string(actor->number)),
+          kinds_(actor->withoutLock ? 1 : 5) {}
 
     // Loads anew every now and then, so that it rewrites the file too. False when a change fails or something
     // is not as acknowledged.
-    bool Run(int changes) {
+    bool Run() {
         bool good = HBL_Load();
-        for (int i = 0; good && i < changes; ++i) {
+        for (int i = 0; good && Now() < actor_->until; ++i) {
             if (i % 300 == 299) {
                 HBL_Unload();
                 good = HBL_Load() && Agrees();
             }
             good = good && ChangeOne();
+            actor_->written++;
         }
         HBL_Unload();
         good = good && HBL_Load() && Agrees();
@@ -49,11 +42,11 @@ class Changer {
     using Model = std::map<std::string, std::string>;
 
     std::string Pick(const char *stem, int count) {
-        return stem + std::to_string(random_() % static_cast<unsigned>(count));
+        return stem + std::to_string(actor_->random() % static_cast<unsigned>(count));
     }
     bool ChangeOne() {
-        const bool remove = random_() % 3 == 0;
-        switch (random_() % kinds_) {
+        const bool remove = actor_->random() % 3 == 0;
+        switch (actor_->random() % kinds_) {
             case 0:
                 return ChangeAnswer(Pick(prefix_.c_str(), 4), remove ? "" : Pick("value ", 1000));
             case 1:
@@ -146,62 +139,20 @@ class Changer {
                good;
     }
 
+    Actor *actor_;
     std::string network_;
     std::string prefix_;
     std::string adapter_;
-    unsigned kinds_;
-    std::mt19937 random_;
+    unsigned
+        kinds_;  // 1 for answers alone, which take no lock and so meet the rewrites themselves, or 5 for all
     Model answers_;
     Model forwards_;
     Model mappings_;
     std::string subnet_;
 };
 
-struct Share {
-    unsigned kinds;
-    int changes;
-};
-
-void ChangeBesideRewrites(const std::vector<Share> &shares) {
-    std::filesystem::remove(STOP);
-    std::string database = "VERSION=1,0\nanswer HBL_LOGLEVEL 0\n";
-    for (int port = 1; port <= FORWARDS; ++port) {
-        database.append("add_nat_portfwd 9 tcp ").append(std::to_string(port)).append(" 10.0.9.9 80\n");
-    }
-    WriteFileText("/etc/orvane/networking", database);
-    const pid_t rewriter = StartChild([] {
-        while (access(STOP, F_OK) != 0) {
-            if (HBL_Load()) {
-                HBL_Unload();
-            }
-        }
-        return true;
-    });
-    std::vector<pid_t> children;
-    for (const Share &share : shares) {
-        const int number = static_cast<int>(children.size());
-        children.push_back(
-            StartChild([number, share] { return Changer(number, share.kinds).Run(share.changes); }));
-    }
-    for (const pid_t child : children) {
-        EXPECT_TRUE(EndsWell(child));
-    }
-    WriteFileText(STOP, "");
-    EXPECT_TRUE(EndsWell(rewriter));
-}
-
-using ManyProcesses = LibraryTest;
-using ManyProcessesSlow = LibraryTest;
-
-// Answers take no lock, and so meet the rewrites themselves.
-TEST_F(ManyProcesses, LoseNoAcknowledgedChangeToAnothersRewrite) {
-    ChangeBesideRewrites({{1, 2500}});
-    ChangeBesideRewrites({{5, 40}, {5, 40}});
-}
-
-TEST_F(ManyProcessesSlow, LoseNoneOfTensOfThousandsOfChanges) {
-    ChangeBesideRewrites({{1, 20000}, {1, 20000}});
-    ChangeBesideRewrites({{5, 2500}, {5, 2500}, {5, 2500}});
-}
-
 }  // namespace
+
+bool Own(Actor *actor) {
+    return Owner(actor).Run();
+}

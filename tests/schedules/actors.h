@@ -1,0 +1,34 @@
+// Those who use the database at once, each a process of its own that goes on until its time is over.
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "tests/schedules/history.h"
+
+// Nanoseconds of the clock that all processes share.
+int64_t Now();
+
+// From 0 on, below the limit.
+uint32_t Draw(std::mt19937 *random, uint32_t limit);
+
+struct Actor {
+    uint32_t number;  // from 1 to 63: the values that it writes are its own
+    std::mt19937 random;
+    int64_t until;
+    uint32_t pauseMicroseconds;  // at most, behind each step
+    bool withoutLock;            // changes only what takes none
+    std::vector<Operation> done = {};
+    uint32_t refused = 0;
+    uint32_t written = 0;
+};
+
+// Each gives false when something is not as it must be, which it has printed.
+bool Write(Actor *actor);   // loads, changes places, unloads
+bool Look(Actor *actor);    // loads, reads all places, unloads
+bool Import(Actor *actor);  // puts a whole database in the place of the one there
+bool Sweep(Actor *actor);   // runs harbrelCLI --status
+bool Edit(Actor *actor);    // runs harbrelctl
+// Changes records of all kinds that nobody else touches, removes them too, and finds each as it was left.
+bool Own(Actor *actor);
