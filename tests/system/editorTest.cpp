@@ -112,6 +112,19 @@ TEST_F(Editor, ConflictsAndSlipsAreRefusedWithTheirReasonAndChangeNothing) {
         {"show zelan256", 2, "zelan0 to zelan255"},
         {"lis", 2, "\"lis\" is not understood"},
         {"apply --plan /etc/passwd", 2, "/etc/passwd is no plan"},
+        {"add --nat --host-only", 2, "exactly one of --nat, --host-only and --bridge ADAPTER"},
+        {"add --bridge eth7 --no-dhcp", 2, "a bridged network has no subnet and no DHCP of its own"},
+        {"add --nat --subnet 10.7.3.1/24", 2, "subnet \"10.7.3.1/24\" is not allowed"},
+        {"add zelan3 --bridge eth7", 2, "the host has no adapter \"eth7\""},
+        {"adapter move eth7 nowhere --yes", 2, "\"nowhere\" is no network, nor \"default\", nor \"none\""},
+        {"adapter default maybe", 2, "\"maybe\" is neither on nor off"},
+        {"unset zelan8 colour", 2, "there is no key \"colour\""},
+        {"forward add 8 tcp 80 10.7.8.9", 2, "\"10.7.8.9\" is no place of a guest"},
+        {"forward add 8 tcp 80-90 10.7.8.9:65530", 2, "the range does not fit behind port 65530"},
+        {"reserve add 8 2:0:0:0:0:1", 2, "2:0:0:0:0:1 has no lease whose address could be kept"},
+        {"reserve add 8 2:0:0:0:0:1 10.7.8", 2, "\"10.7.8\" is no address"},
+        {"reserve remove 8 10.7.8.77", 2, "zelan8 keeps no address for \"10.7.8.77\""},
+        {"export /nowhere/file", 1, "/nowhere/file is not written: "},
     };
     for (const auto &row : cases) {
         const CommandResult result = Edit(row.line);

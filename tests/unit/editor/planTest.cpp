@@ -1,6 +1,9 @@
 // What the editor plans for a difference between two states.
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
+#include <regex>
+
 #include "apps/zelan/posix/harbrelctl/model/keys.h"
 #include "apps/zelan/posix/harbrelctl/output/table.h"
 #include "apps/zelan/posix/harbrelctl/plan/plan.h"
@@ -9,6 +12,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using Json = nlohmann::ordered_json;
 
 // zelan8 behind NAT, on which the given services run.
 Host HostWith(const std::vector<Service> &running) {
@@ -60,6 +64,29 @@ TEST(EditorPlan, StepsTouchWhatIsNotRightAndNothingElse) {
     EXPECT_EQ(3U, Texts(up, up.config, For8(AIM_STOP)).size());
 }
 
+// Spoils one value after another of a plan file that reads.
+void ExpectEveryMemberCounts(const Json &whole) {
+    static const std::regex FOR_READERS(
+        "/plan/(steps/.*/text|files/.*/diff|changes/.*/(removed|added))|/format");
+    static const std::regex WORDS("/plan/(changes/.*/kind|steps/.*/(step|service))");
+    ASSERT_TRUE(ReadPlanJson(whole.dump()));
+    const Json values = whole.flatten();
+    for (const auto &[path, value] : values.items()) {
+        if (std::regex_match(path, FOR_READERS)) {
+            continue;
+        }
+        for (const Json &other : {Json(), Json(true), Json("nothing"), Json(-2), Json(1 << 16)}) {
+            if (other.type_name() == value.type_name() && !other.is_number() &&
+                !std::regex_match(path, WORDS)) {
+                continue;
+            }
+            Json spoilt = whole;
+            spoilt[Json::json_pointer(path)] = other;
+            EXPECT_EQ(std::nullopt, ReadPlanJson(spoilt.dump())) << path << " " << other;
+        }
+    }
+}
+
 TEST(EditorPlan, DifferencesApplyAndSurviveAPlanFile) {
     const Host host = HostWith({SERVICE_DHCP});
     Config after = host.config;
@@ -77,6 +104,8 @@ TEST(EditorPlan, DifferencesApplyAndSurviveAPlanFile) {
     after.networks[8].forwards[0].note = "the server";
     plan.changes = Difference(host.config, after);
     EXPECT_EQ(plan, ReadPlanJson(PlanJson(plan)));
+    plan.files = {{"/etc/orvane/x", "", "y\n"}};
+    ExpectEveryMemberCounts(Json::parse(PlanJson(plan)));
     EXPECT_NE(plan.state, StateHash(HostWith({}), plan.networks)) << "what runs is part of the state";
     for (const char *bad :
          {"", "{}", "[]", "{\"plan\":{\"state\":\"x\"}}",

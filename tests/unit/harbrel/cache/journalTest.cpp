@@ -184,7 +184,8 @@ TEST_F(JournalTest, FullDiskAtAnyByteLeavesWholeLines) {
 // The steps that fail for want of memory alone.
 TEST_F(JournalTest, StepsThatNoFileCanFailHaveTheirWordsToo) {
     using enum JournalStep;
-    constexpr JournalStep STEPS[] = {AddAllocation, AddTable, RemoveAllocation, RemoveTable, RemovePutBack};
+    static constexpr JournalStep STEPS[] = {AddAllocation, AddTable, RemoveAllocation, RemoveTable,
+                                            RemovePutBack};
     const struct {
         const JournalWords &words;
         RecordFields record;
