@@ -41,11 +41,15 @@ bool Sync(const char *path) {
 
 // The records are on the disk before the way back is gone from it, and that is gone before anything else
 // happens: a loss of power leaves all of the change or none of it.
-void ForgetWayBack() {
+bool ForgetWayBack(std::string *reason) {
     Sync(DATABASE);
     Sync(FOLDER);
-    unlink(WAY_BACK);
+    if (unlink(WAY_BACK) != 0 && errno != ENOENT) {
+        *reason = std::string(WAY_BACK) + " cannot be removed: " + strerror(errno);
+        return false;
+    }
     Sync(FOLDER);
+    return true;
 }
 
 bool SaveWayBack(const std::vector<RecordChange> &changes, std::string *reason) {
@@ -99,15 +103,16 @@ bool Commit(const std::vector<RecordChange> &changes, const std::string &log, st
         return false;
     }
     const size_t written = WriteInTurn(changes, log, reason);
-    if (written == changes.size()) {
-        ForgetWayBack();
+    // With the way back still there, the next change would take this one for interrupted.
+    if (written == changes.size() && ForgetWayBack(reason)) {
         return true;
     }
     if (!TakeBack(changes, written)) {
         *reason += "; and what was written could not be taken back, which the next change tries again";
         return false;
     }
-    ForgetWayBack();
+    std::string ignored;
+    ForgetWayBack(&ignored);
     return false;
 }
 
@@ -134,6 +139,5 @@ bool Recover(const std::string &log, std::string *reason) {
             return false;
         }
     }
-    ForgetWayBack();
-    return true;
+    return ForgetWayBack(reason);
 }

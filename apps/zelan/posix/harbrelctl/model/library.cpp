@@ -32,6 +32,13 @@ bool SaysNothing(const std::string &message) {
            message.starts_with("Argument:") || message.starts_with("Fork and exec");
 }
 
+// What zelan-detect sees happen meanwhile.
+bool IsNews(const std::string &line) {
+    return line.starts_with("zelan-detect - ") &&
+           (line.find(" added: ") != std::string::npos || line.find(" changed: ") != std::string::npos ||
+            line.find(" removed: ") != std::string::npos);
+}
+
 }  // namespace
 
 Library::Library() : loaded_(geteuid() == 0 && HBL_Load()) {
@@ -70,7 +77,7 @@ std::string LogMark::LastReason() const {
     std::string reason;
     for (std::string line; std::getline(file, line);) {
         const size_t dash = line.find(" - ");
-        if (dash == std::string::npos) {
+        if (dash == std::string::npos || IsNews(line)) {
             continue;
         }
         const std::string message = line.substr(dash + 3);
