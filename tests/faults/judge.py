@@ -66,12 +66,15 @@ def judge_database(host, twin, editor):
     before, after = host.before, twin.database("disturbed")
     if database is None:
         return "the database is gone" if before is not None else None
-    if editor and not host.has_way_back("disturbed") and database not in (before, after):
+    original = replayed(read(twin.folder, "original.database"))
+    if editor and not host.has_way_back("disturbed") and database not in (before, after, original):
         return "the editor's change is neither written nor not written"
+    if editor and host.has_way_back("disturbed") and status == "0\n":
+        return "the editor tells a success that its next change takes back"
     if status == "0\n" and database != after:
         return "the command tells a success that is none"
     for key, record in database.items():
-        if record not in ((before or {}).get(key), (after or {}).get(key)):
+        if record not in ((before or {}).get(key), (after or {}).get(key), (original or {}).get(key)):
             return f"the database holds a record of neither the state before nor the one after: {record}"
     lost = [key for key in before or {} if key in (after or {}) and key not in database]
     # A kill between the two lines of a record that is replaced.

@@ -8,29 +8,46 @@ SETTINGS = r"""printf '%s\n' 'BACKUP_VERSION=1,0' 'answer VNET_1_DHCP yes' \
 INSTALLED = SETTINGS + "; harbrelCLI --migrate-network-settings /run/settings && rm -f /etc/orvane/networking.bak.*"
 RUNNING = INSTALLED + " && harbrelCLI --start"
 # A change of the editor that was killed before it had put the way back away.
-CUT_OFF = (INSTALLED + "; strace -qq -f -o /dev/null -e trace=unlink -P /etc/orvane/harbrelctl.undo "
+CUT_OFF = (INSTALLED + "; cp /etc/orvane/networking original.database; strace -qq -f -o /dev/null -e trace=unlink -P /etc/orvane/harbrelctl.undo "
            "-e inject=unlink:signal=KILL:when=1 harbrelctl -y --no-apply set zelan8 dns=10.7.8.7 domain=cut.example; "
            "[ -e /etc/orvane/harbrelctl.undo ]")
 DAEMONS = ("zelan-bridge", "zelan-netifup", "zelan-dhcpd", "zelan-natd", "zelan-detect")
 
-# name: (state before, command, the program whose calls are disturbed)
+TOOL = {
+    "postinstall": ("true", "--postinstall x,0,1"),
+    "upgrade": (RUNNING, "--postinstall x,1.0,1.1"),
+    "migration": (INSTALLED, "--migrate-network-settings /run/settings"),
+    "policy": (RUNNING, "--install-host-policy=172.16.200.0,1"),
+    "withdrawal": (RUNNING, "--uninstall-host-policy"),
+    "status": (RUNNING, "--status"),
+    "start": (INSTALLED, "--start"),
+    "stop": (RUNNING, "--stop"),
+}
+EDITOR = {
+    "edit": (RUNNING, "set zelan1 subnet=10.7.9.0/24 lease-time=600"),
+    "edit-addition": (RUNNING, "add zelan3 --nat --subnet 10.7.3.0/24"),
+    "edit-removal": (RUNNING, "remove zelan8"),
+    "edit-forward": (RUNNING, "forward add zelan8 tcp 8888 10.7.8.10:80"),
+    "edit-import": (INSTALLED + "; sed -i s/10.7.8/10.7.9/ /run/settings", "import /run/settings"),
+    "edit-behind-kill": (CUT_OFF, "--no-apply set zelan1 dns=10.7.1.7"),
+    "apply": (INSTALLED, "apply"),
+}
+
+
+def edited(before, arguments):
+    """The editor names the steps of a change that have failed, and leaves them to `apply`."""
+    command = f"harbrelctl -y {arguments}"
+    return before, command, f"{command}; status=$?; harbrelctl -y apply; exit $status", "harbrelctl"
+
+
+def twice(before, command, traced):
+    return before, command, command, traced
+
+
+# name: (state before, command, what follows it, the program whose calls are disturbed)
 SCENARIOS = {
-    "postinstall": ("true", "harbrelCLI --postinstall x,0,1", "harbrelCLI"),
-    "upgrade": (RUNNING, "harbrelCLI --postinstall x,1.0,1.1", "harbrelCLI"),
-    "migration": (INSTALLED, "harbrelCLI --migrate-network-settings /run/settings", "harbrelCLI"),
-    "policy": (RUNNING, "harbrelCLI --install-host-policy=172.16.200.0,1", "harbrelCLI"),
-    "withdrawal": (RUNNING, "harbrelCLI --uninstall-host-policy", "harbrelCLI"),
-    "status": (RUNNING, "harbrelCLI --status", "harbrelCLI"),
-    "start": (INSTALLED, "harbrelCLI --start", "harbrelCLI"),
-    "stop": (RUNNING, "harbrelCLI --stop", "harbrelCLI"),
-    "edit": (RUNNING, "harbrelctl -y set zelan1 subnet=10.7.9.0/24 lease-time=600", "harbrelctl"),
-    "edit-addition": (RUNNING, "harbrelctl -y add zelan3 --nat --subnet 10.7.3.0/24", "harbrelctl"),
-    "edit-removal": (RUNNING, "harbrelctl -y remove zelan8", "harbrelctl"),
-    "edit-forward": (RUNNING, "harbrelctl -y forward add zelan8 tcp 8888 10.7.8.10:80", "harbrelctl"),
-    "edit-import": (INSTALLED + "; sed -i s/10.7.8/10.7.9/ /run/settings", "harbrelctl -y import /run/settings",
-                    "harbrelctl"),
-    "edit-behind-kill": (CUT_OFF, "harbrelctl -y --no-apply set zelan1 dns=10.7.1.7", "harbrelctl"),
-    "apply": (INSTALLED, "harbrelctl -y apply", "harbrelctl"),
-    "zelan-watch": (INSTALLED, "harbrelCLI --start && harbrelCLI --stop", "zelan-watch"),
-    **{daemon: (INSTALLED, "harbrelCLI --start", daemon) for daemon in DAEMONS},
+    **{name: twice(before, f"harbrelCLI {arguments}", "harbrelCLI") for name, (before, arguments) in TOOL.items()},
+    **{name: edited(*change) for name, change in EDITOR.items()},
+    "zelan-watch": twice(INSTALLED, "harbrelCLI --start && harbrelCLI --stop", "zelan-watch"),
+    **{daemon: twice(INSTALLED, "harbrelCLI --start", daemon) for daemon in DAEMONS},
 }
