@@ -54,7 +54,7 @@ class Host:
 
     def complaints(self):
         """What the daemons have written to the log, with numbers made alike."""
-        lines = (read(self.folder, "disturbed.log") or "").splitlines()
+        lines = (read(self.folder, "stop.log") or "").splitlines()
         return {re.sub("[0-9]+", "#", line) for line in lines if line.startswith("zelan-")}
 
     def has_way_back(self, stage):

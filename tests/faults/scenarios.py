@@ -51,3 +51,15 @@ SCENARIOS = {
     "zelan-watch": twice(INSTALLED, "harbrelCLI --start && harbrelCLI --stop", "zelan-watch"),
     **{daemon: twice(INSTALLED, "harbrelCLI --start", daemon) for daemon in DAEMONS},
 }
+
+# Faults that have found something, or stand for many: scenario, call, error, and words of the place.
+KNOWN = (
+    ("zelan-netifup", "rename", "KILL", "WriteRecord|Daemon_Guard"),
+    ("zelan-netifup", "rename", "KILL", "Daemon_Detach"),
+    ("zelan-natd", "sendto", "EACCES", "Address_ForEach"),
+    ("zelan-natd", "openat", "ENOSPC", "HostForwarding_TurnOn.*UseAdapters"),
+    ("zelan-natd", "unshare", "KILL", "Router_Make"),
+    ("zelan-natd", "unshare", "ENOMEM", "Router_Make"),
+    ("zelan-bridge", "ioctl", "EPERM", "Tap::Make"),
+    ("zelan-bridge", "bpf", "KILL", "KernelPath::Begin"),
+)

@@ -35,6 +35,7 @@ READS = {
 KILL = "KILL"
 
 CALL = re.compile(r"^(\d+) +([a-z]\w*)\((.*)$")
+RESUMED = re.compile(r"^(\d+) +<\.\.\. ")
 FRAME = re.compile(r"^ > ([^(]*)\((.*)\) \[0x")
 LOADER = re.compile(r"/ld-linux|/ld\.so")
 # Of names and texts: numbers, and what is drawn at random.
@@ -62,25 +63,24 @@ def subject(call, arguments):
     """The file that a call is about, with numbers made alike; what is written to it does not count."""
     if call in ("write", "writev", "pwrite64", "read", "sendto", "sendmsg", "recvfrom", "recvmsg", "ioctl"):
         arguments = arguments.split(",", 1)[0]
-    paths = re.findall(r'"([^"]*)"|<([^>]*)>', arguments)
+    paths = re.findall(r'"([^"]*)"|<([^>]*)>', re.sub(r"AT_FDCWD<[^>]*>", "", arguments))
     return DRAWN.sub("#", " ".join(a or b for a, b in paths))
 
 
 def calls_of(trace):
     """Each call of a trace: its kind, which of its process's calls of that kind it is, its arguments, its callers."""
-    counts, current = {}, None
+    calls, counts, unfinished, current = [], {}, {}, None
     for line in trace.splitlines():
-        match = CALL.match(line)
-        if match:
-            if current:
-                yield current
+        if match := CALL.match(line):
             process, call, arguments = match.groups()
             number = counts[process, call] = counts.get((process, call), 0) + 1
-            current = (call, number, arguments, [])
-        elif current and (frame := FRAME.match(line)):
-            current[3].append((frame.group(1), frame.group(2)))
-    if current:
-        yield current
+            current = unfinished[process] = (call, number, arguments, [])
+            calls.append(current)
+        elif match := RESUMED.match(line):
+            current = unfinished.get(match.group(1))
+        elif current and (match := FRAME.match(line)):
+            current[3].append(match.groups())
+    return calls
 
 
 def sites_of(trace):
