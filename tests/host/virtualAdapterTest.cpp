@@ -2,11 +2,14 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <functional>
+#include <sstream>
 #include <string>
 
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/bridging/bridging.h"
+#include "lib/harbrel/database/database.h"
 #include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/networks/settings.h"
 #include "lib/harbrel/services/daemons.h"
@@ -25,6 +28,20 @@ bool IsUp(const std::string &link) {
     return RunShell("ip -o link show dev " + link + " | grep -q '[<,]UP[,>]'").Succeeded();
 }
 
+// The last line of an exported function, or of the one that two of them share, without its name.
+std::string LastWords(const std::string &log) {
+    std::string last;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t name = line.find(" - ");
+        const bool isExported = line.starts_with("HBL_") || line.starts_with("HBLCreateDeleteZelanDevice");
+        if (isExported && name != std::string::npos) {
+            last = line.substr(name + 3);
+        }
+    }
+    return last;
+}
+
 class HostOnly : public FakeProgramsTest {
   protected:
     HostOnly() {
@@ -35,8 +52,104 @@ class HostOnly : public FakeProgramsTest {
         cache_.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
         EXPECT_TRUE(HBLSetDefaultBridgeVnet(0));
     }
+    std::string RemovalLines() {
+        const std::string name = "HBL_DeleteVnetFromDatabase - ";
+        std::string own;
+        std::istringstream lines(log_.Take());
+        for (std::string line; std::getline(lines, line);) {
+            own += line.starts_with(name) ? line.substr(name.size()) + "\n" : "";
+        }
+        return own;
+    }
     static bool NetifupRuns() { return HBLServiceStatus(8, HBL_SVC_NETIFUP) == HBL_SERVICE_STATUS_RUNNING; }
 };
+
+// Each line follows from the state that the lines before have left.
+TEST_F(HostOnly, CallsEndWithTheirLineAndFreeTheLock) {
+    const std::string garbled = "echo zelan > " + cache_.Path("run/zelan-netifup-zelan8.pid");
+    const std::string failing = "printf '#!/bin/sh\\nexit 1\\n' > " + cache_.Path("bin/zelan-netifup");
+    const std::string tidy = "ip link del zelan8; rm -f " + cache_.Path("run/*");
+    const auto named = [this](const char *name) {
+        return [this, name] { cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", name); };
+    };
+    const auto shell = [](const std::string &line) { return [line] { Must(line); }; };
+    const auto configured = [this](const char *value) {
+        return [this, value] { cache_.Answer("VNET_8_VIRTUAL_ADAPTER", value); };
+    };
+    const auto locked = [] { EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)); };
+    const auto noMore = [] {};
+    bool installed = false, enabled = true;
+    const std::function<bool()> enable = [] { return HBL_EnableNetworkAdapter("zelan8"); };
+    const std::function<bool()> disable = [] { return HBL_DisableNetworkAdapter("zelan8"); };
+    const std::function<bool()> update = [] { return HBL_UpdateAdapterFromConfig("zelan8"); };
+    const std::function<bool()> start = [] { return HBL_StartService("zelan8", HBL_SERVICE_NETIFUP); };
+    const std::function<bool()> stop = [] { return HBL_StopService("zelan8", HBL_SERVICE_NETIFUP); };
+    const std::function<bool()> remove = [] { return HBL_DeleteVnetFromDatabase("zelan8"); };
+    const std::function<bool()> status = [&] {
+        return HBL_GetVnetAdapterStatus("zelan8", &installed, &enabled);
+    };
+    const struct {
+        std::function<void()> prepare;
+        std::function<bool()> call;
+        bool done;
+        const char *lastLine;
+    } cases[] = {
+        {locked, enable, false, "Failed to obtain lock for vnet config"},
+        {locked, update, false, "Failed to obtain lock on vnet config"},
+        {locked, start, false, "Failed to obtain lock on vnet config"},
+        {locked, stop, false, "Failed to obtain lock on vnet config"},
+        {locked, remove, false, "Failed to obtain lock on vnet config"},
+        {noMore, start, true, "Started \"Netifup\" service for vnet: zelan8"},
+        {noMore, stop, true, "Stopped \"Netifup\" service on vnet: zelan8"},
+        {shell("ip link del zelan8"), enable, true, "Successfully enabled hostonly adapter on vnet: zelan8"},
+        {locked, disable, false, "Failed to obtain lock on vnet config"},
+        {noMore, update, true, "Successfully updated adapter from config on vnet: zelan8"},
+        {configured("no"), enable, false, "Hostonly adapter not configured for vnet: zelan8"},
+        {configured("yes"), status, true, "Hostonly virtual adapter is enabled on vnet: zelan8"},
+        {shell(garbled + "; ip link del zelan8"), start, true,
+         "Started \"Netifup\" service for vnet: zelan8"},
+        {shell(garbled), stop, false, "Failure in stopping \"Netifup\" service on vnet: zelan8"},
+        {noMore,
+         [] { return HBL_GetServiceStatus("zelan8", HBL_SERVICE_NETIFUP) == HBL_SERVICE_STATUS_STOPPED; },
+         false, "Failure in determining status of \"Netifup\" service on vnet: zelan8"},
+        {noMore, disable, false, "Failed to stop netifup service on vnet: zelan8"},
+        {noMore, status, true, "Hostonly virtual adapter is disabled on vnet: zelan8"},
+        {noMore, update, true, "Adapter is currently disabled, nothing to update on vnet: zelan8"},
+        {noMore, remove, false, "Cannot determine status of NETIFUP service on vnet: zelan8"},
+        {noMore, enable, false, "Could not determine status of netifup service"},
+        {shell(tidy + "; " + failing), enable, false,
+         "Stopped netifup service on vnet: zelan8 during cleanup"},
+        {noMore, start, false, "Failure in starting \"Netifup\" service for vnet: zelan8"},
+        {named("sixteen-letters-"), enable, false, "Failed to get the virtual adapter's name"},
+        {noMore, disable, false, "Failed to get the name of hostonly adapter for vnet: zelan8"},
+        {noMore, update, false, "Failed to get the name of hostonly adapter for vnet: zelan8"},
+        {noMore, status, false, "Failed to get the name of hostonly adapter for vnet: zelan8"},
+        {noMore, remove, false, "Failed to get the name of the hostonly adapter for vnet: zelan8"},
+        {configured("no"), status, true, "Hostonly virtual adapter is not configured on vnet: zelan8"},
+        {noMore, [&] { return HBL_GetVnetAdapterStatus("zelan8", &installed, nullptr); }, false,
+         ", e: (nil)"},
+        {shell("rm -f /dev/zelan8; mount --bind /dev /dev; mount -o remount,bind,ro /dev"),
+         [] { return HBL_CreateZelanDevice("zelan8"); }, false,
+         "Failed to create zelan device for zelet: zelan8"},
+        {configured("yes"), start, false,
+         "Failed to create required vnet device before starting \"Netifup\" service"},
+        {named("zelan8"), enable, false,
+         "Failed to create required zelan device before starting netifup service"},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.lastLine);
+        row.prepare();
+        HBLLogSetMask(LOG_ERR | LOG_OK | LOG_INFO2);
+        log_.Take();
+        EXPECT_EQ(row.done, row.call());
+        EXPECT_THAT(LastWords(log_.Take()), testing::EndsWith(row.lastLine));
+        if (std::string(row.lastLine).starts_with("Failed to obtain lock")) {
+            EXPECT_TRUE(HBLNetCfgUnlockConfig(nullptr));
+        }
+        EXPECT_TRUE(HBLNetCfgLockConfig(nullptr) && HBLNetCfgUnlockConfig(nullptr));
+    }
+    EXPECT_FALSE(installed || enabled);
+}
 
 TEST_F(HostOnly, InterfaceThatIsUpIsLeftAlone) {
     Must("ip link add zelan8 type veth && ip link set zelan8 up");
@@ -119,6 +232,28 @@ TEST_F(HostOnly, RemovalFollowsAStopAtOnce) {
     }
 }
 
+// DHCP and NAT stay on, so that their files are written instead, over folders that stand in the way.
+TEST_F(HostOnly, RemovalTellsEachStepThatFails) {
+    for (const char *answer : {"VNET_8_NAT", "VNET_8_DHCP"}) {
+        cache_.Answer(answer, "yes");
+    }
+    ASSERT_TRUE(HBLSetBridgeMapping("eth9", 8));
+    Must("mkdir -p /dev/zelan8 " + cache_.Path("conf/zelan8/dhcpd/dhcpd.conf/mine ") +
+         cache_.Path("conf/zelan8/nat/nat.conf/mine"));
+    EXPECT_FALSE(cache_.WithRoomFor(0, [] { return HBL_DeleteVnetFromDatabase("zelan8"); }));
+    EXPECT_EQ(
+        "Falied to remove brige mappings for vnet: zelan8\n"
+        "Removing DHCP failed on vnet: zelan8, current status unknown\n"
+        "Failed to remove DHCP system configuraiton file, for vnet: zelan8\n"
+        "Removing NAT failed on vnet: zelan8, current status unknown\n"
+        "Failed to remove NAT system configuraiton file, for vnet: zelan8\n"
+        "Failed to delete adapter from configuration\nFailed to delete subnet assignment\n"
+        "Failed to delete zelan device\n"
+        "Not able to delete some configration information for one/more of the services for vnet: zelan8\n",
+        RemovalLines());
+    EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)) << "the lock was not given back";
+}
+
 TEST_F(HostOnly, RemovalTakesEverythingAndGoesOnPastAFailure) {
     for (const char *field : {"NAT", "DHCP"}) {
         cache_.Answer(std::string("VNET_8_") + field, "yes");
@@ -140,9 +275,14 @@ TEST_F(HostOnly, RemovalTakesEverythingAndGoesOnPastAFailure) {
     EXPECT_EQ("", RunCommand({"find", cache_.Path("conf"), "-name", "*.conf"}).output);
     Must("rmdir /dev/zelan8");
     EXPECT_TRUE(HBL_CreateZelanDevice("zelan8"));
-    HBLLogSetMask(LOG_OK);
+    HBLLogSetMask(LOG_OK | LOG_INFO);
     EXPECT_TRUE(HBL_DeleteVnetFromDatabase("zelan8"));
-    EXPECT_EQ("HBL_DeleteVnetFromDatabase - Vnet: zelan8 is successfully unconfigured\n", log_.Take());
+    EXPECT_EQ(
+        "Removed bridge mappings for vnet: zelan8\nRemoved DHCP on vnet: zelan8\n"
+        "Removed DHCP system configuraiton file, for vnet: zelan8\nRemoved NAT on vnet: zelan8\n"
+        "Removed NAT system configuration file, for vnet: zelan8\nRemoved Adapter from vnet: zelan8\n"
+        "Removed subnet assignment for vnet: zelan8\nVnet: zelan8 is successfully unconfigured\n",
+        RemovalLines());
     EXPECT_NE(0, access("/dev/zelan8", F_OK));
 }
 

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <string>
 
-#include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/libraryState.h"
 #include "lib/harbrel/database/database.h"
 #include "tests/support/command.h"
@@ -29,12 +28,13 @@ class OpenCache {
 
     const std::string &Folder() const { return folder_.Path(); }
     std::string Database() const { return folder_ / "networking"; }
-    // What the body gives while the database can grow by so many bytes. The log's lines stay in its buffer
-    // meanwhile.
+    // What the body gives while the database can grow by so many bytes. It is made so large that the limit
+    // reaches neither the log nor the files of the lock.
     template <typename Body>
     auto WithRoomFor(size_t bytes, Body body) const {
-        if (HBLLogStream() != nullptr) {
-            fflush(HBLLogStream());
+        for (int note = 0; std::filesystem::file_size(Database()) < 100000; note++) {
+            EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, ("NOTE" + std::to_string(note)).c_str(),
+                                                 std::string(2000, '.').c_str()));
         }
         return OnFullDisk(std::filesystem::file_size(Database()) + bytes, body);
     }
