@@ -153,25 +153,34 @@ TEST_F(DhcpNat, ForwardsOfAProtocolAreReplacedAndReadWithTheirDescriptions) {
     EXPECT_EQ(std::tuple(82, 0U), std::tuple(port, length));
 }
 
-TEST_F(DhcpNat, FilesAreLeftAloneWhileTheirDaemonRuns) {
+TEST_F(DhcpNat, FilesAreLeftAloneUnlessTheirDaemonIsKnownToBeStopped) {
     const struct {
         const char *pidFile;
         bool (*update)(const char *vnet);
+        bool (*use)(const char *vnet, bool use, bool cleanup);
         const char *line;
+        const char *service;
     } cases[] = {
-        {"/var/run/zelan-dhcpd-zelan8.pid", HBL_UpdateDHCPFromConfig,
-         "DHCP service is not in stopped state on this vnet, Cannot update config files\n"},
-        {"/var/run/zelan-natd-8.pid", HBL_UpdateNATFromConfig,
-         "NAT service is not in stopped state on this vnet,Cannot update config information\n"},
+        {"/var/run/zelan-dhcpd-zelan8.pid", HBL_UpdateDHCPFromConfig, HBL_SetVnetUseDHCP,
+         "DHCP service is not in stopped state on this vnet, Cannot update config files\n", "DHCP"},
+        {"/var/run/zelan-natd-8.pid", HBL_UpdateNATFromConfig, HBL_SetVnetUseNAT,
+         "NAT service is not in stopped state on this vnet,Cannot update config information\n", "NAT"},
     };
     for (const auto &row : cases) {
-        WriteFileText(row.pidFile, std::to_string(getpid()) + "\n");
-        EXPECT_FALSE(row.update("zelan8"));
-        EXPECT_THAT(TakeLog(), EndsWith(row.line));
-        EXPECT_FALSE(std::filesystem::exists(VNET_DIR));
+        for (const std::string &pid : {std::to_string(getpid()), std::string("no number")}) {
+            WriteFileText(row.pidFile, pid + "\n");
+            EXPECT_FALSE(row.update("zelan8"));
+            EXPECT_THAT(TakeLog(), EndsWith(row.line));
+            EXPECT_FALSE(std::filesystem::exists(VNET_DIR));
+        }
         std::filesystem::remove(row.pidFile);
-        EXPECT_TRUE(row.update("zelan8"));
-        std::filesystem::remove_all(VNET_DIR);
+        for (const std::string action : {"Writing ", "Removing "}) {
+            EXPECT_TRUE(row.update("zelan8"));
+            EXPECT_THAT(TakeLog(), EndsWith(" - " + action + row.service +
+                                            " configuration file succeeded for vnet: zelan8\n"));
+            EXPECT_EQ(action == "Writing ", std::filesystem::exists(VNET_DIR));
+            EXPECT_TRUE(row.use("zelan8", false, false));
+        }
     }
 }
 

@@ -1,13 +1,16 @@
 // The generated dhcpd.conf: its bytes, and what becomes of the user's text around the block.
 #include <gmock/gmock.h>
 
+#include <numeric>
 #include <regex>
 #include <string>
 
 #include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/dhcp/dhcp.h"
+#include "lib/harbrel/dhcp/dhcpConfigBlock.h"
 #include "lib/harbrel/dhcp/dhcpConfigFile.h"
 #include "lib/harbrel/networks/settings.h"
+#include "lib/misc/owners.h"
 #include "tests/support/fakePrograms.h"
 #include "tests/support/logCapture.h"
 
@@ -183,6 +186,78 @@ TEST_F(DhcpConfig, ValueThatCannotBeHadSparesTheBackup) {
                 testing::EndsWith("Getting HBL_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC failed\n"));
     EXPECT_EQ(before, Text("dhcpd.conf.bak"));
     EXPECT_EQ(hash, Hash());
+}
+
+TEST_F(DhcpConfig, NewFileGoesAgainWithoutItsHashOrItsLeases) {
+    LogCapture log;
+    EXPECT_FALSE(cache_.WithRoomFor(0, [] { return HBLDHCPUpdateFromConfig(8); }));
+    EXPECT_THAT(log.Take(),
+                testing::HasSubstr("HBLDHCPWriteDHCPCfg - Could not set DHCP config hash in vnet config\n"));
+    EXPECT_FALSE(std::filesystem::exists(Path()));
+    std::filesystem::create_directories(Path("dhcpd.leases/mine"));
+    EXPECT_FALSE(HBLDHCPUpdateFromConfig(8));
+    EXPECT_THAT(log.Take(), testing::EndsWith("HBLDHCPWriteDHCPCfg - Cannot create DHCP leases file\n"));
+    EXPECT_FALSE(std::filesystem::exists(Path()));
+}
+
+// The stream's position stays, whatever becomes of the hash.
+TEST(DhcpBlockHash, IsOfTheBytesBetweenTwoOffsets) {
+    const TempFolder folder;
+    WriteFileText(folder / "text", "0123456789");
+    const FileStream stream(fopen((folder / "text").c_str(), "r"));
+    const struct {
+        FILE *stream;
+        long start, end;
+        const char *hash, *log;
+    } cases[] = {
+        {stream.get(), 2, 5, "0EC09EF9836DA03F1ADD21E3EF607627E687E790", ""},
+        {nullptr, 2, 5, nullptr, "Invalid argument"},
+        {stream.get(), -1, 5, nullptr, "Invalid argument"},
+        {stream.get(), 2, -1, nullptr, "Invalid argument"},
+        {stream.get(), 5, 5, nullptr, "posEnd:5 must be greater than posStart:5"},
+        {stream.get(), 2, 11, nullptr, "fread: failed while reading, error: No data available"},
+    };
+    LogCapture log;
+    for (const auto &row : cases) {
+        ASSERT_EQ(0, fseek(stream.get(), 7, SEEK_SET));
+        const MallocString hash(HBLCalculateHashStrForBlock(row.stream, row.start, row.end));
+        EXPECT_STREQ(row.hash, hash.get());
+        EXPECT_EQ(*row.log == '\0' ? "" : std::string("HBLCalculateHashStrForBlock - ") + row.log + "\n",
+                  log.Take());
+        EXPECT_EQ(7, ftell(stream.get()));
+    }
+}
+
+TEST(DhcpFileCopy, AppendsWholePiecesUpToTheOffset) {
+    const TempFolder folder;
+    std::string text(300, '-');
+    std::iota(text.begin(), text.end(), '\0');
+    WriteFileText(folder / "text", text);
+    const struct {
+        long start, end;
+        bool done;
+        std::string copied;
+        const char *log;
+    } cases[] = {
+        {2, 5, true, text.substr(2, 3), ""},
+        {2, 0, true, text.substr(2), ""},
+        {300, 0, true, "", ""},
+        {0, 400, true, text.substr(0, 256), "Finished copying\n"},
+        {5, 2, false, "", "endPos: 2 cannot be less than startPos: 5\n"},
+        {301, 0, false, "", "endPos: 300 cannot be less than startPos: 301\n"},
+    };
+    LogCapture log;
+    for (const auto &row : cases) {
+        SCOPED_TRACE(testing::Message() << row.start << " to " << row.end);
+        FileStream destination(fopen((folder / "copy").c_str(), "w"));
+        EXPECT_EQ(row.done,
+                  HBLCopyFileData(row.start, row.end, (folder / "text").c_str(), destination.get()));
+        destination.reset();
+        EXPECT_EQ(row.copied, ReadFileText(folder / "copy"));
+        EXPECT_TRUE(log.Take().ends_with(row.log));
+    }
+    EXPECT_FALSE(HBLCopyFileData(0, 0, (folder / "none").c_str(), stdout));
+    EXPECT_THAT(log.Take(), testing::EndsWith(" for reading, error: No such file or directory\n"));
 }
 
 TEST_F(DhcpConfig, SwitchOffRemovesTheFilesButNotTheUsers) {
