@@ -1,4 +1,4 @@
-// What Log and Warning say during the object's life. One at a time.
+// What Log and Warning say during the object's life, the latter behind "warning: ". One at a time.
 #pragma once
 
 #include <cstdarg>
@@ -11,9 +11,13 @@
 
 class GeneralLog {
   public:
-    GeneralLog() { SetHooks(Record); }
+    GeneralLog() {
+        Log_SetLogHook(Record);
+        Log_SetWarningHook(RecordWarning);
+    }
     ~GeneralLog() {
-        SetHooks(nullptr);
+        Log_SetLogHook(nullptr);
+        Log_SetWarningHook(nullptr);
         text_.clear();
     }
     GeneralLog(GeneralLog &&) = delete;
@@ -22,14 +26,14 @@ class GeneralLog {
     std::string Take() { return std::exchange(text_, std::string()); }
 
   private:
-    static void SetHooks(LogHook hook) {
-        Log_SetLogHook(hook);
-        Log_SetWarningHook(hook);
-    }
     static void Record(const char *format, va_list args) {
         char *line = Str_Vasprintf(nullptr, format, args);
         text_ += line;
         free(line);
+    }
+    static void RecordWarning(const char *format, va_list args) {
+        text_ += "warning: ";
+        Record(format, args);
     }
 
     static inline std::string text_;

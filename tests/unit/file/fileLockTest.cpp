@@ -163,7 +163,7 @@ TEST_F(FileLock, SpellingsOfOnePathMeet) {
 }
 
 TEST_F(FileLock, FailuresOfThePathAreReported) {
-    const std::string create = "FILE: CreateEntryDirectory ";
+    const std::string create = "warning: FILE: CreateEntryDirectory ";
     const std::string missing = folder_ / "missing/x";
     const std::tuple<std::string, int, std::string> cases[] = {
         {"", EINVAL, ""},
@@ -195,7 +195,7 @@ TEST_F(FileLock, ScanDeletesWhatIsBrokenOrDead) {
     const pid_t dead = StartChild([] { return true; });
     ASSERT_TRUE(EndsWell(dead));
     const std::string discarding = "FILE: ScanDirectory discarding ";
-    const std::string values = "FILE: FileLockMemberValues ";
+    const std::string values = "warning: FILE: FileLockMemberValues ";
     const std::string corrupt = values + "removing problematic lock file '" + lockDir_ + "/";
     const struct {
         const char *name;
@@ -394,9 +394,10 @@ TEST_F(FileLock, ReadOnlyPlaceGrantsSharedLocksWithNothingOnDisk) {
         }
         FileLockToken *first = Lock(true, 0);
         FileLockToken *second = Lock(true, 0);
-        const std::string said = "FILE: CreateEntryDirectory creation failure on '" + lockDir_ +
+        const std::string said = "warning: FILE: CreateEntryDirectory creation failure on '" + lockDir_ +
                                  "': Permission denied\n" +
-                                 "FILE: FileLockIntrinsic implicit S lock succeeded on '" + path_ + "'.\n";
+                                 "warning: FILE: FileLockIntrinsic implicit S lock succeeded on '" + path_ +
+                                 "'.\n";
         return log.Take() == said + said && first != nullptr && second != nullptr && !fs::exists(lockDir_) &&
                FileLock_Unlock(path_.c_str(), first) == 0 && FileLock_Unlock(path_.c_str(), second) == 0 &&
                Lock(false, 0, EACCES) == nullptr && !HasFailure();

@@ -72,7 +72,7 @@ Seen RunThread(const char *name) {
     GeneralLog log;
     Seen foreign;
     std::thread(Look, &foreign).join();
-    EXPECT_EQ(log.Take(), "XXX initialized unknown thread 38 vthread-38\n");
+    EXPECT_EQ(log.Take(), "warning: XXX initialized unknown thread 38 vthread-38\n");
     EXPECT_EQ(foreign.nameAtFirst, "unknown");
     EXPECT_EQ(foreign.id, 38);
     EXPECT_EQ(foreign.name, "vthread-38");
