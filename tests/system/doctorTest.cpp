@@ -2,11 +2,13 @@
 #include <gmock/gmock.h>
 
 #include "tests/support/conversation.h"
+#include "tests/support/dhcpServers.h"
 #include "tests/support/editor.h"
 
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 class Doctor : public EditorTest {
   protected:
@@ -86,6 +88,17 @@ TEST_F(Doctor, FindsEachFaultAndNoneWhenItIsGone) {
     EXPECT_EQ("database-unreadable\n", Codes());
 }
 
+using ServedDoctor = WithDhcpServer<Doctor>;
+INSTANTIATE_TEST_SUITE_P(Dhcp, ServedDoctor, ServedDoctor::Both(), ServedDoctor::NameOf);
+
+TEST_P(ServedDoctor, PacketsProveThatTheServerAnswers) {
+    EXPECT_THAT(Codes("--deep"), Not(HasSubstr("dhcp")));
+    EXPECT_TRUE(ItServes("zelan8"));
+    kill(Pid("zelan-dhcpd-zelan8"), SIGSTOP);
+    EXPECT_THAT(Codes("--deep"), HasSubstr("dhcp-silent\n"));
+    EXPECT_EQ("", Codes()) << "found without a packet";
+}
+
 TEST_F(Doctor, PacketsProveWhatFilesCannot) {
     WriteFileText("/etc/resolv.conf", "nameserver 203.0.113.9\n");
     Responder names(&outside_, SOCK_DGRAM, {"203.0.113.9", 53}, [](const std::string &request, auto &) {
@@ -93,10 +106,6 @@ TEST_F(Doctor, PacketsProveWhatFilesCannot) {
     });
     const std::string before = RunShell("ip -o link | wc -l").output;
     EXPECT_EQ("", Codes("--deep"));
-    kill(Pid("zelan-dhcpd-zelan8"), SIGSTOP);
-    EXPECT_EQ("dhcp-silent\n", Codes("--deep"));
-    EXPECT_EQ("", Codes()) << "found without a packet";
-    kill(Pid("zelan-dhcpd-zelan8"), SIGCONT);
     Must("ip -n outside link set lo down; ip netns exec outside sysctl -qw net.ipv4.icmp_echo_ignore_all=1");
     EXPECT_EQ("no-way-out\n", Codes("--deep"));
     Must("ip netns exec outside sysctl -qw net.ipv4.icmp_echo_ignore_all=0");

@@ -1,6 +1,7 @@
 // --install-host-policy and --uninstall-host-policy, judged by what runs, the database and the files.
 #include <gmock/gmock.h>
 
+#include "tests/support/dhcpServers.h"
 #include "tests/support/tool.h"
 
 namespace {
@@ -29,7 +30,10 @@ class HostPolicy : public ToolTest {
     }
 };
 
-TEST_F(HostPolicy, InstallMovesTheRunningNatNetworkToTheSubnet) {
+using ServedHostPolicy = WithDhcpServer<HostPolicy>;
+INSTANTIATE_TEST_SUITE_P(Dhcp, ServedHostPolicy, ServedHostPolicy::Both(), ServedHostPolicy::NameOf);
+
+TEST_P(ServedHostPolicy, InstallMovesTheRunningNatNetworkToTheSubnet) {
     Start();
     const pid_t bridge = Pid("zelan-bridge-8");
     const pid_t detection = Pid("zelan-detect");
@@ -38,7 +42,7 @@ TEST_F(HostPolicy, InstallMovesTheRunningNatNetworkToTheSubnet) {
     EXPECT_EQ("172.16.9.1/24 brd 172.16.9.255\n", AddressOf("zelan8"));
     EXPECT_THAT(DhcpFile(), HasSubstr("subnet 172.16.9.0 netmask 255.255.255.0"));
     EXPECT_THAT(ReadFileText("/etc/orvane/zelan8/nat/nat.conf"), HasSubstr("172.16.9.2"));
-    EXPECT_TRUE(Runs(Pid("zelan-dhcpd-zelan8")) && Runs(Pid("zelan-natd-8")));
+    EXPECT_TRUE(ItServes("zelan8") && Runs(Pid("zelan-natd-8")));
     EXPECT_EQ(bridge, Pid("zelan-bridge-8"));
     EXPECT_TRUE(Runs(bridge));
     EXPECT_NE(detection, Pid("zelan-detect"));

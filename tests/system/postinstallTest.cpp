@@ -1,6 +1,7 @@
 // --postinstall and --migrate-network-settings: their words, what they leave, and that no daemon starts.
 #include <gmock/gmock.h>
 
+#include "tests/support/dhcpServers.h"
 #include "tests/support/tool.h"
 
 namespace {
@@ -58,7 +59,10 @@ TEST_F(Postinstall, FreshInstallMakesTheThreeDefaultNetworks) {
     EXPECT_EQ("", Daemons());
 }
 
-TEST_F(Postinstall, FreshInstallClearsARunningConfiguration) {
+using ServedPostinstall = WithDhcpServer<Postinstall>;
+INSTANTIATE_TEST_SUITE_P(Dhcp, ServedPostinstall, ServedPostinstall::Both(), ServedPostinstall::NameOf);
+
+TEST_P(ServedPostinstall, FreshInstallClearsARunningConfiguration) {
     ToolTest::Install(Subnet(5) + Feature(5, "DHCP") + Feature(5, "VIRTUAL_ADAPTER") +
                       "add_bridge_mapping eth7 3\n");
     ASSERT_TRUE(Run({"--start"}).Succeeded());

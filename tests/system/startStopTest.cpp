@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "lib/misc/owners.h"
+#include "tests/support/dhcpServers.h"
 #include "tests/support/tool.h"
 
 namespace {
@@ -82,8 +83,11 @@ class FullHost : public StartStop {
         "Stopped all configured services on all networks\n";
 };
 
+using ServedFullHost = WithDhcpServer<FullHost>;
+INSTANTIATE_TEST_SUITE_P(Dhcp, ServedFullHost, ServedFullHost::Both(), ServedFullHost::NameOf);
+
 // As by the kernel when memory runs out, or with the whole control group.
-TEST_F(FullHost, StopRemovesWhatDaemonsThatWereAllKilledHaveLeft) {
+TEST_P(ServedFullHost, StopRemovesWhatDaemonsThatWereAllKilledHaveLeft) {
     EXPECT_TRUE(Run({"--start"}).Succeeded());
     Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 ~ /^(zelan-|dhcpd|dnsmasq)/ {print $1}')");
     ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep -E '^zelan-'").output.empty(); }));
@@ -97,9 +101,10 @@ TEST_F(FullHost, StopRemovesWhatDaemonsThatWereAllKilledHaveLeft) {
     EXPECT_TRUE(WaitUntil([&left] { return left().empty(); })) << left();
 }
 
-TEST_F(FullHost, StartStatusAndStopOfEverything) {
+TEST_P(ServedFullHost, StartStatusAndStopOfEverything) {
     Expect(Run({"--status"}), 1, NOT_RUNNING, "Some/All of the configured services are not running\n");
     ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");
+    EXPECT_TRUE(ItServes("zelan1") && ItServes("zelan8"));
     Expect(Run({"--status"}), 0, RUNNING, "");
     EXPECT_EQ(
         "zelan-bridge-0.pid zelan-bridge-3.pid zelan-detect.pid zelan-dhcpd-zelan1.pid "
@@ -131,7 +136,7 @@ TEST_F(FullHost, NobodyAsksTheKernelByIoctlForAnInterfaceThatDoesNotExist) {
                                     .output);
 }
 
-TEST_F(FullHost, SecondStartTouchesNothingAndRestartWaitsForNothing) {
+TEST_P(ServedFullHost, SecondStartTouchesNothingAndRestartWaitsForNothing) {
     ASSERT_TRUE(Run({"--start"}).Succeeded());
     const std::string pids = RunShell("cat /var/run/*.pid").output;
     ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");
