@@ -146,7 +146,7 @@ std::string Moments::Script(const std::string &folder, const std::string &trace,
         script += tool + next + " > next.output 2> next.errors\necho $? > next.status\n";
     }
     return script +
-           "cp /etc/orvane/networking database\n"
+           "cp /etc/orvane/networking database\nls -A /etc/orvane /tmp > files\n"
            "grep 'Failed to parse record' /var/log/harbrel > unreadable\n";
 }
 
