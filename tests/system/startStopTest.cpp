@@ -199,6 +199,36 @@ TEST_F(StartStop, DaemonThatDoesNotComeUpAndInterfaceThatVanishesFailTheirServic
     EXPECT_EQ("zelan-detect.pid ", PidFiles());
 }
 
+TEST_F(StartStop, ThreadThatCannotStartCostsItsNetworkAlone) {
+    WriteDatabase(std::string(NO_DEFAULT_BRIDGE) + Subnet(1) + Feature(1, "VIRTUAL_ADAPTER") + Subnet(2) +
+                  Feature(2, "VIRTUAL_ADAPTER"));
+    ExpectInAnyOrder(RunShell(std::string(STRACE) +
+                              "-qq -o /run/trace -e trace=clone3 -e inject=clone3:error=EAGAIN:when=1 " +
+                              ProgramPath("harbrelCLI") + " --start"),
+                     1, "Enabled hostonly virtual adapter on zelan2\n" + std::string(STARTED_DETECTION),
+                     "Failed to start some services on zelan1\n" + std::string(SOME_NOT_STARTED));
+    EXPECT_EQ("zelan-detect.pid zelan-netifup-zelan2.pid ", PidFiles());
+}
+
+// Refused are the signals that would end the bridge of network 1 and the netifup of network 2; those before
+// them look whether these run, and end the bridge of network 0.
+TEST_F(StartStop, ServiceThatCannotBeStoppedIsToldAndTheRestGoesDown) {
+    WriteDatabase("add_bridge_mapping eth7 1\n" + Subnet(2) + Feature(2, "VIRTUAL_ADAPTER"));
+    ASSERT_TRUE(Run({"--start"}).Succeeded());
+    Expect(RunShell(std::string(STRACE) +
+                    "-qq -o /run/trace -e trace=kill -e inject=kill:error=EPERM:when=4..5 " +
+                    ProgramPath("harbrelCLI") + " --stop"),
+           1, "Stopped Bridged networking on zelan0\nStopped Network detection service\n",
+           "Failed to stop Bridged networking on zelan1\nFailed to disable hostonly virtual adapter zelan2\n"
+           "Failed to stop some/all services\n");
+    EXPECT_EQ("zelan-bridge-1.pid zelan-netifup-zelan2.pid ", PidFiles());
+    Expect(Run({"--stop"}), 0,
+           "Stopped Bridged networking on zelan1\nDisabled hostonly virtual adapter on zelan2\n"
+           "Stopped all configured services on all networks\n",
+           "");
+    EXPECT_EQ("", PidFiles());
+}
+
 TEST_F(StartStop, ClosedOutputDoesNotGoToTheDatabase) {
     WriteDatabase("");
     Replace("zelan-bridge", "readlink /proc/$PPID/fd/1 > /run/output\n");
