@@ -2,46 +2,46 @@
 
 #include <pthread.h>
 
-#include "lib/fatal/panic.h"
+#include <atomic>
+#include <thread>
 
 namespace {
 
 // Not std::shared_mutex, behind which readers that follow each other closely keep a change out for ever.
 pthread_rwlock_t guard = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
 
-// This thread's holds; with `changing` the guard is held alone, by reads within the change too.
-thread_local unsigned holds = 0;
-thread_local bool changing = false;
+// Who holds the guard alone; no thread's id while nobody does. Not a flag of each thread's own: what a
+// library keeps for a thread outlives the library where a program lets go of it.
+std::atomic<std::thread::id> changer;
 
-void Release() {
-    if (--holds == 0) {
-        changing = false;
-        pthread_rwlock_unlock(&guard);
-    }
+bool IsChanging() {
+    return changer.load(std::memory_order_relaxed) == std::this_thread::get_id();
 }
 
 }  // namespace
 
-CacheReading::CacheReading() {
-    if (holds++ == 0) {
+CacheReading::CacheReading() : isOutermost_(!IsChanging()) {
+    if (isOutermost_) {
         pthread_rwlock_rdlock(&guard);
     }
 }
 
 CacheReading::~CacheReading() {
-    Release();
+    if (isOutermost_) {
+        pthread_rwlock_unlock(&guard);
+    }
 }
 
-CacheChanging::CacheChanging() {
-    if (holds != 0 && !changing) {
-        PanicInconsistent();
-    }
-    if (holds++ == 0) {
+CacheChanging::CacheChanging() : isOutermost_(!IsChanging()) {
+    if (isOutermost_) {
         pthread_rwlock_wrlock(&guard);
-        changing = true;
+        changer.store(std::this_thread::get_id(), std::memory_order_relaxed);
     }
 }
 
 CacheChanging::~CacheChanging() {
-    Release();
+    if (isOutermost_) {
+        changer.store({}, std::memory_order_relaxed);
+        pthread_rwlock_unlock(&guard);
+    }
 }

@@ -2,8 +2,8 @@
 //
 // A reader holds the guard for as long as it looks at tables or at the default cache's slot, and copies out
 // what it hands on. The changing thread holds it alone while any of these is in motion; what it alone touches
-// (stream, lock token, the tracked file) needs no guard. Both holds nest within one thread, except that a
-// reader cannot turn to changing. A waiting change goes before new readers.
+// (stream, lock token, the tracked file) needs no guard. A change may read and change within itself; a reader
+// takes no second hold, before which a change could be waiting. A waiting change goes before new readers.
 #pragma once
 
 class CacheReading {
@@ -12,6 +12,9 @@ class CacheReading {
     ~CacheReading();
     CacheReading(const CacheReading &) = delete;
     CacheReading &operator=(const CacheReading &) = delete;
+
+  private:
+    bool isOutermost_;
 };
 
 class CacheChanging {
@@ -20,4 +23,7 @@ class CacheChanging {
     ~CacheChanging();
     CacheChanging(const CacheChanging &) = delete;
     CacheChanging &operator=(const CacheChanging &) = delete;
+
+  private:
+    bool isOutermost_;
 };
