@@ -24,6 +24,7 @@ constexpr uint32_t NETCFG_HASH_BUCKETS = 512;
 constexpr size_t NETCFG_MAX_ADAPTER_NAME = 128;  // with its terminator
 constexpr size_t NETCFG_MAX_DESCRIPTION = 128;   // with its terminator
 
+// The cache and its entries. The order of their fields is part of their definition.
 struct NetworkConfigDictionaryEntry {
     uint32_t vnet;    // zero except during import
     char *vnetField;  // points into key; null except during import

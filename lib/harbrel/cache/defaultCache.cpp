@@ -2,7 +2,11 @@
 
 #include "lib/harbrel/base/hblLog.h"
 
-static HBLNetworkConfigurationDB *defaultCache = nullptr;
+namespace {
+
+HBLNetworkConfigurationDB *defaultCache = nullptr;
+
+}  // namespace
 
 HBLNetworkConfigurationDB **HBLNetCfgDefaultSlot() {
     return &defaultCache;

@@ -1,43 +1,14 @@
 #include "lib/harbrel/cache/families.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
 #include "lib/harbrel/cache/tables.h"
 
-// The order of the fields is part of the cache's definition, and an entry's keys and texts are reached
-// through these layouts by the tables' callbacks.
 namespace {
 
-template <size_t N>
-constexpr bool Ascending(const std::array<size_t, N> &offsets) {
-    for (size_t i = 1; i < N; ++i) {
-        if (offsets[i - 1] >= offsets[i]) {
-            return false;
-        }
-    }
-    return true;
-}
-
 using DB = HBLNetworkConfigurationDB;
-static_assert(Ascending<13>({offsetof(DB, lockToken), offsetof(DB, stream), offsetof(DB, path),
-                             offsetof(DB, isBackup), offsetof(DB, majorVersion), offsetof(DB, minorVersion),
-                             offsetof(DB, dictHash), offsetof(DB, bridgeHash), offsetof(DB, bridgeArray),
-                             offsetof(DB, bridgeCount), offsetof(DB, natConfig), offsetof(DB, dhcpConfig),
-                             offsetof(DB, fileIdentity)}));
-static_assert(sizeof(DB::natConfig) == 256 * sizeof(void *) &&
-              sizeof(DB::dhcpConfig) == 256 * sizeof(void *));
-static_assert(offsetof(NATVnetPortFwdConfig, udpHash) == 3 * sizeof(void *) &&
-              sizeof(NATVnetPortFwdConfig) == 6 * sizeof(void *));
-static_assert(sizeof(DHCPMACToIPConfig) == 3 * sizeof(void *));
-static_assert(offsetof(NetworkConfigDictionaryEntry, key) == 16 &&
-              sizeof(NetworkConfigDictionaryEntry) == 32);
-static_assert(offsetof(BridgeMappingEntry, adapter) == 8 && sizeof(BridgeMappingEntry) == 16);
-static_assert(offsetof(DHCPMACToIPEntry, ip) == 16 && sizeof(DHCPMACToIPEntry) == 24);
-static_assert(offsetof(NATPortFwdEntry, hostPort) == 6 && offsetof(NATPortFwdEntry, vmPort) == 16 &&
-              sizeof(NATPortFwdEntry) == 32);
 
 bool CopyText(char **place, const char *text) {
     *place = strdup(text);

@@ -9,6 +9,34 @@
 #include "lib/misc/owners.h"
 #include "lib/string/str.h"
 
+namespace {
+
+// One field of a line up to the next blank; a null one is not part of the record.
+bool IsToken(const char *text) {
+    return text == nullptr || (*text != '\0' && strpbrk(text, " \r\n") == nullptr);
+}
+
+bool IsRestOfLine(const char *text) {
+    return text == nullptr || strpbrk(text, "\r\n") == nullptr;
+}
+
+bool IsVnetInRange(uint32_t addType, int32_t vnet) {
+    int32_t lowest = addType == NETCFG_REC_ADD_BRIDGE_MAPPING ? HBL_VNET_NONE : 0;
+    return vnet >= lowest && vnet < static_cast<int32_t>(HBL_NUM_VNETS);
+}
+
+// The buffer of a line doubles as long as it holds no more than the limit; the line feed is not counted.
+constexpr size_t NETCFG_LONGEST_LINE = 2 * NETCFG_LINE_LIMIT;
+
+bool WriteLine(const NetCfgRecordFormatCtx &context, const char *line) {
+    if (context.journal != nullptr) {
+        return NetCfgAppendLine(context.journal, line);
+    }
+    return fwrite(line, strlen(line), 1, context.stream) > 0;
+}
+
+}  // namespace
+
 char *NetCfgFormatRecord(uint32_t recordType, const RecordFields &record) {
     const auto vnet = static_cast<uint32_t>(record.vnet);  // a bridge mapping alone knows -1
     const bool described = record.description != nullptr;
@@ -41,23 +69,6 @@ bool NetCfgStaysInMemory(uint32_t recordType, const RecordFields &record) {
     return recordType == NETCFG_REC_ANSWER && strcmp(record.key, "BINDIR") == 0;
 }
 
-// One field of a line up to the next blank; a null one is not part of the record.
-static bool IsToken(const char *text) {
-    return text == nullptr || (*text != '\0' && strpbrk(text, " \r\n") == nullptr);
-}
-
-static bool IsRestOfLine(const char *text) {
-    return text == nullptr || strpbrk(text, "\r\n") == nullptr;
-}
-
-static bool IsVnetInRange(uint32_t addType, int32_t vnet) {
-    int32_t lowest = addType == NETCFG_REC_ADD_BRIDGE_MAPPING ? HBL_VNET_NONE : 0;
-    return vnet >= lowest && vnet < static_cast<int32_t>(HBL_NUM_VNETS);
-}
-
-// The buffer of a line doubles as long as it holds no more than the limit; the line feed is not counted.
-constexpr size_t NETCFG_LONGEST_LINE = 2 * NETCFG_LINE_LIMIT;
-
 const char *NetCfgWhyUnreadableLine(std::string_view line) {
     return line.size() > NETCFG_LONGEST_LINE ? "line too long" : nullptr;
 }
@@ -89,13 +100,6 @@ const char *NetCfgWhyUnreadable(uint32_t addType, const RecordFields &record, st
     // The removal of an answer may be the longer line, and has to be possible later.
     const size_t removalSize = isAnswer ? strlen("remove_answer \n") + strlen(record.key) : 0;
     return removalSize > NETCFG_LONGEST_LINE ? "key too long" : NetCfgWhyUnreadableLine(line);
-}
-
-static bool WriteLine(const NetCfgRecordFormatCtx &context, const char *line) {
-    if (context.journal != nullptr) {
-        return NetCfgAppendLine(context.journal, line);
-    }
-    return fwrite(line, strlen(line), 1, context.stream) > 0;
 }
 
 int NetCfgWriteRecordToConfig(const void *, void *record, void *context) {

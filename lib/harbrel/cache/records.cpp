@@ -39,13 +39,7 @@ class FieldReader {
 
     MallocString Token() { return MallocString(GetNextToken(&index_, text_, delimiters_)); }
     bool Uint(uint32_t *value) { return GetNextUintToken(value, &index_, text_, delimiters_); }
-    // The value as unsigned, so that one comparison also refuses negative numbers.
-    bool Int(uint32_t *value) {
-        int32_t number = 0;
-        bool converted = GetNextIntToken(&number, &index_, text_, delimiters_);
-        *value = static_cast<uint32_t>(number);
-        return converted;
-    }
+    bool Int(int32_t *value) { return GetNextIntToken(value, &index_, text_, delimiters_); }
     void StepOverDelimiter() {
         if (text_[index_] != '\0') {
             ++index_;
@@ -60,11 +54,16 @@ class FieldReader {
 };
 
 bool ReadVnet(FieldReader *line, uint32_t *vnet) {
-    return line->Int(vnet) && *vnet < HBL_NUM_VNETS;
+    int32_t number = 0;
+    if (!line->Int(&number) || number < 0 || number >= static_cast<int32_t>(HBL_NUM_VNETS)) {
+        return false;
+    }
+    *vnet = static_cast<uint32_t>(number);
+    return true;
 }
 
 bool ReadPort(FieldReader *line, uint16_t *port) {
-    uint32_t number = 0;
+    int32_t number = 0;
     if (!line->Int(&number) || number < 1 || number > UINT16_MAX) {
         return false;
     }
