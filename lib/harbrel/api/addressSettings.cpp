@@ -4,6 +4,7 @@
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/frame/apiFrame.h"
+#include "lib/harbrel/frame/inOutLengths.h"
 #include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/networks/settings.h"
 #include "lib/harbrel/networks/subnets.h"

@@ -6,6 +6,7 @@
 #include "lib/harbrel/dhcp/dhcp.h"
 #include "lib/harbrel/dhcp/dhcpParameters.h"
 #include "lib/harbrel/frame/apiFrame.h"
+#include "lib/harbrel/frame/inOutLengths.h"
 #include "lib/harbrel/networks/featureSwitch.h"
 #include "lib/harbrel/networks/settings.h"
 #include "lib/harbrel/parameters/fileUpdate.h"

@@ -6,6 +6,7 @@
 #include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/frame/apiFrame.h"
+#include "lib/harbrel/frame/inOutLengths.h"
 #include "lib/harbrel/harbrel.h"
 
 namespace {

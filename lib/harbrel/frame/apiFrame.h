@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 
 #include "lib/harbrel/base/hblLog.h"
 
@@ -43,12 +42,3 @@ bool ApiVnetArgument(FunctionLog log, const char *vnet, uint32_t *number, const 
 bool ApiOnlyVnetArgument(FunctionLog log, const char *vnet, uint32_t *number, const char *called = "vnet");
 // The test of the name alone, for functions whose null test has other words.
 bool ApiVnetNumber(FunctionLog log, const char *vnet, uint32_t *number);
-
-// In/out lengths: what a caller's length, or other in/out number, holds, 0 when none was given; and what it
-// gets on success.
-inline uint32_t ValueOrZero(const uint32_t *number) {
-    return number != nullptr ? *number : 0;
-}
-inline uint32_t LengthWithTerminator(const char *text) {
-    return static_cast<uint32_t>(strlen(text) + 1);
-}

@@ -4,6 +4,7 @@
 #include "lib/harbrel/base/services.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/frame/apiFrame.h"
+#include "lib/harbrel/frame/inOutLengths.h"
 #include "lib/harbrel/nat/nat.h"
 #include "lib/harbrel/nat/natParameters.h"
 #include "lib/harbrel/networks/featureSwitch.h"
