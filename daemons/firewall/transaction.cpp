@@ -141,7 +141,8 @@ void NftTransaction::AddSet(const NftSet &set) {
         attributes += AttributeNumber(NFTA_SET_DATA_TYPE, JoinTypes(set.valueTypes)) +
                       AttributeNumber(NFTA_SET_DATA_LEN, SizeOf(set.valueTypes));
     }
-    if (set.keyTypes.size() == 1 && *set.keyTypes.begin() == NFT_TYPE_INDEX) {
+    uint32_t firstType = *set.keyTypes.begin();
+    if (set.keyTypes.size() == 1 && (firstType == NFT_TYPE_INDEX || firstType == NFT_TYPE_NAME)) {
         attributes += Attribute(NFTA_SET_USERDATA, KeysInOwnByteOrder());
     }
     if (set.dynamicSize != 0) {
