@@ -52,18 +52,22 @@ std::string OwnName() {
     return name;
 }
 
-// Follows the messages of one change: what it takes away comes first, who has made it last.
+// Follows the messages of one change: what it takes away comes first, who has made it last. Not all of them
+// need to be there at once.
 class RuleChanges {
   public:
+    // *loss keeps whether the change that is being told takes something away.
+    explicit RuleChanges(bool *loss) : loss_(loss) {}
+
     // True when somebody else has taken something of the host's table away.
     bool Take(const nlmsghdr *message) {
         if (NFNL_SUBSYS_ID(message->nlmsg_type) != NFNL_SUBSYS_NFTABLES) {
             return false;
         }
         if (NFNL_MSG_TYPE(message->nlmsg_type) == NFT_MSG_NEWGEN) {
-            return std::exchange(loss_, false) && Author(message) != ownName_;
+            return std::exchange(*loss_, false) && Author(message) != ownName_;
         }
-        loss_ = loss_ || IsLoss(message);
+        *loss_ = *loss_ || IsLoss(message);
         return false;
     }
 
@@ -95,7 +99,7 @@ class RuleChanges {
     }
 
     const std::string ownName_ = OwnName();
-    bool loss_ = false;
+    bool *loss_;
 };
 
 }  // namespace
@@ -123,7 +127,7 @@ bool HostGuard::Serve() {
 
 // The name of all tables of ours is the same.
 bool HostGuard::ServeRules() {
-    RuleChanges changes;
+    RuleChanges changes(&lossIsTold_);
     bool lost = false;
     bool complete =
         rules_.TakeAnnouncements([&](const nlmsghdr *message) { lost = changes.Take(message) || lost; });

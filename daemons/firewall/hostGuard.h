@@ -27,4 +27,5 @@ class HostGuard {
 
     RtSocket addresses_;
     RtSocket rules_;
+    bool lossIsTold_ = false;  // but not yet by whom
 };
