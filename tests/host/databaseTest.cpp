@@ -1,5 +1,6 @@
 // The database file through the exported calls, with full disks and other processes in their way.
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -104,6 +105,30 @@ TEST_F(DatabaseOnHost, TwoLoadedProcessesLoseNoChange) {
     EXPECT_TRUE(other.Do(3));
     EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 0x9\nanswer MINE 2\nanswer OTHER 1\n", Database());
     EXPECT_EQ("config ", OtherFiles());
+}
+
+// Each rewrite of the other process is read anew here.
+TEST_F(DatabaseOnHost, ProcessThatStaysLoadedKeepsNothingOfFormerContents) {
+    std::string records = "answer HBL_LOGLEVEL 1\n";
+    for (int port = 1; port <= 200; port++) {
+        records += "add_nat_portfwd 8 tcp " + std::to_string(port) + " 10.0.0.1 80 web\n";
+    }
+    WriteDatabase(records);
+    OtherProcess other({[] {
+        const bool changed = HBL_Load() && HBL_VnetCfgAddAnswer("OTHER", "1");
+        HBL_Unload();
+        return changed;
+    }});
+    ASSERT_TRUE(HBL_Load());
+    const auto usedAfter = [&other](int rewrites) {
+        for (int i = 0; i < rewrites; i++) {
+            EXPECT_TRUE(other.Do(0));
+            EXPECT_TRUE(HBL_SetDefaultLogLevel(1));
+        }
+        return mallinfo2().uordblks;
+    };
+    const size_t used = usedAfter(5);
+    EXPECT_NEAR(static_cast<double>(used), static_cast<double>(usedAfter(30)), 2000.0);
 }
 
 TEST_F(DatabaseOnHost, LockedDatabaseIsNotRewritten) {

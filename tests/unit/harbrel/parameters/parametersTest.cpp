@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <set>
+#include <sstream>
 #include <string>
 
 #include "lib/harbrel/cache/cache.h"
@@ -152,6 +154,39 @@ TEST(ParameterRemove, CleanUpLeavesTheRoutersWhileNatIsOff) {
         EXPECT_FALSE(HBLNetCfgLookupDHCPMACToIP(nullptr, 8, "02:00:00:01:02:03", ip, sizeof ip));
         EXPECT_FALSE(HBLNetCfgLookupNATPortFwd(nullptr, 8, true, 80, ip, sizeof ip, &port, nullptr, nullptr));
     }
+}
+
+TEST(ParameterRemove, CleanUpGoesOnPastWhatCannotBeRemoved) {
+    const OpenCache cache(
+        "add_dhcp_mac_to_ip 8 02:00:00:01:02:03 10.0.0.50\nadd_nat_portfwd 8 tcp 80 10.0.0.50 80\n");
+    StoreAll(D);
+    StoreAll(N);
+    EXPECT_TRUE(HBLSetVnetCfgBool(8, VNET_FIELD_NAT, true));
+    const std::string dhcpKeys = StoredKeys(D);
+    const std::string natKeys = StoredKeys(N);
+    const struct {
+        bool (*cleanUp)(uint32_t vnet);
+        const std::string &keys;
+        std::string prefix;
+    } cases[] = {{HBLDHCPRemoveDHCPConfig, dhcpKeys, "HBLDHCPRemoveDHCPConfig - Failure in deleting DHCP "},
+                 {HBLNATRemoveConfig, natKeys, "HBLNATRemoveConfig - "}};
+    for (const auto &row : cases) {
+        LogCapture log;
+        EXPECT_FALSE(cache.WithRoomFor(0, [&row] { return row.cleanUp(8); }));
+        std::istringstream lines(log.Take());
+        std::set<std::string> failures;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.starts_with(row.prefix)) {
+                EXPECT_TRUE(failures.insert(line).second) << line;
+            }
+        }
+        EXPECT_EQ(std::ranges::count(row.keys, ' '), std::ssize(failures)) << "a line for each stored key";
+    }
+    EXPECT_EQ(dhcpKeys + natKeys, StoredKeys(D) + StoredKeys(N));
+    char ip[16];
+    uint16_t port;
+    EXPECT_FALSE(HBLNetCfgLookupDHCPMACToIP(nullptr, 8, "02:00:00:01:02:03", ip, sizeof ip));
+    EXPECT_FALSE(HBLNetCfgLookupNATPortFwd(nullptr, 8, true, 80, ip, sizeof ip, &port, nullptr, nullptr));
 }
 
 }  // namespace

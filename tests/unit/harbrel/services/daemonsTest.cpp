@@ -117,4 +117,15 @@ TEST_F(Daemons, RestartStartsWhatRanOrIsForcedAndIsConfigured) {
     }
 }
 
+TEST_F(Daemons, RestartOfWhatCannotBeJudgedChangesNothing) {
+    WritePid("no number\n");
+    bool wasRunning = true;
+    EXPECT_FALSE(HBLRestartService(VNET, HBL_SVC_NAT, &wasRunning, nullptr, true));
+    EXPECT_TRUE(
+        log_.Take().ends_with("HBLRestartService - Cannot determine status of service: 4 on vnet: 8\n"));
+    EXPECT_FALSE(HBLRestartService(VNET, HBL_SVC_NETDETECT, &wasRunning, nullptr, true));
+    EXPECT_EQ("HBLRestartService - Unknown service: 5\n", log_.Take());
+    EXPECT_TRUE(wasRunning && HasPidFile());
+}
+
 }  // namespace
