@@ -13,7 +13,7 @@ Statement TagIsOfNoVlan();
 // Of a frame of IEEE 802.2: its content stands behind a second header that names one of Ethernet's protocols.
 Statement IsEncapsulatedEthernet();
 
-// Of a datagram for DHCP: it is a request of a client with an Ethernet address.
+// Of a datagram for a DHCP server: it is no request of a client with an Ethernet address.
 Statement IsNoEthernetClients();
 
 // Matches while no more have come in by the port of the bridge: `burst` at once, and `count` in each `unit`

@@ -41,6 +41,10 @@ host 192.168.10.50 {
 // A statement that dnsmasq has no words for and that changes nothing.
 const std::string ONLY_FOR_DHCPD = "class \"none\" { }\n";
 
+// The same in another file.
+const std::string INCLUDED = "/etc/more-for-dhcpd";
+const std::string INCLUDING = "include \"" + INCLUDED + "\";\n";
+
 DaemonStart StartDhcp(const std::string &configuration) {
     // Where no other user can follow.
     Must("mkdir -p " + FOLDER + " && touch " + LEASES + " && chmod 0700 /etc/orvane");
@@ -85,6 +89,7 @@ class Guest : public Machine {
 };
 
 TEST(Dhcp, ClientsKeepTheirLeasesOverRenewalsRestartsAndChangesOfServer) {
+    WriteFileText(INCLUDED, ONLY_FOR_DHCPD);
     DaemonStart start = MustComeUp(StartDhcp(CONFIGURATION));
     const std::pair<const char *, const char *> cases[] = {
         {"02:00:00:0a:0b:0c", "bound 192.168.10.13[0-4] 192.168.10.2 192.168.10.2 localdomain 1800\n"},
@@ -99,7 +104,7 @@ TEST(Dhcp, ClientsKeepTheirLeasesOverRenewalsRestartsAndChangesOfServer) {
         const std::pair<const char *, std::string> servers[] = {{"dnsmasq\n", CONFIGURATION},
                                                                 {"dnsmasq\n", CONFIGURATION},
                                                                 {"dhcpd\n", CONFIGURATION + ONLY_FOR_DHCPD},
-                                                                {"dhcpd\n", CONFIGURATION + ONLY_FOR_DHCPD},
+                                                                {"dhcpd\n", CONFIGURATION + INCLUDING},
                                                                 {"dnsmasq\n", CONFIGURATION}};
         for (const auto &[server, configuration] : servers) {
             KillDaemon(start);
