@@ -10,6 +10,9 @@
 namespace {
 
 constexpr uint32_t VALUES_OF_AN_ACTOR = 1 << 18;
+// It takes the lock several times, and each time may have to wait for those who come to its doorway all the
+// while.
+constexpr std::chrono::seconds EDIT_DEADLINE{60};
 
 void Pause(Actor *actor) {
     if (actor->pauseMicroseconds > 0) {
@@ -136,7 +139,8 @@ bool Edit(Actor *actor) {
         const uint32_t value = Take(actor, 1);
         const int64_t begin = Now();
         const CommandResult result = RunCommand({ProgramPath("harbrelctl"), "--yes", "--no-apply", "set",
-                                                 EDITORS_NETWORK, "domain=" + EditorsText(value)});
+                                                 EDITORS_NETWORK, "domain=" + EditorsText(value)},
+                                                EDIT_DEADLINE);
         Record(actor, result.status == 0, {EDITORS_PLACE, true, value, begin, Now()});
         if (result.timedOut || result.status > 5) {
             fprintf(stderr, "harbrelctl ended with %d: %s\n", result.status, result.errors.c_str());

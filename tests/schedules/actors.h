@@ -18,11 +18,15 @@ struct Actor {
     std::mt19937 random;
     int64_t until;
     uint32_t pauseMicroseconds;  // at most, behind each step
-    bool withoutLock;            // changes only what takes none
+    uint32_t joltsPerMille;
+    bool withoutLock;  // changes only what takes none
     std::vector<Operation> done = {};
     uint32_t refused = 0;
     uint32_t written = 0;
 };
+
+// From now on this process pauses at so many of a thousand calls that touch files.
+void JoltCalls(uint32_t seed, uint32_t perMille);
 
 // Each gives false when something is not as it must be, which it has printed.
 bool Write(Actor *actor);   // loads, changes places, unloads

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -26,7 +25,7 @@
 namespace {
 
 constexpr int64_t ROUND_NANOSECONDS = 2'000'000'000;
-constexpr int64_t END_NANOSECONDS = 60'000'000'000;  // for what was begun before a round's end
+constexpr int64_t END_NANOSECONDS = 90'000'000'000;  // for what was begun before a round's end
 constexpr const char *DATABASE = "/etc/orvane/networking";
 
 struct Part {
@@ -52,7 +51,9 @@ const Play PLAYS[] = {
     {true, {{WRITER, 3}, {READER, 1}}},
     {true, {{WRITER, 3}, {IMPORTER, 1}}},
     {true, {{WRITER, 1}, {OWNER, 1}}},
+    {true, {{READER, 2}, {IMPORTER, 1}, {WRITER, 1}}},
     {false, {{WRITER, 2}, {EDITOR, 1}, {READER, 1}}},
+    {false, {{WRITER, 1}, {IMPORTER, 1}}},
     {false, {{WRITER, 4}, {READER, 3}, {SWEEP, 1}, {EDITOR, 1}, {IMPORTER, 1}}},
     // An import takes an owner's records away.
     {false, {{WRITER, 4}, {READER, 3}, {SWEEP, 1}, {EDITOR, 1}, {OWNER, 3}}},
@@ -70,9 +71,12 @@ std::string HistoryOf(const Player &player) {
 
 [[noreturn]] void Run(Player player) {
     setpgid(0, 0);  // with the programs that it runs
+    JoltCalls(static_cast<uint32_t>(player.actor.random()), player.actor.joltsPerMille);
     const bool good = player.part.play(&player.actor);
     FILE *const file = fopen(HistoryOf(player).c_str(), "w");
-    bool saved = file != nullptr && fwrite(&player.actor.refused, sizeof player.actor.refused, 1, file) == 1;
+    bool saved = file != nullptr &&
+                 fwrite(&player.actor.refused, sizeof player.actor.refused, 1, file) == 1 &&
+                 fwrite(&player.actor.written, sizeof player.actor.written, 1, file) == 1;
     for (const Operation &operation : player.actor.done) {
         saved = saved && fwrite(&operation, sizeof operation, 1, file) == 1;
     }
@@ -83,7 +87,9 @@ std::string HistoryOf(const Player &player) {
 bool TakeHistory(Player *player) {
     FILE *const file = fopen(HistoryOf(*player).c_str(), "r");
     Operation operation = {};
-    bool taken = file != nullptr && fread(&player->actor.refused, sizeof player->actor.refused, 1, file) == 1;
+    bool taken = file != nullptr &&
+                 fread(&player->actor.refused, sizeof player->actor.refused, 1, file) == 1 &&
+                 fread(&player->actor.written, sizeof player->actor.written, 1, file) == 1;
     while (taken && fread(&operation, sizeof operation, 1, file) == 1) {
         player->actor.done.push_back(operation);
     }
@@ -94,13 +100,15 @@ std::vector<Player> Cast(std::mt19937 *random) {
     constexpr uint32_t PAUSES[] = {0, 1000, 20000, 300000};
     const Play &play = PLAYS[Draw(random, std::size(PLAYS))];
     const uint32_t pause = PAUSES[play.writersTakeNoLock ? 0 : Draw(random, std::size(PAUSES))];
+    constexpr uint32_t JOLTS[] = {0, 1, 10, 100};
+    const uint32_t jolts = JOLTS[Draw(random, std::size(JOLTS))];
     const int64_t until = Now() + ROUND_NANOSECONDS;
     std::vector<Player> players;
     for (const auto &[part, most] : play.parts) {
         for (uint32_t count = 1 + Draw(random, most); count > 0; count--) {
             const auto number = static_cast<uint32_t>(players.size() + 1);
             players.push_back(
-                {part, {number, std::mt19937((*random)()), until, pause, play.writersTakeNoLock}});
+                {part, {number, std::mt19937((*random)()), until, pause, jolts, play.writersTakeNoLock}});
         }
     }
     return players;
@@ -229,7 +237,9 @@ bool PlayRound(unsigned seed) {
     for (Player &player : players) {
         good = EndsWell(player) && TakeHistory(&player) && good;
         cast.append(" ").append(player.part.name).append(" ");
-        cast.append(std::to_string(player.actor.done.size())).append("-");
+        const bool isOwner = player.part.play == Own;
+        const size_t done = isOwner ? player.actor.written : player.actor.done.size();
+        cast.append(std::to_string(done)).append("-");
         cast.append(std::to_string(player.actor.refused));
     }
     std::vector<Operation> last;

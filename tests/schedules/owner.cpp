@@ -20,20 +20,19 @@ class Owner {
           adapter_("host" + std::to_string(actor->number)),
           kinds_(actor->withoutLock ? 1 : 5) {}
 
-    // Loads anew every now and then, so that it rewrites the file too. False when a change fails or something
-    // is not as acknowledged.
+    // Loads anew every now and then, so that it rewrites the file too. False when something is not as it was
+    // acknowledged, or is as it was refused.
     bool Run() {
-        bool good = HBL_Load();
+        bool good = Load();
         for (int i = 0; good && Now() < actor_->until; ++i) {
             if (i % 300 == 299) {
                 HBL_Unload();
-                good = HBL_Load() && Agrees();
+                good = Load() && Agrees();
             }
             good = good && ChangeOne();
-            actor_->written++;
         }
         HBL_Unload();
-        good = good && HBL_Load() && Agrees();
+        good = good && Load() && Agrees();
         HBL_Unload();
         return good;
     }
@@ -44,55 +43,80 @@ class Owner {
     std::string Pick(const char *stem, int count) {
         return stem + std::to_string(actor_->random() % static_cast<unsigned>(count));
     }
+    // The lock may be held by others for longer than a load waits.
+    bool Load() {
+        constexpr int TRIES = 5;
+        int tries = 0;
+        while (!HBL_Load() && ++tries < TRIES) {
+            actor_->refused++;
+        }
+        if (tries == TRIES) {
+            fprintf(stderr, "the database cannot be loaded\n");
+        }
+        return tries < TRIES;
+    }
+    void Note(bool acknowledged, std::string *place, const std::string &value) {
+        if (acknowledged) {
+            *place = value;
+            actor_->written++;
+        } else {
+            actor_->refused++;
+        }
+    }
     bool ChangeOne() {
         const bool remove = actor_->random() % 3 == 0;
         switch (actor_->random() % kinds_) {
             case 0:
                 return ChangeAnswer(Pick(prefix_.c_str(), 4), remove ? "" : Pick("value ", 1000));
             case 1:
-                return ChangeSubnet(remove ? "" : Pick("10.1.2.", 200));
+                ChangeSubnet(remove ? "" : Pick("10.1.2.", 200));
+                break;
             case 2:
-                return ChangeForward(Pick("8", 9), remove ? "" : Pick("9", 900));
+                ChangeForward(Pick("8", 9), remove ? "" : Pick("9", 900));
+                break;
             case 3:
-                return ChangeMapping(Pick("02:00:00:00:00:0", 9), remove ? "" : Pick("10.1.2.", 200));
+                ChangeMapping(Pick("02:00:00:00:00:0", 9), remove ? "" : Pick("10.1.2.", 200));
+                break;
             default:
-                return Move(remove);
+                Move(remove);
         }
+        return true;
     }
     bool ChangeAnswer(const std::string &key, const std::string &value) {
-        answers_[key] = value;
-        return (value.empty() ? HBL_VnetCfgRemoveAnswer(key.c_str())
-                              : HBL_VnetCfgAddAnswer(key.c_str(), value.c_str())) &&
-               AnswerAgrees(key, value);
+        Note(value.empty() ? HBL_VnetCfgRemoveAnswer(key.c_str())
+                           : HBL_VnetCfgAddAnswer(key.c_str(), value.c_str()),
+             &answers_[key], value);
+        return AnswerAgrees(key, answers_[key]);
     }
-    bool ChangeSubnet(const std::string &value) {
-        subnet_ = value;
-        return HBL_SetVnetSubnetAddr(network_.c_str(), value.empty() ? nullptr : value.c_str());
+    void ChangeSubnet(const std::string &value) {
+        Note(HBL_SetVnetSubnetAddr(network_.c_str(), value.empty() ? nullptr : value.c_str()), &subnet_,
+             value);
     }
-    bool ChangeForward(const std::string &port, const std::string &vmPort) {
+    void ChangeForward(const std::string &port, const std::string &vmPort) {
         if (vmPort.empty() && forwards_[port].empty()) {
-            return true;  // the removal of none is a failure
+            return;  // the removal of none is a failure
         }
-        forwards_[port] = vmPort;
-        return HBL_SetNATPortForward(
-            network_.c_str(), true, static_cast<uint16_t>(stoi(port)), vmPort.empty() ? nullptr : "10.1.2.9",
-            vmPort.empty() ? uint16_t{0} : static_cast<uint16_t>(stoi(vmPort)), "d", 1);
+        Note(
+            HBL_SetNATPortForward(network_.c_str(), true, static_cast<uint16_t>(stoi(port)),
+                                  vmPort.empty() ? nullptr : "10.1.2.9",
+                                  vmPort.empty() ? uint16_t{0} : static_cast<uint16_t>(stoi(vmPort)), "d", 1),
+            &forwards_[port], vmPort);
     }
-    bool ChangeMapping(const std::string &mac, const std::string &ip) {
+    void ChangeMapping(const std::string &mac, const std::string &ip) {
         if (ip.empty() && mappings_[mac].empty()) {
-            return true;
+            return;
         }
-        mappings_[mac] = ip;
-        return HBL_SetDHCPIPToMAC(network_.c_str(), ip.empty() ? nullptr : ip.c_str(), mac.c_str());
+        Note(HBL_SetDHCPIPToMAC(network_.c_str(), ip.empty() ? nullptr : ip.c_str(), mac.c_str()),
+             &mappings_[mac], ip);
     }
-    bool Move(bool away) {
+    void Move(bool away) {
         HBL_HostAdapter adapter = {};
         adapter.version = 1;
         strcpy(adapter.deviceName, adapter_.c_str());
         HBL_NetworkID destination = {};
         destination.version = destination.type = 1;
         destination.vnet = away ? HBL_VNET_NONE : stoi(network_.substr(5));
-        return HBL_BridgeMoveAdapter(&adapter, nullptr, &destination);
+        Note(HBL_BridgeMoveAdapter(&adapter, nullptr, &destination), &place_, away ? "" : network_);
     }
 
     static bool Same(const char *what, const std::string &key, const std::string &wanted,
@@ -149,6 +173,7 @@ class Owner {
     Model forwards_;
     Model mappings_;
     std::string subnet_;
+    std::string place_;  // of the adapter
 };
 
 }  // namespace

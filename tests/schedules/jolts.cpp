@@ -1,0 +1,73 @@
+// Calls of the C library that touch files, with pauses before and behind them: whatever lies between two of
+// them can take long, and others come between.
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <ctime>
+
+#include "tests/schedules/actors.h"
+
+namespace {
+
+constexpr uint32_t PER_MILLE = 1000;
+
+std::mt19937 random_;
+uint32_t chance_ = 0;
+
+void Pause() {
+    if (chance_ > 0 && Draw(&random_, PER_MILLE) < chance_) {
+        const uint32_t most = Draw(&random_, 10) == 0 ? 30'000'000 : 3'000'000;
+        const timespec pause = {.tv_sec = 0, .tv_nsec = Draw(&random_, most)};
+        nanosleep(&pause, nullptr);
+    }
+}
+
+// The C library's own function of that name, between two pauses that leave errno alone.
+template <typename... Arguments>
+int Call(const char *name, Arguments... arguments) {
+    auto *const real = reinterpret_cast<int (*)(Arguments...)>(dlsym(RTLD_NEXT, name));
+    Pause();
+    const int result = real(arguments...);
+    const int error = errno;
+    Pause();
+    errno = error;
+    return result;
+}
+
+}  // namespace
+
+void JoltCalls(uint32_t seed, uint32_t perMille) {
+    random_.seed(seed);
+    chance_ = perMille;
+}
+
+extern "C" {
+int stat(const char *path, struct stat *status) noexcept {
+    return Call("stat", path, status);
+}
+int lstat(const char *path, struct stat *status) noexcept {
+    return Call("lstat", path, status);
+}
+int rename(const char *from, const char *to) noexcept {
+    return Call("rename", from, to);
+}
+int renameat(int fromFolder, const char *from, int toFolder, const char *to) noexcept {
+    return Call("renameat", fromFolder, from, toFolder, to);
+}
+int link(const char *from, const char *to) noexcept {
+    return Call("link", from, to);
+}
+int unlink(const char *path) noexcept {
+    return Call("unlink", path);
+}
+int unlinkat(int folder, const char *path, int flags) noexcept {
+    return Call("unlinkat", folder, path, flags);
+}
+int mkdirat(int folder, const char *path, mode_t mode) noexcept {
+    return Call("mkdirat", folder, path, mode);
+}
+int fsync(int file) {
+    return Call("fsync", file);
+}
+}
