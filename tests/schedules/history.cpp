@@ -12,7 +12,8 @@ constexpr int64_t ALWAYS = std::numeric_limits<int64_t>::min();
 // place had this value; else it had it at some moment between the two.
 struct Cluster {
     uint32_t value = NO_VALUE;
-    int64_t written = ALWAYS;
+    int64_t written = ALWAYS;  // when its write began, and ended
+    int64_t acknowledged = ALWAYS;
     int64_t firstEnd = std::numeric_limits<int64_t>::max();
     int64_t lastBegin = ALWAYS;
 
@@ -36,6 +37,7 @@ std::map<uint32_t, Cluster> ClustersOfWrites(const std::vector<Operation> &opera
         if (operation.isWrite) {
             Take(operation, &clusters[operation.value]);
             clusters[operation.value].written = operation.begin;
+            clusters[operation.value].acknowledged = operation.end;
         }
     }
     return clusters;
@@ -64,7 +66,11 @@ std::string AddReads(const std::vector<Operation> &operations, bool takesLock,
             if (operation.end < cluster->second.written) {
                 return Text(operation.value) + " is found before it is written";
             }
-            Take(operation, &cluster->second);
+            // A change without the lock that meets a rewrite may be found in the file, and then be made
+            // again.
+            if (takesLock || operation.begin >= cluster->second.acknowledged) {
+                Take(operation, &cluster->second);
+            }
         }
     }
     return "";

@@ -21,5 +21,7 @@ struct Operation {
 
 // Whether each operation can have taken effect at one moment between its begin and its end, so that every
 // read finds what the last write before it has left. Empty when it can, else what cannot be. All operations
-// are of one place. Beside writes that take no lock a read may find nothing.
+// are of one place.
+// Beside writes that take no lock a read may find nothing, and what such a write has put there it may put
+// there once more before it ends.
 std::string WhyImpossible(const std::vector<Operation> &operations, bool takesLock);

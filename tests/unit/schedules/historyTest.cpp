@@ -41,6 +41,10 @@ TEST(History, OnlyWhatSomeOrderExplainsIsPossible) {
         SCOPED_TRACE(row.what);
         EXPECT_EQ(row.reason, WhyImpossible(row.operations, true));
     }
+    const std::vector<Operation> twice = {Wrote(1, 10, 50), Read(1, 15, 16), Wrote(2, 20, 25),
+                                          Read(2, 30, 31), Read(1, 60, 61)};
+    EXPECT_EQ("value 1 is found again after value 2", WhyImpossible(twice, true));
+    EXPECT_EQ("", WhyImpossible(twice, false));
     EXPECT_EQ("", WhyImpossible({first, Read(NO_VALUE, 15, 30)}, false));
     EXPECT_EQ("nothing is found", WhyImpossible({first, Read(NO_VALUE, 21, 30)}, false));
 }
