@@ -11,18 +11,21 @@
 
 #include <linux/types.h>
 
+/* Every program in the kernel is one function: what is not inlined, the loader could not find. */
+#define FRAME_RULE static inline __attribute__((always_inline))
+
 /* A hardware address as a number, the first byte lowest; as Ethernet counts, its lowest bit tells groups. */
-static inline __u64 Mac_Read(const __u8 *bytes) {
+FRAME_RULE __u64 Mac_Read(const __u8 *bytes) {
     return (__u64)bytes[0] | (__u64)bytes[1] << 8 | (__u64)bytes[2] << 16 | (__u64)bytes[3] << 24 |
            (__u64)bytes[4] << 32 | (__u64)bytes[5] << 40;
 }
 
-static inline int Mac_IsGroup(__u64 mac) {
+FRAME_RULE int Mac_IsGroup(__u64 mac) {
     return (mac & 1) != 0;
 }
 
 /* 01:80:c2:00:00:0X of IEEE 802.1D, which no bridge forwards, and 01:00:0c:cc:cc:cX of Cisco's protocols. */
-static inline int Mac_IsLinkControl(__u64 mac) {
+FRAME_RULE int Mac_IsLinkControl(__u64 mac) {
     __u64 front = mac & 0xffffffffff;
     __u64 last = mac >> 40 & 0xf0;
     return (front == 0x000000c28001 && last == 0x00) || (front == 0xcccc0c0001 && last == 0xc0);
@@ -49,7 +52,7 @@ struct FrameHead {
     __u64 nested; /* not 0: a tag hides behind one without a VLAN, which nobody sends in earnest */
 };
 
-static inline int Frame_IsHostsVlan(const struct FrameHead *frame, const struct CableRecord *record) {
+FRAME_RULE int Frame_IsHostsVlan(const struct FrameHead *frame, const struct CableRecord *record) {
     __u64 vlan = frame->vlan & (VLAN_COUNT - 1);
     return frame->nested != 0 || (vlan != 0 && (record->hostVlans[vlan / 64] >> vlan % 64 & 1) != 0);
 }
@@ -69,7 +72,7 @@ struct Sender {
 
 /* The sides to which frames for an address go, by when it was last heard there; 0 for never. In doubt it is
  * both, so that no guest draws what was for somebody else away from him. */
-static inline int Sides(__u64 heardFromGuests, __u64 heardFromAdapter) {
+FRAME_RULE int Sides(__u64 heardFromGuests, __u64 heardFromAdapter) {
     if (heardFromGuests == heardFromAdapter) {
         return TO_GUESTS | TO_ADAPTER;
     }
@@ -97,7 +100,7 @@ struct SentFrame {
 /* The bytes that a print takes: addresses and the start of what is inside, to the checksum of a datagram,
  * which an adapter may fill in on the way, or to the end of an ARP message. A print is never 0. */
 #define PRINT_BYTES 42
-static inline __u64 Frame_Print(const __u8 *head, __u64 vlan) {
+FRAME_RULE __u64 Frame_Print(const __u8 *head, __u64 vlan) {
     const int isArp = head[12] == 0x08 && head[13] == 0x06;
     const __u16 end = (__u16)(isArp ? head[40] << 8 | head[41] : 0);
     __u64 print = 0xcbf29ce484222325ULL ^ vlan ^ (__u64)end << 16;
@@ -110,11 +113,11 @@ static inline __u64 Frame_Print(const __u8 *head, __u64 vlan) {
     return print | 1;
 }
 
-static inline __u32 Frame_PrintPlace(__u64 print) {
+FRAME_RULE __u32 Frame_PrintPlace(__u64 print) {
     return (__u32)(print >> (64 - SENT_FRAME_BITS));
 }
 
-static inline int Frame_IsEcho(const struct SentFrame *place, __u64 print, __u64 now) {
+FRAME_RULE int Frame_IsEcho(const struct SentFrame *place, __u64 print, __u64 now) {
     return place->print == print && now - place->sent < ECHO_TIME;
 }
 

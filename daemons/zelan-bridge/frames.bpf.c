@@ -14,7 +14,6 @@
 #include "daemons/zelan-bridge/frameRules.h"
 
 #define PROGRAM(name) __attribute__((section(name), used)) int
-#define INLINE static inline __attribute__((always_inline))
 
 static void *(*const FindInMap)(void *map, const void *key) = (void *)BPF_FUNC_map_lookup_elem;
 static long (*const PutIntoMap)(void *map, const void *key, const void *value,
@@ -36,17 +35,17 @@ extern char guestSenders[];   /* LRU: address -> struct Sender */
 extern char adapterSenders[]; /* the same for the side of this adapter */
 extern char sentFrames[];     /* SENT_FRAMES struct SentFrame */
 
-INLINE struct CableRecord *FindRecord(void) {
+FRAME_RULE struct CableRecord *FindRecord(void) {
     __u32 first = 0;
     return FindInMap(cableRecord, &first);
 }
 
-INLINE int IsTagType(__u64 type) {
+FRAME_RULE int IsTagType(__u64 type) {
     return type == ETH_P_8021Q || type == ETH_P_8021AD;
 }
 
 /* False for a frame that is too short to be one. The kernel keeps the outer tag beside the frame or in it. */
-INLINE int ReadHead(struct __sk_buff *skb, struct FrameHead *frame) {
+FRAME_RULE int ReadHead(struct __sk_buff *skb, struct FrameHead *frame) {
     const __u8 *start = (const __u8 *)(long)skb->data;
     const __u8 *end = (const __u8 *)(long)skb->data_end;
     if (start + ETH_HLEN > end) {
@@ -71,16 +70,16 @@ INLINE int ReadHead(struct __sk_buff *skb, struct FrameHead *frame) {
     return 1;
 }
 
-INLINE int HasToken(const struct __sk_buff *skb, const struct CableRecord *record) {
+FRAME_RULE int HasToken(const struct __sk_buff *skb, const struct CableRecord *record) {
     return skb->cb[0] == (__u32)record->token && skb->cb[1] == (__u32)(record->token >> 32);
 }
 
-INLINE void PutToken(struct __sk_buff *skb, __u64 token) {
+FRAME_RULE void PutToken(struct __sk_buff *skb, __u64 token) {
     skb->cb[0] = (__u32)token;
     skb->cb[1] = (__u32)(token >> 32);
 }
 
-INLINE void Hear(void *senders, __u64 mac, __u64 now, __u64 isHost) {
+FRAME_RULE void Hear(void *senders, __u64 mac, __u64 now, __u64 isHost) {
     struct Sender *known = FindInMap(senders, &mac);
     if (known == 0) {
         struct Sender fresh = {now, isHost};
@@ -91,16 +90,16 @@ INLINE void Hear(void *senders, __u64 mac, __u64 now, __u64 isHost) {
     }
 }
 
-INLINE __u64 HeardAt(void *senders, __u64 mac) {
+FRAME_RULE __u64 HeardAt(void *senders, __u64 mac) {
     const struct Sender *known = FindInMap(senders, &mac);
     return known == 0 ? 0 : known->heard;
 }
 
-INLINE int SidesOf(__u64 mac) {
+FRAME_RULE int SidesOf(__u64 mac) {
     return Sides(HeardAt(guestSenders, mac), HeardAt(adapterSenders, mac));
 }
 
-INLINE struct SentFrame *FindPrint(struct __sk_buff *skb, const struct FrameHead *frame, __u64 *print) {
+FRAME_RULE struct SentFrame *FindPrint(struct __sk_buff *skb, const struct FrameHead *frame, __u64 *print) {
     __u8 head[PRINT_BYTES];
     if (LoadBytes(skb, 0, head, sizeof head) != 0) {
         return 0;
@@ -110,8 +109,8 @@ INLINE struct SentFrame *FindPrint(struct __sk_buff *skb, const struct FrameHead
     return FindInMap(sentFrames, &place);
 }
 
-INLINE void NoteSent(struct __sk_buff *skb, const struct CableRecord *record, const struct FrameHead *frame,
-                     __u64 now) {
+FRAME_RULE void NoteSent(struct __sk_buff *skb, const struct CableRecord *record,
+                         const struct FrameHead *frame, __u64 now) {
     __u64 print = 0;
     struct SentFrame *place = record->several ? FindPrint(skb, frame, &print) : 0;
     if (place != 0) {
@@ -120,15 +119,15 @@ INLINE void NoteSent(struct __sk_buff *skb, const struct CableRecord *record, co
     }
 }
 
-INLINE int IsEcho(struct __sk_buff *skb, const struct CableRecord *record, const struct FrameHead *frame,
-                  __u64 now) {
+FRAME_RULE int IsEcho(struct __sk_buff *skb, const struct CableRecord *record, const struct FrameHead *frame,
+                      __u64 now) {
     __u64 print = 0;
     const struct SentFrame *place = record->several ? FindPrint(skb, frame, &print) : 0;
     return place != 0 && Frame_IsEcho(place, print, now);
 }
 
 /* Gives a frame on the adapter's side to the guests, or to both sides. */
-INLINE int GiveToGuests(struct __sk_buff *skb, const struct CableRecord *record, int sides) {
+FRAME_RULE int GiveToGuests(struct __sk_buff *skb, const struct CableRecord *record, int sides) {
     if ((sides & TO_ADAPTER) == 0) {
         return (int)SendOn(record->tap, RECEIVED);
     }
