@@ -41,7 +41,8 @@ void SomeNetworks(CLI::App *app, Arguments *arguments) {
 
 void Assignments(CLI::App *app, Arguments *arguments) {
     OneNetwork(app, arguments);
-    app->add_option("KEY=VALUE", arguments->words, KeyHelp())->required();
+    // CLI11 2.4 takes no "=" in a name.
+    app->add_option("SETTING", arguments->words, KeyHelp())->required()->type_name("KEY=VALUE");
 }
 
 void KeyNames(CLI::App *app, Arguments *arguments) {
