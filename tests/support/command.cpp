@@ -106,7 +106,7 @@ std::ostream &operator<<(std::ostream &stream, const CommandResult &result) {
 }
 
 CommandResult RunCommand(const std::vector<std::string> &arguments, std::chrono::milliseconds deadline) {
-    Clock::time_point end = Clock::now() + deadline;
+    Clock::time_point end = Clock::now() + deadline * HARBREL_TEST_PATIENCE;
     Pipe output = MakePipe();
     Pipe errors = MakePipe();
     pid_t child = fork();
@@ -133,7 +133,7 @@ CommandResult RunShell(const std::string &line, std::chrono::milliseconds deadli
 }
 
 bool WaitUntil(const std::function<bool()> &condition, std::chrono::milliseconds deadline) {
-    Clock::time_point end = Clock::now() + deadline;
+    Clock::time_point end = Clock::now() + deadline * HARBREL_TEST_PATIENCE;
     while (!condition()) {
         if (Clock::now() >= end) {
             return condition();
@@ -164,7 +164,7 @@ BackgroundCommand::~BackgroundCommand() {
 
 int BackgroundCommand::Wait(std::chrono::milliseconds deadline) {
     int waitStatus = 0;
-    if (pid_ <= 0 || !WaitForEnd(pid_, Clock::now() + deadline, &waitStatus)) {
+    if (pid_ <= 0 || !WaitForEnd(pid_, Clock::now() + deadline * HARBREL_TEST_PATIENCE, &waitStatus)) {
         return -1;
     }
     pid_ = -1;

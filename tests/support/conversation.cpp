@@ -30,7 +30,7 @@ std::string Dotted(const sockaddr_in &address) {
 
 bool WaitFor(short event, int descriptor, std::chrono::milliseconds deadline) {
     pollfd wait = {descriptor, event, 0};
-    return poll(&wait, 1, static_cast<int>(deadline.count())) > 0;
+    return poll(&wait, 1, static_cast<int>(deadline.count() * HARBREL_TEST_PATIENCE)) > 0;
 }
 
 std::string ReceiveOnce(int descriptor, std::chrono::milliseconds deadline) {
