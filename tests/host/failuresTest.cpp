@@ -17,6 +17,7 @@
 #include <string>
 
 #include "lib/harbrel/base/hblLog.h"
+#include "lib/harbrel/base/libraryState.h"
 #include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/harbrel.h"
@@ -82,10 +83,13 @@ constexpr const char *FUNCTIONS[] = {FOR_EACH_FUNCTION(NAME)};
 const std::string DAEMON = "setsid sleep 600 > /dev/null 2>&1 & echo $! > $4; printf x > /proc/self/fd/$2\n";
 const std::string NETIFUP = "ip link show $6 > /dev/null 2>&1 || ip link add $6 type veth\n" + DAEMON;
 
+const char *vnet = "zelan8";  // the network of the calls
+
 struct Call {
     const char *name;
     unsigned lines;          // of the log, at all levels, when nothing fails
     unsigned failuresLines;  // the same for all that may fail
+    unsigned refusalsLines;  // and for all that refuses it
     std::function<bool()> call;
 };
 
@@ -131,6 +135,10 @@ class Network {
         }
         return state;
     }
+    void Answer(const char *key, const std::string &value) { host_.Answer(key, value); }
+    // Nothing can be locked while a file stands where the lock's folder belongs.
+    void Block() const { WriteFileText(host_.Path("networking.lck"), "in the way"); }
+    void Unblock() const { std::filesystem::remove(host_.Path("networking.lck")); }
     static bool LockIsFree() { return HBLNetCfgLockConfig(nullptr) && HBLNetCfgUnlockConfig(nullptr); }
 
   private:
@@ -185,18 +193,50 @@ TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
     EXPECT_EQ(GetParam().failuresLines, lines) << "a line that was added or lost";
 }
 
-HBL_NetworkID NetworkId(int32_t vnet) {
-    return {1, HBL_NETWORK_TYPE_VNET, vnet, {}};
+// Each makes the call impossible, or has no bearing on it.
+const std::function<void(Network *)> OBSTACLES[] = {
+    [](Network *) { HBLDropLoad(); },
+    [](Network *network) { network->Block(); },
+    [](Network *) { vnet = nullptr; },
+    [](Network *) { vnet = "zelan256"; },
+    [](Network *network) { network->Answer("VNET_8_VIRTUAL_ADAPTER_NAME", std::string(200, 'x')); },
+};
+
+TEST_P(Failures, OfRefusedCallsHaveAReasonAndChangeNothing) {
+    unsigned lines = 0;
+    for (const auto &obstacle : OBSTACLES) {
+        SCOPED_TRACE(&obstacle - OBSTACLES);
+        Network network;
+        obstacle(&network);
+        const std::string before = network.State();
+        const LinesLogged logged = LogLevels_Count();
+        const bool result = GetParam().call();
+        lines += LogLevels_Count().all - logged.all;
+        EXPECT_TRUE(result || LogLevels_Count().reasons > logged.reasons);
+        EXPECT_TRUE(result || before == network.State());
+        vnet = "zelan8";
+        if (!HBLIsLoaded()) {
+            EXPECT_FALSE(result);
+            HBLAddLoad();
+        }
+        network.Unblock();
+        EXPECT_TRUE(Network::LockIsFree());
+    }
+    EXPECT_EQ(GetParam().refusalsLines, lines) << "a line that was added or lost";
 }
-bool Move(const char *name, int32_t vnet) {
+
+HBL_NetworkID NetworkId(int32_t number) {
+    return {1, HBL_NETWORK_TYPE_VNET, number, {}};
+}
+bool Move(const char *name, int32_t number) {
     HBL_HostAdapter adapter = {};
     adapter.version = 1;
     strcpy(adapter.deviceName, name);
-    const HBL_NetworkID network = NetworkId(vnet);
+    const HBL_NetworkID network = NetworkId(number);
     return HBL_BridgeMoveAdapter(&adapter, nullptr, &network);
 }
-bool SetDefault(int32_t vnet) {
-    const HBL_NetworkID network = NetworkId(vnet);
+bool SetDefault(int32_t number) {
+    const HBL_NetworkID network = NetworkId(number);
     return HBL_SetBridgeDefaultNetwork(&network);
 }
 bool Features(bool (*function)(HBL_VnetFeatures *)) {
@@ -221,69 +261,69 @@ uint32_t *Start() {
 }
 
 const Call CALLS[] = {
-    {"AddAnswer", 0, 13, [] { return HBL_VnetCfgAddAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.41.0"); }},
-    {"RemoveAnswer", 0, 2, [] { return HBL_VnetCfgRemoveAnswer("VNET_8_DHCP"); }},
-    {"SetDefaultLogLevel", 5, 126, [] { return HBL_SetDefaultLogLevel(9); }},
-    {"StartNat", 30, 599, [] { return HBL_StartService("zelan8", HBL_SERVICE_NAT); }},
-    {"StartBridge", 31, 647, [] { return HBL_StartService("zelan8", HBL_SERVICE_BRIDGE); }},
-    {"StopService", 9, 162, [] { return HBL_StopService("zelan8", HBL_SERVICE_NAT); }},
-    {"DeleteVnet", 364, 7817, [] { return HBL_DeleteVnetFromDatabase("zelan8"); }},
-    {"DhcpOff", 41, 977, [] { return HBL_SetVnetUseDHCP("zelan8", false, true); }},
-    {"DhcpOn", 16, 482,
-     [] { return HBL_SetVnetUseDHCP("zelan8", false, false) && HBL_SetVnetUseDHCP("zelan8", true, false); }},
-    {"SetDhcpParam", 11, 264,
-     [] { return HBL_SetDHCPParam("zelan8", HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2); }},
-    {"GetDhcpParam", 13, 234,
-     [] { return HBL_GetDHCPParam("zelan8", HBL_PARAM_DHCP_FIRST_ADDRESS, true, text, Size(&size)); }},
-    {"SetTie", 11, 305, [] { return HBL_SetDHCPIPToMAC("zelan8", "192.168.40.10", "00:0C:29:00:00:01"); }},
-    {"RemoveTie", 22, 549,
+    {"AddAnswer", 0, 13, 1, [] { return HBL_VnetCfgAddAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.41.0"); }},
+    {"RemoveAnswer", 0, 2, 1, [] { return HBL_VnetCfgRemoveAnswer("VNET_8_DHCP"); }},
+    {"SetDefaultLogLevel", 5, 126, 22, [] { return HBL_SetDefaultLogLevel(9); }},
+    {"StartNat", 30, 599, 51, [] { return HBL_StartService(vnet, HBL_SERVICE_NAT); }},
+    {"StartBridge", 31, 647, 53, [] { return HBL_StartService(vnet, HBL_SERVICE_BRIDGE); }},
+    {"StopService", 9, 162, 21, [] { return HBL_StopService(vnet, HBL_SERVICE_NAT); }},
+    {"DeleteVnet", 364, 7817, 71, [] { return HBL_DeleteVnetFromDatabase(vnet); }},
+    {"DhcpOff", 41, 977, 56, [] { return HBL_SetVnetUseDHCP(vnet, false, true); }},
+    {"DhcpOn", 16, 482, 31,
+     [] { return HBL_SetVnetUseDHCP(vnet, false, false) && HBL_SetVnetUseDHCP(vnet, true, false); }},
+    {"SetDhcpParam", 11, 264, 28,
+     [] { return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2); }},
+    {"GetDhcpParam", 13, 234, 36,
+     [] { return HBL_GetDHCPParam(vnet, HBL_PARAM_DHCP_FIRST_ADDRESS, true, text, Size(&size)); }},
+    {"SetTie", 11, 305, 26, [] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.10", "00:0C:29:00:00:01"); }},
+    {"RemoveTie", 22, 549, 37,
      [] {
-         return HBL_SetDHCPIPToMAC("zelan8", "192.168.40.9", "00:0C:29:00:00:01") &&
-                HBL_SetDHCPIPToMAC("zelan8", nullptr, "00:0C:29:00:00:01");
+         return HBL_SetDHCPIPToMAC(vnet, "192.168.40.9", "00:0C:29:00:00:01") &&
+                HBL_SetDHCPIPToMAC(vnet, nullptr, "00:0C:29:00:00:01");
      }},
-    {"EnumTies", 4, 72,
-     [] { return HBL_EnumDHCPIPToMAC("zelan8", Start(), text, Size(&size), otherText, Size(&otherSize)); }},
-    {"UpdateDhcp", 115, 10517,
+    {"EnumTies", 4, 72, 18,
+     [] { return HBL_EnumDHCPIPToMAC(vnet, Start(), text, Size(&size), otherText, Size(&otherSize)); }},
+    {"UpdateDhcp", 115, 10517, 132,
      [] {
-         return HBL_SetDHCPParam("zelan8", HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2) &&
-                HBL_UpdateDHCPFromConfig("zelan8");
+         return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2) &&
+                HBL_UpdateDHCPFromConfig(vnet);
      }},
-    {"NatOff", 11, 293, [] { return HBL_SetVnetUseNAT("zelan8", false, true); }},
-    {"SetNatParam", 10, 241, [] { return HBL_SetNATParam("zelan8", HBL_PARAM_NAT_UDP_TIMEOUT, "30", 2); }},
-    {"GetNatParam", 9, 162,
-     [] { return HBL_GetNATParam("zelan8", HBL_PARAM_NAT_GATEWAY, true, text, Size(&size)); }},
-    {"SetForward", 9, 255,
-     [] { return HBL_SetNATPortForward("zelan8", true, 80, "192.168.40.10", 81, "ftp", 3); }},
-    {"RemoveForward", 17, 421,
+    {"NatOff", 11, 293, 26, [] { return HBL_SetVnetUseNAT(vnet, false, true); }},
+    {"SetNatParam", 10, 241, 26, [] { return HBL_SetNATParam(vnet, HBL_PARAM_NAT_UDP_TIMEOUT, "30", 2); }},
+    {"GetNatParam", 9, 162, 26,
+     [] { return HBL_GetNATParam(vnet, HBL_PARAM_NAT_GATEWAY, true, text, Size(&size)); }},
+    {"SetForward", 9, 255, 24,
+     [] { return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.10", 81, "ftp", 3); }},
+    {"RemoveForward", 17, 421, 32,
      [] {
-         return HBL_SetNATPortForward("zelan8", true, 80, "192.168.40.9", 80, nullptr, 0) &&
-                HBL_SetNATPortForward("zelan8", true, 80, nullptr, 0, nullptr, 0);
+         return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.9", 80, nullptr, 0) &&
+                HBL_SetNATPortForward(vnet, true, 80, nullptr, 0, nullptr, 0);
      }},
-    {"EnumForwards", 4, 72,
+    {"EnumForwards", 4, 72, 18,
      [] {
-         return HBL_EnumNATPortForward("zelan8", true, Start(), &port, text, Size(&size), &port, otherText,
+         return HBL_EnumNATPortForward(vnet, true, Start(), &port, text, Size(&size), &port, otherText,
                                        Size(&otherSize));
      }},
-    {"UpdateNat", 49, 1468, [] { return HBL_UpdateNATFromConfig("zelan8"); }},
-    {"EnableAdapter", 38, 869, [] { return HBL_EnableNetworkAdapter("zelan8"); }},
-    {"UpdateAdapter", 58, 1558,
-     [] { return HBL_EnableNetworkAdapter("zelan8") && HBL_UpdateAdapterFromConfig("zelan8"); }},
-    {"DisableAdapter", 55, 1501,
-     [] { return HBL_EnableNetworkAdapter("zelan8") && HBL_DisableNetworkAdapter("zelan8"); }},
-    {"AdapterOff", 8, 213, [] { return HBL_SetVnetUseAdapter("zelan8", false, true); }},
-    {"AdapterList", 16, 337,
+    {"UpdateNat", 49, 1468, 70, [] { return HBL_UpdateNATFromConfig(vnet); }},
+    {"EnableAdapter", 38, 869, 22, [] { return HBL_EnableNetworkAdapter(vnet); }},
+    {"UpdateAdapter", 58, 1558, 22,
+     [] { return HBL_EnableNetworkAdapter(vnet) && HBL_UpdateAdapterFromConfig(vnet); }},
+    {"DisableAdapter", 55, 1501, 22,
+     [] { return HBL_EnableNetworkAdapter(vnet) && HBL_DisableNetworkAdapter(vnet); }},
+    {"AdapterOff", 8, 213, 23, [] { return HBL_SetVnetUseAdapter(vnet, false, true); }},
+    {"AdapterList", 16, 337, 68,
      [] {
          HBL_HostAdapterList *list = nullptr;
          const bool got = HBL_GetHostAdapterList(1, &list);
          HBL_FreeHostAdapterList(list);
          return got;
      }},
-    {"DefaultOff", 23, 605, [] { return SetDefault(HBL_VNET_NONE); }},
-    {"MoveAdapter", 34, 893, [] { return Move("eth5", 8); }},
-    {"GetFeatures", 23, 463, [] { return Features(HBL_GetVnetFeatures); }},
-    {"SetSubnet", 6, 163, [] { return HBL_SetVnetSubnetAddr("zelan8", "192.168.42.0"); }},
-    {"GetAdapterAddress", 5, 90, [] { return HBL_GetVnetAdapterAddr("zelan8", text, Size(&size), true); }},
-    {"Export", 12, 440, [] { return HBL_ExportDatabaseToFile("/tmp/export"); }},
+    {"DefaultOff", 23, 605, 76, [] { return SetDefault(HBL_VNET_NONE); }},
+    {"MoveAdapter", 34, 893, 113, [] { return Move("eth5", 8); }},
+    {"GetFeatures", 23, 463, 94, [] { return Features(HBL_GetVnetFeatures); }},
+    {"SetSubnet", 6, 163, 21, [] { return HBL_SetVnetSubnetAddr(vnet, "192.168.42.0"); }},
+    {"GetAdapterAddress", 5, 90, 20, [] { return HBL_GetVnetAdapterAddr(vnet, text, Size(&size), true); }},
+    {"Export", 12, 440, 43, [] { return HBL_ExportDatabaseToFile("/tmp/export"); }},
 };
 
 INSTANTIATE_TEST_SUITE_P(Of, Failures, testing::ValuesIn(CALLS),

@@ -278,8 +278,9 @@ TEST_F(Editor, DocumentsFollowTheirSchema) {
     }
 }
 
-// Fails and kills at each write to the database, and at the end of the way back, until one run is not hit any
-// more.
+// Fails and kills at each of its own writes to the database, and at the end of the way back, until one run is
+// not hit any more. Those of the rehearsal, a process below it with a database of its own, are spared, or
+// nothing would be written behind them.
 TEST_F(Editor, ChangeOfManyRecordsIsWrittenWholeOrNotAtAll) {
     const std::string change =
         " --no-apply set zelan8 dns=9.9.9.9 lease-time=700 range=10.7.8.50-10.7.8.60 nat=off";
@@ -305,7 +306,7 @@ TEST_F(Editor, ChangeOfManyRecordsIsWrittenWholeOrNotAtAll) {
         for (int call = 1; call < 40; call++) {
             Install(Nat8());
             const CommandResult result =
-                RunShell(std::string(STRACE) + "-f -qq -o /run/trace -P " + file + " -e trace=" + systemCall +
+                RunShell(std::string(STRACE) + "-qq -o /run/trace -P " + file + " -e trace=" + systemCall +
                          " -e inject=" + systemCall + ":" + fault + ":when=" + std::to_string(call) + " " +
                          ProgramPath("harbrelctl") + change);
             const bool hit = RunShell("grep -qE 'INJECTED|killed' /run/trace").Succeeded();
