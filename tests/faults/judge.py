@@ -2,12 +2,20 @@
 import collections
 import os
 import re
+import typing
 
 REMOVALS = {"remove_answer": ("answer", 1), "remove_bridge_mapping": ("add_bridge_mapping", 1),
             "remove_dhcp_mac_to_ip": ("add_dhcp_mac_to_ip", 2), "remove_nat_portfwd": ("add_nat_portfwd", 3)}
 KEY_WORDS = dict(REMOVALS.values())
 # Network 0 is the default bridge's also where no record says so.
 IMPLIED = "answer HBL_DEFAULT_BRIDGE_VNET 0"
+
+
+class Rules(typing.NamedTuple):
+    """What holds for a command besides."""
+    editor: bool = False         # it writes all of its changes or none
+    removes_first: bool = False  # the former database goes before the new one comes
+    stripped: str | None = None  # the network that it takes apart when it fails
 
 
 def read(folder, name):
@@ -31,7 +39,7 @@ def replayed(database):
         key = (kind, *words[1:count + 1])
         records.pop(key, None)
         if words and words[0] not in REMOVALS and line != IMPLIED:
-            records[key] = line
+            records[key] = line.rstrip()  # a journal ends a forward without a description differently
     return records
 
 
@@ -61,24 +69,41 @@ class Host:
         return read(self.folder, f"{stage}.undo") is not None
 
 
-def judge_database(host, twin, editor):
+def is_file_hash(key):
+    return key[-1].endswith("_CFG_HASH")
+
+
+def is_of(network, key):
+    """Whether a record belongs to the network that the command takes apart when it fails."""
+    return network is not None and (key[-1].startswith(f"VNET_{network}_") or key[1:2] == (network,))
+
+
+def edited(records):
+    """Without what a step behind the change notes of the file that it writes."""
+    return {key: record for key, record in (records or {}).items() if not is_file_hash(key)}
+
+
+def judge_database(host, twin, rules):
     status, database = host.outcome("disturbed")
     before, after = host.before, twin.database("disturbed")
     if database is None:
-        return "the database is gone" if before is not None else None
+        may_go = before is None or (rules.removes_first and status != "0\n")
+        return None if may_go else "the database is gone"
     original = replayed(read(twin.folder, "original.database"))
-    if editor and not host.has_way_back("disturbed") and database not in (before, after, original):
+    if rules.editor and not host.has_way_back("disturbed") and edited(database) not in map(edited, (before, after, original)):
         return "the editor's change is neither written nor not written"
-    if editor and host.has_way_back("disturbed") and status == "0\n":
+    if rules.editor and host.has_way_back("disturbed") and status == "0\n":
         return "the editor tells a success that its next change takes back"
     if status == "0\n" and database != after:
         return "the command tells a success that is none"
     for key, record in database.items():
+        if is_of(rules.stripped, key):
+            continue
         if record not in ((before or {}).get(key), (after or {}).get(key), (original or {}).get(key)):
             return f"the database holds a record of neither the state before nor the one after: {record}"
-    lost = [key for key in before or {} if key in (after or {}) and key not in database]
+    lost = [key for key in before or {} if key in (after or {}) and key not in database and not is_of(rules.stripped, key)]
     # A kill between the two lines of a record that is replaced.
-    if len(lost) > 1 or any((before or {})[key] == after[key] for key in lost):
+    if len(lost) > 1 or any((before or {})[key] == after[key] for key in lost if not is_file_hash(key)):
         return f"the database has lost {lost}"
     return None
 
@@ -94,27 +119,36 @@ def names(lines):
     return sorted(name for name in found if name != "zelan-copy")
 
 
-def difference(host, twin, stage):
-    missing, more = twin.state(stage) - host.state(stage), host.state(stage) - twin.state(stage)
-    new = host.complaints() - twin.complaints()
-    if names(twin.state(stage)) == names(host.state(stage)):
-        missing, more = ({line for line in lines if not is_said(line, new)} for lines in (missing, more))
-    if missing or more:
-        return f"after '{stage}' the host differs: " + "; ".join([f"-{line}" for line in sorted(missing)] +
-                                                                 [f"+{line}" for line in sorted(more)])
-    return None
+def is_taken_apart(host, rules):
+    database = host.database("disturbed") or {}
+    return any(is_of(rules.stripped, key) and key not in database for key in host.before or {})
 
 
-def judge(folder, twin_folder, editor):
+def difference(host, twin, stage, left_out=()):
+    """What lines of a state differ, but for those that begin with a word that is left out."""
+    seen, wanted = host.state(stage), twin.state(stage)
+    new = host.complaints() - twin.complaints() if names(seen) == names(wanted) else set()
+
+    def matters(line):
+        return line.split()[0] not in left_out and not is_said(line, new)
+
+    lines = [f"-{line}" for line in sorted((wanted - seen).elements()) if matters(line)]
+    lines += [f"+{line}" for line in sorted((seen - wanted).elements()) if matters(line)]
+    return f"after '{stage}' the host differs: " + "; ".join(lines) if lines else None
+
+
+def judge(folder, twin_folder, rules):
     """The first thing that is not as promised, or None."""
     host, twin = Host(folder), Host(twin_folder)
     if not host.ended:
         return "the host did not come to its end"
     if host.outcome("disturbed")[0] == "124\n":
         return "the disturbed command did not end"
-    bad = judge_database(host, twin, editor)
+    bad = judge_database(host, twin, rules)
     if bad:
         return bad
+    if is_taken_apart(host, rules):
+        return difference(host, twin, "stop", left_out=("files",))
     # Once more behind a success, or for the first time behind a failure.
     if host.outcome("again") not in (twin.outcome("disturbed"), twin.outcome("again")):
         return "the same command again does not give the undisturbed result"

@@ -1,4 +1,5 @@
 """What is disturbed: commands of the tools and the starts of the daemons, each in a state that it meets in use."""
+from judge import Rules
 
 SETTINGS = r"""printf '%s\n' 'BACKUP_VERSION=1,0' 'answer VNET_1_DHCP yes' \
 'answer VNET_1_HOSTONLY_NETMASK 255.255.255.0' 'answer VNET_1_HOSTONLY_SUBNET 10.7.1.0' \
@@ -17,7 +18,6 @@ TOOL = {
     "postinstall": ("true", "--postinstall x,0,1"),
     "upgrade": (RUNNING, "--postinstall x,1.0,1.1"),
     "migration": (INSTALLED, "--migrate-network-settings /run/settings"),
-    "policy": (RUNNING, "--install-host-policy=172.16.200.0,1"),
     "withdrawal": (RUNNING, "--uninstall-host-policy"),
     "status": (RUNNING, "--status"),
     "start": (INSTALLED, "--start"),
@@ -40,6 +40,10 @@ def edited(before, arguments):
     return before, command, f"{command}; status=$?; harbrelctl -y apply; exit $status", "harbrelctl"
 
 
+# The policy restarts what ran when it was installed, which a failure before has stopped.
+POLICY = "harbrelCLI --install-host-policy=172.16.200.0,1"
+
+
 def twice(before, command, traced):
     return before, command, command, traced
 
@@ -47,9 +51,16 @@ def twice(before, command, traced):
 # name: (state before, command, what follows it, the program whose calls are disturbed)
 SCENARIOS = {
     **{name: twice(before, f"harbrelCLI {arguments}", "harbrelCLI") for name, (before, arguments) in TOOL.items()},
+    "policy": (RUNNING, POLICY, f"{POLICY}; status=$?; harbrelCLI --start; exit $status", "harbrelCLI"),
     **{name: edited(*change) for name, change in EDITOR.items()},
     "zelan-watch": twice(INSTALLED, "harbrelCLI --start && harbrelCLI --stop", "zelan-watch"),
     **{daemon: twice(INSTALLED, "harbrelCLI --start", daemon) for daemon in DAEMONS},
+}
+
+RULES = {
+    **{name: Rules(editor=True) for name in EDITOR},
+    "migration": Rules(removes_first=True),
+    "policy": Rules(stripped="8"),
 }
 
 # Faults that have found something, or stand for many: scenario, call, error, and words of the place.
