@@ -56,14 +56,11 @@ bool PutInPlace(const HBLNetworkConfigurationDB *db, FunctionLog log, const char
 }
 
 // Behind a rewrite that changes nothing: makes `temporary` a second name of the database, which is on the
-// disk already. A new file in its place is not, and a loss of power could cost both.
-bool JoinWithDatabase(const HBLNetworkConfigurationDB *db, FunctionLog log, const char *temporary) {
+// disk already. A new file in its place is not, and a loss of power could cost both. False where a file
+// system knows no second names: the database stays what it is then.
+bool JoinWithDatabase(const HBLNetworkConfigurationDB *db, const char *temporary) {
     Posix_Unlink(temporary);
-    if (Posix_Link(db->path, temporary) != 0) {
-        log(LOG_ERR, "Failed to reame: %s to %s, error: %s", temporary, db->path, Err_ErrnoText(errno));
-        return false;
-    }
-    return true;
+    return Posix_Link(db->path, temporary) == 0;
 }
 
 void FinishJoined(const HBLNetworkConfigurationDB *db, const char *temporary) {
@@ -88,7 +85,7 @@ void Rewrite(HBLNetworkConfigurationDB *db, FunctionLog log, int former, bool ag
         return;
     }
     const bool changesNothing = agreed && NetCfgIsSameFile(db->path, file.get());
-    if (changesNothing && !JoinWithDatabase(db, log, temporary)) {
+    if (changesNothing && !JoinWithDatabase(db, temporary)) {
         return;
     }
     if (!changesNothing && fsync(file.get()) != 0) {
