@@ -222,6 +222,9 @@ TEST_F(Editor, ExportedSettingsComeBackWithTheirDifferencesShown) {
     EXPECT_EQ(0, Edit("list zelan8").status) << "NAT was not started again";
     EXPECT_EQ("", RunShell(ProgramPath("harbrelctl") + " -j doctor | grep code").output);
     EXPECT_EQ(2, Edit("import /nowhere").status);
+    EXPECT_THAT(Edit("import /etc/hostname").errors,
+                HasSubstr("/etc/hostname holds no settings of networks"));
+    EXPECT_EQ(before, RunShell("grep -v _HASH " + std::string(DATABASE)).output);
 }
 
 TEST_F(Editor, WatcherSeesWhatHappens) {

@@ -222,6 +222,17 @@ bool Perform(const Script &script, Rehearsal *rehearsal, std::string *reason) {
     return ReadReport(report.get(), script.host, script.networks, rehearsal, reason);
 }
 
+// The library takes what has no version line for a database of old, and any text that is none for an empty
+// one.
+bool HoldsSettings(const std::string &text) {
+    for (const char *beginning : {"BACKUP_VERSION=", "VERSION=", "answer "}) {
+        if (text.starts_with(beginning)) {
+            return true;
+        }
+    }
+    return text.find("\nanswer ") != text.npos;
+}
+
 }  // namespace
 
 bool Rehearse(const Host &host, const std::vector<RecordChange> &changes, const std::vector<int> &networks,
@@ -238,8 +249,13 @@ bool RehearseImport(const Host &host, const std::string &settingsFile, Rehearsal
     for (int network = 0; network < NETWORK_COUNT; network++) {
         networks.push_back(network);
     }
+    const std::string settings = ReadText(settingsFile);
+    if (!HoldsSettings(settings)) {
+        *reason = settingsFile + " holds no settings of networks";
+        return false;
+    }
     FileTexts files = FilesToBegin(host, networks);
-    files.emplace_back(STAGED, ReadText(settingsFile));
+    files.emplace_back(STAGED, settings);
     const auto import = [&]() -> std::string {
         const LogMark mark(host.paths.log);
         return HBL_ImportDatabaseFromFile(STAGED) ? "" : settingsFile + " is refused: " + mark.LastReason();
