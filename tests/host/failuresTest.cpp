@@ -283,7 +283,7 @@ const Call CALLS[] = {
      }},
     {"EnumTies", 4, 72, 18,
      [] { return HBL_EnumDHCPIPToMAC(vnet, Start(), text, Size(&size), otherText, Size(&otherSize)); }},
-    {"UpdateDhcp", 115, 10517, 132,
+    {"UpdateDhcp", 115, 10128, 132,
      [] {
          return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2) &&
                 HBL_UpdateDHCPFromConfig(vnet);

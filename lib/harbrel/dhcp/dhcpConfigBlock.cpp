@@ -223,6 +223,11 @@ void HBLLocateZelanDHCPBlock(FILE *stream, long *posStart, long *posEnd) {
     long next = ftell(stream);
     while (fgets(line, sizeof line, stream) != nullptr) {
         const long offset = std::exchange(next, ftell(stream));
+        if (offset < 0 || next < 0) {
+            HBLLog(LOG_ERR, __func__, "ftell failed");
+            *posStart = -1;
+            return;
+        }
         if (atLineStart && strcmp(line, DHCP_BLOCK_START) == 0) {
             *posStart = offset;
             HBLLog(LOG_INFO2, __func__, "Block Start identified: %li", *posStart);
