@@ -81,6 +81,7 @@ TEST(MsgFmt, RefusesBadFormatsWithAReason) {
     }
     const std::pair<const char *, const char *> CASES[] = {
         {"%1$d %3$d", "MsgFmt_GetArgs: gap in arguments at position 2"},
+        {"%4096$d", "MsgFmt_GetArgs: gap in arguments at position 1"},
         {"%lhd", "MsgFmtGetArg1: bad specifier, status -2, pos \"\", type \"lhd\""},
         {"%1$n", "MsgFmtGetArg1: %n not supported, pos \"1\", type \"n\""},
         {"%llf", "MsgFmtGetArg1: %Lf not supported, pos \"\", type \"llf\""},
