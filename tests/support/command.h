@@ -12,7 +12,8 @@
 // The leak check of a sanitizer build cannot work on a traced process.
 inline constexpr char STRACE[] = "env ASAN_OPTIONS=detect_leaks=0 strace ";
 
-// Deadlines, given ones too, are those of ordinary hardware; the build's HARBREL_TEST_PATIENCE multiplies them.
+// Deadlines, given ones too, are those of ordinary hardware; the build's HARBREL_TEST_PATIENCE multiplies
+// them.
 inline constexpr std::chrono::milliseconds COMMAND_DEADLINE{20000};
 inline constexpr std::chrono::milliseconds CONDITION_DEADLINE{10000};
 
