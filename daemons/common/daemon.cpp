@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "daemons/common/capabilities.h"
 #include "daemons/common/complain.h"
@@ -63,18 +65,9 @@ void LeaveStartersSession() {
     }
 }
 
-// The path as it is from every folder.
-std::string Absolute(const char *path) {
-    char folder[PATH_MAX];
-    if (*path == '/' || getcwd(folder, sizeof folder) == nullptr) {
-        return path;
-    }
-    return std::string(folder) + "/" + path;
-}
-
 // False after a line in the log.
 bool WriteRecord(const DaemonContract &contract, pid_t daemon, const CleanUp &cleanUp) {
-    Traces traces = {daemon, Process_StartTime(daemon), Absolute(contract.pidFile), cleanUp};
+    Traces traces = {daemon, Process_StartTime(daemon), File_Absolute(contract.pidFile), cleanUp};
     std::string path = Traces_Path(contract.duty);
     if (!File_Replace(path.c_str(), Traces_Text(traces))) {
         Complain("%s: %s", path.c_str(), strerror(errno));
@@ -83,38 +76,25 @@ bool WriteRecord(const DaemonContract &contract, pid_t daemon, const CleanUp &cl
     return true;
 }
 
-// A daemon begins once it is guarded and named. One whose foreground process ends before ends with it: as
-// another user's, which it may have become, it could not be killed.
-class GoAhead {
-  public:
-    GoAhead() {
-        int ends[2] = {-1, -1};
-        if (pipe2(ends, O_CLOEXEC) == 0) {
-            await_.reset(ends[0]);
-            give_.reset(ends[1]);
-        }
+// False when the other end is closed instead.
+bool AwaitGoAhead(const FileDescriptor &goAhead) {
+    char word = 0;
+    ssize_t size = 0;
+    while ((size = read(goAhead.get(), &word, sizeof word)) < 0 && errno == EINTR) {
     }
+    return size > 0;
+}
 
-    bool isOpen() const { return static_cast<bool>(give_); }
-
-    bool Await() {
-        char word = 0;
-        give_.reset();
-        ssize_t size = 0;
-        while ((size = read(await_.get(), &word, sizeof word)) < 0 && errno == EINTR) {
-        }
-        return size > 0;
+// False after a line in the log.
+bool Guard(DaemonContract *contract, pid_t daemon, const CleanUp &cleanUp) {
+    FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, daemon, 0)));
+    if (!process) {
+        Complain("pidfd_open: %s", strerror(errno));
+        return false;
     }
-
-    void Give() {
-        const char word = 1;
-        (void)!write(give_.get(), &word, sizeof word);
-    }
-
-  private:
-    FileDescriptor await_;
-    FileDescriptor give_;
-};
+    contract->isRecorded = WriteRecord(*contract, daemon, cleanUp);
+    return contract->isRecorded && Watch_Ask(contract->watch, WATCH_GUARD, process.get()) == WATCH_DONE;
+}
 
 bool WritePidFile(const char *path, pid_t daemon) {
     if (!File_Replace(path, std::to_string(daemon) + "\n")) {
@@ -159,43 +139,63 @@ bool Daemon_Claim(DaemonContract *contract, Service service, int network) {
 }
 
 void Daemon_GiveUp(DaemonContract *contract, const CleanUp &cleanUp) {
-    // Of a process that is about to end: the end of the connection is what the record is looked at for.
-    WriteRecord(*contract, getpid(), cleanUp);
+    if (!contract->isRecorded) {
+        // Of a process that is about to end: the end of the connection is what the record is looked at for.
+        WriteRecord(*contract, getpid(), cleanUp);
+    }
     _exit(EXIT_FAILURE);
 }
 
 void Daemon_Detach(DaemonContract *contract, const CleanUp &cleanUp) {
-    GoAhead goAhead;
-    pid_t daemon = goAhead.isOpen() ? fork() : -1;
+    pid_t daemon = Daemon_Fork(contract);
     if (daemon == 0) {
-        close(contract->statusDescriptor);
-        contract->watch.reset();
-        LeaveStartersSession();
-        if (!goAhead.Await()) {
-            _exit(EXIT_FAILURE);
-        }
         return;
     }
-    if (daemon < 0) {
-        Complain("fork: %s", strerror(errno));
+    if (daemon < 0 || !Daemon_LetGo(contract, daemon, cleanUp)) {
         Daemon_GiveUp(contract, cleanUp);
     }
-    if (!Daemon_Guard(contract, daemon, cleanUp) || !WritePidFile(contract->pidFile, daemon)) {
-        _exit(EXIT_FAILURE);
-    }
-    goAhead.Give();
     Daemon_Report(contract);
     _exit(EXIT_SUCCESS);
 }
 
-bool Daemon_Guard(DaemonContract *contract, pid_t daemon, const CleanUp &cleanUp) {
-    FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, daemon, 0)));
-    if (!process) {
-        Complain("pidfd_open: %s", strerror(errno));
+pid_t Daemon_Fork(DaemonContract *contract) {
+    int ends[2] = {-1, -1};
+    FileDescriptor await(pipe2(ends, O_CLOEXEC) == 0 ? ends[0] : -1);
+    contract->goAhead.reset(ends[1]);
+    pid_t daemon = await ? fork() : -1;
+    if (daemon < 0) {
+        Complain("fork: %s", strerror(errno));
+    } else if (daemon == 0) {
+        contract->goAhead.reset();
+        contract->watch.reset();
+        close(contract->statusDescriptor);
+        LeaveStartersSession();
+        // As another user's, which it may become, it could not be killed by a foreground process that fails.
+        if (!AwaitGoAhead(await)) {
+            _exit(EXIT_FAILURE);
+        }
+    }
+    return daemon;
+}
+
+bool Daemon_LetGo(DaemonContract *contract, pid_t daemon, const CleanUp &cleanUp) {
+    constexpr char WORD = 1;
+    FileDescriptor goAhead = std::move(contract->goAhead);
+    if (!Guard(contract, daemon, cleanUp) || !WritePidFile(contract->pidFile, daemon)) {
         return false;
     }
-    return WriteRecord(*contract, daemon, cleanUp) &&
-           Watch_Ask(contract->watch, WATCH_GUARD, process.get()) == WATCH_DONE;
+    if (write(goAhead.get(), &WORD, sizeof WORD) != sizeof WORD) {
+        Complain("the daemon has been killed: %s", strerror(errno));
+        unlink(contract->pidFile);
+        return false;
+    }
+    return true;
+}
+
+void Daemon_End(const DaemonContract &contract, pid_t daemon) {
+    kill(daemon, SIGKILL);
+    waitpid(daemon, nullptr, 0);
+    unlink(contract.pidFile);
 }
 
 void Daemon_Report(DaemonContract *contract) {

@@ -16,8 +16,10 @@ struct DaemonContract {
     const char *pidFile = nullptr;
     int statusDescriptor = -1;  // the number in statusText
 
-    Duty duty;                  // set by Daemon_Claim
-    FileDescriptor watch = {};  // the connection to zelan-watch, open until the report
+    Duty duty;                    // set by Daemon_Claim
+    FileDescriptor watch = {};    // the connection to zelan-watch, open until the report
+    FileDescriptor goAhead = {};  // between Daemon_Fork and Daemon_LetGo
+    bool isRecorded = false;      // zelan-watch has been told what there is to clean up
 };
 
 // Tests the two texts of a contract, and sheds what the starter handed down by chance: every descriptor but 0
@@ -42,8 +44,14 @@ void Daemon_Detach(DaemonContract *contract, const CleanUp &cleanUp);
 
 // The pieces of Daemon_Detach, for a daemon whose work is done by a foreign program.
 //
-// Has zelan-watch wait for the end of the daemon, a child of the caller, and then clean up and remove the PID
-// file. False after a line in the log; the daemon is then to be killed.
-bool Daemon_Guard(DaemonContract *contract, pid_t daemon, const CleanUp &cleanUp);
+// Forks the daemon, which begins once it is guarded and named: it waits for Daemon_LetGo, and ends by itself
+// when the caller ends or fails before that. Returns 0 in the daemon, which is in the root folder, in a
+// session of its own and without a standard input; -1 after a line in the log.
+pid_t Daemon_Fork(DaemonContract *contract);
+// Has zelan-watch wait for the end of the daemon, and then clean up and remove the PID file; writes that file
+// and lets the daemon begin. False after a line in the log; the daemon then ends.
+bool Daemon_LetGo(DaemonContract *contract, pid_t daemon, const CleanUp &cleanUp);
+// Ends a daemon that was let go and does not come up, with its PID file.
+void Daemon_End(const DaemonContract &contract, pid_t daemon);
 // Tells the starter that the daemon is up, and lets go of the pipe.
 void Daemon_Report(DaemonContract *contract);

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "lib/misc/owners.h"
@@ -46,6 +47,14 @@ bool File_Write(const char *path, const char *text) {
 
 std::string File_Unfinished(const std::string &path) {
     return path + ".new";
+}
+
+std::string File_Absolute(const char *path) {
+    char folder[PATH_MAX];
+    if (*path == '/' || getcwd(folder, sizeof folder) == nullptr) {
+        return path;
+    }
+    return std::string(folder) + "/" + path;
 }
 
 bool File_Replace(const char *path, const std::string &text) {

@@ -15,3 +15,6 @@ bool File_Replace(const char *path, const std::string &text);
 
 // Where a replacement stands until it is whole.
 std::string File_Unfinished(const std::string &path);
+
+// The path as it is from every folder.
+std::string File_Absolute(const char *path);

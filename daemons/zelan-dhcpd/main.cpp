@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -192,14 +191,6 @@ void FindIncluded(const std::vector<DhcpStatement> &statements, std::vector<std:
     }
 }
 
-bool WritePidFile(const char *path, pid_t server) {
-    if (!File_Replace(path, std::to_string(server) + "\n")) {
-        Complain("cannot write the PID file %s: %s", path, strerror(errno));
-        return false;
-    }
-    return true;
-}
-
 bool Start(Arguments *arguments, CleanUp *cleanUp) {
     Plan plan;
     if (!MakePlan(*arguments, &plan)) {
@@ -207,8 +198,8 @@ bool Start(Arguments *arguments, CleanUp *cleanUp) {
     }
     ServerStart start = {.program = plan.program,
                          .name = arguments->name,
-                         .configuration = arguments->configuration,
-                         .leases = arguments->leases,
+                         .configuration = File_Absolute(arguments->configuration),
+                         .leases = File_Absolute(arguments->leases),
                          .included = {},
                          .leaseFile = LeaseFile_Prepare(arguments->leases, plan.leases),
                          .space = {}};
@@ -216,19 +207,10 @@ bool Start(Arguments *arguments, CleanUp *cleanUp) {
         return false;
     }
     FindIncluded(plan.statements, &start.included);
-    start.space = MakePlace(*arguments, plan, cleanUp);
-    pid_t pid = !start.space     ? 0
-                : plan.byDnsmasq ? Server_StartDnsmasq(start, plan.dnsmasqConf, plan.leases.owner)
-                                 : Server_StartDhcpd(start);
-    if (pid == 0) {
-        return false;
-    }
-    if (!Daemon_Guard(&arguments->contract, pid, *cleanUp) ||
-        !WritePidFile(arguments->contract.pidFile, pid)) {
-        kill(pid, SIGKILL);
-        return false;
-    }
-    return true;
+    Server server =
+        plan.byDnsmasq ? Server_Dnsmasq(&start, plan.dnsmasqConf, plan.leases.owner) : Server_Dhcpd(start);
+    start.space = server.output ? MakePlace(*arguments, plan, cleanUp) : FileDescriptor();
+    return start.space && Server_Start(start, server, &arguments->contract, *cleanUp);
 }
 
 }  // namespace

@@ -12,6 +12,8 @@ RUNNING = INSTALLED + " && harbrelCLI --start"
 CUT_OFF = (INSTALLED + "; cp /etc/orvane/networking original.database; strace -qq -f -o /dev/null -e trace=unlink -P /etc/orvane/harbrelctl.undo "
            "-e inject=unlink:signal=KILL:when=1 harbrelctl -y --no-apply set zelan8 dns=10.7.8.7 domain=cut.example; "
            "[ -e /etc/orvane/harbrelctl.undo ]")
+# ISC dhcpd serves what dnsmasq has no words for.
+FOR_DHCPD = INSTALLED + """ && echo 'class "none" { }' >>/etc/orvane/zelan8/dhcpd/dhcpd.conf"""
 DAEMONS = ("zelan-bridge", "zelan-netifup", "zelan-dhcpd", "zelan-natd", "zelan-detect")
 
 TOOL = {
@@ -55,6 +57,7 @@ SCENARIOS = {
     **{name: edited(*change) for name, change in EDITOR.items()},
     "zelan-watch": twice(INSTALLED, "harbrelCLI --start && harbrelCLI --stop", "zelan-watch"),
     **{daemon: twice(INSTALLED, "harbrelCLI --start", daemon) for daemon in DAEMONS},
+    "isc-dhcpd": twice(FOR_DHCPD, "harbrelCLI --start", "zelan-dhcpd"),
 }
 
 RULES = {
@@ -67,6 +70,8 @@ RULES = {
 KNOWN = (
     ("zelan-netifup", "rename", "KILL", "WriteRecord|Daemon_Guard"),
     ("zelan-netifup", "rename", "KILL", "Daemon_Detach"),
+    ("zelan-dhcpd", "rename", "KILL", "zelan-dhcpd-zelan#.pid"),
+    ("isc-dhcpd", "rename", "KILL", "zelan-dhcpd-zelan#.pid"),
     ("zelan-natd", "sendto", "EACCES", "Address_ForEach"),
     ("zelan-natd", "openat", "ENOSPC", "HostForwarding_TurnOn.*UseAdapters"),
     ("zelan-natd", "unshare", "KILL", "Router_Make"),
