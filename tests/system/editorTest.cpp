@@ -62,10 +62,17 @@ TEST_F(Editor, NewNetworkServesGuestsWithForwardsAndReservations) {
     EXPECT_THAT(TakeLease(*guest), MatchesRegex("10\\.7\\.99\\.5."));
     EXPECT_TRUE(guest->Run("ping -c 1 -W 5 203.0.113.9").Succeeded());
     guest.reset();
-    MustEdit("remove zelan1");
+    const std::string folder = "/etc/orvane/zelan1/dhcpd/";
+    Must("cd " + folder + " && touch notes dhcpd.conf.bak && mount --bind notes dhcpd.conf.bak");
+    const CommandResult cut = Edit("remove zelan1");
+    EXPECT_EQ(1, cut.status) << cut;
+    EXPECT_THAT(cut.errors, HasSubstr("remove zelan1: " + folder + "dhcpd.conf.bak stays: Device or"));
+    EXPECT_THAT(cut.errors, HasSubstr(folder + "notes is kept"));
     EXPECT_EQ("", MustEdit("--no-legend list").output);
     EXPECT_FALSE(HasLink("zelan1"));
-    EXPECT_EQ("", Names("/etc/orvane/zelan1*"));
+    Must("umount " + folder + "dhcpd.conf.bak");
+    MustEdit("remove zelan1");
+    EXPECT_EQ("notes ", Names("/etc/orvane/zelan1/*/*"));
 }
 
 TEST_F(Editor, AdapterMovesToANetworkAndBack) {

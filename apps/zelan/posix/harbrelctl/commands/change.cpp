@@ -69,6 +69,9 @@ int RunAll(const Arguments &arguments, const Editor &editor, const Plan &plan) {
             } else if (!arguments.json) {
                 Tell("%s", StepText(step).c_str());
             }
+            if (!report.kept.empty()) {
+                Complain("%s is kept, as it is none of ours", report.kept.c_str());
+            }
         });
     for (const std::string &failure : failures) {
         Complain("not done: %s", failure.c_str());

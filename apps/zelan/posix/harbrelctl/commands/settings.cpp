@@ -1,4 +1,6 @@
 // set, unset, add, remove.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 
@@ -6,6 +8,7 @@
 #include "apps/zelan/posix/harbrelctl/commands/commands.h"
 #include "apps/zelan/posix/harbrelctl/commands/progress.h"
 #include "apps/zelan/posix/harbrelctl/execution/freeSubnet.h"
+#include "apps/zelan/posix/harbrelctl/execution/remains.h"
 #include "apps/zelan/posix/harbrelctl/model/keys.h"
 #include "apps/zelan/posix/harbrelctl/output/report.h"
 
@@ -13,6 +16,12 @@ namespace {
 
 bool IsUsed(const Host &host, int network) {
     return host.HasAnything(network);
+}
+
+// Of one that is gone, when it could not be taken out as a whole.
+bool HasLeftSomething(const Host &host, int network) {
+    return access(host.paths.Node(network).c_str(), F_OK) == 0 ||
+           !FindRemains(host.paths, network).ours.empty();
 }
 
 // zelan0 is left to bridging.
@@ -188,7 +197,7 @@ int RunRemove(const Arguments &arguments) {
     return Change(arguments, [&](const Editor &editor, Wish *wish) {
         wish->networks = *networks;
         for (const int network : *networks) {
-            if (IsUsed(editor.context.host, network)) {
+            if (IsUsed(editor.context.host, network) || HasLeftSomething(editor.context.host, network)) {
                 wish->removed.push_back(network);
             }
         }

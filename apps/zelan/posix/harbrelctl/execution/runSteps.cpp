@@ -6,6 +6,7 @@
 #include <set>
 #include <thread>
 
+#include "apps/zelan/posix/harbrelctl/execution/remains.h"
 #include "apps/zelan/posix/harbrelctl/model/library.h"
 #include "lib/harbrel/harbrel.h"
 
@@ -37,7 +38,16 @@ bool Start(const char *name, Service service) {
                                       : HBL_StartService(name, SERVICES[service].type);
 }
 
-bool RunStep(const Host &host, const Step &step) {
+// The library's own success does not mean that nothing is left.
+bool Remove(const Host &host, int network, Remains *remains) {
+    if (!WaitForInterfaceToGo(host, network) || !HBL_DeleteVnetFromDatabase(NetworkName(network).c_str())) {
+        return false;
+    }
+    *remains = RemoveRemains(host.paths, network);
+    return remains->ours.empty();
+}
+
+bool RunStep(const Host &host, const Step &step, Remains *remains) {
     const std::string name = NetworkName(step.network);
     switch (step.kind) {
         case STEP_STOP:
@@ -48,7 +58,7 @@ bool RunStep(const Host &host, const Step &step) {
         case STEP_START:
             return Start(name.c_str(), step.service);
         case STEP_REMOVE:
-            return WaitForInterfaceToGo(host, step.network) && HBL_DeleteVnetFromDatabase(name.c_str());
+            return Remove(host, step.network, remains);
         case STEP_NODE:
             return HBL_CreateZelanDevice(name.c_str());
     }
@@ -68,12 +78,14 @@ bool RunSteps(const Host &host, const std::vector<Step> &steps, const TellStep &
             continue;
         }
         const LogMark mark(host.paths.log);
-        const bool done = RunStep(host, step);
+        Remains remains;
+        const bool done = RunStep(host, step, &remains);
         if (!done && step.kind != STEP_WRITE) {
             spoilt.insert(who);
         }
         good = good && done;
-        tell(step, {done, done ? "" : mark.LastReason()});
+        const std::string stays = remains.ours.empty() ? "" : remains.ours + " stays: " + remains.reason;
+        tell(step, {done, done || !stays.empty() ? stays : mark.LastReason(), remains.foreign});
     }
     return good;
 }

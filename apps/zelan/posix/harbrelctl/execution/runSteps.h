@@ -9,7 +9,8 @@
 
 struct StepReport {
     bool done = false;
-    std::string reason;  // of a failure
+    std::string reason = {};  // of a failure
+    std::string kept = {};    // the path of a file that is none of ours, in the folder of a removed network
 };
 // Called after each step.
 using TellStep = std::function<void(const Step &step, const StepReport &report)>;

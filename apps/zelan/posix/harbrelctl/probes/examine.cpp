@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "apps/zelan/posix/harbrelctl/execution/commit.h"
+#include "apps/zelan/posix/harbrelctl/execution/remains.h"
 #include "apps/zelan/posix/harbrelctl/probes/finding.h"
 
 namespace {
@@ -60,6 +61,19 @@ std::optional<Finding> ProbeInterrupted(const Patient &) {
                    "harbrelctl apply"};
 }
 
+// Nobody asks for them any more; and a new network of that number would begin with what stands in them.
+std::optional<Finding> ProbeRemains(const Patient &patient) {
+    for (int network = 0; network < NETWORK_COUNT; network++) {
+        const bool isThere = patient.host.HasAnything(network);
+        const std::string path = isThere ? "" : FindRemains(patient.host.paths, network).ours;
+        if (!path.empty()) {
+            return Finding{network, "files-left", path + " is of a network that is not there",
+                           "harbrelctl remove " + NetworkName(network)};
+        }
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::string ApplyCommand(int network) {
@@ -68,7 +82,7 @@ std::string ApplyCommand(int network) {
 
 std::vector<Finding> ExamineHost(const Patient &patient) {
     std::vector<Finding> findings;
-    for (const auto probe : {ProbeInterrupted, ProbeDescriptors, ProbeMemory}) {
+    for (const auto probe : {ProbeInterrupted, ProbeDescriptors, ProbeMemory, ProbeRemains}) {
         const std::optional<Finding> finding = probe(patient);
         if (finding) {
             findings.push_back(*finding);
