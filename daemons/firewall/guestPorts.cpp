@@ -119,11 +119,6 @@ struct Means {
 };
 constexpr Means ALL_MEANS[] = {{true, true}, {false, true}, {true, false}, {false, false}};
 
-// Whether the kernel has refused what it does not know.
-bool IsLack(int error) {
-    return error == ENOENT || error == EOPNOTSUPP || error == EINVAL;
-}
-
 // What tells most frames apart comes first.
 void AddTable(NftTransaction *transaction, const Means &means) {
     constexpr const char *CHAIN = "frames";
@@ -224,7 +219,7 @@ int GuestPorts::Rebuild(const GuardedNetworks &guarded) {
         return EIO;
     }
     int error = TryRebuild(&socket, guarded);
-    for (size_t next = means_ + 1; IsLack(error) && next < std::size(ALL_MEANS); next++) {
+    for (size_t next = means_ + 1; Nft_IsLack(error) && next < std::size(ALL_MEANS); next++) {
         means_ = next;
         error = TryRebuild(&socket, guarded);
         if (error == 0 && !ALL_MEANS[means_].limits) {

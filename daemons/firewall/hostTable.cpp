@@ -22,11 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Of an errno value: that it may go another time, while another says what the kernel cannot do.
-bool IsPassing(int error) {
-    return error == ENOMEM || error == ENOBUFS || error == EINTR || error == EAGAIN;
-}
-
 bool Refused(int error) {
     if (error != 0) {
         Complain("nftables refuses the host's rules: %s", strerror(error));
@@ -79,20 +74,19 @@ int Rebuild(RtSocket *socket) {
 // afterwards. False after a line in the log.
 bool EnsureFlowChain(RtSocket *socket, const std::string &chain, const char *what,
                      const std::function<void(NftTransaction *)> &add, bool *wanted) {
-    if (!*wanted || Nft_Find(socket, HostRules_Table(), chain.c_str()) == 0) {
-        return true;
+    int error = *wanted ? Nft_Find(socket, HostRules_Table(), chain.c_str()) : 0;
+    if (error != ENOENT) {
+        return !Refused(error);
     }
     NftTransaction transaction(HostRules_Table());
     add(&transaction);
-    int error = transaction.Commit(socket);
-    if (IsPassing(error)) {
-        return !Refused(error);
-    }
+    error = transaction.Commit(socket);
     *wanted = error == 0;
-    if (error != 0) {
+    if (Nft_IsLack(error)) {
         Complain("this kernel lacks %s", what);
+        return true;
     }
-    return true;
+    return !Refused(error);
 }
 
 // Leaves out of the share what this kernel lacks. False after a line in the log.

@@ -220,3 +220,7 @@ int Nft_Find(RtSocket *socket, const NftTable &table, const char *chain) {
     }
     return socket->Ask(&request, [](const nlmsghdr *) {});
 }
+
+bool Nft_IsLack(int error) {
+    return error == ENOENT || error == EOPNOTSUPP || error == EINVAL;
+}

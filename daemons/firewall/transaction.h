@@ -82,3 +82,7 @@ class NftTransaction {
 
 // Whether the table, or a chain of it, exists: 0, or ENOENT, or another errno value.
 int Nft_Find(RtSocket *socket, const NftTable &table, const char *chain = nullptr);
+
+// Whether an errno value tells of a kernel that does not know what it was asked for. All others may be gone
+// another time.
+bool Nft_IsLack(int error);

@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -137,12 +138,14 @@ bool RouterTable_Load(const NatConf &conf, const std::vector<PortForward> &forwa
     }
     int error = 0;
     for (const auto &attempt : attempts) {
-        error = attempt.ftp && !conf.activeFtp ? EAGAIN
+        error = attempt.ftp && !conf.activeFtp ? ENOENT
                                                : Load(&socket, conf, forwards, attempt.timeout, attempt.ftp);
-        if (error == 0) {
-            return true;
+        if (!Nft_IsLack(error)) {
+            break;
         }
     }
-    Complain("nftables refuses the router's rules: %s", strerror(error));
-    return false;
+    if (error != 0) {
+        Complain("nftables refuses the router's rules: %s", strerror(error));
+    }
+    return error == 0;
 }

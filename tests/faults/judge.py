@@ -109,9 +109,8 @@ def judge_database(host, twin, rules):
 
 
 def is_said(line, complaints):
-    """A daemon that cannot have a confinement, or what it takes for the kernel's lack, says so once and goes on without."""
-    words = {"process": ("cannot", "are copied"), "rules": ("lacks",)}.get(line.split()[0], ())
-    return any(word in text for text in complaints for word in words)
+    """A daemon that cannot have a confinement, or the kernel's way of carrying frames, says so once and goes on without."""
+    return line.startswith("process ") and any(word in text for text in complaints for word in ("cannot", "are copied"))
 
 
 def names(lines):

@@ -73,6 +73,8 @@ KNOWN = (
     ("zelan-dhcpd", "rename", "KILL", "zelan-dhcpd-zelan#.pid"),
     ("isc-dhcpd", "rename", "KILL", "zelan-dhcpd-zelan#.pid"),
     ("zelan-natd", "sendto", "EACCES", "Address_ForEach"),
+    ("zelan-natd", "sendto", "EACCES", "Commit.*EnsureFlowChain"),
+    ("zelan-natd", "sendto", "EACCES", "Commit.*RouterTable_Load"),
     ("zelan-natd", "openat", "ENOSPC", "HostForwarding_TurnOn.*UseAdapters"),
     ("zelan-natd", "unshare", "KILL", "Router_Make"),
     ("zelan-natd", "unshare", "ENOMEM", "Router_Make"),
