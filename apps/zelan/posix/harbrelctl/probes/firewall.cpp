@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -160,21 +161,6 @@ std::string OutputOf(const char *command) {
     return text;
 }
 
-// Lines as "-P FORWARD DROP" and "-A FORWARD -i eth0 -j DROP".
-void AddLegacyRules(std::vector<DropRule> *rules) {
-    std::istringstream lines(OutputOf("iptables-legacy -S FORWARD 2>/dev/null"));
-    for (std::string line; std::getline(lines, line);) {
-        const bool policy = line == "-P FORWARD DROP";
-        if (policy || line.ends_with("-j DROP") || line.find("-j REJECT") != std::string::npos) {
-            DropRule rule;
-            rule.place = "legacy iptables";
-            rule.rule = line;
-            rule.others = !policy && line != "-A FORWARD -j DROP";
-            rules->push_back(rule);
-        }
-    }
-}
-
 }  // namespace
 
 std::vector<DropRule> ParseDropRules(std::string_view json) {
@@ -226,13 +212,27 @@ bool Meets(const DropRule &rule, const std::vector<std::string> &interfaces, con
                         [&](const DropRule &accepted) { return Meets(accepted, interfaces, subnet); });
 }
 
+std::vector<DropRule> ParseLegacyRules(const std::string &lines) {
+    std::vector<DropRule> rules;
+    std::istringstream stream(lines);
+    for (std::string line; std::getline(stream, line);) {
+        const bool whole = line == "-P FORWARD DROP" || line == "-A FORWARD -j DROP";
+        if (whole || line.ends_with("-j DROP") || line.find("-j REJECT") != std::string::npos) {
+            rules.push_back({"legacy iptables", line, {}, {}, {}, !whole});
+        }
+    }
+    return rules;
+}
+
 std::vector<DropRule> ReadDropRules() {
     std::vector<DropRule> rules = ParseDropRules(OutputOf("nft -j list ruleset 2>/dev/null"));
-    std::ifstream legacy("/proc/net/ip_tables_names");
-    for (std::string table; legacy >> table;) {
-        if (table == "filter") {
-            AddLegacyRules(&rules);
-        }
+    std::ifstream tables("/proc/net/ip_tables_names");
+    // Without the table the question alone would load the kernel's module.
+    if (std::find(std::istream_iterator<std::string>(tables), {}, "filter") !=
+        std::istream_iterator<std::string>()) {
+        const std::vector<DropRule> legacy =
+            ParseLegacyRules(OutputOf("iptables-legacy -S FORWARD 2>/dev/null"));
+        rules.insert(rules.end(), legacy.begin(), legacy.end());
     }
     return rules;
 }

@@ -21,6 +21,9 @@ struct DropRule {
 // Tables of ours are left out. Pure.
 std::vector<DropRule> ParseDropRules(std::string_view json);
 
+// The same out of lines as "-P FORWARD DROP" and "-A FORWARD -i eth0 -j DROP". Pure.
+std::vector<DropRule> ParseLegacyRules(const std::string &lines);
+
 // Whether the rule meets packets from or to a network with these interfaces and this subnet.
 bool Meets(const DropRule &rule, const std::vector<std::string> &interfaces, const Subnet &subnet);
 

@@ -42,10 +42,11 @@ uint32_t Get32(std::span<const uint8_t> bytes, size_t offset) {
     return Get16(bytes, offset) << 16U | Get16(bytes, offset + 2);
 }
 
+// Of whole words.
 uint16_t Checksum(std::span<const uint8_t> bytes) {
     uint32_t sum = 0;
     for (size_t offset = 0; offset < bytes.size(); offset += 2) {
-        sum += bytes[offset] * 256U + (offset + 1 < bytes.size() ? bytes[offset + 1] : 0U);
+        sum += Get16(bytes, offset);
     }
     while (sum > 0xffff) {
         sum = (sum >> 16U) + (sum & 0xffffU);
