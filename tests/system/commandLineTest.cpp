@@ -39,6 +39,7 @@ TEST(CommandLine, EndsAsTold) {
         {{"--install-host-policy=172.16.0.0,-18446744073709551615"}, 1, "", badPolicy},
         {{"--install-host-policy=172.16.0.0,"}, 1, "", badPolicy},
         {{"--install-host-policy=172.16.0.0"}, 1, "", badPolicy},
+        {{"--postinstall", "a"}, 1, "", "Invalid argument a specified for postinstall\n" + NOT_ONE},
         {{"--postinstall", "a,b,"}, 1, "", "Invalid argument a specified for postinstall\n" + NOT_ONE},
         {{"-v", "--postinstall", "a,,c,d", "--start"},
          1,
@@ -66,7 +67,8 @@ TEST(CommandLine, DebugTurnsVerboseOnOnlyForTheExactWord) {
 
 TEST(SweepWithoutALibrary, SaysThatItCouldNotInitialize) {
     std::filesystem::create_directory("/var/log/harbrel");
-    for (const char *command : {"--start", "--stop", "--status"}) {
+    for (const char *command :
+         {"--start", "--stop", "--status", "--install-host-policy", "--uninstall-host-policy"}) {
         const CommandResult result = RunCommand({CLI, command});
         EXPECT_EQ(1, result.status) << command;
         EXPECT_EQ("Failed to initialize\n", result.errors) << command;

@@ -1,7 +1,7 @@
 // What the editor refuses, and that it lets the rest pass.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
-#include <functional>
+#include <sstream>
 
 #include "apps/zelan/posix/harbrelctl/checks/checks.h"
 #include "apps/zelan/posix/harbrelctl/model/keys.h"
@@ -12,24 +12,25 @@ uint32_t Address(const char *text) {
     return ParseAddress(text).value_or(0);
 }
 
-// zelan8 behind NAT on 192.168.8.0/24, zelan9 host-only on 10.0.0.0/16.
+// zelan8 behind NAT on 192.168.8.0/24, zelan9 host-only on 10.0.0.0/16, where neither DHCP nor a gateway is.
 Config Sound() {
     Config config;
     for (const char *word : {"subnet=192.168.8.0/24", "dhcp=on", "nat=on", "adapter=on"}) {
         EXPECT_EQ("", Assign(word, &config.networks[8]));
     }
-    for (const char *word : {"subnet=10.0.0.0/16", "adapter=on"}) {
+    for (const char *word : {"subnet=10.0.0.0/16", "adapter=on", "range=10.0.0.9-10.0.0.3"}) {
         EXPECT_EQ("", Assign(word, &config.networks[9]));
     }
     config.networks[8].forwards = {{true, 8888, Address("192.168.8.10"), 80, "web"}};
     config.networks[8].reservations = {{"02:00:00:00:00:01", Address("192.168.8.10")}};
-    config.networks[9].forwards = {{false, 53, Address("10.0.0.9"), 53, ""}};
+    config.networks[9].reservations = {{"02:00:00:00:00:01", Address("10.0.0.2")}};
+    config.networks[9].forwards = {{false, 8888, Address("10.0.0.9"), 53, ""}};
     return config;
 }
 
 const Surroundings &Around() {
     static const Surroundings around = {{{{Address("172.17.0.0"), MaskOf(16)}, "the bridge docker0"}},
-                                        {{true, 22, "sshd (7)"}}};
+                                        {{true, 22, "sshd (7)"}, {false, 8888, "named (8)"}}};
     return around;
 }
 
@@ -43,61 +44,66 @@ std::string Codes(const Config &config, int network) {
 }
 
 TEST(EditorChecks, EachFaultHasItsCodeAndSoundSettingsHaveNone) {
-    ASSERT_EQ("", Codes(Sound(), 8));
-    const struct {
-        const char *assignment;
-        const char *codes;
-    } values[] = {
-        {"subnet=10.0.3.0/24", "subnet-overlaps-network reservation-outside-subnet forward-outside-subnet"},
-        {"subnet=172.16.0.0/12", "subnet-overlaps-host reservation-outside-subnet forward-outside-subnet"},
-        {"subnet=192.168.8.0/30",
-         "subnet-size range-backwards reservation-outside-subnet forward-outside-subnet"},
-        {"range=192.168.8.130-192.168.9.2", "address-outside-subnet"},
-        {"range=192.168.8.60-192.168.8.50", "range-backwards"},
-        {"range=192.168.8.2-192.168.8.50", "range-takes-address"},
-        {"range=192.168.8.3-192.168.8.50", ""},
-        {"gateway=192.168.8.1", "gateway-is-host"},
-        {"gateway=192.168.8.255", "address-outside-subnet"},
-        {"gateway=192.168.8.10", "reservation-takes-address"},
-        {"lease-time=8000", "lease-time-above-maximum"},
-        {"domain=a;b", "value-malformed"},
-        {"domain=\"a.b\"", ""},
-        {"adapter-name=much-too-long-a-name", "value-malformed"},
-        {"dns=9.9.9.9", ""},
-    };
-    for (const auto &row : values) {
+    ASSERT_EQ("port-of-host", Codes(Sound(), 8) + Codes(Sound(), 9));
+    // Assignments, each with the codes that it earns.
+    std::istringstream rows(
+        "subnet=10.0.3.0/24 subnet-overlaps-network reservation-outside-subnet forward-outside-subnet\n"
+        "subnet=172.16.0.0/12 subnet-overlaps-host reservation-outside-subnet forward-outside-subnet\n"
+        "subnet=192.168.8.0/30 subnet-size range-backwards reservation-outside-subnet "
+        "forward-outside-subnet\n"
+        "subnet=11.0.0.0/8 reservation-outside-subnet forward-outside-subnet\n"
+        "subnet=12.0.0.0/7 subnet-size reservation-outside-subnet forward-outside-subnet\n"
+        "subnet=192.168.8.8/29 reservation-takes-address\nrange=192.168.8.130-192.168.9.2 "
+        "address-outside-subnet\n"
+        "range=192.168.8.60-192.168.8.59 range-backwards\nrange=192.168.8.60-192.168.8.60\n"
+        "range=192.168.8.2-192.168.8.50 range-takes-address\nrange=192.168.8.3-192.168.8.50\n"
+        "gateway=192.168.8.1 gateway-is-host\ngateway=192.168.8.0 address-outside-subnet\n"
+        "gateway=192.168.8.255 address-outside-subnet\ngateway=192.168.8.10 reservation-takes-address\n"
+        "gateway=192.168.8.128\ngateway=192.168.8.254 range-takes-address\n"
+        "routers=192.168.9.1 address-outside-subnet\nlease-time=7200\nlease-time=7201 "
+        "lease-time-above-maximum\n"
+        "active-ftp=on\ndomain=a;b value-malformed\ndomain=\"\" value-malformed\ndomain=\"a.b\"\n"
+        "domain=sixty-three-letters-are-the-most-that-a-name-of-a-domain-may-be\n"
+        "domain=sixty-three-letters-are-the-most-that-a-name-of-a-domain-may-be4 value-malformed\n"
+        "adapter-name=fifteen-letters\nadapter-name=sixteen-letters- value-malformed\n"
+        "adapter-name=. value-malformed\nadapter-name=.. value-malformed\nadapter-name=azAZ09-_.\n");
+    for (std::string assignment, codes; rows >> assignment && std::getline(rows, codes);) {
         Config config = Sound();
-        EXPECT_EQ("", Assign(row.assignment, &config.networks[8])) << row.assignment;
-        EXPECT_EQ(row.codes, Codes(config, 8)) << row.assignment;
+        EXPECT_EQ("", Assign(assignment, &config.networks[8])) << assignment;
+        EXPECT_EQ(codes.erase(0, 1), Codes(config, 8)) << assignment;
     }
-    const struct {
-        std::function<void(NetworkConfig *)> spoil;
-        const char *codes;
-    } others[] = {
-        {[](NetworkConfig *config) { config->stored[FIELD_SUBNET].reset(); },
-         "subnet-malformed reservation-outside-subnet forward-outside-subnet"},
-        {[](NetworkConfig *config) {
-             config->forwards.push_back({true, 22, Address("192.168.8.10"), 22, ""});
-         },
-         "port-of-host"},
-        {[](NetworkConfig *config) {
-             config->forwards.push_back({false, 22, Address("192.168.8.10"), 22, ""});
-         },
-         ""},
-        {[](NetworkConfig *config) {
-             config->forwards.push_back({false, 53, Address("192.168.8.10"), 53, ""});
-         },
-         "port-of-network"},
-        {[](NetworkConfig *config) { config->forwards[0].note = "two\nlines"; }, "note-malformed"},
-        {[](NetworkConfig *config) {
-             config->reservations.push_back({"02:00:00:00:00:02", Address("192.168.8.10")});
-         },
-         "reservation-twice"},
-    };
-    for (const auto &row : others) {
+    for (const char letter : {'`', '{', '@', '[', '/', ':'}) {  // beside those of a name
         Config config = Sound();
-        row.spoil(&config.networks[8]);
-        EXPECT_EQ(row.codes, Codes(config, 8));
+        config.networks[8].stored[FIELD_ADAPTER_NAME].emplace(1, letter);
+        EXPECT_EQ("value-malformed", Codes(config, 8)) << letter;
+    }
+    using Spoil = void (*)(NetworkConfig *);
+    const std::pair<Spoil, const char *> others[] = {
+        {[](auto *config) { config->stored[FIELD_SUBNET].reset(); },
+         "subnet-malformed reservation-outside-subnet forward-outside-subnet"},
+        {[](auto *config) { config->stored[FIELD_SUBNET] = config->stored[FIELD_MASK] = std::nullopt; },
+         "subnet-missing subnet-missing subnet-missing reservation-outside-subnet forward-outside-subnet"},
+        {[](auto *config) { config->stored[FIELD_DNS].emplace("10.0.0"); }, "value-malformed"},
+        {[](auto *config) { config->stored[FIELD_ACTIVE_FTP].emplace("2"); }, "value-malformed"},
+        {[](auto *config) { config->stored[FIELD_UDP_TIMEOUT].emplace("1000000000"); }, "value-malformed"},
+        {[](auto *config) { config->forwards[0].hostPort = 22; }, "port-of-host"},
+        {[](auto *config) { config->forwards[0].tcp = false; }, "port-of-network port-of-host"},
+        {[](auto *config) { config->forwards[0].guest = Address("192.168.8.0"); }, "forward-outside-subnet"},
+        {[](auto *config) { config->forwards[0].guest = Address("192.168.8.255"); },
+         "forward-outside-subnet"},
+        {[](auto *config) { config->forwards[0].note = "two\nlines"; }, "note-malformed"},
+        {[](auto *config) { config->forwards[0].note = std::string(127, 'x'); }, ""},
+        {[](auto *config) { config->forwards[0].note = std::string(128, 'x'); }, "note-malformed"},
+        {[](auto *config) { config->reservations.resize(2, config->reservations[0]); }, "reservation-twice"},
+        {[](auto *config) { config->reservations[0].address = Address("192.168.8.255"); },
+         "reservation-outside-subnet"},
+        {[](auto *config) { config->reservations[0].address = Address("192.168.8.2"); },
+         "reservation-takes-address"},
+    };
+    for (const auto &[spoil, codes] : others) {
+        Config config = Sound();
+        spoil(&config.networks[8]);
+        EXPECT_EQ(codes, Codes(config, 8));
     }
 }
 

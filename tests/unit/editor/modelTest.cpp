@@ -4,6 +4,7 @@
 #include "apps/zelan/posix/harbrelctl/model/guests.h"
 #include "apps/zelan/posix/harbrelctl/model/keys.h"
 #include "apps/zelan/posix/harbrelctl/model/readHost.h"
+#include "apps/zelan/posix/harbrelctl/output/editText.h"
 
 namespace {
 
@@ -20,7 +21,7 @@ TEST(EditorModel, WordsAreReadWholeOrRefused) {
                    {"0.0.0.0/0", "0.0.0.0/0"},
                    {"192.168.8.1/24", nullptr},
                    {"192.168.8.0", nullptr},
-                   {"192.168.8.0/33", nullptr},
+                   {"128.0.0.0/33", nullptr},
                    {"192.168.8/24", nullptr},
                    {"192.168.8.0/24 ", nullptr},
                    {"192.168.8.0/-1", nullptr}};
@@ -28,6 +29,10 @@ TEST(EditorModel, WordsAreReadWholeOrRefused) {
         const auto subnet = ParseSubnet(row.text);
         EXPECT_EQ(row.subnet != nullptr, subnet.has_value()) << row.text;
         EXPECT_EQ(row.subnet != nullptr ? row.subnet : "", subnet ? SubnetText(*subnet) : "") << row.text;
+    }
+    EXPECT_EQ((Subnet{0x0a070800, 0xffffff00}), SubnetOf("10.7.8.9", "255.255.255.0"));
+    for (const char *mask : {"255.0.255.0", "24", ""}) {
+        EXPECT_EQ(std::nullopt, SubnetOf("10.7.8.9", mask)) << mask;
     }
     EXPECT_EQ("02:0A:00:00:00:FF", StandardMac("2:a:0:0:0:fF"));
     for (const char *bad :
@@ -54,8 +59,17 @@ TEST(EditorModel, AssignmentsAreTakenInTheFormThatTheLibraryStores) {
         {"domain=lab", FIELD_DOMAIN, "lab", ""},
         {"nat=yes", FIELD_NAT, "yes", ""},
         {"active-ftp=off", FIELD_ACTIVE_FTP, "0", ""},
+        {"active-ftp=true", FIELD_ACTIVE_FTP, "1", ""},
+        {"adapter=false", FIELD_ADAPTER, "", ""},
+        {"lease-time=999999999", FIELD_LEASE_TIME, "999999999", ""},
+        {"range=1-1.0.0.9", FIELD_COUNT, "",
+         "range \"1-1.0.0.9\" is not allowed: FIRST-LAST, two IPv4 addresses"},
+        {"dns=10.1", FIELD_COUNT, "", "dns \"10.1\" is not allowed: an IPv4 address"},
+        {"domain=", FIELD_COUNT, "", "domain \"\" is not allowed: a domain name"},
+        {"adapter-name=", FIELD_COUNT, "", "adapter-name \"\" is not allowed: an interface name"},
         {"dhcp=maybe", FIELD_DHCP, "", "dhcp \"maybe\" is not allowed: on or off"},
-        {"lease-time=1h", FIELD_COUNT, "", "lease-time \"1h\" is not allowed: seconds, 0 to 999999999"},
+        {"lease-time=1000000000", FIELD_COUNT, "",
+         "lease-time \"1000000000\" is not allowed: seconds, 0 to 999999999"},
         {"lease-time", FIELD_COUNT, "", "\"lease-time\" is no KEY=VALUE"},
     };
     for (const auto &row : cases) {
@@ -69,28 +83,29 @@ TEST(EditorModel, AssignmentsAreTakenInTheFormThatTheLibraryStores) {
 
 TEST(EditorModel, LeasesOfBothServersAreTheValidOnes) {
     constexpr time_t NOW = 1800000000;  // 2027-01-15 08:00:00 in UTC
-    const std::string isc =
+    const std::string texts[] = {
         "# The format of this file is documented\nauthoring-byte-order little-endian;\n\n"
         "lease 192.168.8.130 {\n  starts 4 2027/01/15 07:00:00;\n  ends 4 2027/01/15 07:30:00;\n"
-        "  binding state active;\n  hardware ethernet 02:00:00:00:00:0a;\n}\n"
+        "  binding state active;\n  hardware ethernet 02:00:00:00:00:0a;\n}\nlease nowhere {\n  ends "
+        "never;\n}\n"
         "lease 192.168.8.131 {\n  starts 4 2027/01/15 07:50:00;\n  ends 4 2027/01/15 08:20:00;\n"
         "  binding state active;\n  next binding state free;\n  hardware ethernet 02:00:00:00:00:0b;\n"
-        "  client-hostname \"web\";\n}\n"
+        "  client-hostname \"we&b\";\n}\n"
         "lease 192.168.8.132 {\n  ends never;\n  binding state active;\n  hardware ethernet "
         "02:00:00:00:00:0c;\n}\n"
         "lease 192.168.8.133 {\n  ends 4 2027/01/15 09:00:00;\n  binding state active;\n}\n"
         "lease 192.168.8.133 {\n  ends 4 2027/01/15 09:00:00;\n  binding state free;\n}\n"
-        "lease 192.168.8.134 {\n  ends 4 2027/01/15 09:00:00;\n  bind";
-    const std::string list =
-        "1800001200 02:00:00:00:00:0b 192.168.8.131 web 01:02:00:00:00:00:0b\n0 02:00:00:00:00:0c "
+        "lease 192.168.8.134 {\n  ends 4 2027/01/15 09:00:00;\n  bind",
+        "1800001200 02:00:00:00:00:0b 192.168.8.131 we&b 01:02:00:00:00:00:0b\n0 02:00:00:00:00:0c "
         "192.168.8.132 * *\n"
-        "1799999999 02:00:00:00:00:0a 192.168.8.130 old *\nduid 00:01\nrubbish\n";
-    for (const std::string &text : {isc, list}) {
+        "1799999999 02:00:00:00:00:0a 192.168.8.130 old *\nduid 00:01\nrubbish\n0 x nowhere *\n"};
+    for (const std::string &text : texts) {
         const std::vector<Lease> leases = ParseLeases(text, NOW);
         ASSERT_EQ(2U, leases.size()) << text;
         EXPECT_EQ("192.168.8.131", AddressText(leases[0].address));
         EXPECT_EQ("02:00:00:00:00:0B", leases[0].mac);
-        EXPECT_EQ("web", leases[0].name);
+        EXPECT_EQ("we?b", leases[0].name);
+        EXPECT_EQ(&text == &texts[0] ? std::optional<time_t>(NOW - 600) : std::nullopt, leases[0].from);
         EXPECT_EQ(NOW + 1200, leases[0].until);
         EXPECT_EQ("", leases[1].name);
         EXPECT_EQ(std::nullopt, leases[1].until);
@@ -100,10 +115,11 @@ TEST(EditorModel, LeasesOfBothServersAreTheValidOnes) {
 
 TEST(EditorModel, MappingsAreWhatTheReplayLeaves) {
     EXPECT_THAT(
-        ReplayMappings("VERSION=1,0\nadd_bridge_mapping eth1 3\nadd_bridge_mapping eth2 2\n"
-                       "remove_bridge_mapping ETH1\nadd_bridge_mapping Eth2 -1\nadd_bridge_mapping eth3\n"
-                       "add_bridge_mapping eth4 256\nanswer add_bridge_mapping 4\n"),
-        ElementsAre(Pair("Eth2", -1)));
+        ReplayMappings(
+            "VERSION=1,0\nadd_bridge_mapping eth1 3\nadd_bridge_mapping eth2 2\n"
+            "remove_bridge_mapping ETH1\nadd_bridge_mapping Eth2 -1\nadd_bridge_mapping eth3\n"
+            "add_bridge_mapping eth4 256\nadd_bridge_mapping eth5 255\nanswer add_bridge_mapping 4\n"),
+        ElementsAre(Pair("Eth2", -1), Pair("eth5", 255)));
 }
 
 TEST(EditorModel, GuestsAreThePortsThatNobodyOfUsHasMade) {
@@ -121,17 +137,83 @@ TEST(EditorModel, GuestsAreThePortsThatNobodyOfUsHasMade) {
     add(3, "tap0", 1, 0);
     add(4, "vnet1", 1, 0);
     add(5, "tap1", 9, 0);
+    add(6, "zelan8", 1, GROUP_UPLINK);
+    add(7, "tap2", 1, GROUP_UPLINK + 1);
     kernel.links[2].receivedBytes = 7;
-    kernel.learned = {{3, "02:00:00:00:00:01"}, {3, "02:00:00:00:00:02"}, {2, "02:00:00:00:00:03"}};
-    const Lease leases[] = {
-        {ParseAddress("192.168.8.9").value_or(0), "02:00:00:00:00:02", "web", {}, {}, false}};
-    const std::vector<Guest> guests = GuestsOf(kernel, 8, leases, {});
-    ASSERT_EQ(3U, guests.size());
-    EXPECT_EQ("tap0", guests[1].port);
-    EXPECT_EQ("web", guests[1].name);
-    EXPECT_EQ(7U, guests[1].sentBytes);
-    EXPECT_EQ("vnet1", guests[2].port);
-    EXPECT_EQ("", guests[2].mac);
+    kernel.links[2].sentPackets = 9;
+    kernel.learned = {{3, "02:00:00:00:00:02"},
+                      {3, "02:00:00:00:00:01"},
+                      {2, "02:00:00:00:00:03"},
+                      {7, "02:00:00:00:00:04"}};
+    const Lease leases[] = {{0x0a070809, "02:00:00:00:00:02", "web", {}, {}, false}};
+    const Reservation ties[] = {{"02:00:00:00:00:02", 0x0a070807}, {"02:00:00:00:00:04", 0x0a070808}};
+    std::string text;
+    for (const Guest &guest : GuestsOf(kernel, 8, leases, ties)) {
+        text += guest.port + " " + guest.mac + " " + AddressText(guest.address.value_or(0)) + " " +
+                guest.name + " " + std::to_string(guest.sentBytes) + " " +
+                std::to_string(guest.receivedPackets) + "\n";
+    }
+    EXPECT_EQ(
+        "tap0 02:00:00:00:00:01 0.0.0.0  7 9\ntap0 02:00:00:00:00:02 10.7.8.9 web 7 9\n"
+        "tap2 02:00:00:00:00:04 10.7.8.8  0 0\nvnet1  0.0.0.0  0 0\n",
+        text);
+    EXPECT_THAT(GuestsOf(kernel, 9, leases, ties), IsEmpty());
+}
+
+TEST(EditorModel, ValuesThatAreNotStoredAreThoseOfTheLibrary) {
+    NetworkConfig config;
+    const auto values = [&config] {
+        std::string text;
+        for (int field = 0; field < FIELD_COUNT; field++) {
+            text += EffectiveValue(8, config, static_cast<Field>(field)).value_or("-") + " ";
+        }
+        return text;
+    };
+    EXPECT_EQ("- - - zelan8 - - 1800 7200 1800 7200 - - localdomain - - - /dev/zelan8 1 1 60 33445 - - - ",
+              values());
+    EXPECT_EQ("", Assign("subnet=10.7.8.0/24", &config));
+    EXPECT_EQ(
+        "10.7.8.0 255.255.255.0 10.7.8.1 zelan8 10.7.8.129 10.7.8.254 1800 7200 1800 7200 10.7.8.255 "
+        "10.7.8.1 "
+        "localdomain 10.7.8.2 10.7.8.2 255.255.255.0 /dev/zelan8 1 1 60 33445 - - - ",
+        values());
+    EXPECT_EQ("", Assign("nat=on", &config));
+    EXPECT_EQ("10.7.8.2", EffectiveValue(8, config, FIELD_DNS));
+}
+
+TEST(EditorText, SaysAllSettingsAndIsReadBack) {
+    NetworkConfig config;
+    for (const char *word :
+         {"subnet=10.7.8.0/24", "dhcp=on", "nat=on", "range=10.7.8.9-10.7.8.20", "domain=a.b"}) {
+        EXPECT_EQ("", Assign(word, &config));
+    }
+    config.stored[FIELD_ANY_OUI] = "0";  // which the text has no word for
+    config.forwards = {{true, 8888, 0x0a070809, 80, "web server"}, {false, 53, 0x0a070809, 5353, ""}};
+    config.reservations = {{"02:00:00:00:00:01", 0x0a070809}};
+    EXPECT_EQ(
+        "# zelan8; a key in a comment is at its default\nsubnet=10.7.8.0/24\ndhcp=on\nnat=on\n#adapter=off\n"
+        "#adapter-address=10.7.8.1\n#adapter-name=zelan8\nrange=10.7.8.9-10.7.8.20\n#lease-time=1800\n"
+        "#max-lease-time=7200\n#dns=10.7.8.2\ndomain=a.b\n#routers=10.7.8.2\n#gateway=10.7.8.2\n"
+        "#active-ftp=on\n#udp-timeout=60\n\n# forward tcp|udp PORT ADDRESS:PORT [NOTE]\n"
+        "forward tcp 8888 10.7.8.9:80 web server\nforward udp 53 10.7.8.9:5353\n\n# reserve MAC ADDRESS\n"
+        "reserve 02:00:00:00:00:01 10.7.8.9\n",
+        EditText(8, config));
+    NetworkConfig read = config;
+    EXPECT_EQ("", Assign("lease-time=60", &read));
+    EXPECT_EQ("", ReadEditText(EditText(8, config), &read));
+    EXPECT_EQ(config, read);
+    const std::string forward = "a forward is: forward tcp|udp PORT ADDRESS:PORT [NOTE]\n";
+    EXPECT_EQ(
+        "line 1: " + forward + "line 2: " + forward + "line 3: " + forward + "line 4: " + forward +
+            "line 5: " + forward +
+            "line 7: udp port 65535 stands here twice\n"
+            "line 8: a reservation is: reserve MAC ADDRESS\nline 9: a reservation is: reserve MAC ADDRESS\n"
+            "line 11: 02:00:00:00:00:01 stands here twice\nline 12: \"nonsense\" is no KEY=VALUE\n",
+        ReadEditText("forward sctp 1 10.7.8.9:1\nforward tcp 0 10.7.8.9:1\nforward tcp 1 10.7.8:1\n"
+                     "forward tcp 1 10.7.8.9:0\nforward udp 1 10.7.8.9\nforward udp 65535 10.7.8.9:65535\n"
+                     "forward udp 65535 10.7.8.9:1\nreserve 2:0 10.7.8.9\nreserve 2:0:0:0:0:1 10\n"
+                     "reserve 2:0:0:0:0:1 10.7.8.9\nreserve 02:0:0:0:0:1 10.7.8.8\nnonsense\n",
+                     &read));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // What the editor plans for a difference between two states.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 #include <regex>
@@ -10,8 +10,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Json = nlohmann::ordered_json;
 
 // zelan8 behind NAT, on which the given services run.
@@ -27,41 +25,62 @@ Host HostWith(const std::vector<Service> &running) {
     return host;
 }
 
-std::vector<std::string> Texts(const Host &host, const Config &after, const NetworkAim &aim) {
-    std::vector<std::string> texts;
-    for (const Step &step : MakeSteps(host, KernelView(), after, {aim})) {
-        texts.push_back(StepText(step));
+std::string Texts(const std::vector<Step> &steps) {
+    std::string text;
+    for (const Step &step : steps) {
+        text += StepText(step) + ";";
     }
-    return texts;
-}
-
-NetworkAim For8(Aim aim, StaleFiles stale = {}) {
-    return {8, aim, stale, false, {}};
+    return text;
 }
 
 TEST(EditorPlan, StepsTouchWhatIsNotRightAndNothingElse) {
     const Host up = HostWith({SERVICE_DHCP, SERVICE_NAT, SERVICE_ADAPTER});
+    const Host partly = HostWith({SERVICE_DHCP, SERVICE_ADAPTER});
     const Host down = HostWith({});
-    EXPECT_THAT(Texts(up, up.config, For8(AIM_RUN)), IsEmpty());
-    EXPECT_THAT(
-        Texts(up, up.config, For8(AIM_FOLLOW, {.dhcp = true})),
-        ElementsAre("stop dhcp on zelan8", "write the file of dhcp on zelan8", "start dhcp on zelan8"));
-    EXPECT_THAT(Texts(down, down.config, For8(AIM_FOLLOW, {.dhcp = true})),
-                ElementsAre("write the file of dhcp on zelan8"))
-        << "a stopped network stays so";
-    EXPECT_THAT(Texts(down, down.config, For8(AIM_RUN)),
-                ElementsAre("start dhcp on zelan8", "start nat on zelan8", "start adapter on zelan8"));
-    const Host without = HostWith({SERVICE_DHCP, SERVICE_ADAPTER});
-    EXPECT_THAT(Texts(without, without.config, For8(AIM_RUN)), ElementsAre("start nat on zelan8"));
-    Config after = up.config;
-    EXPECT_EQ("", Assign("nat=off", &after.networks[8]));
-    EXPECT_THAT(Texts(up, after, For8(AIM_FOLLOW)), ElementsAre("stop nat on zelan8"));
-    EXPECT_EQ("", Assign("adapter-name=lan0", &after.networks[8]));
-    EXPECT_EQ("", Assign("nat=on", &after.networks[8]));
-    EXPECT_THAT(Texts(up, after, For8(AIM_FOLLOW)),
-                ElementsAre("stop adapter on zelan8", "start adapter on zelan8"));
-    EXPECT_THAT(Texts(up, after, For8(AIM_FILES, {true, true})), IsEmpty());
-    EXPECT_EQ(3U, Texts(up, up.config, For8(AIM_STOP)).size());
+    Config renamed = up.config, without = up.config, moved = up.config;
+    EXPECT_EQ("", Assign("adapter-name=lan0", &renamed.networks[8]));
+    EXPECT_EQ("", Assign("nat=off", &without.networks[8]));
+    EXPECT_EQ("", Assign("subnet=192.168.9.0/24", &moved.networks[8]));
+    KernelView kernel;
+    kernel.links.resize(1);
+    kernel.links[0].index = 5;
+    kernel.links[0].name = "zelan8";
+    kernel.addresses = {{4, 0xc0a80901, {0xc0a80900, MaskOf(24)}}, {5, 0xc0a80801, {0xc0a80800, MaskOf(24)}}};
+    const std::string dhcp = " dhcp on zelan8;", nat = " nat on zelan8;", write = "write the file of";
+    const std::string adapter = " adapter on zelan8;", again = "stop" + adapter + "start" + adapter;
+    const std::string stop = "stop" + dhcp + "stop" + nat + "stop" + adapter;
+    const std::string start = "start" + dhcp + "start" + nat + "start" + adapter;
+    const auto anew = [&](auto &service) { return "stop" + service + write + service + "start" + service; };
+    struct Row {
+        const Host &host;
+        const Config &after;
+        NetworkAim aim;
+        std::string steps;
+    };
+    const Row cases[] = {
+        {up, up.config, {8, AIM_RUN, {}, false, {}}, ""},
+        {up, up.config, {8, AIM_STOP, {}, true, {}}, stop},
+        {up, up.config, {8, AIM_RESTART, {}, true, {}}, stop + start},
+        {down, down.config, {8, AIM_RESTART, {}, false, {}}, start},
+        {down, down.config, {8, AIM_RUN, {}, true, {}}, start},
+        {up, up.config, {8, AIM_FOLLOW, {}, true, {}}, "make the device node of zelan8;"},
+        {down, down.config, {8, AIM_FOLLOW, {}, true, {}}, ""},
+        {up, up.config, {8, AIM_FOLLOW, {true, false}, true, {}}, anew(dhcp)},
+        {up, up.config, {8, AIM_FOLLOW, {false, true}, false, {}}, anew(nat)},
+        {down, down.config, {8, AIM_FOLLOW, {true, false}, false, {}}, write + dhcp},
+        {up, up.config, {8, AIM_FOLLOW, {}, false, {false, true}}, "stop" + dhcp + "start" + dhcp},
+        {partly, up.config, {8, AIM_FOLLOW, {}, false, {}}, "start" + nat},
+        {up, without, {8, AIM_FOLLOW, {}, false, {}}, "stop" + nat},
+        {up, renamed, {8, AIM_FOLLOW, {}, false, {}}, again},
+        {up, moved, {8, AIM_FOLLOW, {}, false, {}}, again},
+        {up, renamed, {8, AIM_FILES, {true, true}, false, {}}, ""},
+    };
+    for (const auto &row : cases) {
+        EXPECT_EQ(row.steps, Texts(MakeSteps(row.host, kernel, row.after, {row.aim}))) << row.aim.aim;
+    }
+    EXPECT_EQ("", Texts(MakeSteps(up, KernelView(), moved, {{8, AIM_FOLLOW, {}, false, {}}})));
+    EXPECT_EQ(stop + "remove zelan8;", Texts(RemovalSteps(up, 8)));
+    EXPECT_EQ("remove zelan8;", Texts(RemovalSteps(down, 8)));
 }
 
 // Spoils one value after another of a plan file that reads.
@@ -75,7 +94,8 @@ void ExpectEveryMemberCounts(const Json &whole) {
         if (std::regex_match(path, FOR_READERS)) {
             continue;
         }
-        for (const Json &other : {Json(), Json(true), Json("nothing"), Json(-2), Json(1 << 16)}) {
+        const Json above = path.find("network") != path.npos ? 256 : 1 << 16;
+        for (const Json &other : {Json(), Json(true), Json("nothing"), Json(-2), above}) {
             if (other.type_name() == value.type_name() && !other.is_number() &&
                 !std::regex_match(path, WORDS)) {
                 continue;
@@ -107,11 +127,18 @@ TEST(EditorPlan, DifferencesApplyAndSurviveAPlanFile) {
     plan.files = {{"/etc/orvane/x", "", "y\n"}};
     ExpectEveryMemberCounts(Json::parse(PlanJson(plan)));
     EXPECT_NE(plan.state, StateHash(HostWith({}), plan.networks)) << "what runs is part of the state";
-    for (const char *bad :
-         {"", "{}", "[]", "{\"plan\":{\"state\":\"x\"}}",
-          "{\"plan\":{\"state\":\"\",\"networks\":[256],\"changes\":[],\"files\":[],\"steps\":[]}}",
-          "{\"plan\":{\"state\":\"\",\"networks\":[],\"changes\":[{\"kind\":\"answer\","
-          "\"network\":8,\"number\":99,\"tcp\":false,\"name\":\"\"}],\"files\":[],\"steps\":[]}}"}) {
+    EXPECT_EQ(
+        R"({"kind":"reservation","network":8,"number":0,"tcp":false,"name":"02:00:00:00:00:01","before":null,)"
+        R"("after":{"text":"","address":"10.0.0.1","number":0},"removed":null,)"
+        R"("added":"add_dhcp_mac_to_ip 8 02:00:00:00:00:01 10.0.0.1"})",
+        Json::parse(PlanJson(plan))["plan"]["changes"][1].dump());
+    const std::string rest = ",\"tcp\":false,\"name\":\"\"}],\"files\":[],\"steps\":[]}}";
+    const std::string start = "{\"plan\":{\"state\":\"\",\"networks\":[],\"changes\":[{\"kind\":\"";
+    EXPECT_NE(std::nullopt, ReadPlanJson(start + "mapping\",\"network\":-1,\"number\":65535" + rest));
+    for (const std::string &bad :
+         {std::string(), std::string("{}"), std::string("[]"),
+          start + "answer\",\"network\":-1,\"number\":1" + rest,
+          start + "answer\",\"network\":8,\"number\":" + std::to_string(FIELD_COUNT) + rest}) {
         EXPECT_EQ(std::nullopt, ReadPlanJson(bad)) << bad;
     }
 }
@@ -119,6 +146,11 @@ TEST(EditorPlan, DifferencesApplyAndSurviveAPlanFile) {
 TEST(EditorPlan, DiffsAreThoseThatPatchReads) {
     EXPECT_EQ("", UnifiedDiff({"f", "a\n", "a\n"}));
     EXPECT_EQ("--- /dev/null\n+++ f\n@@ -0,0 +1,2 @@\n+a\n+b\n", UnifiedDiff({"f", "", "a\nb\n"}));
+    EXPECT_EQ("--- f\n+++ /dev/null\n@@ -1,1 +0,0 @@\n-a\n", UnifiedDiff({"f", "a\n", ""}));
+    EXPECT_EQ("--- f\n+++ f\n@@ -1,3 +1,3 @@\n-a\n b\n c\n+a\n",
+              UnifiedDiff({"f", "a\nb\nc\n", "b\nc\na\n"}));
+    EXPECT_EQ("--- f\n+++ f\n@@ -1,3 +1,3 @@\n+a\n b\n c\n-a\n",
+              UnifiedDiff({"f", "b\nc\na\n", "a\nb\nc\n"}));
     EXPECT_EQ(
         "--- f\n+++ f\n@@ -2,7 +2,7 @@\n 2\n 3\n 4\n-5\n+x\n 6\n 7\n 8\n@@ -12,3 +12,4 @@\n 12\n 13\n "
         "14\n+15\n",

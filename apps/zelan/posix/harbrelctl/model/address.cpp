@@ -14,7 +14,7 @@ constexpr unsigned MAC_BYTES = 6;
 // One field of a MAC address from the front of the text.
 std::optional<unsigned> TakeMacField(std::string_view *text, bool last) {
     const size_t end = last ? text->size() : text->find(':');
-    if (end == std::string_view::npos || end < 1 || end > 2) {
+    if (end > 2) {
         return std::nullopt;
     }
     unsigned value = 0;

@@ -85,8 +85,7 @@ std::string EditText(int network, const NetworkConfig &config) {
     std::string text = "# " + NetworkName(network) + "; a key in a comment is at its default\n";
     for (const KeyRow &key : Keys()) {
         const std::string value = KeyValue(key, network, config);
-        const bool plain = KeyIsStored(key, config) || (value.empty() ? false : key.second == FIELD_MASK);
-        text += std::string(plain ? "" : "#") + key.name + "=" + value + "\n";
+        text += std::string(KeyIsStored(key, config) ? "" : "#") + key.name + "=" + value + "\n";
     }
     text += "\n# forward tcp|udp PORT ADDRESS:PORT [NOTE]\n";
     for (const Forward &forward : config.forwards) {
