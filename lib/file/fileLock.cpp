@@ -137,6 +137,7 @@ FileLockToken *FileLockIntrinsic(const std::string &path, bool exclusive, uint32
 
     *err = CreateEntryDirectory(&attempt);
     if (*err != 0) {
+        attempt.directory.RemoveIfEmpty();
         return TokenWithoutEntry(path, exclusive, err);
     }
     *err = TakeTicket(&attempt);

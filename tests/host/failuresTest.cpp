@@ -1,20 +1,19 @@
-// Every exported call while one call that it makes of the C library fails: a failure has its reason in the
-// log, gives back lock and descriptors, and leaves nothing that keeps the same call from doing its work
-// afterwards.
+// Every exported call while one call that it makes of the C library fails, or while something stands in its
+// way: a failure has its reason in the log, gives back lock and descriptors, and leaves nothing that keeps
+// the same call from doing its work afterwards.
 #include <gtest/gtest.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <regex>
+#include <span>
 #include <string>
+#include <utility>
 
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/base/libraryState.h"
@@ -26,30 +25,19 @@
 #include "tests/support/netns.h"
 
 // Those of the C library whose failures are tried, with result and reason. The linker has calls come here
-// first (--wrap).
-#define FOR_EACH_FUNCTION(USE)                                                                             \
-    USE(void *, calloc, (size_t count, size_t size), (count, size), nullptr, ENOMEM)                       \
-    USE(char *, strdup, (const char *text), (text), nullptr, ENOMEM)                                       \
-    USE(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1, EMFILE)           \
-    USE(ssize_t, sendto,                                                                                   \
-        (int fd, const void *data, size_t size, int flags, const sockaddr *to, socklen_t length),          \
-        (fd, data, size, flags, to, length), -1, ENOBUFS)                                                  \
-    USE(ssize_t, recv, (int fd, void *data, size_t size, int flags), (fd, data, size, flags), -1, ENOBUFS) \
-    USE(int, pipe2, (int *ends, int flags), (ends, flags), -1, EMFILE)                                     \
-    USE(int, mkdir, (const char *path, mode_t mode), (path, mode), -1, ENOSPC)                             \
-    USE(int, mknod, (const char *path, mode_t mode, dev_t device), (path, mode, device), -1, ENOSPC)       \
-    USE(int, rename, (const char *from, const char *to), (from, to), -1, EIO)                              \
-    USE(int, unlink, (const char *path), (path), -1, EIO)                                                  \
-    USE(FILE *, fdopen, (int fd, const char *mode), (fd, mode), nullptr, ENOMEM)                           \
-    USE(size_t, fread, (void *data, size_t size, size_t count, FILE *file), (data, size, count, file), 0,  \
-        EIO)                                                                                               \
-    USE(size_t, fwrite, (const void *data, size_t size, size_t count, FILE *file),                         \
-        (data, size, count, file), 0, ENOSPC)                                                              \
-    USE(int, fputs, (const char *text, FILE *file), (text, file), EOF, ENOSPC)                             \
-    USE(int, fflush, (FILE * file), (file), EOF, ENOSPC)                                                   \
-    USE(int, fseek, (FILE * file, long offset, int whence), (file, offset, whence), -1, EIO)               \
-    USE(long, ftell, (FILE * file), (file), -1, EIO)                                                       \
-    USE(int, fsync, (int fd), (fd), -1, EIO)
+// first (--wrap). Their arguments and results are integers and addresses, which all travel alike.
+// clang-format off
+#define FOR_EACH_FUNCTION(USE) \
+    USE(calloc, 0, ENOMEM) USE(open_memstream, 0, ENOMEM) USE(fwrite, 0, ENOSPC) USE(fputs, -1, ENOSPC) \
+    USE(fflush, -1, ENOSPC) USE(strdup, 0, ENOMEM) USE(strndup, 0, ENOMEM) USE(open, -1, EMFILE) \
+    USE(mkostemp, -1, EMFILE) USE(openat, -1, EMFILE) USE(fcntl, -1, EMFILE) USE(fstat, -1, EIO) \
+    USE(fstatat, -1, EIO) USE(pread, -1, EIO) USE(read, -1, EIO) USE(write, -1, ENOSPC) \
+    USE(setvbuf, -1, ENOMEM) USE(ioctl, -1, EPERM) USE(mkdirat, -1, ENOSPC) USE(renameat, -1, EIO) \
+    USE(link, -1, EPERM) USE(socket, -1, EMFILE) USE(sendto, -1, ENOBUFS) USE(recv, -1, ENOBUFS) \
+    USE(pipe2, -1, EMFILE) USE(mkdir, -1, ENOSPC) USE(mknod, -1, ENOSPC) USE(rename, -1, EIO) \
+    USE(unlink, -1, EIO) USE(fdopen, 0, ENOMEM) USE(fread, 0, EIO) USE(fseek, -1, EIO) USE(ftell, -1, EIO) \
+    USE(fsync, -1, EIO)
+// clang-format on
 
 namespace {
 
@@ -62,34 +50,48 @@ bool FailsNow(const char *name) {
 
 }  // namespace
 
-#define WRAP(result, name, parameters, arguments, failure, reason) \
-    extern "C" result __real_##name parameters;                    \
-    extern "C" result __wrap_##name parameters;                    \
-    result __wrap_##name parameters {                              \
-        if (FailsNow(#name)) {                                     \
-            errno = reason;                                        \
-            return failure;                                        \
-        }                                                          \
-        return __real_##name arguments;                            \
+#define WRAP(name, failure, reason)                                                                \
+    extern "C" long __real_##name(long, long, long, long, long, long);                             \
+    extern "C" long __wrap_##name(long, long, long, long, long, long);                             \
+    long __wrap_##name(long first, long second, long third, long fourth, long fifth, long sixth) { \
+        if (FailsNow(#name)) {                                                                     \
+            errno = reason;                                                                        \
+            return failure;                                                                        \
+        }                                                                                          \
+        return __real_##name(first, second, third, fourth, fifth, sixth);                          \
     }
 FOR_EACH_FUNCTION(WRAP)
 
 namespace {
 
-#define NAME(result, name, parameters, arguments, failure, reason) #name,
+#define NAME(name, failure, reason) #name,
 constexpr const char *FUNCTIONS[] = {FOR_EACH_FUNCTION(NAME)};
 
 // -s <fd> -d <pid file> ...; netifup: ... <node> <adapter>
-const std::string DAEMON = "setsid sleep 600 > /dev/null 2>&1 & echo $! > $4; printf x > /proc/self/fd/$2\n";
+const std::string DAEMON =
+    "setsid sleep 600 > /dev/null 2>&1 & echo $! > $4; printf x > /proc/self/fd/$2; echo $@ > $0.arguments\n";
 const std::string NETIFUP = "ip link show $6 > /dev/null 2>&1 || ip link add $6 type veth\n" + DAEMON;
 
-const char *vnet = "zelan8";  // the network of the calls
+constexpr const char *DATABASE = "/etc/orvane/networking";
+constexpr const char *BACKUP = "/tmp/backup";
+constexpr const char *FORMER = "/etc/orvane/networking.bak.0";
+
+char text[128];
+char otherText[128];
+uint32_t size, otherSize;
+uint16_t port;
+
+// Arguments of the calls.
+const char *vnet;
+const char *mac;
+uint32_t room;     // in the buffers
+uint32_t foreign;  // added to the number of a parameter
+uint32_t version;
 
 struct Call {
     const char *name;
-    unsigned lines;          // of the log, at all levels, when nothing fails
-    unsigned failuresLines;  // the same for all that may fail
-    unsigned refusalsLines;  // and for all that refuses it
+    bool panics;     // when it lacks memory
+    unsigned lines;  // of the log, at all levels, of all that is tried with the call
     std::function<bool()> call;
 };
 
@@ -97,6 +99,15 @@ struct Call {
 class Network {
   public:
     Network() {
+        vnet = "zelan8";
+        mac = "00:0C:29:00:00:01";
+        room = sizeof text;
+        foreign = 0;
+        version = 1;
+        WriteFileText(DATABASE, "VERSION=1,0\nanswer VNET_8_DHCP yes\n");
+        WriteFileText(BACKUP, "BACKUP_VERSION=1,0\nadd_bridge_mapping eth0 2\nanswer VNET_8_DHCP no\n");
+        // A cache that is read anew takes it from there.
+        WriteFileText("/etc/orvane/config", "bindir = \"" + host_.Path("bin") + "\"\n");
         host_.Program("zelan-netifup", NETIFUP);
         for (const char *daemon : {"zelan-bridge", "zelan-natd", "zelan-dhcpd", "zelan-detect"}) {
             host_.Program(daemon, DAEMON);
@@ -107,26 +118,39 @@ class Network {
         }
         host_.Answer("VNET_8_HOSTONLY_SUBNET", "192.168.40.0");
         host_.Answer("VNET_8_HOSTONLY_NETMASK", "255.255.255.0");
-        EXPECT_TRUE(HBLNetCfgAddDHCPMACToIP(nullptr, 8, "00:0C:29:00:00:01", "192.168.40.9", false));
+        EXPECT_TRUE(HBLNetCfgAddDHCPMACToIP(nullptr, 8, mac, "192.168.40.9", false));
         EXPECT_TRUE(HBLNetCfgAddNATPortFwd(nullptr, 8, true, 80, "192.168.40.9", 80, "web", false));
         EXPECT_TRUE(HBLSetBridgeMapping("eth8", 8) && HBLSetBridgeMapping("eth5", 5));
         EXPECT_TRUE(HBLSetDefaultBridgeVnet(0));
         EXPECT_TRUE(HBL_UpdateDHCPFromConfig("zelan8") && HBL_UpdateNATFromConfig("zelan8"));
     }
     ~Network() {
+        Restore();
         for (const uint32_t service :
              {HBL_SERVICE_BRIDGE, HBL_SERVICE_DHCP, HBL_SERVICE_NAT, HBL_SERVICE_NETIFUP}) {
             HBL_StopService("zelan8", service);
         }
-        RunShell("ip link del zelan8; rm -rf /dev/zelan8");
+        RunShell("ip link del zelan8; rm -rf /dev/zelan8 /etc/orvane/networking* /tmp/networking_export");
     }
     // What is stored, and what was generated from it.
     std::string State() const {
         const std::string copy = host_.Path("copy");
-        EXPECT_TRUE(NetCfgWriteDatabaseFile(*HBLNetCfgDefaultSlot(), copy.c_str(), false));
+        HBLNetworkConfigurationDB *const db = cache_ != nullptr ? cache_ : *HBLNetCfgDefaultSlot();
+        EXPECT_TRUE(NetCfgWriteDatabaseFile(db, copy.c_str(), false));
         std::string state = ReadFileText(copy);
         for (const char *file : {"conf/zelan8/dhcpd/dhcpd.conf", "conf/zelan8/nat/nat.conf"}) {
             state += "\n" + ReadFileText(host_.Path(file));
+        }
+        std::map<std::string, std::string> files;
+        for (const std::string &folder : {host_.Path(""), std::string("/etc/orvane")}) {
+            for (const auto &entry : std::filesystem::recursive_directory_iterator(folder)) {
+                const std::string path = entry.path();
+                const bool read = path == DATABASE || path.ends_with(".arguments");
+                files[path] = read ? ReadFileText(path) : "";
+            }
+        }
+        for (const auto &[path, content] : files) {
+            state += path + "\n" + content;
         }
         // Other in each test and at each time.
         state = std::regex_replace(state, std::regex("CFG_HASH .*|Written at: .*"), "");
@@ -138,11 +162,22 @@ class Network {
     void Answer(const char *key, const std::string &value) { host_.Answer(key, value); }
     // Nothing can be locked while a file stands where the lock's folder belongs.
     void Block() const { WriteFileText(host_.Path("networking.lck"), "in the way"); }
-    void Unblock() const { std::filesystem::remove(host_.Path("networking.lck")); }
+    void TakeCacheAway() { cache_ = std::exchange(*HBLNetCfgDefaultSlot(), nullptr); }
+    // Takes obstacles back, but for answers.
+    void Restore() {
+        if (cache_ != nullptr) {
+            *HBLNetCfgDefaultSlot() = std::exchange(cache_, nullptr);
+        }
+        if (!HBLIsLoaded()) {
+            HBLAddLoad();
+        }
+        std::filesystem::remove(host_.Path("networking.lck"));
+    }
     static bool LockIsFree() { return HBLNetCfgLockConfig(nullptr) && HBLNetCfgUnlockConfig(nullptr); }
 
   private:
     FakePrograms host_;
+    HBLNetworkConfigurationDB *cache_ = nullptr;
 };
 
 size_t Descriptors() {
@@ -160,19 +195,38 @@ bool Fail(const Call &call, const char *function, int k, bool *result) {
 
 class Failures : public testing::TestWithParam<Call> {};
 
+struct Obstacle {
+    bool refused;  // a call that this makes impossible changes nothing
+    std::function<void(Network *)> put;
+};
+
+const Obstacle OBSTACLES[] = {
+    {true, [](Network *) { HBLDropLoad(); }},
+    {true, [](Network *network) { network->Block(); }},
+    {true, [](Network *network) { network->TakeCacheAway(); }},
+    {true, [](Network *network) { network->Answer("VNET_8_VIRTUAL_ADAPTER_NAME", std::string(200, 'x')); }},
+    {false, [](Network *network) { network->Answer("CONFIGDIR", std::string(1500, 'x')); }},
+    {false, [](Network *network) { network->Answer("RUNDIR", std::string(1500, 'x')); }},
+    {true, [](Network *) { vnet = nullptr; }},
+    {true, [](Network *) { vnet = "zelan256"; }},
+    {true, [](Network *) { mac = nullptr; }},
+    {true, [](Network *) { mac = "00:0C:29:00:00"; }},
+    {true, [](Network *) { room = 1; }},
+    {true, [](Network *) { foreign = 1000; }},
+    {true, [](Network *) { version = 2; }},
+};
+
 TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
-    LogCapture log(HBL_MAX_LOG_MASK);
+    const auto &[name, panics, lines, call] = GetParam();
+    const LogCapture log;  // daemons are given one
     std::string undisturbed;
     {
         const Network network;
-        log.Take();
-        const LinesLogged before = LogLevels_Count();
-        ASSERT_TRUE(GetParam().call());
-        EXPECT_EQ(GetParam().lines, LogLevels_Count().all - before.all) << log.Take();
+        ASSERT_TRUE(call());
         undisturbed = network.State();
     }
-    unsigned lines = 0;
-    for (const char *function : FUNCTIONS) {
+    unsigned logged = 0;
+    for (const char *function : std::span(FUNCTIONS).subspan(panics ? 5 : 0)) {
         bool came = true;
         for (int k = 0; came; k++) {
             SCOPED_TRACE(function + std::string(" ") + std::to_string(k));
@@ -182,55 +236,40 @@ TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
             bool result = true;
             came = Fail(GetParam(), function, k, &result);
             const LinesLogged after = LogLevels_Count();
-            lines += after.all - before.all;
-            EXPECT_TRUE(after.reasons > before.reasons || (result && undisturbed == network.State()));
+            logged += after.all - before.all;
+            if (after.reasons == before.reasons) {
+                EXPECT_TRUE(result);
+                EXPECT_EQ(undisturbed, network.State());
+            }
             EXPECT_EQ(descriptors, Descriptors());
             EXPECT_TRUE(Network::LockIsFree());
-            EXPECT_TRUE(GetParam().call());
+            EXPECT_TRUE(call());
             EXPECT_EQ(undisturbed, network.State());
         }
     }
-    EXPECT_EQ(GetParam().failuresLines, lines) << "a line that was added or lost";
-}
-
-// Each makes the call impossible, or has no bearing on it.
-const std::function<void(Network *)> OBSTACLES[] = {
-    [](Network *) { HBLDropLoad(); },
-    [](Network *network) { network->Block(); },
-    [](Network *) { vnet = nullptr; },
-    [](Network *) { vnet = "zelan256"; },
-    [](Network *network) { network->Answer("VNET_8_VIRTUAL_ADAPTER_NAME", std::string(200, 'x')); },
-};
-
-TEST_P(Failures, OfRefusedCallsHaveAReasonAndChangeNothing) {
-    unsigned lines = 0;
     for (const auto &obstacle : OBSTACLES) {
         SCOPED_TRACE(&obstacle - OBSTACLES);
         Network network;
-        obstacle(&network);
+        obstacle.put(&network);
         const std::string before = network.State();
-        const LinesLogged logged = LogLevels_Count();
-        const bool result = GetParam().call();
-        lines += LogLevels_Count().all - logged.all;
-        EXPECT_TRUE(result || LogLevels_Count().reasons > logged.reasons);
-        EXPECT_TRUE(result || before == network.State());
-        vnet = "zelan8";
-        if (!HBLIsLoaded()) {
-            EXPECT_FALSE(result);
-            HBLAddLoad();
-        }
-        network.Unblock();
+        const LinesLogged former = LogLevels_Count();
+        const bool result = call();
+        const LinesLogged after = LogLevels_Count();
+        logged += after.all - former.all;
+        EXPECT_TRUE(result || after.reasons > former.reasons);
+        EXPECT_TRUE(result || !obstacle.refused || before == network.State());
+        network.Restore();
         EXPECT_TRUE(Network::LockIsFree());
     }
-    EXPECT_EQ(GetParam().refusalsLines, lines) << "a line that was added or lost";
+    EXPECT_EQ(lines, logged) << "a line that was added or lost";
 }
 
 HBL_NetworkID NetworkId(int32_t number) {
-    return {1, HBL_NETWORK_TYPE_VNET, number, {}};
+    return {version, HBL_NETWORK_TYPE_VNET, number, {}};
 }
 bool Move(const char *name, int32_t number) {
     HBL_HostAdapter adapter = {};
-    adapter.version = 1;
+    adapter.version = version;
     strcpy(adapter.deviceName, name);
     const HBL_NetworkID network = NetworkId(number);
     return HBL_BridgeMoveAdapter(&adapter, nullptr, &network);
@@ -241,17 +280,13 @@ bool SetDefault(int32_t number) {
 }
 bool Features(bool (*function)(HBL_VnetFeatures *)) {
     HBL_VnetFeatures features = {};
-    features.version = 1;
+    features.version = version;
     features.net = NetworkId(8);
     return function(&features);
 }
 
-char text[128];
-char otherText[128];
-uint32_t size, otherSize;
-uint16_t port;
 uint32_t *Size(uint32_t *of) {
-    *of = sizeof text;
+    *of = room;
     return of;
 }
 uint32_t *Start() {
@@ -260,70 +295,138 @@ uint32_t *Start() {
     return &offset;
 }
 
+bool Unloaded(bool (*call)()) {
+    const bool loaded = HBLIsLoaded() && HBLDropLoad();
+    const bool result = call();
+    return loaded ? HBLAddLoad() && result : result;
+}
+
 const Call CALLS[] = {
-    {"AddAnswer", 0, 13, 1, [] { return HBL_VnetCfgAddAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.41.0"); }},
-    {"RemoveAnswer", 0, 2, 1, [] { return HBL_VnetCfgRemoveAnswer("VNET_8_DHCP"); }},
-    {"SetDefaultLogLevel", 5, 126, 22, [] { return HBL_SetDefaultLogLevel(9); }},
-    {"StartNat", 30, 599, 51, [] { return HBL_StartService(vnet, HBL_SERVICE_NAT); }},
-    {"StartBridge", 31, 647, 53, [] { return HBL_StartService(vnet, HBL_SERVICE_BRIDGE); }},
-    {"StopService", 9, 162, 21, [] { return HBL_StopService(vnet, HBL_SERVICE_NAT); }},
-    {"DeleteVnet", 364, 7817, 71, [] { return HBL_DeleteVnetFromDatabase(vnet); }},
-    {"DhcpOff", 41, 977, 56, [] { return HBL_SetVnetUseDHCP(vnet, false, true); }},
-    {"DhcpOn", 16, 482, 31,
+    {"AddAnswer", false, 15, [] { return HBL_VnetCfgAddAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.41.0"); }},
+    {"RemoveAnswer", false, 4, [] { return HBL_VnetCfgRemoveAnswer("VNET_8_DHCP"); }},
+    {"SetDefaultLogLevel", false, 313, [] { return HBL_SetDefaultLogLevel(9); }},
+    {"StartNat", false, 1559, [] { return HBL_StartService(vnet, HBL_SERVICE_NAT); }},
+    {"StartBridge", false, 1671, [] { return HBL_StartService(vnet, HBL_SERVICE_BRIDGE); }},
+    {"StopService", false, 444, [] { return HBL_StopService(vnet, HBL_SERVICE_NAT); }},
+    {"DeleteVnet", false, 11652, [] { return HBL_DeleteVnetFromDatabase(vnet); }},
+    {"DhcpOff", false, 2062, [] { return HBL_SetVnetUseDHCP(vnet, false, true); }},
+    {"DhcpOn", false, 1062,
      [] { return HBL_SetVnetUseDHCP(vnet, false, false) && HBL_SetVnetUseDHCP(vnet, true, false); }},
-    {"SetDhcpParam", 11, 264, 28,
-     [] { return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2); }},
-    {"GetDhcpParam", 13, 234, 36,
-     [] { return HBL_GetDHCPParam(vnet, HBL_PARAM_DHCP_FIRST_ADDRESS, true, text, Size(&size)); }},
-    {"SetTie", 11, 305, 26, [] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.10", "00:0C:29:00:00:01"); }},
-    {"RemoveTie", 22, 549, 37,
-     [] {
-         return HBL_SetDHCPIPToMAC(vnet, "192.168.40.9", "00:0C:29:00:00:01") &&
-                HBL_SetDHCPIPToMAC(vnet, nullptr, "00:0C:29:00:00:01");
-     }},
-    {"EnumTies", 4, 72, 18,
+    {"SetDhcpParam", false, 622,
+     [] { return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE + foreign, "60", 2); }},
+    {"GetDhcpParam", false, 580,
+     [] { return HBL_GetDHCPParam(vnet, HBL_PARAM_DHCP_FIRST_ADDRESS + foreign, true, text, Size(&size)); }},
+    {"SetTie", false, 627, [] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.10", mac); }},
+    {"RemoveTie", false, 1282,
+     [] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.9", mac) && HBL_SetDHCPIPToMAC(vnet, nullptr, mac); }},
+    {"EnumTies", false, 187,
      [] { return HBL_EnumDHCPIPToMAC(vnet, Start(), text, Size(&size), otherText, Size(&otherSize)); }},
-    {"UpdateDhcp", 115, 10128, 132,
+    {"UpdateDhcp", false, 14603,
      [] {
-         return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2) &&
+         return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE + foreign, "60", 2) &&
                 HBL_UpdateDHCPFromConfig(vnet);
      }},
-    {"NatOff", 11, 293, 26, [] { return HBL_SetVnetUseNAT(vnet, false, true); }},
-    {"SetNatParam", 10, 241, 26, [] { return HBL_SetNATParam(vnet, HBL_PARAM_NAT_UDP_TIMEOUT, "30", 2); }},
-    {"GetNatParam", 9, 162, 26,
-     [] { return HBL_GetNATParam(vnet, HBL_PARAM_NAT_GATEWAY, true, text, Size(&size)); }},
-    {"SetForward", 9, 255, 24,
+    {"NatOff", false, 628, [] { return HBL_SetVnetUseNAT(vnet, false, true); }},
+    {"SetNatParam", false, 563,
+     [] { return HBL_SetNATParam(vnet, HBL_PARAM_NAT_UDP_TIMEOUT + foreign, "30", 2); }},
+    {"GetNatParam", false, 404,
+     [] { return HBL_GetNATParam(vnet, HBL_PARAM_NAT_GATEWAY + foreign, true, text, Size(&size)); }},
+    {"SetForward", false, 544,
      [] { return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.10", 81, "ftp", 3); }},
-    {"RemoveForward", 17, 421, 32,
+    {"RemoveForward", false, 1035,
      [] {
          return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.9", 80, nullptr, 0) &&
                 HBL_SetNATPortForward(vnet, true, 80, nullptr, 0, nullptr, 0);
      }},
-    {"EnumForwards", 4, 72, 18,
+    {"EnumForwards", false, 187,
      [] {
          return HBL_EnumNATPortForward(vnet, true, Start(), &port, text, Size(&size), &port, otherText,
                                        Size(&otherSize));
      }},
-    {"UpdateNat", 49, 1468, 70, [] { return HBL_UpdateNATFromConfig(vnet); }},
-    {"EnableAdapter", 38, 869, 22, [] { return HBL_EnableNetworkAdapter(vnet); }},
-    {"UpdateAdapter", 58, 1558, 22,
+    {"UpdateNat", false, 3404, [] { return HBL_UpdateNATFromConfig(vnet); }},
+    {"EnableAdapter", false, 2210, [] { return HBL_EnableNetworkAdapter(vnet); }},
+    {"UpdateAdapter", false, 4331,
      [] { return HBL_EnableNetworkAdapter(vnet) && HBL_UpdateAdapterFromConfig(vnet); }},
-    {"DisableAdapter", 55, 1501, 22,
+    {"DisableAdapter", false, 3992,
      [] { return HBL_EnableNetworkAdapter(vnet) && HBL_DisableNetworkAdapter(vnet); }},
-    {"AdapterOff", 8, 213, 23, [] { return HBL_SetVnetUseAdapter(vnet, false, true); }},
-    {"AdapterList", 16, 337, 68,
+    {"AdapterOff", false, 473, [] { return HBL_SetVnetUseAdapter(vnet, false, true); }},
+    {"AdapterList", false, 779,
      [] {
          HBL_HostAdapterList *list = nullptr;
-         const bool got = HBL_GetHostAdapterList(1, &list);
+         const bool got = HBL_GetHostAdapterList(version, &list);
          HBL_FreeHostAdapterList(list);
          return got;
      }},
-    {"DefaultOff", 23, 605, 76, [] { return SetDefault(HBL_VNET_NONE); }},
-    {"MoveAdapter", 34, 893, 113, [] { return Move("eth5", 8); }},
-    {"GetFeatures", 23, 463, 94, [] { return Features(HBL_GetVnetFeatures); }},
-    {"SetSubnet", 6, 163, 21, [] { return HBL_SetVnetSubnetAddr(vnet, "192.168.42.0"); }},
-    {"GetAdapterAddress", 5, 90, 20, [] { return HBL_GetVnetAdapterAddr(vnet, text, Size(&size), true); }},
-    {"Export", 12, 440, 43, [] { return HBL_ExportDatabaseToFile("/tmp/export"); }},
+    {"DefaultOff", false, 1283, [] { return SetDefault(HBL_VNET_NONE); }},
+    {"MoveAdapter", false, 1974, [] { return Move("eth5", 8); }},
+    {"GetFeatures", false, 1172, [] { return Features(HBL_GetVnetFeatures); }},
+    {"SetSubnet", false, 373, [] { return HBL_SetVnetSubnetAddr(vnet, "192.168.42.0"); }},
+    {"GetAdapterAddress", false, 233, [] { return HBL_GetVnetAdapterAddr(vnet, text, Size(&size), true); }},
+    {"Export", false, 910, [] { return HBL_ExportDatabaseToFile(nullptr); }},
+    {"Import", true, 2735,
+     [] {
+         std::filesystem::remove(FORMER);
+         return HBL_ImportDatabaseFromFile(BACKUP);
+     }},
+    {"Create", true, 637,
+     [] {
+         return Unloaded([] {
+             std::filesystem::remove(FORMER);
+             return HBL_CreateNetworkingDB(true);
+         });
+     }},
+    {"Delete", false, 150, [] { return Unloaded(HBL_DeleteNetworkingDB); }},
+    {"Check", false, 2, HBL_CheckNetworkingDB},
+    {"Rewrite", false, 545,
+     [] {
+         HBLNetworkConfigurationDB *db = nullptr;
+         const char *function = std::exchange(failing, "");
+         EXPECT_TRUE(HBLNetCfgLoad(DATABASE, &db, false) && HBLNetCfgAddAnswerString(db, "A", "2"));
+         failing = function;
+         return HBLNetCfgUnload(&db, true);
+     }},
+    {"GetAnswer", false, 2,
+     [] {
+         const char *value = nullptr;
+         return HBL_VnetCfgGetAnswer("VNET_8_DHCP", &value);
+     }},
+    {"ServiceStatus", false, 417,
+     [] { return HBL_GetServiceStatus(vnet, HBL_SERVICE_DHCP) == HBL_SERVICE_STATUS_STOPPED; }},
+    {"GetUses", false, 359, [] { return HBL_GetVnetUseDHCP(vnet) && HBL_GetVnetUseNAT(vnet); }},
+    {"GetTie", false, 311, [] { return HBL_GetDHCPIPToMAC(vnet, text, Size(&size), mac); }},
+    {"GetForward", false, 229,
+     [] {
+         return HBL_GetNATPortForward(vnet, true, 80, text, Size(&size), &port, otherText, Size(&otherSize));
+     }},
+    {"AssignSubnet", false, 1244,
+     [] { return HBL_AssignSubnetAddressToVnet(vnet, true) && HBL_SetVnetSubnetAddr(vnet, "192.168.40.0"); }},
+    {"CheckSubnet", false, 231,
+     [] {
+         bool available;
+         return HBL_CheckSubnetAvailability(vnet, false, 1, 1, &available);
+     }},
+    {"UnusedSubnet", false, 325, [] { return HBL_GetUnusedSubnet(text, room, otherText, room); }},
+    {"AdapterStatus", false, 322,
+     [] {
+         bool installed, enabled;
+         return HBL_GetVnetAdapterStatus(vnet, &installed, &enabled);
+     }},
+    {"Device", false, 334, [] { return HBL_DeleteZelanDevice(vnet) && HBL_CreateZelanDevice(vnet); }},
+    {"GetDefault", false, 141,
+     [] {
+         HBL_NetworkID network = NetworkId(0);
+         return HBL_GetBridgeDefaultNetwork(&network);
+     }},
+    {"FindFeatures", false, 1267, [] { return Features(HBL_FindVnetWithFeatures); }},
+    {"Addresses", false, 802,
+     [] {
+         return HBL_SetVnetSubnetMask(vnet, "255.255.0.0") && HBL_SetVnetAdapterAddr(vnet, "192.168.40.1");
+     }},
+    {"GetAddresses", false, 356,
+     [] {
+         return HBL_GetVnetSubnetMask(vnet, text, Size(&size)) &&
+                HBL_GetVnetSubnetAddr(vnet, text, Size(&size));
+     }},
 };
 
 INSTANTIATE_TEST_SUITE_P(Of, Failures, testing::ValuesIn(CALLS),
