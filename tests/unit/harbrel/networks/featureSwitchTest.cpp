@@ -104,7 +104,8 @@ struct SwitchWords {
     const char *function;
     const char *parameter;    // goes with a clean-up
     bool failedCleanUpFails;  // the call
-    std::vector<std::pair<uint32_t, const char *>> lines;
+    uint32_t assignedLevel;   // of the line about a new subnet
+    const char *lines;        // each once
 };
 
 void GoThroughAllEnds(const SwitchWords &feature) {
@@ -125,87 +126,52 @@ void GoThroughAllEnds(const SwitchWords &feature) {
     EXPECT_EQ(!feature.failedCleanUpFails, onFullDisk(false, true));
 }
 
-TEST(FeatureSwitch, EachFeatureHasItsOwnWordsAtTheirLevels) {
-    const char *assigning = "Attemping to configure subnet for vnet";
-    const SwitchWords features[] = {
-        {HBL_SetVnetUseDHCP,
-         "HBL_SetVnetUseDHCP",
-         "VNET_8_DHCP_PARAM_DNS_ADDR",
-         true,
-         {{LOG_INFO2, "Current DHCP status: 0, requested status: 1, changing DHCP status"},
-          {LOG_INFO2, assigning},
-          {LOG_ERR, "Failed to assign subnet to vnet"},
-          {LOG_INFO2, "Current DHCP status: 0, requested status: 1, changing DHCP status"},
-          {LOG_INFO2, assigning},
-          {LOG_INFO2, "New subnet configured"},
-          {LOG_OK, "Success in configuring DHCP for the vnet"},
-          {LOG_INFO, "Current DHCP status and requested status are same"},
-          {LOG_INFO, "Cleaned up existing DHCP configuration for vnet: zelan8"},
-          {LOG_INFO2, "Current DHCP status: 1, requested status: 0, changing DHCP status"},
-          {LOG_ERR, "Unconfiguring DHCP failed on vnet: zelan8, current status unknown"},
-          {LOG_INFO2, "Current DHCP status: 1, requested status: 0, changing DHCP status"},
-          {LOG_OK, "Success in unconfiguring DHCP  on vnet: zelan8"},
-          {LOG_INFO2, "Current DHCP status: 0, requested status: 1, changing DHCP status"},
-          {LOG_ERR, "Configuring DHCP failed on vnet: zelan8, current status unknown"},
-          {LOG_INFO, "Current DHCP status and requested status are same"},
-          {LOG_ERR, "Failed to cleanup existing DHCP configuration for vnet: zelan8"}}},
-        {HBL_SetVnetUseNAT,
-         "HBL_SetVnetUseNAT",
-         "VNET_8_NAT_PARAM_UDP_TIMEOUT",
-         false,
-         {{LOG_INFO2, "Current NAT status: 0, requested status: 1, changing NAT status"},
-          {LOG_INFO2, "Attempting to assign an unused subnet for vnet: zelan8"},
-          {LOG_ERR, "Failed to assign subnet to vnet: zelan8"},
-          {LOG_ERR, "Removing assigned subnet for vnet: zelan8 because of error"},
-          {LOG_INFO2, "Current NAT status: 0, requested status: 1, changing NAT status"},
-          {LOG_INFO2, "Attempting to assign an unused subnet for vnet: zelan8"},
-          {LOG_INFO2, "New subnet configured for vnet: zelan8"},
-          {LOG_OK, "Success in configuring NAT for vnet: zelan8"},
-          {LOG_INFO, "Current NAT status and requested status are same"},
-          {LOG_INFO, "Cleaned up existing NAT configuration for vnet: zelan8"},
-          {LOG_INFO2, "Current NAT status: 1, requested status: 0, changing NAT status"},
-          {LOG_ERR, "Unconfiguring NAT failed on vnet: zelan8"},
-          {LOG_INFO2, "Current NAT status: 1, requested status: 0, changing NAT status"},
-          {LOG_OK, "Success in unconfiguring NAT on vnet: zelan8"},
-          {LOG_INFO2, "Current NAT status: 0, requested status: 1, changing NAT status"},
-          {LOG_ERR, "Configuring NAT failed on vnet: zelan8"},
-          {LOG_INFO, "Current NAT status and requested status are same"},
-          {LOG_INFO, "Cleaned up existing NAT configuration for vnet: zelan8"}}},
-        {HBL_SetVnetUseAdapter,
-         "HBL_SetVnetUseAdapter",
-         "VNET_8_VIRTUAL_ADAPTER_NAME",
-         true,
-         {{LOG_INFO2, "Changing Adapter status"},
-          {LOG_INFO2, assigning},
-          {LOG_ERR, "Failed to assign subnet to vnet"},
-          {LOG_INFO2, "Changing Adapter status"},
-          {LOG_INFO2, assigning},
-          {LOG_INFO, "New subnet configured"},
-          {LOG_OK, "Success in configuring Adapter for the vnet"},
-          {LOG_INFO, "Current Adapter status and requested status are same"},
-          {LOG_INFO, "Cleaned up existing adapter configuration values for vnet: zelan8"},
-          {LOG_INFO2, "Changing Adapter status"},
-          {LOG_ERR, "Unconfiguring Adapter failed on vnet: zelan8, current status unknown"},
-          {LOG_INFO2, "Changing Adapter status"},
-          {LOG_OK, "Success in unconfiguring Adapter on vnet: zelan8"},
-          {LOG_INFO2, "Changing Adapter status"},
-          {LOG_ERR, "Configuring Adapter failed on vnet: zelan8, current status unknown"},
-          {LOG_INFO, "Current Adapter status and requested status are same"},
-          {LOG_ERR, "Failed to cleanup existing adapter configuration values for vnet: zelan8"}}},
+TEST(FeatureSwitch, EachFeatureHasItsOwnWords) {
+    static constexpr SwitchWords FEATURES[] = {
+        {HBL_SetVnetUseDHCP, "HBL_SetVnetUseDHCP", "VNET_8_DHCP_PARAM_DNS_ADDR", true, LOG_INFO2,
+         "Current DHCP status: 0, requested status: 1, changing DHCP status\n"
+         "Attemping to configure subnet for vnet\nFailed to assign subnet to vnet\n"
+         "New subnet configured\nSuccess in configuring DHCP for the vnet\n"
+         "Current DHCP status and requested status are same\n"
+         "Cleaned up existing DHCP configuration for vnet: zelan8\n"
+         "Current DHCP status: 1, requested status: 0, changing DHCP status\n"
+         "Unconfiguring DHCP failed on vnet: zelan8, current status unknown\n"
+         "Success in unconfiguring DHCP  on vnet: zelan8\n"
+         "Configuring DHCP failed on vnet: zelan8, current status unknown\n"
+         "Failed to cleanup existing DHCP configuration for vnet: zelan8\n"},
+        {HBL_SetVnetUseNAT, "HBL_SetVnetUseNAT", "VNET_8_NAT_PARAM_UDP_TIMEOUT", false, LOG_INFO2,
+         "Current NAT status: 0, requested status: 1, changing NAT status\n"
+         "Attempting to assign an unused subnet for vnet: zelan8\n"
+         "Failed to assign subnet to vnet: zelan8\n"
+         "Removing assigned subnet for vnet: zelan8 because of error\n"
+         "New subnet configured for vnet: zelan8\nSuccess in configuring NAT for vnet: zelan8\n"
+         "Current NAT status and requested status are same\n"
+         "Cleaned up existing NAT configuration for vnet: zelan8\n"
+         "Current NAT status: 1, requested status: 0, changing NAT status\n"
+         "Unconfiguring NAT failed on vnet: zelan8\nSuccess in unconfiguring NAT on vnet: zelan8\n"
+         "Configuring NAT failed on vnet: zelan8\n"},
+        {HBL_SetVnetUseAdapter, "HBL_SetVnetUseAdapter", "VNET_8_VIRTUAL_ADAPTER_NAME", true, LOG_INFO,
+         "Changing Adapter status\nAttemping to configure subnet for vnet\n"
+         "Failed to assign subnet to vnet\nNew subnet configured\n"
+         "Success in configuring Adapter for the vnet\n"
+         "Current Adapter status and requested status are same\n"
+         "Cleaned up existing adapter configuration values for vnet: zelan8\n"
+         "Unconfiguring Adapter failed on vnet: zelan8, current status unknown\n"
+         "Success in unconfiguring Adapter on vnet: zelan8\n"
+         "Configuring Adapter failed on vnet: zelan8, current status unknown\n"
+         "Failed to cleanup existing adapter configuration values for vnet: zelan8\n"},
     };
-    for (const SwitchWords &feature : features) {
-        for (const uint32_t level : {LOG_ERR, LOG_OK, LOG_INFO, LOG_INFO2}) {
-            SCOPED_TRACE(testing::Message() << feature.function << " at level " << level);
-            LogCapture log(level);
-            GoThroughAllEnds(feature);
-            std::vector<std::string> expected;
-            for (const auto &[lineLevel, line] : feature.lines) {
-                if (lineLevel == level) {
-                    expected.emplace_back(line);
-                }
-            }
-            EXPECT_EQ(expected, LinesOf(feature.function, log.Take()));
+    for (const SwitchWords &feature : FEATURES) {
+        LogCapture log(HBL_MAX_LOG_MASK - LOG_ARGS);
+        GoThroughAllEnds(feature);
+        std::string lines;
+        for (const std::string &line : LinesOf(feature.function, log.Take())) {
+            lines += lines.find(line + "\n") == lines.npos ? line + "\n" : "";
         }
+        EXPECT_EQ(feature.lines, lines);
+        HBLLogSetMask(feature.assignedLevel);
+        GoThroughAllEnds(feature);
+        EXPECT_NE(std::string::npos, log.Take().find("New subnet configured"));
     }
 }
 
