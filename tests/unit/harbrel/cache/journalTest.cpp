@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <sys/mman.h>
 
-#include <cerrno>
 #include <functional>
 
 #include "lib/harbrel/cache/journalWords.h"
@@ -181,56 +180,25 @@ TEST_F(JournalTest, FullDiskAtAnyByteLeavesWholeLines) {
     }
 }
 
-// The steps that fail for want of memory alone.
-TEST_F(JournalTest, StepsThatNoFileCanFailHaveTheirWordsToo) {
-    using enum JournalStep;
-    static constexpr JournalStep STEPS[] = {AddAllocation, AddTable, RemoveAllocation, RemoveTable,
-                                            RemovePutBack};
-    const struct {
-        const JournalWords &words;
-        RecordFields record;
-        const char *lines[std::size(STEPS)];
-    } cases[] = {
-        {ANSWER_JOURNAL_WORDS,
-         {.key = "K", .value = "v"},
-         {"NetCfgAddAnswerStringInt - Memory allocation failed: a: (nil), d: (nil), o: (nil)\n",
-          "NetCfgAddAnswerStringInt - Failed to add K:v to hash table\n",
-          "HBLNetCfgRemoveAnswer - Memory allocation failed: d: (nil), o: (nil)\n",
-          "HBLNetCfgRemoveAnswer - Failed to remove \"K\" from hash table\n",
-          "HBLNetCfgRemoveAnswer - Restoring K:v failed in hash table\n"}},
-        {BRIDGE_JOURNAL_WORDS,
-         {.key = "eth0", .vnet = -1},
-         {"HBLNetCfgAddHostAdapterMapping - Memory allocation failure\n",
-          "HBLNetCfgAddHostAdapterMapping - Failed to add Bridge mapping for adapter: eth0 to vnet: -1\n",
-          "HBLNetCfgRemoveHostAdapterMapping - Memory allocation failed, error: Cannot allocate memory\n",
-          "HBLNetCfgRemoveHostAdapterMapping - Failed to remove Bridge mapping for adapter: eth0 from hash "
-          "table\n",
-          "HBLNetCfgRemoveHostAdapterMapping - Failed to restore previous values of Bridge mapping, adapter: "
-          "eth0, vnet: -1\n"}},
-        {DHCP_JOURNAL_WORDS,
-         {.key = MAC, .value = "10.0.0.1", .vnet = 8},
-         {"HBLNetCfgAddDHCPMACToIP - Memory allocation failure\n",
-          "HBLNetCfgAddDHCPMACToIP - Failed to add DHCP address mapping for MAC: 02:00:00:11:22:33 To IP: "
-          "10.0.0.1\n",
-          "HBLNetCfgRemoveDHCPMACToIP - Memory allocation failure, error: Cannot allocate memory\n",
-          "HBLNetCfgRemoveDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33\n",
-          "HBLNetCfgRemoveDHCPMACToIP - Failed to restore previous values of DHCP mapping, mac: "
-          "02:00:00:11:22:33, ip: 10.0.0.1\n"}},
-        {NAT_JOURNAL_WORDS,
-         {.value = "10.0.0.1", .vnet = 8, .hostPort = 53, .vmPort = 54, .description = "names"},
-         {"HBLNetCfgAddNATPortFwd - Memory allocation failure\n",
-          "HBLNetCfgAddNATPortFwd - Failed to add port forward record for udp port 53\n",
-          "HBLNetCfgRemoveNATPortFwd - Memory allocation error\n",
-          "HBLNetCfgRemoveNATPortFwd - Failed to remove NAT port forward for udp port 53 from hash table\n",
-          "HBLNetCfgRemoveNATPortFwd - Failed to restore previous value for NAT port  forward record, vnet: "
-          "8, \"udp\", hostPort: 53, vmIP: 10.0.0.1 vmPort: 54, desc.: names\n"}},
+// Both the file and the memory have to fail for that.
+TEST_F(JournalTest, RecordThatCannotBePutBackIsNamedWhole) {
+    const auto tell = [](const JournalWords &words, const RecordFields &record) {
+        TellJournalStep(words, JournalStep::RemovePutBack, {.record = record});
     };
-    for (const auto &row : cases) {
-        for (size_t step = 0; step < std::size(STEPS); ++step) {
-            TellJournalStep(row.words, STEPS[step], {.record = row.record, .errorNumber = ENOMEM});
-            EXPECT_EQ(log.Take(), row.lines[step]);
-        }
-    }
+    tell(ANSWER_JOURNAL_WORDS, {.key = "K", .value = "v"});
+    tell(BRIDGE_JOURNAL_WORDS, {.key = "eth0", .vnet = -1});
+    tell(DHCP_JOURNAL_WORDS, {.key = MAC, .value = "10.0.0.1", .vnet = 8});
+    tell(NAT_JOURNAL_WORDS,
+         {.value = "10.0.0.1", .vnet = 8, .hostPort = 53, .vmPort = 54, .description = "names"});
+    EXPECT_EQ(
+        "HBLNetCfgRemoveAnswer - Restoring K:v failed in hash table\n"
+        "HBLNetCfgRemoveHostAdapterMapping - Failed to restore previous values of Bridge mapping, adapter: "
+        "eth0, vnet: -1\n"
+        "HBLNetCfgRemoveDHCPMACToIP - Failed to restore previous values of DHCP mapping, mac: "
+        "02:00:00:11:22:33, ip: 10.0.0.1\n"
+        "HBLNetCfgRemoveNATPortFwd - Failed to restore previous value for NAT port  forward record, vnet: 8, "
+        "\"udp\", hostPort: 53, vmIP: 10.0.0.1 vmPort: 54, desc.: names\n",
+        log.Take());
 }
 
 // What cannot be cut off again is kept away from the next line.

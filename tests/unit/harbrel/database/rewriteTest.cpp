@@ -1,22 +1,14 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 
 #include "lib/harbrel/cache/tables.h"
 #include "tests/support/cacheTest.h"
-#include "tests/support/fileSizeLimit.h"
 
-namespace {
-
-class DatabaseRewrite : public CacheTest {
-  protected:
-    DatabaseRewrite() { LoadRecords(""); }
-
-    const std::string copy = folder / "new";
-};
+using DatabaseRewrite = CacheTest;
 
 TEST_F(DatabaseRewrite, RecordsStandInTheirOrderAndBinDirIsDropped) {
+    LoadRecords("");
     NetCfgHashAddAnswer(db, "VNET_1_DHCP", "yes");
     NetCfgHashAddAnswer(db, "VNET_10_DHCP", "no");
     NetCfgHashAddAnswer(db, "a", "small letters last");
@@ -30,9 +22,7 @@ TEST_F(DatabaseRewrite, RecordsStandInTheirOrderAndBinDirIsDropped) {
     NetCfgHashAddBridgeMapping(db, "eth1", 2);
     NetCfgHashAddBridgeMapping(db, "Eth2", 2);
     NetCfgHashAddBridgeMapping(db, "wlan0", -1);
-    ASSERT_TRUE(NetCfgWriteDatabaseFile(db, copy.c_str(), false));
     EXPECT_EQ(
-        "VERSION=1,0\n"
         "answer VNET_10_DHCP no\n"
         "answer VNET_1_DHCP yes\n"
         "answer a small letters last\n"
@@ -45,25 +35,5 @@ TEST_F(DatabaseRewrite, RecordsStandInTheirOrderAndBinDirIsDropped) {
         "add_bridge_mapping wlan0 -1\n"
         "add_bridge_mapping Eth2 2\n"
         "add_bridge_mapping eth1 2\n",
-        ReadFileText(copy));
+        Records());
 }
-
-TEST_F(DatabaseRewrite, FullDiskAtAnyPointLeavesNoFile) {
-    for (int number = 0; number < 2000; number++) {
-        NetCfgHashAddAnswer(db, ("VNET_" + std::to_string(number)).c_str(), "value");
-    }
-    ASSERT_TRUE(NetCfgWriteDatabaseFile(db, copy.c_str(), false));
-    const std::pair<rlim_t, const char *> cases[] = {
-        {5, "HBLNetCfgCreateDB - Failed to write intialization data into file: "},
-        {2000, "NetCfgWriteDatabaseFile - Failed to write record of type: 1 to  database file\n"},
-        {std::filesystem::file_size(copy) - 1, "NetCfgWriteDatabaseFile - Failed to finish database file: "},
-    };
-    for (const auto &[room, failure] : cases) {
-        const auto write = [this] { return NetCfgWriteDatabaseFile(db, copy.c_str(), false); };
-        EXPECT_FALSE(OnFullDisk(room, write)) << failure;
-        EXPECT_NE(std::string::npos, log.Take().find(failure)) << failure;
-        EXPECT_FALSE(std::filesystem::exists(copy)) << failure;
-    }
-}
-
-}  // namespace
