@@ -13,22 +13,12 @@ using testing::IsEmpty;
 using testing::Pair;
 
 TEST(EditorModel, WordsAreReadWholeOrRefused) {
-    const struct {
-        const char *text;
-        const char *subnet;  // null when refused
-    } subnets[] = {{"192.168.8.0/24", "192.168.8.0/24"},
-                   {"10.0.0.8/29", "10.0.0.8/29"},
-                   {"0.0.0.0/0", "0.0.0.0/0"},
-                   {"192.168.8.1/24", nullptr},
-                   {"192.168.8.0", nullptr},
-                   {"128.0.0.0/33", nullptr},
-                   {"192.168.8/24", nullptr},
-                   {"192.168.8.0/24 ", nullptr},
-                   {"192.168.8.0/-1", nullptr}};
-    for (const auto &row : subnets) {
-        const auto subnet = ParseSubnet(row.text);
-        EXPECT_EQ(row.subnet != nullptr, subnet.has_value()) << row.text;
-        EXPECT_EQ(row.subnet != nullptr ? row.subnet : "", subnet ? SubnetText(*subnet) : "") << row.text;
+    for (const char *good : {"192.168.8.0/24", "10.0.0.8/29", "0.0.0.0/0"}) {
+        EXPECT_EQ(good, SubnetText(ParseSubnet(good).value_or(Subnet{1, 1})));
+    }
+    for (const char *bad : {"192.168.8.1/24", "192.168.8.0", "128.0.0.0/33", "192.168.8/24",
+                            "192.168.8.0/24 ", "192.168.8.0/-1"}) {
+        EXPECT_EQ(std::nullopt, ParseSubnet(bad)) << bad;
     }
     EXPECT_EQ((Subnet{0x0a070800, 0xffffff00}), SubnetOf("10.7.8.9", "255.255.255.0"));
     for (const char *mask : {"255.0.255.0", "24", ""}) {
@@ -47,38 +37,36 @@ TEST(EditorModel, WordsAreReadWholeOrRefused) {
 }
 
 TEST(EditorModel, AssignmentsAreTakenInTheFormThatTheLibraryStores) {
-    const struct {
-        const char *assignment;
-        Field field;
-        const char *stored;
-        const char *error;
-    } cases[] = {
-        {"subnet=10.1.0.0/16", FIELD_MASK, "255.255.0.0", ""},
-        {"range=10.1.0.9-10.1.0.20", FIELD_RANGE_LAST, "10.1.0.20", ""},
-        {"domain=lab.example.org", FIELD_DOMAIN, "\"lab.example.org\"", ""},
-        {"domain=lab", FIELD_DOMAIN, "lab", ""},
-        {"nat=yes", FIELD_NAT, "yes", ""},
-        {"active-ftp=off", FIELD_ACTIVE_FTP, "0", ""},
-        {"active-ftp=true", FIELD_ACTIVE_FTP, "1", ""},
-        {"adapter=false", FIELD_ADAPTER, "", ""},
-        {"lease-time=999999999", FIELD_LEASE_TIME, "999999999", ""},
-        {"range=1-1.0.0.9", FIELD_COUNT, "",
-         "range \"1-1.0.0.9\" is not allowed: FIRST-LAST, two IPv4 addresses"},
-        {"dns=10.1", FIELD_COUNT, "", "dns \"10.1\" is not allowed: an IPv4 address"},
-        {"domain=", FIELD_COUNT, "", "domain \"\" is not allowed: a domain name"},
-        {"adapter-name=", FIELD_COUNT, "", "adapter-name \"\" is not allowed: an interface name"},
-        {"dhcp=maybe", FIELD_DHCP, "", "dhcp \"maybe\" is not allowed: on or off"},
-        {"lease-time=1000000000", FIELD_COUNT, "",
-         "lease-time \"1000000000\" is not allowed: seconds, 0 to 999999999"},
-        {"lease-time", FIELD_COUNT, "", "\"lease-time\" is no KEY=VALUE"},
-    };
-    for (const auto &row : cases) {
-        NetworkConfig config;
-        EXPECT_EQ(row.error, Assign(row.assignment, &config)) << row.assignment;
-        if (row.field != FIELD_COUNT) {
-            EXPECT_EQ(row.stored, config.stored[row.field].value_or("")) << row.assignment;
-        }
+    NetworkConfig config;
+    for (const char *good :
+         {"subnet=10.1.0.0/16", "range=10.1.0.9-10.1.0.20", "domain=lab.example.org", "nat=yes", "dhcp=on",
+          "dhcp=false", "adapter-name=x", "lease-time=999999999", "active-ftp=off"}) {
+        EXPECT_EQ("", Assign(good, &config));
     }
+    std::string stored;
+    for (int field = 0; field < FIELD_COUNT; field++) {
+        stored +=
+            config.stored[field] ? std::string(FIELDS[field].name) + "=" + *config.stored[field] + " " : "";
+    }
+    EXPECT_EQ(
+        "subnet=10.1.0.0 subnet=255.255.0.0 adapter-name=x range=10.1.0.9 range=10.1.0.20 "
+        "lease-time=999999999 "
+        "domain=\"lab.example.org\" active-ftp=0 nat=yes ",
+        stored);
+    std::string errors;
+    for (const char *bad : {"range=1-1.0.0.9", "range=1.0.0.9", "dns=10.1", "domain=", "adapter-name=",
+                            "dhcp=maybe", "active-ftp=2", "lease-time=1000000000", "lease-time"}) {
+        errors += Assign(bad, &config) + "\n";
+    }
+    const std::string no = " is not allowed: ", range = "FIRST-LAST, two IPv4 addresses\n";
+    EXPECT_EQ("range \"1-1.0.0.9\"" + no + range + "range \"1.0.0.9\"" + no + range + "dns \"10.1\"" + no +
+                  "an IPv4 address\ndomain \"\"" + no + "a domain name\nadapter-name \"\"" + no +
+                  "an interface name\ndhcp \"maybe\"" + no + "on or off\nactive-ftp \"2\"" + no +
+                  "on or off\nlease-time \"1000000000\"" + no +
+                  "seconds, 0 to 999999999\n\"lease-time\" is no KEY=VALUE\n",
+              errors);
+    EXPECT_EQ("", Assign("active-ftp=true", &config) + Assign("domain=lab", &config));
+    EXPECT_EQ("1lab", *config.stored[FIELD_ACTIVE_FTP] + *config.stored[FIELD_DOMAIN]);
 }
 
 TEST(EditorModel, LeasesOfBothServersAreTheValidOnes) {
@@ -160,40 +148,19 @@ TEST(EditorModel, GuestsAreThePortsThatNobodyOfUsHasMade) {
     EXPECT_THAT(GuestsOf(kernel, 9, leases, ties), IsEmpty());
 }
 
-TEST(EditorModel, ValuesThatAreNotStoredAreThoseOfTheLibrary) {
-    NetworkConfig config;
-    const auto values = [&config] {
-        std::string text;
-        for (int field = 0; field < FIELD_COUNT; field++) {
-            text += EffectiveValue(8, config, static_cast<Field>(field)).value_or("-") + " ";
-        }
-        return text;
-    };
-    EXPECT_EQ("- - - zelan8 - - 1800 7200 1800 7200 - - localdomain - - - /dev/zelan8 1 1 60 33445 - - - ",
-              values());
-    EXPECT_EQ("", Assign("subnet=10.7.8.0/24", &config));
-    EXPECT_EQ(
-        "10.7.8.0 255.255.255.0 10.7.8.1 zelan8 10.7.8.129 10.7.8.254 1800 7200 1800 7200 10.7.8.255 "
-        "10.7.8.1 "
-        "localdomain 10.7.8.2 10.7.8.2 255.255.255.0 /dev/zelan8 1 1 60 33445 - - - ",
-        values());
-    EXPECT_EQ("", Assign("nat=on", &config));
-    EXPECT_EQ("10.7.8.2", EffectiveValue(8, config, FIELD_DNS));
-}
-
 TEST(EditorText, SaysAllSettingsAndIsReadBack) {
     NetworkConfig config;
-    for (const char *word :
-         {"subnet=10.7.8.0/24", "dhcp=on", "nat=on", "range=10.7.8.9-10.7.8.20", "domain=a.b"}) {
+    for (const char *word : {"subnet=10.7.8.0/24", "dhcp=on", "range=10.7.8.9-10.7.8.20", "domain=a.b"}) {
         EXPECT_EQ("", Assign(word, &config));
     }
     config.stored[FIELD_ANY_OUI] = "0";  // which the text has no word for
     config.forwards = {{true, 8888, 0x0a070809, 80, "web server"}, {false, 53, 0x0a070809, 5353, ""}};
     config.reservations = {{"02:00:00:00:00:01", 0x0a070809}};
     EXPECT_EQ(
-        "# zelan8; a key in a comment is at its default\nsubnet=10.7.8.0/24\ndhcp=on\nnat=on\n#adapter=off\n"
+        "# zelan8; a key in a comment is at its "
+        "default\nsubnet=10.7.8.0/24\ndhcp=on\n#nat=off\n#adapter=off\n"
         "#adapter-address=10.7.8.1\n#adapter-name=zelan8\nrange=10.7.8.9-10.7.8.20\n#lease-time=1800\n"
-        "#max-lease-time=7200\n#dns=10.7.8.2\ndomain=a.b\n#routers=10.7.8.2\n#gateway=10.7.8.2\n"
+        "#max-lease-time=7200\n#dns=10.7.8.1\ndomain=a.b\n#routers=10.7.8.2\n#gateway=10.7.8.2\n"
         "#active-ftp=on\n#udp-timeout=60\n\n# forward tcp|udp PORT ADDRESS:PORT [NOTE]\n"
         "forward tcp 8888 10.7.8.9:80 web server\nforward udp 53 10.7.8.9:5353\n\n# reserve MAC ADDRESS\n"
         "reserve 02:00:00:00:00:01 10.7.8.9\n",
@@ -202,17 +169,16 @@ TEST(EditorText, SaysAllSettingsAndIsReadBack) {
     EXPECT_EQ("", Assign("lease-time=60", &read));
     EXPECT_EQ("", ReadEditText(EditText(8, config), &read));
     EXPECT_EQ(config, read);
-    const std::string forward = "a forward is: forward tcp|udp PORT ADDRESS:PORT [NOTE]\n";
+    const std::string forward = ": a forward is: forward tcp|udp PORT ADDRESS:PORT [NOTE]\n";
     EXPECT_EQ(
-        "line 1: " + forward + "line 2: " + forward + "line 3: " + forward + "line 4: " + forward +
-            "line 5: " + forward +
-            "line 7: udp port 65535 stands here twice\n"
-            "line 8: a reservation is: reserve MAC ADDRESS\nline 9: a reservation is: reserve MAC ADDRESS\n"
-            "line 11: 02:00:00:00:00:01 stands here twice\nline 12: \"nonsense\" is no KEY=VALUE\n",
+        "line 1" + forward + "line 2" + forward + "line 3" + forward + "line 4" + forward + "line 5" +
+            forward +
+            "line 7: udp port 65535 stands here twice\nline 8: a reservation is: reserve MAC ADDRESS\n"
+            "line 9: a reservation is: reserve MAC ADDRESS\nline 11: 02:00:00:00:00:01 stands here twice\n",
         ReadEditText("forward sctp 1 10.7.8.9:1\nforward tcp 0 10.7.8.9:1\nforward tcp 1 10.7.8:1\n"
                      "forward tcp 1 10.7.8.9:0\nforward udp 1 10.7.8.9\nforward udp 65535 10.7.8.9:65535\n"
                      "forward udp 65535 10.7.8.9:1\nreserve 2:0 10.7.8.9\nreserve 2:0:0:0:0:1 10\n"
-                     "reserve 2:0:0:0:0:1 10.7.8.9\nreserve 02:0:0:0:0:1 10.7.8.8\nnonsense\n",
+                     "reserve 2:0:0:0:0:1 10.7.8.9\nreserve 02:0:0:0:0:1 10.7.8.8\n",
                      &read));
 }
 

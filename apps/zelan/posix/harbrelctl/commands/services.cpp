@@ -24,9 +24,6 @@ bool LeaveOutBusy(const Host &host, std::vector<int> *networks) {
     std::vector<int> asked;
     std::copy_if(networks->begin(), networks->end(), std::back_inserter(asked),
                  [&host](int network) { return MustBeAsked(host, network); });
-    if (asked.empty()) {
-        return true;
-    }
     const Progress progress("asking whether the subnets are free");
     const std::vector<int> busy = BusyNetworks(asked);
     for (const int network : busy) {

@@ -84,7 +84,6 @@ std::optional<Subnet> FindFreeSubnet(const Config &config, const Surroundings &s
 std::vector<int> BusyNetworks(const std::vector<int> &networks) {
     std::vector<char> busy(networks.size(), 0);
     std::vector<std::jthread> threads;
-    threads.reserve(networks.size());
     for (size_t index = 0; index < networks.size(); index++) {
         threads.emplace_back([&busy, index, name = NetworkName(networks[index])] {
             bool available = false;
