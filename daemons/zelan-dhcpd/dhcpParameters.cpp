@@ -17,9 +17,6 @@ struct Target {
 
 DhcpVerdict TakeOption(const DhcpStatement &statement, const Target &target) {
     DhcpWords words = statement.words;
-    if (words.size() < 2) {
-        return FAULTY;
-    }
     if (words.size() > 2 && words[2].IsWord("code")) {
         return target.options->Define(words.subspan(1));
     }
@@ -34,7 +31,7 @@ DhcpVerdict TakeOption(const DhcpStatement &statement, const Target &target) {
 
 DhcpVerdict TakeLeaseTime(const DhcpStatement &statement, std::optional<DhcpLeaseTime> *time) {
     int64_t seconds = 0;
-    if (statement.words.size() != 2 || !Dhcp_Number(statement.words[1], 0, UINT32_MAX, &seconds)) {
+    if (!Dhcp_Number(statement.words[1], 0, UINT32_MAX, &seconds)) {
         return FAULTY;
     }
     *time = {static_cast<uint32_t>(seconds), statement.line()};
@@ -50,11 +47,8 @@ DhcpVerdict TakeMaxLease(const DhcpStatement &statement, const Target &target) {
 }
 
 DhcpVerdict TakeText(const DhcpStatement &statement, std::optional<std::string> *text) {
-    if (statement.words.size() != 2 || statement.words[1].kind != DhcpTokenKind::TEXT) {
-        return FAULTY;
-    }
     *text = statement.words[1].text;
-    return SOUND;
+    return statement.words[1].kind == DhcpTokenKind::TEXT ? SOUND : FAULTY;
 }
 
 DhcpVerdict TakeBootFile(const DhcpStatement &statement, const Target &target) {
@@ -67,9 +61,6 @@ DhcpVerdict TakeServerName(const DhcpStatement &statement, const Target &target)
 
 DhcpVerdict TakeNextServer(const DhcpStatement &statement, const Target &target) {
     Ipv4 address = 0;
-    if (statement.words.size() != 2) {
-        return FAULTY;
-    }
     if (!Ipv4_Parse(statement.words[1].text, &address)) {
         return BEYOND;  // a name
     }
@@ -77,23 +68,23 @@ DhcpVerdict TakeNextServer(const DhcpStatement &statement, const Target &target)
     return SOUND;
 }
 
-DhcpVerdict TakeAuthoritative(const DhcpStatement &statement, const Target &target) {
+DhcpVerdict TakeAuthoritative(const DhcpStatement &, const Target &target) {
     target.settings->authoritative = true;
-    return statement.words.size() == 1 ? SOUND : FAULTY;
+    return SOUND;
 }
 
 DhcpVerdict TakeNot(const DhcpStatement &statement, const Target &target) {
     target.settings->authoritative = false;
-    return statement.words.size() == 2 && statement.words[1].IsWord("authoritative") ? SOUND : FAULTY;
+    return statement.words[1].IsWord("authoritative") ? SOUND : FAULTY;
 }
 
 // "allow", "deny" and "ignore", of which the last two differ in what is logged.
 DhcpVerdict TakePermission(const DhcpStatement &statement, const Target &target) {
     bool refused = !statement.Is("allow");
-    if (statement.words.size() != 2) {
-        return statement.words.size() < 2 ? FAULTY : BEYOND;
-    }
     const DhcpToken &subject = statement.words[1];
+    if (statement.words.size() > 2) {
+        return BEYOND;
+    }
     if (subject.IsWord("unknown-clients")) {
         target.settings->knownOnly = refused;
     } else if (subject.IsWord("booting")) {
@@ -107,31 +98,30 @@ DhcpVerdict TakePermission(const DhcpStatement &statement, const Target &target)
     return SOUND;
 }
 
-DhcpVerdict TakeBootUnknown(const DhcpStatement &statement, const Target &target) {
+DhcpVerdict TakeTruth(const DhcpStatement &statement, std::optional<bool> *truth) {
     bool value = false;
-    if (statement.words.size() != 2 || !Dhcp_Truth(statement.words[1], &value)) {
+    if (!Dhcp_Truth(statement.words[1], &value)) {
         return FAULTY;
     }
-    target.settings->knownOnly = !value;
+    *truth = value;
     return SOUND;
 }
 
+DhcpVerdict TakeBootUnknown(const DhcpStatement &statement, const Target &target) {
+    std::optional<bool> served;
+    DhcpVerdict verdict = TakeTruth(statement, &served);
+    target.settings->knownOnly = !served.value_or(true);
+    return verdict;
+}
+
 DhcpVerdict TakeUseHostNames(const DhcpStatement &statement, const Target &target) {
-    bool value = false;
-    if (statement.words.size() != 2 || !Dhcp_Truth(statement.words[1], &value)) {
-        return FAULTY;
-    }
-    target.settings->labelsAsNames = value;
-    return SOUND;
+    return TakeTruth(statement, &target.settings->labelsAsNames);
 }
 
 DhcpVerdict TakeLogFacility(const DhcpStatement &statement, const Target &target) {
     static constexpr const char *FACILITIES[] = {"kern",   "user",   "mail",   "daemon", "auth",   "syslog",
                                                  "lpr",    "news",   "uucp",   "cron",   "local0", "local1",
                                                  "local2", "local3", "local4", "local5", "local6", "local7"};
-    if (statement.words.size() != 2) {
-        return FAULTY;
-    }
     for (const char *facility : FACILITIES) {
         if (statement.words[1].IsWord(facility)) {
             target.meaning->logFacility = facility;
@@ -142,7 +132,7 @@ DhcpVerdict TakeLogFacility(const DhcpStatement &statement, const Target &target
 }
 
 DhcpVerdict TakeUpdateStyle(const DhcpStatement &statement, const Target &) {
-    return statement.words.size() == 2 && statement.words[1].IsWord("none") ? SOUND : BEYOND;
+    return statement.words[1].IsWord("none") ? SOUND : BEYOND;
 }
 
 // Sets what is so anyhow.
@@ -152,57 +142,59 @@ DhcpVerdict TakeNothing(const DhcpStatement &, const Target &) {
 
 // Switches something on that is off anyhow.
 DhcpVerdict TakeOff(const DhcpStatement &statement, const Target &) {
-    bool value = false;
-    if (statement.words.size() != 2 || !Dhcp_Truth(statement.words[1], &value)) {
-        return FAULTY;
-    }
-    return value ? BEYOND : SOUND;
+    std::optional<bool> on;
+    DhcpVerdict verdict = TakeTruth(statement, &on);
+    return on.value_or(false) ? BEYOND : verdict;
 }
+
+constexpr size_t ANY = SIZE_MAX;
 
 struct Parameter {
     const char *name;
+    size_t least;  // words, with the name
+    size_t most;
     DhcpVerdict (*take)(const DhcpStatement &statement, const Target &target);
 };
 
 constexpr Parameter PARAMETERS[] = {
-    {"option", TakeOption},
-    {"default-lease-time", TakeDefaultLease},
-    {"max-lease-time", TakeMaxLease},
-    {"filename", TakeBootFile},
-    {"server-name", TakeServerName},
-    {"next-server", TakeNextServer},
-    {"authoritative", TakeAuthoritative},
-    {"not", TakeNot},
-    {"allow", TakePermission},
-    {"deny", TakePermission},
-    {"ignore", TakePermission},
-    {"boot-unknown-clients", TakeBootUnknown},
-    {"use-host-decl-names", TakeUseHostNames},
-    {"log-facility", TakeLogFacility},
-    {"ddns-update-style", TakeUpdateStyle},
+    {"option", 2, ANY, TakeOption},
+    {"default-lease-time", 2, 2, TakeDefaultLease},
+    {"max-lease-time", 2, 2, TakeMaxLease},
+    {"filename", 2, 2, TakeBootFile},
+    {"server-name", 2, 2, TakeServerName},
+    {"next-server", 2, 2, TakeNextServer},
+    {"authoritative", 1, 1, TakeAuthoritative},
+    {"not", 2, 2, TakeNot},
+    {"allow", 2, ANY, TakePermission},
+    {"deny", 2, ANY, TakePermission},
+    {"ignore", 2, ANY, TakePermission},
+    {"boot-unknown-clients", 2, 2, TakeBootUnknown},
+    {"use-host-decl-names", 2, 2, TakeUseHostNames},
+    {"log-facility", 2, 2, TakeLogFacility},
+    {"ddns-update-style", 2, 2, TakeUpdateStyle},
     // Nothing is updated in any name server without an update style.
-    {"ddns-updates", TakeNothing},
-    {"ddns-hostname", TakeNothing},
-    {"ddns-domainname", TakeNothing},
-    {"ddns-rev-domainname", TakeNothing},
-    {"ddns-ttl", TakeNothing},
-    {"do-forward-updates", TakeNothing},
-    {"update-conflict-detection", TakeNothing},
-    {"update-optimization", TakeNothing},
-    {"update-static-leases", TakeNothing},
+    {"ddns-updates", 1, ANY, TakeNothing},
+    {"ddns-hostname", 1, ANY, TakeNothing},
+    {"ddns-domainname", 1, ANY, TakeNothing},
+    {"ddns-rev-domainname", 1, ANY, TakeNothing},
+    {"ddns-ttl", 1, ANY, TakeNothing},
+    {"do-forward-updates", 1, ANY, TakeNothing},
+    {"update-conflict-detection", 1, ANY, TakeNothing},
+    {"update-optimization", 1, ANY, TakeNothing},
+    {"update-static-leases", 1, ANY, TakeNothing},
     // The starter says where these files are.
-    {"lease-file-name", TakeNothing},
-    {"pid-file-name", TakeNothing},
-    {"db-time-format", TakeNothing},
+    {"lease-file-name", 1, ANY, TakeNothing},
+    {"pid-file-name", 1, ANY, TakeNothing},
+    {"db-time-format", 1, ANY, TakeNothing},
     // dnsmasq is told to do without pings, broadcasts each answer and has one lease for a client.
-    {"ping-check", TakeOff},
-    {"ping-timeout", TakeNothing},
-    {"always-broadcast", TakeNothing},
-    {"one-lease-per-client", TakeNothing},
-    {"get-lease-hostnames", TakeOff},
-    {"use-lease-addr-for-default-route", TakeOff},
-    {"infinite-is-reserved", TakeOff},
-    {"dhcp-cache-threshold", TakeNothing},
+    {"ping-check", 2, 2, TakeOff},
+    {"ping-timeout", 1, ANY, TakeNothing},
+    {"always-broadcast", 1, ANY, TakeNothing},
+    {"one-lease-per-client", 1, ANY, TakeNothing},
+    {"get-lease-hostnames", 2, 2, TakeOff},
+    {"use-lease-addr-for-default-route", 2, 2, TakeOff},
+    {"infinite-is-reserved", 2, 2, TakeOff},
+    {"dhcp-cache-threshold", 1, ANY, TakeNothing},
 };
 
 }  // namespace
@@ -212,8 +204,13 @@ DhcpVerdict DhcpParameter_Take(const DhcpStatement &statement, DhcpOptions *opti
     const Parameter *parameter =
         std::find_if(std::begin(PARAMETERS), std::end(PARAMETERS),
                      [&](const Parameter &candidate) { return statement.Is(candidate.name); });
-    return parameter == std::end(PARAMETERS) ? BEYOND
-                                             : parameter->take(statement, {options, settings, meaning});
+    if (parameter == std::end(PARAMETERS)) {
+        return BEYOND;
+    }
+    size_t words = statement.words.size();
+    return words < parameter->least || words > parameter->most
+               ? FAULTY
+               : parameter->take(statement, {options, settings, meaning});
 }
 
 DhcpVerdict DhcpParameter_TakePermit(const DhcpStatement &statement, DhcpPermits *permits) {
