@@ -118,7 +118,11 @@ void Watcher::Bury(const Duty &duty) {
     // The daemon's foreground process may have the same descriptor open, with which its news would go on.
     epoll_ctl(ends_.get(), EPOLL_CTL_DEL, place->second.process.get(), nullptr);
     Leftovers_PutAside(&requests_, place->second.traces);
-    unlink(Traces_Path(duty).c_str());
+    // A successor that serves the host need not wait, and may have written its own already.
+    Traces newest;
+    if (!ReadRecord(duty, &newest) || newest.process == place->second.traces.process) {
+        unlink(Traces_Path(duty).c_str());
+    }
     guarded_.erase(place);
     dutiesChanged_ = true;
     if (duty.service == Service::NAT) {
