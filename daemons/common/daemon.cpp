@@ -34,17 +34,21 @@ void CloseRange(unsigned first, unsigned last) {
 }
 
 // A standard descriptor that is closed would be taken by the next file, which then gets the log lines or, as
-// standard input, is replaced in LeaveStartersSession.
-void OpenStandardDescriptors() {
+// standard input, is replaced in LeaveStartersSession. False after a line in the log.
+bool OpenStandardDescriptors() {
     int descriptor = 0;
     do {
         descriptor = open("/dev/null", O_RDWR);
     } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor < 0) {
+        Complain("/dev/null: %s", strerror(errno));
+        return false;
+    }
     close(descriptor);
+    return true;
 }
 
 void ShedDescriptors(int statusDescriptor) {
-    OpenStandardDescriptors();
     auto status = static_cast<unsigned>(statusDescriptor);
     if (status > STDERR_FILENO) {
         CloseRange(STDERR_FILENO + 1, status - 1);
@@ -117,6 +121,9 @@ bool Daemon_TakeContract(DaemonContract *contract, std::span<const int> capabili
     }
     if (*contract->pidFile == '\0') {
         Complain("the PID file needs a path");
+        return false;
+    }
+    if (!OpenStandardDescriptors()) {
         return false;
     }
     ShedDescriptors(contract->statusDescriptor);

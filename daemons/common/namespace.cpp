@@ -15,8 +15,14 @@ namespace {
 
 constexpr int LOOPBACK_INDEX = 1;
 
+// Empty after a line in the log.
 FileDescriptor OpenCurrent() {
-    return FileDescriptor(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
+    constexpr const char *CURRENT = "/proc/self/ns/net";
+    FileDescriptor space(open(CURRENT, O_RDONLY | O_CLOEXEC));
+    if (!space) {
+        Complain("%s: %s", CURRENT, strerror(errno));
+    }
+    return space;
 }
 
 bool SetUpCurrent() {

@@ -82,7 +82,8 @@ HostEdit::HostEdit() : file_(Open(EDIT_FILE, O_RDWR | O_CREAT)) {
 FileDescriptor HostFiles_Hold(const std::string &name) {
     FileDescriptor file = Open(name, O_RDONLY | O_CREAT);
     struct flock lock = WholeFile(F_RDLCK);
-    if (file && fcntl(file.get(), F_OFD_SETLK, &lock) != 0) {
+    if (!file || fcntl(file.get(), F_OFD_SETLK, &lock) != 0) {
+        Complain("cannot hold %s: %s", PathOf(name).c_str(), strerror(errno));
         file.reset();
     }
     return file;

@@ -34,7 +34,8 @@ class HostEdit {
 
 // All below are to be called with HostEdit held.
 
-// Makes the file if need be and holds it; empty with errno. Other descriptors may hold it as well.
+// Makes the file if need be and holds it; empty after a line in the log. Other descriptors may hold it as
+// well.
 FileDescriptor HostFiles_Hold(const std::string &name);
 bool HostFiles_IsHeld(const std::string &name);
 

@@ -184,11 +184,7 @@ bool HostTable::Ensure() {
     // What the dead have left may be another version's.
     bool isFirst = !IsUsed();
     use_ = HostFiles_Hold(HOST_TABLE_FILE);
-    if (!use_) {
-        Complain("cannot claim the host's table: %s", strerror(errno));
-        return false;
-    }
-    return (!isFirst && Nft_Find(&socket, HostRules_Table()) == 0) || !Refused(Rebuild(&socket));
+    return use_ && ((!isFirst && Nft_Find(&socket, HostRules_Table()) == 0) || !Refused(Rebuild(&socket)));
 }
 
 bool HostTable::ClaimNat(int network) {

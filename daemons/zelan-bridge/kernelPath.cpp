@@ -65,10 +65,9 @@ bool KernelPath::Begin(RtSocket *socket, int network, KernelTables *tables, cons
 bool KernelPath::Load(KernelTables *tables, const CableRecord &record) {
     record_ = tables->Ensure() ? Bpf_MakeMap(RECORD) : FileDescriptor();
     adapterSenders_ = record_ ? Bpf_MakeMap(ADAPTER_SENDERS) : FileDescriptor();
-    if (!adapterSenders_) {
+    if (!adapterSenders_ || !Change(record)) {
         return false;
     }
-    Change(record);
     std::vector<BpfMapName> maps = tables->Names();
     maps.push_back({RECORD.name, record_.get()});
     maps.push_back({ADAPTER_SENDERS.name, adapterSenders_.get()});
@@ -112,7 +111,7 @@ bool KernelPath::AttachByFilters(RtSocket *socket, int network) {
     return true;
 }
 
-void KernelPath::Change(const CableRecord &record) {
+bool KernelPath::Change(const CableRecord &record) {
     constexpr uint32_t FIRST = 0;
-    Bpf_Put(record_, &FIRST, &record);
+    return Bpf_Put(record_, &FIRST, &record);
 }

@@ -34,7 +34,7 @@ class KernelPath {
     bool IsLinked() const { return static_cast<bool>(links_[0]); }
 
     // Takes a changed record over.
-    void Change(const CableRecord &record);
+    bool Change(const CableRecord &record);
 
   private:
     // The adapter's two directions and the TAP.

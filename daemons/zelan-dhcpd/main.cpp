@@ -169,11 +169,17 @@ FileDescriptor MakePlace(const Arguments &arguments, const Plan &plan, CleanUp *
 
     NamespaceVisit visit(space);
     RtSocket inside;
-    int link = visit.entered() ? static_cast<int>(if_nametoindex(arguments.name)) : 0;
-    if (link == 0 || !inside.Open() || !OpenPorts() || !GiveAddress(arguments, plan, &inside, link)) {
+    LinkInfo link;
+    if (!visit.entered() || !inside.Open() || !OpenPorts()) {
         return {};
     }
-    int error = Link_SetFlags(&inside, link, IFF_UP, IFF_UP);
+    int error = Link_Find(&inside, arguments.name, &link);
+    if (error == 0) {
+        if (!GiveAddress(arguments, plan, &inside, link.index)) {
+            return {};
+        }
+        error = Link_SetFlags(&inside, link.index, IFF_UP, IFF_UP);
+    }
     if (error != 0) {
         Complain("cannot bring %s up: %s", arguments.name, strerror(error));
         return {};

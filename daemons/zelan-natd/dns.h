@@ -27,7 +27,7 @@ using DnsGuest = uint32_t;
 enum class DnsGuestsBy : uint8_t { ADDRESS, PORT };
 
 // A socket of the current namespace on the gateway's DNS port, of the type SOCK_DGRAM or SOCK_STREAM and
-// non-blocking. Empty after a line in the log.
+// non-blocking; one of the latter listens. Empty after a line in the log.
 FileDescriptor Dns_Bind(int type, Ipv4 gateway, DnsGuestsBy by);
 
 // Who has sent what such a socket has received, or is at the other end of a connection: by the control

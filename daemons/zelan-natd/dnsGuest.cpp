@@ -26,6 +26,7 @@ DnsGuest MarkIn(const cmsghdr *part) {
 }  // namespace
 
 FileDescriptor Dns_Bind(int type, Ipv4 gateway, DnsGuestsBy by) {
+    constexpr int BACKLOG = 16;
     int on = by == DnsGuestsBy::PORT ? 1 : 0;
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -33,7 +34,8 @@ FileDescriptor Dns_Bind(int type, Ipv4 gateway, DnsGuestsBy by) {
     address.sin_addr.s_addr = htonl(gateway);
     FileDescriptor handle(socket(AF_INET, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!handle || setsockopt(handle.get(), IPPROTO_IP, IP_RECVTOS, &on, sizeof on) != 0 ||
-        bind(handle.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+        bind(handle.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+        (type == SOCK_STREAM && listen(handle.get(), BACKLOG) != 0)) {
         Complain("cannot serve DNS at %s: %s", Ipv4_Text(gateway).c_str(), strerror(errno));
         handle.reset();
     }

@@ -67,9 +67,8 @@ Transfer SendMessage(const FileDescriptor &to, std::string *bytes) {
 }  // namespace
 
 bool DnsOverTcp::Listen(Ipv4 gateway, DnsGuestsBy by) {
-    constexpr int BACKLOG = 16;
     listener_ = Dns_Bind(SOCK_STREAM, gateway, by);
-    return listener_ && listen(listener_.get(), BACKLOG) == 0;
+    return static_cast<bool>(listener_);
 }
 
 pollfd DnsOverTcp::WaitFor(const Connection &connection) {

@@ -28,10 +28,10 @@ DaemonStart StartDaemon(const std::string &program, const std::string &name,
 }
 
 DaemonStart StartDaemonWith(const std::string &program, const std::string &pidFile,
-                            const std::vector<std::string> &arguments) {
+                            const std::vector<std::string> &arguments, const std::string &under) {
     // Without a standard input, whose number their first file must not get.
-    std::string line =
-        "exec 9>&1 <&- >> /var/log/" + program + ".log 2>&1; exec '" + ProgramPath(program) + "'";
+    std::string line = "exec 9>&1 <&- >> /var/log/" + program + ".log 2>&1; exec " + under + " '" +
+                       ProgramPath(program) + "'";
     for (const std::string &argument : arguments) {
         line += " '" + (argument == "{W}" ? "9" : argument) + "'";
     }

@@ -26,9 +26,10 @@ std::ostream &operator<<(std::ostream &stream, const DaemonStart &start);
 DaemonStart StartDaemon(const std::string &program, const std::string &name,
                         const std::vector<std::string> &arguments);
 
-// The whole argument vector given, in which "{W}" stands for the pipe's number.
+// The whole argument vector given, in which "{W}" stands for the pipe's number. The program may run under
+// another one, whose words go before it.
 DaemonStart StartDaemonWith(const std::string &program, const std::string &pidFile,
-                            const std::vector<std::string> &arguments);
+                            const std::vector<std::string> &arguments, const std::string &under = "");
 
 // The same start, which must have succeeded.
 DaemonStart MustComeUp(DaemonStart start);

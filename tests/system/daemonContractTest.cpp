@@ -105,8 +105,11 @@ TEST(DaemonContract, WaitingDaemonHasNoPrivilegeLeft) {
 #endif
     const DaemonStart netifup = MustComeUp(StartNetifup(8));
     const DaemonStart detect = MustComeUp(StartDaemon("zelan-detect", "zelan-detect", {}));
+    WriteFileText("/etc/nat.conf", "[host]\nip = 10.1.2.2\nnetmask = 255.255.255.0\n");
+    const DaemonStart natd = MustComeUp(
+        StartDaemon("zelan-natd", "zelan-natd-8", {"-m", "/run/zelan-natd-8.mac", "-c", "/etc/nat.conf"}));
     const std::string own = RunShell("id -u harbrel").output;
-    for (const pid_t pid : {netifup.pid, detect.pid}) {
+    for (const pid_t pid : {netifup.pid, detect.pid, natd.pid}) {
         const std::string line =
             "awk '/^(Uid|CapEff|CapBnd|NoNewPrivs|Seccomp):/ {printf \"%s \", $2}' /proc/";
         EXPECT_TRUE(WaitUntil([&] {

@@ -275,42 +275,12 @@ TEST_F(Nat, OneStartedRightAfterAKillReplacesItsPredecessor) {
     EXPECT_EQ(mac, ReadFileText("/var/run/zelan-natd-8.mac"));
 }
 
-TEST_F(Nat, OtherNetworksStayClosedToTheGuests) {
-    MustComeUp(StartNetifup(1));
-    Must("ip address add 192.168.1.1/24 dev zelan1 && ip link set zelan1 up");
-    WriteFileText("/proc/sys/net/ipv4/ip_forward", "1");
-    Machine other("zelan-o");
-    other.ConnectToBridge("zelan-sw1", "eth0", "192.168.1.50/24");
-    Start(Configuration());
-    EXPECT_TRUE(GuestPings(OUTSIDE));
-    EXPECT_FALSE(GuestPings("192.168.1.50"));
-}
-
 TEST_F(Nat, SendersOfOtherMakersAreRefusedWhenAsked) {
     Start(Configuration("allowAnyOUI = 0\n"));
     for (const auto &[mac, allowed] : {std::pair{"52:54:00:12:34:56", true}, {"00:1b:21:00:00:01", false}}) {
         Must(std::string("ip -n zelan-g link set eth0 address ") + mac);
         EXPECT_EQ(allowed, GuestPings(OUTSIDE)) << mac;
     }
-}
-
-// Guests' bytes are read by this process.
-TEST_F(Nat, DaemonHoldsNoPrivilegeOnceItIsUp) {
-    Start(Configuration());
-    const std::string status = "/proc/" + std::to_string(start_.pid) + "/status";
-    EXPECT_TRUE(WaitUntil([&status] {
-        return RunShell("awk '/^(Uid|Gid)/ {print $2 != 0} /^Cap(Prm|Eff)|^NoNewPrivs/ {print $2}' " + status)
-                   .output == "1\n1\n0000000000000000\n0000000000000000\n1\n";
-    })) << ReadFileText(status);
-    EXPECT_TRUE(GuestPings(OUTSIDE));
-}
-
-TEST_F(Nat, SecondDaemonOfANetworkIsRefusedAndHarmsNothing) {
-    Start(Configuration());
-    const DaemonStart second = StartNat(Configuration(), "second");
-    EXPECT_FALSE(second.CameUp());
-    EXPECT_NE(std::string::npos, second.Log().find("another daemon serves this network")) << second;
-    EXPECT_TRUE(GuestPings(OUTSIDE));
 }
 
 TEST_F(Nat, HostThatDropsWhatItForwardsIsNamed) {

@@ -155,14 +155,6 @@ TEST(Netifup, GuestThatInventsAddressesFillsNoMoreThanTheTable) {
     EXPECT_FALSE(lateEar.HasHeard("secret")) << "another guest's frame";
 }
 
-TEST(Netifup, HostThatKeepsIpv6OnFailsTheStart) {
-    Must("mount --bind /proc/sys /proc/sys && mount -o remount,bind,ro /proc/sys");
-    const DaemonStart start = StartNetifup(8);
-    EXPECT_FALSE(start.CameUp());
-    EXPECT_NE(std::string::npos, start.Log().find("cannot keep IPv6 off")) << start;
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
-}
-
 // The removal waits for a quiet moment; the tool, which asks by name, must not see the interface meanwhile.
 TEST(Netifup, KilledDaemonsInterfaceLosesItsNameAndIsDownBeforeItIsRemoved) {
     DaemonStart start = MustComeUp(StartNetifup(8));
@@ -173,30 +165,6 @@ TEST(Netifup, KilledDaemonsInterfaceLosesItsNameAndIsDownBeforeItIsRemoved) {
         return RunShell("ip -o link show zelan-x" + index).output.find("state DOWN") != std::string::npos;
     })) << LeftOver();
     EXPECT_FALSE(HasLink("zelan8"));
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
-}
-
-TEST(Netifup, OneStartedRightAfterAKillReplacesItsPredecessor) {
-    DaemonStart start = MustComeUp(StartNetifup(8));
-    for (int round = 0; round < 10; round++) {
-        SCOPED_TRACE(round);
-        Must("ip address add 192.168.8.1/24 dev zelan8");
-        KillDaemon(start);
-        start = MustComeUp(StartNetifup(8));
-        ASSERT_EQ("", RunShell("ip -4 -br address show zelan8 | grep 192").output) << "the old interface";
-    }
-    // The watchers of the nine predecessors wake up now; they must not touch the tenth.
-    EXPECT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep -c zelan-watch").output == "1\n"; }))
-        << LeftOver();
-    EXPECT_TRUE(HasLink("zelan8")) << LeftOver();
-}
-
-TEST(Netifup, LeftoverWithoutAWatcherIsReplaced) {
-    DaemonStart start = MustComeUp(StartNetifup(8));
-    Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 == \"zelan-watch\" {print $1}')");
-    KillDaemon(start);
-    start = MustComeUp(StartNetifup(8));
-    KillDaemon(start);
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
