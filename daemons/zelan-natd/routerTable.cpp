@@ -53,7 +53,7 @@ void AddGuard(NftTransaction *transaction, const NatConf &conf) {
 
 // Before a flow is entered anywhere, also one to the router itself.
 void AddLimit(NftTransaction *transaction, const Ipv4Subnet &subnet) {
-    constexpr const char *CHAIN = "limit";
+    constexpr const char *CHAIN = "flow-limit";
     transaction->AddSet({.name = FLOWS,
                          .keyTypes = {NFT_TYPE_IPV4},
                          .dynamicSize = std::min(subnet.last() - subnet.first(), MAX_COUNTED_GUESTS)});
