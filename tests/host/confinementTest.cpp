@@ -4,21 +4,28 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <pwd.h>
 #include <sched.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <string>
 
 #include "lib/misc/owners.h"
+#include "tests/support/command.h"
 
 namespace {
 
@@ -129,7 +136,8 @@ TEST(Confinement, LeavesAForeignProgramItselfAlone) {
         {"limit it", EPERM, [=] { return prlimit(another, RLIMIT_NOFILE, &limit, nullptr); }},
         {"limit itself", 0, [=] { return prlimit(0, RLIMIT_NOFILE, &limit, nullptr); }},
         {"open a file's mode", EPERM, [] { return chmod("/etc/shadow", 0666); }},
-        {"take a namespace", EPERM, [] { return syscall(SYS_clone, CLONE_NEWNET | SIGCHLD, 0, 0, 0, 0); }},
+        {"take a namespace", EPERM, [] { return syscall(SYS_clone, CLONE_NEWUSER | SIGCHLD, 0, 0, 0, 0); }},
+        {"be looked into", 0, [] { return prctl(PR_GET_DUMPABLE) == 0 ? 0 : -1; }},
         {"take one out of sight", ENOSYS, [] { return syscall(SYS_clone3, nullptr, 0); }},
         {"fork", 0,
          [] {
@@ -146,6 +154,48 @@ TEST(Confinement, LeavesAForeignProgramItselfAlone) {
     }
     kill(another, SIGKILL);
     waitpid(another, nullptr, 0);
+}
+
+// What a process says that is refused a call while it is confined, and whether it may go on.
+std::string SaidWithout(int call, int error) {
+    sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(call), 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<uint32_t>(error)),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program = {sizeof filter / sizeof filter[0], filter};
+    const pid_t child = fork();
+    if (child == 0) {
+        const FileDescriptor said(open("/tmp/said", O_WRONLY | O_CREAT | O_TRUNC, 0600));
+        const bool ready =
+            dup2(said.get(), STDERR_FILENO) >= 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+        _exit(ready && Confine({.files = true, .paths = PATHS, .tcp = true, .tcpPorts = PORTS}) ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    const std::string said = ReadFileText("/tmp/said");
+    return (status == 0 ? "goes on" : "ends") + said.substr(std::min(said.find(" - "), said.size()));
+}
+
+TEST(Confinement, WhatTheKernelRefusesIsSaid) {
+    const std::string user = "ends - cannot become the user " + std::to_string(getpwnam("harbrel")->pw_uid);
+    const struct {
+        int call;
+        std::string said;
+    } cases[] = {
+        {SYS_getcpu, "goes on"},
+        {SYS_landlock_create_ruleset, "goes on - this kernel keeps no files out of reach: Too many users\n"},
+        {SYS_landlock_add_rule, "goes on - cannot put files out of reach: Too many users\n"},
+        {SYS_landlock_restrict_self, "goes on - cannot put files out of reach: Too many users\n"},
+        {SYS_setgroups, user + ": Too many users\n"},
+        {SYS_setresgid, user + ": Too many users\n"},
+        {SYS_setresuid, user + ": Too many users\n"},
+        {SYS_capset, "ends - cannot give capabilities up: Too many users\n"},
+    };
+    for (const auto &row : cases) {
+        EXPECT_EQ(row.said, SaidWithout(row.call, EUSERS)) << row.call;
+    }
 }
 
 TEST(Confinement, RunsAsTheOwnUserOrNobodyWithoutAnyGroup) {
