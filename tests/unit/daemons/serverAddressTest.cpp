@@ -26,6 +26,7 @@ TEST(ServerAddress, HighestAddressThatNobodyElseIsToHave) {
          "10.1.2.254"},
         {"the host's and the gateway's usual ones stay free", small + "range 10.1.2.11 10.1.2.14;}", "none"},
         {"one left in a small subnet", small + "range 10.1.2.12 10.1.2.14;}", "10.1.2.11"},
+        {"no range, as its address is none", subnet + "range pool;} range 10.1.2.254;", "10.1.2.253"},
         {"no subnet", "default-lease-time 1800;", "none"},
         {"a mask with a hole", "subnet 10.1.2.0 netmask 255.0.255.0 {}", "none"},
     };
