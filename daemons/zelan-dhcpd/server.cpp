@@ -68,30 +68,6 @@ bool HasContent(const FileDescriptor &file) {
     return fstat(file.get(), &status) == 0 && status.st_size > 0;
 }
 
-// Takes what the server says until it gives its sign. False when it ends without, gives none in time, or says
-// more than any server does.
-bool TakeWords(const Server &server, const FileDescriptor &pipe, std::string *words) {
-    constexpr size_t MOST = 65536;
-    const Clock::time_point end = Clock::now() + START_LIMIT;
-    std::array<char, 1024> block;
-    while (Clock::now() < end && words->size() <= MOST) {
-        // Before the last look for words, so that none is missed.
-        const bool writes = server.sign == ServerSign::WRITES_STANDARD_OUTPUT;
-        const bool isUp = writes && HasContent(server.output);
-        pollfd waiting = {pipe.get(), POLLIN, 0};
-        if (poll(&waiting, 1, isUp ? 0 : LOOK_MILLISECONDS) > 0) {
-            const ssize_t size = read(pipe.get(), block.data(), block.size());
-            if (size == 0) {
-                return !writes;
-            }
-            words->append(block.data(), size > 0 ? static_cast<size_t>(size) : 0);
-        } else if (isUp) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // Before it executes the server the child speaks under this program's name.
 void PassOn(std::string_view words) {
     const std::string own = std::string(program_invocation_short_name) + " - ";
@@ -104,7 +80,47 @@ void PassOn(std::string_view words) {
     }
 }
 
-// Whether the child still lives, or has ended a moment later.
+// Passes on what the server has said: false when it has left its standard error, or says a line that is
+// longer than any server's. The begin of a line stays in `words` until its end is there.
+bool TakeWords(const FileDescriptor &pipe, std::string *words) {
+    constexpr size_t LONGEST = 65536;
+    std::array<char, 1024> block;
+    const ssize_t size = read(pipe.get(), block.data(), block.size());
+    if (size == 0 || words->size() > LONGEST) {
+        PassOn(*words);
+        return false;
+    }
+    words->append(block.data(), size > 0 ? static_cast<size_t>(size) : 0);
+    const size_t whole = words->rfind('\n') + 1;
+    PassOn(std::string_view(*words).substr(0, whole));
+    words->erase(0, whole);
+    return true;
+}
+
+// Waits for the server's sign. False when it ends without, or gives none in time.
+bool AwaitSign(const Server &server, const FileDescriptor &pipe, bool *hasSpoken) {
+    const Clock::time_point end = Clock::now() + START_LIMIT;
+    const bool writes = server.sign == ServerSign::WRITES_STANDARD_OUTPUT;
+    std::string words;
+    while (Clock::now() < end) {
+        // Before the last look for words, so that none is missed.
+        const bool isUp = writes && HasContent(server.output);
+        pollfd waiting = {pipe.get(), POLLIN, 0};
+        if (poll(&waiting, 1, isUp ? 0 : LOOK_MILLISECONDS) <= 0) {
+            if (isUp) {
+                return true;
+            }
+            continue;
+        }
+        if (!TakeWords(pipe, &words)) {
+            return !writes;
+        }
+        *hasSpoken = true;
+    }
+    return false;
+}
+
+// Whether the child still lives when that time has passed.
 bool Lives(pid_t child, int milliseconds) {
     FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
     pollfd end = {process.get(), POLLIN, 0};
@@ -112,12 +128,10 @@ bool Lives(pid_t child, int milliseconds) {
 }
 
 bool AwaitService(const Server &server, pid_t process, const FileDescriptor &pipe) {
-    std::string words;
-    const bool hasSign = TakeWords(server, pipe, &words);
-    PassOn(words);
-    // The end of a process looks like its leaving standard error. One that has said something gets time for
-    // it.
-    const bool mayEnd = server.sign == ServerSign::LEAVES_STANDARD_ERROR && !words.empty();
+    bool hasSpoken = false;
+    const bool hasSign = AwaitSign(server, pipe, &hasSpoken);
+    // The end of a process looks like its leaving standard error; one that has spoken gets time for it.
+    const bool mayEnd = server.sign == ServerSign::LEAVES_STANDARD_ERROR && hasSpoken;
     return hasSign && Lives(process, mayEnd ? LAST_WORD_MILLISECONDS : 0);
 }
 

@@ -423,38 +423,42 @@ TEST_F(Editor, DocumentsFollowTheirSchema) {
 // not hit any more. Those of the rehearsal, a process below it with a database of its own, are spared, or
 // nothing would be written behind them.
 TEST_F(Editor, ChangeOfManyRecordsIsWrittenWholeOrNotAtAll) {
-    const std::string change =
-        " --no-apply set zelan8 dns=9.9.9.9 lease-time=700 range=10.7.8.50-10.7.8.60 nat=off";
+    const std::string set =
+        "--no-apply set zelan8 dns=9.9.9.9 lease-time=700 range=10.7.8.50-10.7.8.60 nat=off";
+    const std::string remove = "remove zelan8";
     const auto configured = [] {
         return RunShell("sed -E '/_HASH /d; s/ no$/ -/; / -$/d' /etc/orvane/networking | sort").output;
     };
     Install(Nat8());
     const std::string old = configured();
-    MustEdit(change);
-    const std::string fresh = configured();
-    ASSERT_NE(old, fresh);
     const struct {
+        std::string change;
         const char *file;
         const char *call;
         const char *fault;
         int hits;
-    } rows[] = {{DATABASE, "write", "error=ENOSPC", 5},
-                {DATABASE, "write", "signal=KILL", 5},
-                {"/etc/orvane/harbrelctl.undo", "unlink", "error=EIO", 1},
-                {"/etc/orvane/harbrelctl.undo", "unlink", "signal=KILL", 1}};
-    for (const auto &[file, systemCall, fault, leastHits] : rows) {
+    } rows[] = {{set, DATABASE, "write", "error=ENOSPC", 5},
+                {set, DATABASE, "write", "signal=KILL", 5},
+                {remove, DATABASE, "write", "error=ENOSPC", 5},
+                {remove, DATABASE, "write", "signal=KILL", 5},
+                {set, "/etc/orvane/harbrelctl.undo", "unlink", "error=EIO", 1},
+                {set, "/etc/orvane/harbrelctl.undo", "unlink", "signal=KILL", 1}};
+    for (const auto &[change, file, systemCall, fault, leastHits] : rows) {
+        Install(Nat8());
+        MustEdit(change);
+        const std::string fresh = configured();
+        ASSERT_NE(old, fresh);
         int hits = 0;
         for (int call = 1; call < 40; call++) {
             Install(Nat8());
             const CommandResult result =
                 RunShell(std::string(STRACE) + "-qq -o /run/trace -P " + file + " -e trace=" + systemCall +
                          " -e inject=" + systemCall + ":" + fault + ":when=" + std::to_string(call) + " " +
-                         ProgramPath("harbrelctl") + change);
+                         ProgramPath("harbrelctl") + " " + change);
             const bool hit = RunShell("grep -qE 'INJECTED|killed' /run/trace").Succeeded();
             hits += hit ? 1 : 0;
             // The next editor finds the one or the other.
-            MustEdit("--no-apply reserve add zelan8 2:0:0:0:0:1 10.7.8.9");
-            MustEdit("--no-apply reserve remove zelan8 10.7.8.9");
+            MustEdit("stop zelan8");
             EXPECT_EQ(result.status == 0 ? fresh : old, configured()) << fault << call << result;
             if (!hit) {
                 EXPECT_EQ(0, result.status) << result;

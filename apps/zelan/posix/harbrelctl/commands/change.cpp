@@ -22,9 +22,7 @@ bool RecoverFirst(const Context &context) {
     }
     const DeferInterrupts defer;
     std::string reason;
-    Host paths;
-    ReadHost(READ_CONFIG, &paths, &reason);
-    if (!Recover(paths.paths.log, &reason)) {
+    if (!Recover(&reason)) {
         Complain("a change was interrupted and cannot be taken back: %s", reason.c_str());
         return false;
     }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +13,7 @@
 
 #include "apps/zelan/posix/harbrelctl/execution/writeChange.h"
 #include "apps/zelan/posix/harbrelctl/model/library.h"
+#include "apps/zelan/posix/harbrelctl/model/readHost.h"
 #include "apps/zelan/posix/harbrelctl/plan/plan.h"
 #include "lib/misc/owners.h"
 
@@ -73,71 +75,87 @@ std::string Subject(const RecordChange &change) {
     return RecordText(change.key, change.after ? *change.after : *change.before);
 }
 
-// Writes one after another; the number of those that are written.
-size_t WriteInTurn(const std::vector<RecordChange> &changes, const std::string &log, std::string *reason) {
-    for (size_t count = 0; count < changes.size(); count++) {
+bool WriteInTurn(const std::vector<RecordChange> &changes, const std::string &log, std::string *reason) {
+    for (const RecordChange &change : changes) {
         const LogMark mark(log);
-        if (!WriteChange(changes[count])) {
-            *reason = "\"" + Subject(changes[count]) + "\" is refused: " + mark.LastReason();
-            return count;
+        if (!WriteChange(change)) {
+            *reason = "\"" + Subject(change) + "\" is refused: " + mark.LastReason();
+            return false;
         }
     }
-    return changes.size();
+    return true;
 }
 
-bool TakeBack(const std::vector<RecordChange> &changes, size_t count) {
-    bool good = true;
-    while (count-- > 0) {
-        good = WriteChange(Inverse(changes[count])) && good;
+std::optional<std::vector<RecordChange>> ReadWayBack() {
+    std::ifstream file(WAY_BACK);
+    std::stringstream text;
+    text << file.rdbuf();
+    return ReadChangesJson(text.str());
+}
+
+bool IsMade(const Records &records, const RecordChange &change) {
+    const auto record = records.find(change.key);
+    return change.after ? record != records.end() && record->second == *change.after
+                        : record == records.end();
+}
+
+// Nobody knows how far an interrupted change has come.
+bool WriteMissing(const std::vector<RecordChange> &changes, std::string *reason) {
+    Host now;
+    if (!ReadHost(READ_CONFIG, &now, reason)) {
+        return false;
     }
-    return good;
+    const Records records = RecordsOf(now.config);
+    std::vector<RecordChange> missing;
+    std::copy_if(changes.begin(), changes.end(), std::back_inserter(missing),
+                 [&records](const RecordChange &change) { return !IsMade(records, change); });
+    return WriteInTurn(missing, now.paths.log, reason);
 }
 
 }  // namespace
 
 bool Commit(const std::vector<RecordChange> &changes, const std::string &log, std::string *reason) {
-    if (changes.empty()) {
-        return true;
-    }
+    const auto write = [&](std::string *refusal) { return WriteInTurn(changes, log, refusal); };
+    return changes.empty() || CommitBy(changes, write, reason);
+}
+
+bool CommitBy(const std::vector<RecordChange> &changes, const WriteInOwnWay &write, std::string *reason) {
     if (!SaveWayBack(changes, reason)) {
         return false;
     }
-    const size_t written = WriteInTurn(changes, log, reason);
     // With the way back still there, the next change would take this one for interrupted.
-    if (written == changes.size() && ForgetWayBack(reason)) {
+    if (write(reason) && ForgetWayBack(reason)) {
         return true;
     }
-    if (!TakeBack(changes, written)) {
+    std::string ignored;
+    if (!Recover(&ignored)) {
         *reason += "; and what was written could not be taken back, which the next change tries again";
+    }
+    return false;
+}
+
+bool AreMade(const std::vector<RecordChange> &changes) {
+    Host now;
+    std::string unread;
+    if (!ReadHost(READ_CONFIG, &now, &unread)) {
         return false;
     }
-    std::string ignored;
-    ForgetWayBack(&ignored);
-    return false;
+    const Records records = RecordsOf(now.config);
+    return std::all_of(changes.begin(), changes.end(),
+                       [&records](const RecordChange &change) { return IsMade(records, change); });
 }
 
 bool IsInterrupted() {
     return access(WAY_BACK, F_OK) == 0;
 }
 
-bool Recover(const std::string &log, std::string *reason) {
-    std::ifstream file(WAY_BACK);
-    std::stringstream text;
-    text << file.rdbuf();
-    const auto changes = ReadChangesJson(text.str());
+bool Recover(std::string *reason) {
+    const auto changes = ReadWayBack();
     if (!changes) {
         *reason = std::string(WAY_BACK) +
                   " tells how to take back a change that was interrupted, and cannot be "
                   "read: put the database right and remove it";
         return false;
     }
-    // What was not written yet is not there to be removed.
-    for (const RecordChange &change : *changes) {
-        const LogMark mark(log);
-        if (!WriteChange(change) && change.after) {
-            *reason = "\"" + Subject(change) + "\" is refused: " + mark.LastReason();
-            return false;
-        }
-    }
-    return ForgetWayBack(reason);
+    return WriteMissing(*changes, reason) && ForgetWayBack(reason);
 }

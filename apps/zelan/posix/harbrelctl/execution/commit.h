@@ -5,6 +5,7 @@
 // between leaves the file, and the next editor takes the change back before it does anything else.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,13 @@
 // otherwise.
 bool Commit(const std::vector<RecordChange> &changes, const std::string &log, std::string *reason);
 
+// The same for changes that `write` makes in its own way; false when it has not made them all.
+using WriteInOwnWay = std::function<bool(std::string *reason)>;
+bool CommitBy(const std::vector<RecordChange> &changes, const WriteInOwnWay &write, std::string *reason);
+// Whether the database is as the changes make it.
+bool AreMade(const std::vector<RecordChange> &changes);
+
 // Whether a killed editor has left a change half done.
 bool IsInterrupted();
 // Takes it back. False with the reason.
-bool Recover(const std::string &log, std::string *reason);
+bool Recover(std::string *reason);

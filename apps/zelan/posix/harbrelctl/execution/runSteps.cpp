@@ -2,10 +2,12 @@
 
 #include <net/if.h>
 
+#include <algorithm>
 #include <chrono>
 #include <set>
 #include <thread>
 
+#include "apps/zelan/posix/harbrelctl/execution/commit.h"
 #include "apps/zelan/posix/harbrelctl/execution/remains.h"
 #include "apps/zelan/posix/harbrelctl/model/library.h"
 #include "lib/harbrel/harbrel.h"
@@ -38,31 +40,62 @@ bool Start(const char *name, Service service) {
                                       : HBL_StartService(name, SERVICES[service].type);
 }
 
-// The library's own success does not mean that nothing is left.
-bool Remove(const Host &host, int network, Remains *remains) {
-    if (!WaitForInterfaceToGo(host, network) || !HBL_DeleteVnetFromDatabase(NetworkName(network).c_str())) {
-        return false;
-    }
-    *remains = RemoveRemains(host.paths, network);
-    return remains->ours.empty();
+// The settings that a removal takes away, in the order for that: what needs a subnet goes before it.
+std::vector<RecordChange> RecordsToGo(const Config &config, int network) {
+    Config without = config;
+    without.networks[network] = NetworkConfig();
+    std::erase_if(without.mappings, [network](const auto &mapping) { return mapping.second == network; });
+    std::vector<RecordChange> changes = Difference(config, without);
+    std::reverse(changes.begin(), changes.end());
+    return changes;
 }
 
-bool RunStep(const Host &host, const Step &step, Remains *remains) {
+// The library takes the records out one by one, fails also for a file behind them, and its success does not
+// mean that no file is left.
+StepReport Remove(const Host &host, int network) {
+    if (!WaitForInterfaceToGo(host, network)) {
+        return {false, "its interface is still there"};
+    }
+    StepReport report;
+    const std::vector<RecordChange> changes = RecordsToGo(host.config, network);
+    const auto remove = [&](std::string *reason) {
+        const LogMark mark(host.paths.log);
+        report.done = HBL_DeleteVnetFromDatabase(NetworkName(network).c_str());
+        *reason = report.done ? "" : mark.LastReason();
+        return report.done || AreMade(changes);
+    };
+    report.done = CommitBy(changes, remove, &report.reason) && report.done;
+    if (report.done) {
+        const Remains remains = RemoveRemains(host.paths, network);
+        report.done = remains.ours.empty();
+        report.reason = report.done ? "" : remains.ours + " stays: " + remains.reason;
+        report.kept = remains.foreign;
+    }
+    return report;
+}
+
+StepReport RunStep(const Host &host, const Step &step) {
     const std::string name = NetworkName(step.network);
+    const LogMark mark(host.paths.log);
+    bool done = false;
     switch (step.kind) {
         case STEP_STOP:
-            return Stop(name.c_str(), step.service);
+            done = Stop(name.c_str(), step.service);
+            break;
         case STEP_WRITE:
-            return step.service == SERVICE_DHCP ? HBL_UpdateDHCPFromConfig(name.c_str())
+            done = step.service == SERVICE_DHCP ? HBL_UpdateDHCPFromConfig(name.c_str())
                                                 : HBL_UpdateNATFromConfig(name.c_str());
+            break;
         case STEP_START:
-            return Start(name.c_str(), step.service);
+            done = Start(name.c_str(), step.service);
+            break;
         case STEP_REMOVE:
-            return Remove(host, step.network, remains);
+            return Remove(host, step.network);
         case STEP_NODE:
-            return HBL_CreateZelanDevice(name.c_str());
+            done = HBL_CreateZelanDevice(name.c_str());
+            break;
     }
-    return false;
+    return {done, done ? "" : mark.LastReason()};
 }
 
 }  // namespace
@@ -77,15 +110,12 @@ bool RunSteps(const Host &host, const std::vector<Step> &steps, const TellStep &
             tell(step, {false, "not tried, since a step before it failed"});
             continue;
         }
-        const LogMark mark(host.paths.log);
-        Remains remains;
-        const bool done = RunStep(host, step, &remains);
-        if (!done && step.kind != STEP_WRITE) {
+        const StepReport report = RunStep(host, step);
+        if (!report.done && step.kind != STEP_WRITE) {
             spoilt.insert(who);
         }
-        good = good && done;
-        const std::string stays = remains.ours.empty() ? "" : remains.ours + " stays: " + remains.reason;
-        tell(step, {done, done || !stays.empty() ? stays : mark.LastReason(), remains.foreign});
+        good = good && report.done;
+        tell(step, report);
     }
     return good;
 }
