@@ -14,7 +14,7 @@ IMPLIED = "answer HBL_DEFAULT_BRIDGE_VNET 0"
 class Rules(typing.NamedTuple):
     """What holds for a command besides."""
     editor: bool = False         # it writes all of its changes or none
-    removes_first: bool = False  # the former database goes before the new one comes
+    removes_first: bool = False  # the former database goes, network by network, before the new one comes
     stripped: str | None = None  # the network that it takes apart when it fails
 
 
@@ -86,9 +86,10 @@ def edited(records):
 def judge_database(host, twin, rules):
     status, database = host.outcome("disturbed")
     before, after = host.before, twin.database("disturbed")
+    if rules.removes_first and status != "0\n":
+        return None  # it goes record by record, and the same command again completes that
     if database is None:
-        may_go = before is None or (rules.removes_first and status != "0\n")
-        return None if may_go else "the database is gone"
+        return None if before is None else "the database is gone"
     original = replayed(read(twin.folder, "original.database"))
     if rules.editor and not host.has_way_back("disturbed") and edited(database) not in map(edited, (before, after, original)):
         return "the editor's change is neither written nor not written"
