@@ -54,6 +54,9 @@ TEST_F(Doctor, FindsEachFaultAndNoneWhenItIsGone) {
         {"node-missing", "rm /dev/zelan8", "apply"},
         {"node-wrong", "rm /dev/zelan8; touch /dev/zelan8", "rm /dev/zelan8; mknod /dev/zelan8 c 119 8"},
         {"switch-down", "ip link set zelan-sw8 down", "ip link set zelan-sw8 up"},
+        {"port-down", "ip link add p0 type veth peer name p1 && ip link set p0 master zelan-sw8",
+         "ip link del p0"},
+        {"interface-missing", "ip link set zelan8 down name other", "ip link set other name zelan8 up"},
         {"interface-address", "ip address del 10.7.8.1/24 dev zelan8", "apply"},
         {"interface-down", "ip link set zelan8 down", "ip link set zelan8 up"},
         {"subnet-overlaps-host", "ip address add 10.7.8.77/25 dev lo", "ip address del 10.7.8.77/25 dev lo"},
@@ -103,6 +106,13 @@ TEST_F(Doctor, PacketsProveWhatFilesCannot) {
     });
     const std::string before = RunShell("ip -o link | wc -l").output;
     EXPECT_EQ("", Codes("--deep"));
+    kill(Pid("zelan-natd-8"), SIGSTOP);
+    EXPECT_EQ("dns-silent\n", Codes("--deep"));
+    kill(Pid("zelan-natd-8"), SIGCONT);
+    WriteFileText("/etc/resolv.conf", "");
+    EXPECT_TRUE(WaitUntil([] { return Codes("--deep") == "dns-no-server\n"; })) << Edit("doctor --deep");
+    WriteFileText("/etc/resolv.conf", "nameserver 203.0.113.9\n");
+    EXPECT_TRUE(WaitUntil([] { return Codes("--deep").empty(); })) << Edit("doctor --deep");
     Must("ip -n outside link set lo down; ip netns exec outside sysctl -qw net.ipv4.icmp_echo_ignore_all=1");
     EXPECT_EQ("no-way-out\n", Codes("--deep"));
     Must("ip netns exec outside sysctl -qw net.ipv4.icmp_echo_ignore_all=0");

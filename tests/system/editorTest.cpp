@@ -235,17 +235,20 @@ TEST_F(Editor, TerminalsAndProgramsAroundItAreServed) {
     EXPECT_EQ(dot, ReadFileText("/tmp/b.dot"));
     EXPECT_EQ("harbrelctl: standard output does not take the result: No space left on device\n",
               RunShell(ctl + " list > /dev/full").errors);
+    EXPECT_THAT(MustEdit("set --help").output, HasSubstr("lease-time=seconds, 0 to 999999999"));
     EXPECT_EQ(0, terminal("y", ctl + " remove 8").status);
     EXPECT_EQ("", Edit("--no-legend list").output);
+    Must("cp " + ctl + " " HARBREL_LIB_DIR "/libharbrel.so.0 /run");
+    const std::string stranger =
+        "LD_LIBRARY_PATH=/run setpriv --reuid=65534 --clear-groups /run/harbrelctl apply";
     for (const auto &[spoil, words] :
          {std::pair(":", "run this as root"),
+          {"echo answer HBL_DEFAULT_BRIDGE_VNET 5 >> /etc/orvane/networking", "neither 0 nor -1"},
           {"echo x > /etc/orvane/harbrelctl.undo", "cannot be read: put the database right and remove it"},
           {"echo x > /etc/orvane/networking", "is damaged: its first line is not VERSION=1,0"},
           {"rm /etc/orvane/networking", "there is no database /etc/orvane/networking"}}) {
         Must(spoil);
-        EXPECT_THAT(
-            RunShell((*spoil == ':' ? "setpriv --reuid=65534 --clear-groups " : "") + ctl + " apply").errors,
-            HasSubstr(words));
+        EXPECT_THAT(RunShell(*spoil == ':' ? stranger : ctl + " apply").errors, HasSubstr(words));
     }
 }
 
