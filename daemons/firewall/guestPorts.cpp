@@ -175,12 +175,6 @@ void GuestPorts::Guard(const GuardedNetworks &guarded) {
     }
 }
 
-void GuestPorts::Restore() {
-    const GuardedNetworks guarded = guarded_.value_or(GuardedNetworks());
-    guarded_.reset();
-    Guard(guarded);
-}
-
 std::set<std::string> GuestPorts::KeysOf(const GuardedNetworks &guarded) const {
     std::set<std::string> keys;
     if (ALL_MEANS[means_].names) {

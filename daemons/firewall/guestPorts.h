@@ -28,8 +28,8 @@ class GuestPorts {
     // costs one line in the log.
     void Guard(const GuardedNetworks &guarded);
 
-    // Makes the table anew, which somebody has removed.
-    void Restore();
+    // Of a table that somebody may have removed: the next call of Guard makes it anew.
+    void Distrust() { guarded_.reset(); }
 
   private:
     std::set<std::string> KeysOf(const GuardedNetworks &guarded) const;

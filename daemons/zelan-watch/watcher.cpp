@@ -427,7 +427,7 @@ void Watcher::Dispatch(const std::vector<pollfd> &waits) {
         RemoveSoon();
     }
     if (host_.Serve()) {
-        guestPorts_.Restore();
+        guestPorts_.Distrust();
     }
 }
 

@@ -38,6 +38,7 @@ TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
         {"zelan-dhcpd", "-s {W} -cf /tmp/conf -lf /tmp/leases -pf /no/such/folder/x.pid zelan8",
          "x.pid: No such file"},
         {"zelan-natd", "-s {W} -d /var/run/x.pid -m m -c /no/nat.conf", "/no/nat.conf: No such"},
+        {"zelan-watch", "", "usage: --sweep"},
         {"zelan-detect", "-s {W} -s {W} -d /var/run/x.pid", "option -s is given twice"},
         {"zelan-netifup", "-s {W} -d /no/such/folder/x.pid /dev/zelan8 zelan8", "x.pid: No such file"},
     };
@@ -111,10 +112,10 @@ TEST(DaemonContract, WaitingDaemonHasNoPrivilegeLeft) {
     const std::string own = RunShell("id -u harbrel").output;
     for (const pid_t pid : {netifup.pid, detect.pid, natd.pid}) {
         const std::string line =
-            "awk '/^(Uid|CapEff|CapBnd|NoNewPrivs|Seccomp):/ {printf \"%s \", $2}' /proc/";
+            "awk '/^(Uid|CapInh|CapEff|CapBnd|NoNewPrivs|Seccomp):/ {printf \"%s \", $2}' /proc/";
         EXPECT_TRUE(WaitUntil([&] {
             const std::string state = RunShell(line + std::to_string(pid) + "/status").output;
-            return state.starts_with(own.substr(0, own.size() - 1) + " 0000000000000000 ") &&
+            return state.starts_with(own.substr(0, own.size() - 1) + " 0000000000000000 0000000000000000 ") &&
                    state.ends_with(confined);
         })) << RunShell("cat /proc/" + std::to_string(pid) + "/status").output;
     }

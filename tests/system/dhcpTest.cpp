@@ -109,8 +109,12 @@ TEST(Dhcp, ClientsKeepTheirLeasesOverRenewalsRestartsAndChangesOfServer) {
                                                                 {"dnsmasq\n", CONFIGURATION}};
         for (const auto &[server, configuration] : servers) {
             KillDaemon(start);
+            unlink(start.logFile.c_str());
             start = MustComeUp(StartDhcp(configuration));
             EXPECT_EQ(server, ServerOf(start)) << start;
+            EXPECT_EQ(
+                configuration != CONFIGURATION,
+                start.Log().find(": ISC dhcpd serves, as dnsmasq has no words for ") != std::string::npos);
             unlink("/tmp/lease");
             kill(client.pid(), SIGUSR1);
             EXPECT_TRUE(WaitUntil([&] { return Lease().starts_with(renewed); }))
