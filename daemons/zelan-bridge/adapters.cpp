@@ -68,6 +68,16 @@ const LinkInfo *HostLinks::Find(int index) const {
     return place == byIndex.end() ? nullptr : &place->second;
 }
 
+std::vector<uint16_t> HostLinks::VlansOn(int index) const {
+    std::vector<uint16_t> vlans;
+    for (const auto &[own, link] : byIndex) {
+        if (link.kind == "vlan" && link.lower == index && !link.lowerIsElsewhere) {
+            vlans.push_back(link.vlan);
+        }
+    }
+    return vlans;
+}
+
 bool HostLinks_Read(RtSocket *socket, HostLinks *links) {
     links->hostIsContainer = IsInContainer();
     links->byIndex.clear();

@@ -6,6 +6,7 @@
 // An adapter that an administrator has named is taken whatever it is.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -26,6 +27,8 @@ struct HostLinks {
     bool hostIsContainer = false;
 
     const LinkInfo *Find(int index) const;
+    // The numbers of the VLANs that the host has on an interface.
+    std::vector<uint16_t> VlansOn(int index) const;
 };
 
 // False when the kernel did not show all of them.

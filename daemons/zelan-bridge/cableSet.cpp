@@ -45,10 +45,9 @@ int TimeUntil(steady_clock::time_point next) {
 Cable::Surroundings SurroundingsOf(int adapter, const HostLinks &links, size_t cableCount) {
     Cable::Surroundings surroundings;
     surroundings.several = cableCount > 1;
-    for (const auto &[index, link] : links.byIndex) {
-        if (link.kind == "vlan" && link.lower == adapter && !link.lowerIsElsewhere &&
-            link.vlan < VLAN_COUNT) {
-            surroundings.hostVlans[link.vlan / 64] |= uint64_t{1} << link.vlan % 64;
+    for (uint16_t vlan : links.VlansOn(adapter)) {
+        if (vlan < VLAN_COUNT) {
+            surroundings.hostVlans[vlan / 64] |= uint64_t{1} << vlan % 64;
         }
     }
     return surroundings;
