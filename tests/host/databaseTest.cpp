@@ -110,8 +110,11 @@ TEST_F(DatabaseOnHost, TwoLoadedProcessesLoseNoChange) {
 // Each rewrite of the other process is read anew here.
 TEST_F(DatabaseOnHost, ProcessThatStaysLoadedKeepsNothingOfFormerContents) {
     std::string records = "answer HBL_LOGLEVEL 1\n";
-    for (int port = 1; port <= 200; port++) {
-        records += "add_nat_portfwd 8 tcp " + std::to_string(port) + " 10.0.0.1 80 web\n";
+    for (int i = 10; i < 100; i++) {
+        const std::string number = std::to_string(i);
+        records += "add_nat_portfwd 8 tcp " + number + " 10.0.0.1 80 web\nadd_bridge_mapping eth" + number +
+                   " 2\nadd_dhcp_mac_to_ip 8 02:00:00:00:00:" + number + " 10.0.0.2\nanswer NOTE" + number +
+                   " n\n";
     }
     WriteDatabase(records);
     OtherProcess other({[] {
