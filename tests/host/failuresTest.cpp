@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -20,6 +21,7 @@
 #include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/harbrel.h"
+#include "lib/log/log.h"
 #include "tests/support/fakePrograms.h"
 #include "tests/support/logLevels.h"
 #include "tests/support/netns.h"
@@ -95,7 +97,7 @@ uint32_t version;
 struct Call {
     const char *name;
     bool panics;     // when it lacks memory
-    unsigned lines;  // of the log, at all levels, of all that is tried with the call
+    unsigned lines;  // of both logs, at all levels, of all that is tried with the call
     std::function<bool()> call;
 };
 
@@ -226,8 +228,12 @@ const Obstacle OBSTACLES[] = {
 TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
     const auto &[name, panics, lines, call] = GetParam();
     const LogCapture log;  // daemons are given one
-    unsigned logged = 0;
-    const auto count = [&logged](const std::function<bool()> &disturbed, bool *reasons) {
+    static unsigned logged;
+    logged = 0;
+    const auto alsoCounted = [](const char *, va_list) { logged++; };
+    Log_SetLogHook(alsoCounted);
+    Log_SetWarningHook(alsoCounted);
+    const auto count = [](const std::function<bool()> &disturbed, bool *reasons) {
         const LinesLogged before = LogLevels_Count();
         const bool result = disturbed();
         const LinesLogged after = LogLevels_Count();
@@ -311,42 +317,42 @@ bool Unloaded(bool (*call)()) {
 const Call CALLS[] = {
     {"AddAnswer", false, 15, [] { return HBL_VnetCfgAddAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.41.0"); }},
     {"RemoveAnswer", false, 4, [] { return HBL_VnetCfgRemoveAnswer("VNET_8_DHCP"); }},
-    {"SetDefaultLogLevel", false, 148, [] { return HBL_SetDefaultLogLevel(9); }},
-    {"StartNat", false, 569, [] { return HBL_StartService(vnet, HBL_SERVICE_NAT); }},
-    {"StartBridge", false, 648, [] { return HBL_StartService(vnet, HBL_SERVICE_BRIDGE); }},
-    {"StopService", false, 147, [] { return HBL_StopService(vnet, HBL_SERVICE_NAT); }},
-    {"DeleteVnet", false, 8560, [] { return HBL_DeleteVnetFromDatabase(vnet); }},
-    {"DhcpOff", false, 709, [] { return HBL_SetVnetUseDHCP(vnet, false, true); }},
-    {"DhcpOn", false, 409,
+    {"SetDefaultLogLevel", false, 156, [] { return HBL_SetDefaultLogLevel(9); }},
+    {"StartNat", false, 577, [] { return HBL_StartService(vnet, HBL_SERVICE_NAT); }},
+    {"StartBridge", false, 656, [] { return HBL_StartService(vnet, HBL_SERVICE_BRIDGE); }},
+    {"StopService", false, 155, [] { return HBL_StopService(vnet, HBL_SERVICE_NAT); }},
+    {"DeleteVnet", false, 8568, [] { return HBL_DeleteVnetFromDatabase(vnet); }},
+    {"DhcpOff", false, 717, [] { return HBL_SetVnetUseDHCP(vnet, false, true); }},
+    {"DhcpOn", false, 417,
      [] {
          return Undisturbed([] { return HBL_SetVnetUseDHCP(vnet, false, false); }) &&
                 HBL_SetVnetUseDHCP(vnet, true, false);
      }},
-    {"SetDhcpParam", false, 259,
+    {"SetDhcpParam", false, 267,
      [] { return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE + foreign, "60", 2); }},
     {"GetDhcpParam", false, 151,
      [] { return HBL_GetDHCPParam(vnet, HBL_PARAM_DHCP_FIRST_ADDRESS + foreign, true, text, Size(&size)); }},
-    {"SetTie", false, 264, [] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.10", mac); }},
-    {"RemoveTie", false, 387,
+    {"SetTie", false, 272, [] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.10", mac); }},
+    {"RemoveTie", false, 395,
      [] {
          return Undisturbed([] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.9", mac); }) &&
                 HBL_SetDHCPIPToMAC(vnet, nullptr, mac);
      }},
     {"EnumTies", false, 55,
      [] { return HBL_EnumDHCPIPToMAC(vnet, Start(), text, Size(&size), otherText, Size(&otherSize)); }},
-    {"UpdateDhcp", false, 10672,
+    {"UpdateDhcp", false, 10680,
      [] {
          return Undisturbed([] { return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2); }) &&
                 HBL_UpdateDHCPFromConfig(vnet);
      }},
-    {"NatOff", false, 265, [] { return HBL_SetVnetUseNAT(vnet, false, true); }},
-    {"SetNatParam", false, 233,
+    {"NatOff", false, 273, [] { return HBL_SetVnetUseNAT(vnet, false, true); }},
+    {"SetNatParam", false, 241,
      [] { return HBL_SetNATParam(vnet, HBL_PARAM_NAT_UDP_TIMEOUT + foreign, "30", 2); }},
     {"GetNatParam", false, 107,
      [] { return HBL_GetNATParam(vnet, HBL_PARAM_NAT_GATEWAY + foreign, true, text, Size(&size)); }},
-    {"SetForward", false, 247,
+    {"SetForward", false, 255,
      [] { return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.10", 81, "ftp", 3); }},
-    {"RemoveForward", false, 338,
+    {"RemoveForward", false, 346,
      [] {
          return Undisturbed(
                     [] { return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.9", 80, nullptr, 0); }) &&
@@ -357,18 +363,18 @@ const Call CALLS[] = {
          return HBL_EnumNATPortForward(vnet, true, Start(), &port, text, Size(&size), &port, otherText,
                                        Size(&otherSize));
      }},
-    {"UpdateNat", false, 1787, [] { return HBL_UpdateNATFromConfig(vnet); }},
-    {"EnableAdapter", false, 956, [] { return HBL_EnableNetworkAdapter(vnet); }},
-    {"UpdateAdapter", false, 1652,
+    {"UpdateNat", false, 1795, [] { return HBL_UpdateNATFromConfig(vnet); }},
+    {"EnableAdapter", false, 964, [] { return HBL_EnableNetworkAdapter(vnet); }},
+    {"UpdateAdapter", false, 1660,
      [] {
          return Undisturbed([] { return HBL_EnableNetworkAdapter(vnet); }) &&
                 HBL_UpdateAdapterFromConfig(vnet);
      }},
-    {"DisableAdapter", false, 1433,
+    {"DisableAdapter", false, 1441,
      [] {
          return Undisturbed([] { return HBL_EnableNetworkAdapter(vnet); }) && HBL_DisableNetworkAdapter(vnet);
      }},
-    {"AdapterOff", false, 209, [] { return HBL_SetVnetUseAdapter(vnet, false, true); }},
+    {"AdapterOff", false, 217, [] { return HBL_SetVnetUseAdapter(vnet, false, true); }},
     {"AdapterList", false, 251,
      [] {
          HBL_HostAdapterList *list = nullptr;
@@ -376,13 +382,13 @@ const Call CALLS[] = {
          HBL_FreeHostAdapterList(list);
          return got;
      }},
-    {"DefaultOff", false, 524, [] { return SetDefault(HBL_VNET_NONE); }},
-    {"MoveAdapter", false, 852, [] { return Move("eth5", 8); }},
+    {"DefaultOff", false, 532, [] { return SetDefault(HBL_VNET_NONE); }},
+    {"MoveAdapter", false, 860, [] { return Move("eth5", 8); }},
     {"GetFeatures", false, 413, [] { return Features(HBL_GetVnetFeatures); }},
-    {"SetSubnet", false, 175, [] { return HBL_SetVnetSubnetAddr(vnet, "192.168.42.0"); }},
+    {"SetSubnet", false, 183, [] { return HBL_SetVnetSubnetAddr(vnet, "192.168.42.0"); }},
     {"GetAdapterAddress", false, 68, [] { return HBL_GetVnetAdapterAddr(vnet, text, Size(&size), true); }},
-    {"Export", false, 514, [] { return HBL_ExportDatabaseToFile(nullptr); }},
-    {"Import", true, 2007,
+    {"Export", false, 522, [] { return HBL_ExportDatabaseToFile(nullptr); }},
+    {"Import", true, 2021,
      [] {
          std::filesystem::remove(FORMER);
          return HBL_ImportDatabaseFromFile(BACKUP);
@@ -396,7 +402,7 @@ const Call CALLS[] = {
      }},
     {"Delete", false, 51, [] { return Unloaded(HBL_DeleteNetworkingDB); }},
     {"Check", false, 2, HBL_CheckNetworkingDB},
-    {"Rewrite", false, 314,
+    {"Rewrite", false, 321,
      [] {
          HBLNetworkConfigurationDB *db = nullptr;
          const auto change = [&db] {
@@ -417,7 +423,7 @@ const Call CALLS[] = {
      [] {
          return HBL_GetNATPortForward(vnet, true, 80, text, Size(&size), &port, otherText, Size(&otherSize));
      }},
-    {"AssignSubnet", false, 696,
+    {"AssignSubnet", false, 704,
      [] {
          return HBL_AssignSubnetAddressToVnet(vnet, true) &&
                 Undisturbed([] { return HBL_SetVnetSubnetAddr(vnet, "192.168.40.0"); });
@@ -440,7 +446,7 @@ const Call CALLS[] = {
          return HBL_GetBridgeDefaultNetwork(&network);
      }},
     {"FindFeatures", false, 442, [] { return Features(HBL_FindVnetWithFeatures); }},
-    {"Addresses", false, 406,
+    {"Addresses", false, 421,
      [] {
          return HBL_SetVnetSubnetMask(vnet, "255.255.0.0") && HBL_SetVnetAdapterAddr(vnet, "192.168.40.1");
      }},

@@ -4,9 +4,12 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+
+#include "lib/log/log.h"
 
 namespace {
 
@@ -37,8 +40,11 @@ TEST(PanicDeathTest, EveryStopHasItsOwnMessage) {
         EXPECT_EXIT((ShowOnly(STDOUT_FILENO), stop({"lib/a.cpp", 7})), testing::ExitedWithCode(1),
                     Eq(std::string("Panic:\n") + message));
     }
+    Log_SetLogHook([](const char *format, va_list args) { vprintf(format, args); });
     EXPECT_EXIT((ShowOnly(STDOUT_FILENO), PanicNotReached()), testing::ExitedWithCode(1),
-                testing::MatchesRegex("Panic:\nNOT_REACHED tests/unit/fatal/[^/]*:[0-9]+\n"));
+                testing::MatchesRegex("Panic:\nNOT_REACHED tests/unit/fatal/[^/]*:[0-9]+\nBacktrace:\n"
+                                      "Backtrace\\[0\\] [0-9a-f]{16} rip=.*\nSymBacktrace\\[0\\] .*"));
+    Log_SetLogHook(nullptr);
 }
 
 TEST(PanicDeathTest, LeavesStandardErrorAloneAndRunsTheExitHandlers) {
