@@ -21,6 +21,7 @@
 #include "lib/harbrel/bridging/bridging.h"
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/harbrel.h"
+#include "lib/harbrel/networks/subnetTables.h"
 #include "lib/log/log.h"
 #include "tests/support/fakePrograms.h"
 #include "tests/support/logLevels.h"
@@ -230,6 +231,7 @@ TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
     const LogCapture log;  // daemons are given one
     static unsigned logged;
     logged = 0;
+    HBLSubnetTables() = {};
     const auto alsoCounted = [](const char *, va_list) { logged++; };
     Log_SetLogHook(alsoCounted);
     Log_SetWarningHook(alsoCounted);

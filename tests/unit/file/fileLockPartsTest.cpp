@@ -7,6 +7,7 @@
 
 #include "lib/file/fileLockInternal.h"
 #include "lib/misc/digest.h"
+#include "tests/support/generalLog.h"
 #include "tests/support/otherProcess.h"
 
 TEST(FileLockNames, AcceptsALetterFiveDigitsAndTheSuffix) {
@@ -111,7 +112,12 @@ TEST(FileLockOwner, DeadProcessesAndReusedNumbersAreNoOwners) {
         {alive, "pc=1" + birth, false}, {alive, "1" + birth, true},   {alive, "pc=0", true},
         {alive, "pc=x", true},          {"x", "pc=1", true},
     };
+    GeneralLog log;
     for (const auto &[executionID, payload, valid] : cases) {
         EXPECT_EQ(FileLockValidOwner(executionID, payload), valid) << executionID + payload;
     }
+    EXPECT_EQ(
+        "warning: FILE: FileLockValidOwner payload conversion error on pc=x. Assuming valid.\n"
+        "warning: FILE: FileLockValidOwner pid conversion error on x. Assuming valid.\n",
+        log.Take());
 }

@@ -11,10 +11,14 @@ TEST(Utf8, EncodesAndDecodesUpToTheEdges) {
         {0x80, "\xC2\x80"},
         {0x7FF, "\xDF\xBF"},
         {0x800, "\xE0\xA0\x80"},
+        {0xFFF, "\xE0\xBF\xBF"},
+        {0xD000, "\xED\x80\x80"},
         {0xD7FF, "\xED\x9F\xBF"},
         {0xE000, "\xEE\x80\x80"},
         {0xFFFF, "\xEF\xBF\xBF"},
         {0x10000, "\xF0\x90\x80\x80"},
+        {0x3FFFF, "\xF0\xBF\xBF\xBF"},
+        {0x100000, "\xF4\x80\x80\x80"},
         {0x10FFFF, "\xF4\x8F\xBF\xBF"},
     };
     for (const auto &[codePoint, bytes] : cases) {
@@ -37,7 +41,8 @@ TEST(Utf8, RefusesWhatIsNoCharacterAndGoesOnBehindIt) {
         // the bytes, and how many of them belong to the refused start
         {"\x80", 1},         {"\xC1\xBF", 1},         {"\xE0\x9F\xBF", 1},     {"\xED\xA0\x80", 1},
         {"\xF0\x8F\xBF", 1}, {"\xF4\x90\x80\x80", 1}, {"\xF5\x80\x80\x80", 1}, {"\xE2\x82", 2},
-        {"\xE2\x82z", 2},    {"\xF0\x9F\x98\xC0", 3},
+        {"\xE2\x82z", 2},    {"\xF0\x9F\x98\xC0", 3}, {"\xC2\xC0", 1},         {"\xE0\xC0\x80", 1},
+        {"\xF0\xC0\x80", 1},
     };
     for (const auto &[bytes, refused] : cases) {
         const char *at = bytes.data();
