@@ -3,45 +3,27 @@
 #include <gtest/gtest.h>
 #include <net/if_arp.h>
 
-#include "daemons/common/linkGroup.h"
+#include <sstream>
 
 namespace {
 
-LinkInfo Link(int index, const char *name, const char *kind, int lower = 0, int master = 0,
-              uint32_t group = 0) {
-    LinkInfo link = {
-        .index = index, .type = ARPHRD_ETHER, .master = master, .group = group, .name = name, .kind = kind};
-    link.lower = lower;
-    link.lowerIsElsewhere = lower < 0;
-    link.vlan = static_cast<uint16_t>(index);
-    return link;
-}
+// By their indexes from 1: name, kind, what it stands on (-1 for elsewhere), master and group.
+constexpr char LINKS[] =
+    "eth - 0 0 0    port - 0 10 0      Bond bond 0 0 0       team team 0 0 0     tap tun 0 0 0 "
+    "v6 vlan 5 0 0  v7 vlan -1 0 0     cable veth -1 0 0     pair veth 8 11 0    bridge bridge 0 0 0 "
+    "docker bridge 0 0 0  lo - 0 0 0   ours - 0 0 1192       switch bridge 0 0 1190  guest - 0 14 0 "
+    "radio - 0 0 0  ZELANx - 0 0 0     onOurs vlan 13 0 0    v19 vlan 1 0 0      v20 vlan 19 0 0 "
+    "v21 vlan 20 0 0  v22 vlan 21 0 0  gone vlan 99 0 0";
 
 HostLinks HostsLinks() {
     HostLinks links;
-    for (LinkInfo link : {Link(1, "eth", ""),
-                          Link(2, "port", "", 0, 10),
-                          Link(3, "Bond", "bond"),
-                          Link(4, "team", "team"),
-                          Link(5, "tap", "tun"),
-                          Link(6, "vlan6", "vlan", 5),
-                          Link(7, "vlan7", "vlan", -1),
-                          Link(8, "cable", "veth", -1),
-                          Link(9, "pair", "veth", 8, 11),
-                          Link(10, "bridge", "bridge"),
-                          Link(11, "docker", "bridge"),
-                          Link(12, "lo", ""),
-                          Link(13, "ours", "", 0, 0, LINK_GROUP_HOST),
-                          Link(14, "switch", "bridge", 0, 0, LINK_GROUP_CARRIER),
-                          Link(15, "guest", "", 0, 14),
-                          Link(16, "radio", ""),
-                          Link(17, "ZELANx", ""),
-                          Link(18, "onOurs", "vlan", 13),
-                          Link(20, "vlan20", "vlan", 1),
-                          Link(21, "vlan21", "vlan", 20),
-                          Link(22, "vlan22", "vlan", 21),
-                          Link(23, "vlan23", "vlan", 22),
-                          Link(24, "gone", "vlan", 99)}) {
+    LinkInfo link;
+    std::istringstream words(LINKS);
+    while (words >> link.name >> link.kind >> link.lower >> link.master >> link.group) {
+        link.index++;
+        link.kind = link.kind == "-" ? "" : link.kind;
+        link.lowerIsElsewhere = link.lower < 0;
+        link.vlan = static_cast<uint16_t>(link.index);
         link.type = link.name == "radio" ? ARPHRD_IEEE80211 : ARPHRD_ETHER;
         link.flags = link.name == "lo" ? IFF_LOOPBACK : 0;
         links.byIndex[link.index] = link;
@@ -59,19 +41,15 @@ std::string Taken(const AdapterRule &rule, const HostLinks &links) {
 
 TEST(Adapters, AreWhatLeadsOutOfTheHostOrIsNamed) {
     HostLinks links = HostsLinks();
-    EXPECT_EQ("eth Bond team vlan7 bridge vlan20 vlan21 vlan22 ", Taken({true, {}}, links));
-    EXPECT_EQ("Bond team vlan7 vlan20 vlan21 vlan22 ", Taken({true, {"ETH", "bridge"}}, links));
-    EXPECT_EQ("port Bond tap ZELANx ",
-              Taken({false, {"bond", "tap", "port", "ours", "guest", "lo", "zelanX", "radio"}}, links));
+    EXPECT_EQ("eth Bond team v7 bridge v19 v20 v21 ", Taken({true, {}}, links));
+    EXPECT_EQ("Bond team v7 v19 v20 v21 ", Taken({true, {"ETH", "bridge"}}, links));
+    const AdapterRule named = {false, {"bond", "tap", "port", "ours", "guest", "lo", "zelanX", "radio"}};
+    EXPECT_EQ("port Bond tap ZELANx ", Taken(named, links));
     links.hostIsContainer = true;
-    EXPECT_EQ("eth Bond team vlan7 cable bridge vlan20 vlan21 vlan22 ", Taken({true, {}}, links));
+    EXPECT_EQ("eth Bond team v7 cable bridge v19 v20 v21 ", Taken({true, {}}, links));
     links.byIndex[9].lowerIsElsewhere = true;
     EXPECT_NE(std::string::npos, Taken({true, {}}, links).find("docker")) << "a bridge with a way out";
-}
-
-TEST(Adapters, VlansAreThoseOfTheHostOnThem) {
-    const HostLinks links = HostsLinks();
-    EXPECT_EQ(std::vector<uint16_t>{20}, links.VlansOn(1));
+    EXPECT_EQ(std::vector<uint16_t>{19}, links.VlansOn(1));
     EXPECT_EQ(std::vector<uint16_t>{}, links.VlansOn(-1)) << "on what is elsewhere";
     EXPECT_EQ(std::vector<uint16_t>{}, links.VlansOn(8)) << "a pair is none";
 }
