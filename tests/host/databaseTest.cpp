@@ -1,7 +1,6 @@
 // The database file through the exported calls, with full disks and other processes in their way.
 #include <gmock/gmock.h>
 #include <malloc.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <string>
@@ -26,29 +25,6 @@ TEST_F(DatabaseOnHost, RewriteOnAFullDiskKeepsTheJournal) {
     OnFullDisk(1000, HBL_Unload);
     EXPECT_EQ("VERSION=1,0\n" + records + "answer B 2\n", Database());
     EXPECT_EQ("", OtherFiles());
-}
-
-TEST_F(DatabaseOnHost, ReadOnlyFolderLosesNothingAndTheReasonIsLogged) {
-    LoadWith("answer HBL_LOGLEVEL 1\nanswer A 1\n");
-    EXPECT_TRUE(HBL_VnetCfgAddAnswer("B", "2"));
-    const std::string journal = Database();
-    ASSERT_EQ(0, mount("/etc/orvane", "/etc/orvane", nullptr, MS_BIND, nullptr));
-    ASSERT_EQ(0, mount(nullptr, "/etc/orvane", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr));
-    EXPECT_FALSE(HBL_SetDefaultLogLevel(3));
-    HBL_Unload();
-    EXPECT_EQ(journal, Database());
-    EXPECT_FALSE(HBL_Load());
-    EXPECT_FALSE(HBL_CreateNetworkingDB(true));
-    const std::string log = Log();
-    EXPECT_EQ(0, umount("/etc/orvane"));
-    for (const char *line :
-         {"HBLNetCfgLockConfig - Failed to lock config file, file: /etc/orvane/networking, error: Read-only",
-          "HBLNetCfgUnload - Failed to create temporary backup file, error: Read-only file system\n",
-          "HBLNetCfgLoad - Failed to lock config database file, error: Read-only file system\n",
-          "HBL_CreateNetworkingDB - Failed to backup existing database file, error: Read-only file"}) {
-        EXPECT_THAT(log, HasSubstr(line));
-    }
-    EXPECT_EQ(journal, Database());
 }
 
 // One that is there already is on the disk; an equal one would have to be brought there first.

@@ -403,7 +403,6 @@ const Call CALLS[] = {
          });
      }},
     {"Delete", false, 51, [] { return Unloaded(HBL_DeleteNetworkingDB); }},
-    {"Check", false, 2, HBL_CheckNetworkingDB},
     {"Rewrite", false, 321,
      [] {
          HBLNetworkConfigurationDB *db = nullptr;
@@ -411,11 +410,6 @@ const Call CALLS[] = {
              return HBLNetCfgLoad(DATABASE, &db, false) && HBLNetCfgAddAnswerString(db, "A", "2");
          };
          return Undisturbed(change) && HBLNetCfgUnload(&db, true);
-     }},
-    {"GetAnswer", false, 2,
-     [] {
-         const char *value = nullptr;
-         return HBL_VnetCfgGetAnswer("VNET_8_DHCP", &value);
      }},
     {"ServiceStatus", false, 120,
      [] { return HBL_GetServiceStatus(vnet, HBL_SERVICE_DHCP) == HBL_SERVICE_STATUS_STOPPED; }},

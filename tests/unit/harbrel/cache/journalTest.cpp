@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "lib/harbrel/cache/journalWords.h"
@@ -17,77 +18,32 @@ namespace {
 using Change = std::function<bool(HBLNetworkConfigurationDB *)>;
 constexpr const char *MAC = "02:00:00:11:22:33";
 
-// One family's changes, what they look like in the file, and what the log says when the file takes no line.
+// One family's changes and what they look like in the file.
 struct Family {
     Change addOld, addNew, remove;
     std::string oldLine, newLine, removeLine;
     bool absentIsRemoved, equalIsNoChange;
-    std::string refusedAddition, refusedReplacement, refusedRemoval;
+    int linesOfRefusals;  // in the log, of an addition, a replacement and a removal
 };
 const Family FAMILIES[] = {
     {[](auto *db) { return HBLNetCfgAddAnswerString(db, "K", "old"); },
      [](auto *db) { return HBLNetCfgAddAnswerString(db, "K", "new"); },
      [](auto *db) { return HBLNetCfgRemoveAnswer(db, "K"); }, "answer K old\n", "answer K new\n",
-     "remove_answer K\n", true, false,
-     "NetCfgAddAnswerStringInt - Failed to write to K:new to database file, error: File too large\n"
-     "HBLNetCfgRemoveAnswer - Failed to remove \"K\" in database file\n"
-     "NetCfgAddAnswerStringInt - Failed to remove newly added record, K:new\n",
-     "NetCfgAddAnswerStringInt - Failed to remove: K from database file, error: File too large\n"
-     "NetCfgAddAnswerStringInt - Failed to remove: K from database file, error: File too large\n"
-     "NetCfgAddAnswerStringInt - Failed to restore previous values K:old\n",
-     "HBLNetCfgRemoveAnswer - Failed to remove \"K\" in database file\n"},
+     "remove_answer K\n", true, false, 7},
     {[](auto *db) { return HBLNetCfgAddHostAdapterMapping(db, "eth0", 2, false); },
      [](auto *db) { return HBLNetCfgAddHostAdapterMapping(db, "eth0", -1, false); },
      [](auto *db) { return HBLNetCfgRemoveHostAdapterMapping(db, "eth0"); }, "add_bridge_mapping eth0 2\n",
-     "add_bridge_mapping eth0 -1\n", "remove_bridge_mapping eth0\n", false, true,
-     "HBLNetCfgAddHostAdapterMapping - Failed to write bridge for adapter: eth0 To vnet: -1 to database "
-     "file, error: File too large\n"
-     "HBLNetCfgRemoveHostAdapterMapping - Failed to remove Bridge mapping for adapter: eth0 from database "
-     "file\n"
-     "HBLNetCfgRemoveHostAdapterMapping - Removing Bridge mapping failed\n"
-     "HBLNetCfgAddHostAdapterMapping - Failed to remove newly added record, adapter: eth0, vnet:-1\n",
-     "HBLNetCfgAddHostAdapterMapping - Failed to remove bridge mapping for adapter: eth0 To vnet: -1 from "
-     "database file, error: File too large\n"
-     "HBLNetCfgAddHostAdapterMapping - Failed to remove bridge mapping for adapter: eth0 To vnet: 2 from "
-     "database file, error: File too large\n"
-     "HBLNetCfgAddHostAdapterMapping - Failed to restore previous values of Bridge mapping adapter: eth0, "
-     "vnet: 2\n",
-     "HBLNetCfgRemoveHostAdapterMapping - Failed to remove Bridge mapping for adapter: eth0 from database "
-     "file\n"
-     "HBLNetCfgRemoveHostAdapterMapping - Removing Bridge mapping failed\n"},
+     "add_bridge_mapping eth0 -1\n", "remove_bridge_mapping eth0\n", false, true, 9},
     {[](auto *db) { return HBLNetCfgAddDHCPMACToIP(db, 8, MAC, "10.0.0.1", false); },
      [](auto *db) { return HBLNetCfgAddDHCPMACToIP(db, 8, MAC, "10.0.0.2", false); },
      [](auto *db) { return HBLNetCfgRemoveDHCPMACToIP(db, 8, MAC); },
      "add_dhcp_mac_to_ip 8 02:00:00:11:22:33 10.0.0.1\n", "add_dhcp_mac_to_ip 8 02:00:00:11:22:33 10.0.0.2\n",
-     "remove_dhcp_mac_to_ip 8 02:00:00:11:22:33\n", false, false,
-     "HBLNetCfgLookupDHCPMACToIP - List of DHCP mappings is empty\n"
-     "HBLNetCfgAddDHCPMACToIP - Failed to add DHCP address mapping record for MAC: 02:00:00:11:22:33 To IP: "
-     "10.0.0.2\n"
-     "HBLNetCfgRemoveDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33\n"
-     "HBLNetCfgAddDHCPMACToIP - Failed to remove newly added record, 02:00:00:11:22:33:10.0.0.2\n",
-     "HBLNetCfgAddDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33 To IP: "
-     "10.0.0.2\n"
-     "HBLNetCfgAddDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33 To IP: "
-     "10.0.0.1\n"
-     "HBLNetCfgAddDHCPMACToIP - Failed to restore previous values 02:00:00:11:22:33:10.0.0.1\n",
-     "HBLNetCfgRemoveDHCPMACToIP - Failed to remove DHCP address mapping for MAC: 02:00:00:11:22:33\n"},
+     "remove_dhcp_mac_to_ip 8 02:00:00:11:22:33\n", false, false, 8},
     {[](auto *db) { return HBLNetCfgAddNATPortFwd(db, 8, true, 80, "10.0.0.1", 81, "", false); },
      [](auto *db) { return HBLNetCfgAddNATPortFwd(db, 8, true, 80, "10.0.0.2", 82, nullptr, false); },
      [](auto *db) { return HBLNetCfgRemoveNATPortFwd(db, 8, true, 80); },
      "add_nat_portfwd 8 tcp 80 10.0.0.1 81 \n", "add_nat_portfwd 8 tcp 80 10.0.0.2 82\n",
-     "remove_nat_portfwd 8 tcp 80\n", false, false,
-     "HBLNetCfgLookupNATPortFwd - List of NAT forwarded ports is empty\n"
-     "HBLNetCfgAddNATPortFwd - Failed to add port forward record for tcp port 80\n"
-     "HBLNetCfgRemoveNATPortFwd - Failed to remove NAT port forward for tcp port 80 from database file, "
-     "error: File too large\n"
-     "HBLNetCfgAddNATPortFwd - Failed to remove newly added record, vnet: 8, tcp, port 80, vmip: 10.0.0.2, "
-     "vmPort: 82\n",
-     "HBLNetCfgAddNATPortFwd - Failed to remove port forward record for tcp port 80\n"
-     "HBLNetCfgAddNATPortFwd - Failed to remove port forward record for tcp port 80\n"
-     "HBLNetCfgAddNATPortFwd - Failed to restore previous values, vnet: 8, tcp, port 80, vmip: 10.0.0.1, "
-     "vmPort: 81\n",
-     "HBLNetCfgRemoveNATPortFwd - Failed to remove NAT port forward for tcp port 80 from database file, "
-     "error: File too large\n"},
+     "remove_nat_portfwd 8 tcp 80\n", false, false, 8},
 };
 
 class JournalTest : public CacheTest {
@@ -142,18 +98,17 @@ TEST_F(JournalTest, ChangesReachCacheAndFile) {
 TEST_F(JournalTest, CacheKeepsARecordWhenTheFileRefusesEveryLine) {
     for (const Family &family : FAMILIES) {
         Restart();
+        log.Take();
         EXPECT_FALSE(WithRoomFor(0, family.addNew));
-        EXPECT_EQ(log.Take(), family.refusedAddition);
         EXPECT_EQ(Records(), family.newLine);
         ASSERT_TRUE(family.addOld(db));
         const std::string journal = Journal();
-        for (const auto &[change, lines] :
-             {std::pair(family.addNew, family.refusedReplacement), {family.remove, family.refusedRemoval}}) {
+        for (const Change &change : {family.addNew, family.remove}) {
             EXPECT_FALSE(WithRoomFor(0, change));
-            EXPECT_EQ(log.Take(), lines);
             EXPECT_EQ(Records(), family.oldLine);
         }
         EXPECT_EQ(Journal(), journal);
+        EXPECT_EQ(std::ranges::count(log.Take(), '\n'), family.linesOfRefusals);
     }
 }
 

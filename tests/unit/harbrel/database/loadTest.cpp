@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <sstream>
@@ -92,18 +91,6 @@ TEST_F(DatabaseLoad, JournalGoesBehindWhatWasRead) {
     LoadRecords("answer A 1");  // cut off before its line end
     EXPECT_TRUE(HBLNetCfgAddAnswerString(db, "B", "2"));
     EXPECT_EQ("VERSION=1,0\nanswer A 1\nanswer B 2\n", ReadFileText(path));
-}
-
-TEST_F(DatabaseLoad, WhatIsNoReadableFileIsRefusedWithTheReason) {
-    EXPECT_FALSE(HBLNetCfgLoad(path.c_str(), &db, false));
-    EXPECT_NE(std::string::npos, log.Take().find("HBLNetCfgLoad - Import file does not exist\n"));
-    ASSERT_EQ(0, mkdir(path.c_str(), 0755));
-    EXPECT_FALSE(HBLNetCfgLoad(path.c_str(), &db, false));
-    EXPECT_EQ(0u, log.Take().find("HBLNetCfgLoad - Unable to open network configuration database file, "
-                                  "error: Is a directory\n"));
-    EXPECT_FALSE(HBLNetCfgLoad(path.c_str(), &db, true));
-    EXPECT_EQ(0u, log.Take().find("HBLNetCfgLoad - Failed to read version number, error: Is a directory\n"));
-    EXPECT_FALSE(std::filesystem::exists(path + ".lck"));
 }
 
 TEST_F(DatabaseLoad, LockIsHeldOnceAndGivenBack) {
