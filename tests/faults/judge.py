@@ -95,7 +95,9 @@ def judge_database(host, twin, rules):
         return "the editor's change is neither written nor not written"
     if rules.editor and host.has_way_back("disturbed") and status == "0\n":
         return "the editor tells a success that its next change takes back"
-    if status == "0\n" and database != after:
+    # A file that could not be read where the editor rehearses is written once more than needed, which is noted.
+    beyond = {key for key in database.keys() - (after or {}).keys() if rules.editor and is_file_hash(key)}
+    if status == "0\n" and {key: database[key] for key in database.keys() - beyond} != after:
         return "the command tells a success that is none"
     for key, record in database.items():
         if is_of(rules.stripped, key):
