@@ -203,6 +203,8 @@ TEST_F(Editor, CommandsWriteTheRecordsThatTheySayAndNoOthers) {
         "add_bridge_mapping eth0 0\nadd_bridge_mapping eth7 3\n",
         RunShell("grep -vE 'HASH| no$' /etc/orvane/networking").output);
     EXPECT_EQ("zelan0  bridged  -  bridge  -  0  0  0\n", Edit("--no-legend list 0").output);
+    Must("ip link add eth8 type veth peer name eth9");  // which the library does not know
+    EXPECT_THAT(Edit("--no-legend adapter list").output, HasSubstr("eth8  zelan0  default  down     -\n"));
     Must("for a in 172.16.0.1/12 192.168.0.1/16 10.0.0.1/8; do ip address add $a dev eth0; done");
     Replace("orvane-ping", "exit 1\n");
     EXPECT_EQ("harbrelctl: no free subnet is found; --subnet ADDRESS/PREFIX names one\n",
@@ -285,6 +287,7 @@ TEST_F(Editor, PlanIsShownKeptAndRefusedWhenTheStateHasMovedOn) {
 TEST_F(Editor, ServicesGoWithDetectionAndStayDownOnASubnetThatIsTaken) {
     StartNat8();
     const std::string stops = "stop dhcp on zelan8\nstop nat on zelan8\nstop adapter on zelan8\n";
+    Must("sed -i 's/^# Written at: .*/# Written at: some time/' /etc/orvane/zelan8/dhcpd/dhcpd.conf");
     EXPECT_EQ(stops + "start dhcp on zelan8\nstart nat on zelan8\nstart adapter on zelan8\n",
               MustEdit("restart zelan8").output);
     EXPECT_EQ("start the network detection\nnothing to change\n", MustEdit("start").output);
@@ -298,11 +301,19 @@ TEST_F(Editor, ServicesGoWithDetectionAndStayDownOnASubnetThatIsTaken) {
         "subnet=ADDRESS/PREFIX moves it\nharbrelctl: not done: start the network detection\n",
         refused.errors);
     EXPECT_EQ("", Daemons());
-    Replace("zelan-natd", "exit 0\n");
     Must("ip address del 10.7.8.1/32 dev lo");
-    EXPECT_EQ(
-        "harbrelctl: not done: start nat on zelan8: Failure in starting \"NAT\" service for vnet: zelan8\n",
-        Edit("start zelan8").errors);
+    for (const auto &[signal, number] :
+         {std::pair("INT", SIGINT), {"TERM", SIGTERM}, {"HUP", SIGHUP}, {"QUIT", SIGQUIT}}) {
+        Replace("zelan-natd", std::string("kill -") + signal + " $(ps -o pid= -C harbrelctl)\nexit 1\n");
+        const CommandResult result = Edit("restart zelan8");
+        EXPECT_EQ(128 + number, result.status);
+        EXPECT_THAT(result.output, testing::EndsWith("start dhcp on zelan8\nstart adapter on zelan8\n"))
+            << "behind the signal";
+        EXPECT_EQ(
+            "harbrelctl: not done: start nat on zelan8: Failure in starting \"NAT\" service for vnet: "
+            "zelan8\n",
+            result.errors);
+    }
 }
 
 TEST_F(Editor, TextOfANetworkIsTakenAsAWholeOrNotAtAll) {
