@@ -8,15 +8,14 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::vector<uint8_t> datagram(data, data + size);
+    HostAdapterChain chain;
+    HBLParseLinkDump("fuzz", datagram.data(), datagram.size(), 1, &chain);
     uint32_t count = 0;
-    HBL_HostAdapter *head = nullptr;
-    HBLParseLinkDump(datagram.data(), datagram.size(), 1, &count, &head);
-    for (const HBL_HostAdapter *adapter = head; adapter != nullptr; adapter = adapter->next) {
-        count--;
+    for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr; adapter = adapter->next) {
+        count++;
     }
-    if (count != 0) {
+    if (count != chain.Count()) {
         abort();
     }
-    HBLFreeHostAdapList(&head);
     return 0;
 }

@@ -96,8 +96,9 @@ std::span<const uint8_t> IpPayload(std::span<const uint8_t> frame, uint8_t proto
     if (frame.size() < ETHERNET + IP || Get16(frame, 12) != ETHERTYPE_IP || frame[ETHERNET + 9] != protocol) {
         return {};
     }
-    const size_t start = ETHERNET + (frame[ETHERNET] & 0x0fU) * 4U;
-    return start < frame.size() ? frame.subspan(start) : std::span<const uint8_t>();
+    const size_t header = (frame[ETHERNET] & 0x0fU) * 4U;
+    const bool fits = header >= IP && ETHERNET + header < frame.size();
+    return fits ? frame.subspan(ETHERNET + header) : std::span<const uint8_t>();
 }
 
 std::span<const uint8_t> UdpData(std::span<const uint8_t> frame, uint16_t from, uint16_t to) {
