@@ -227,7 +227,7 @@ const Obstacle OBSTACLES[] = {
 };
 
 TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
-    const auto &[name, panics, lines, call] = GetParam();
+    const std::function<bool()> &call = GetParam().call;
     const LogCapture log;  // daemons are given one
     static unsigned logged;
     logged = 0;
@@ -251,7 +251,7 @@ TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
         ASSERT_TRUE(count([&call] { return Watch("", 0, call); }, &reasons));
         undisturbed = network.State();
     }
-    for (const char *function : std::span(FUNCTIONS).subspan(panics ? 5 : 0)) {
+    for (const char *function : std::span(FUNCTIONS).subspan(GetParam().panics ? 5 : 0)) {
         // What is found out once only is not asked for again.
         for (int k = 0; k < callsMade[function] && (k == 0 || callsBefore < 0); k++) {
             SCOPED_TRACE(function + std::string(" ") + std::to_string(k));
@@ -276,7 +276,7 @@ TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
         network.Restore();
         EXPECT_TRUE(Network::LockIsFree());
     }
-    EXPECT_EQ(lines, logged) << "a line that was added or lost";
+    EXPECT_EQ(GetParam().lines, logged) << "a line that was added or lost";
 }
 
 HBL_NetworkID NetworkId(int32_t number) {
