@@ -37,9 +37,11 @@ KILL = "KILL"
 CALL = re.compile(r"^(\d+) +([a-z]\w*)\((.*)$")
 RESUMED = re.compile(r"^(\d+) +<\.\.\. ")
 FRAME = re.compile(r"^ > ([^(]*)\((.*)\) \[0x")
+# A line of the log that cannot be written is the same fault whoever says it.
+LOG = "/var/log/harbrel"
 LOADER = re.compile(r"/ld-linux|/ld\.so")
 # Of names and texts: numbers, and what is drawn at random.
-DRAWN = re.compile(r"networking\.\w{6}\b|\.orvane\w*\.\w+|[0-9]+")
+DRAWN = re.compile(r"(networking|orvane)\.\w{6}\b|\.orvane\w*\.\w+|[0-9]+")
 
 
 def changes(call, arguments):
@@ -85,13 +87,15 @@ def calls_of(trace):
 
 def sites_of(trace):
     """The occurrences of each call that may fail, by where it comes from: the same callers about the same file, networks
-    and numbers made alike, are one site, since the program is in the same state there but for the network's number."""
+    and numbers made alike, are one site, since the program is in the same state there but for the network's number. What
+    goes to the log is one site wherever it comes from."""
     sites = {}
     for call, number, arguments, frames in calls_of(trace):
         own = [f"{file.rsplit('/', 1)[-1]}:{place}" for file, place in frames if not LOADER.search(file)]
         if not own and frames:
             continue  # the program has not begun
+        about = subject(call, arguments)
         for error in errors_of(call, arguments):
-            key = " ".join((call, subject(call, arguments), error, *own))
+            key = " ".join((call, about, error, *(() if LOG in about else own)))
             sites.setdefault(key, []).append((call, number, error))
     return sites
