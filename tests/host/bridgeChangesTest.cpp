@@ -1,9 +1,6 @@
 // Bridge changes with real adapters and daemons: the mappings left, and what was restarted in which order.
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 
-#include <cstring>
-#include <functional>
 #include <set>
 #include <string>
 
@@ -15,6 +12,7 @@
 #include "lib/harbrel/harbrel.h"
 #include "lib/harbrel/hostadapters/discovery.h"
 #include "lib/harbrel/services/daemons.h"
+#include "tests/support/bridgeCalls.h"
 #include "tests/support/fakePrograms.h"
 #include "tests/support/netns.h"
 
@@ -29,10 +27,6 @@ setsid sleep 600 > /dev/null 2>&1 &
 echo $! > "$pidFile"
 printf x > "/proc/self/fd/$fd"
 )";
-
-HBL_NetworkID Network(int32_t vnet) {
-    return {1, HBL_NETWORK_TYPE_VNET, vnet, {}};
-}
 
 // Adapters hbl0 to hbl3 on the host; hbl0 and hbl2 are mapped to network 5, hbl1 to network 3.
 class BridgeChanges : public FakeProgramsTest {
@@ -105,18 +99,6 @@ class BridgeChanges : public FakeProgramsTest {
         }
         return text;
     }
-    static bool SetDefault(int32_t vnet) {
-        const HBL_NetworkID network = Network(vnet);
-        return HBL_SetBridgeDefaultNetwork(&network);
-    }
-    static bool Move(const char *name, int32_t destination) {
-        HBL_HostAdapter adapter{};
-        adapter.version = 1;
-        strcpy(adapter.deviceName, name);
-        const HBL_NetworkID network = Network(destination);
-        return HBL_BridgeMoveAdapter(&adapter, nullptr, &network);
-    }
-
     const Machine others_{"others"};
 };
 
@@ -161,24 +143,17 @@ TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExpor
     ASSERT_TRUE(HBLNetCfgAddAnswerString(nullptr, HBL_DEFAULT_BRIDGE_KEY, "1"));
     EXPECT_FALSE(HBL_GetHostAdapterList(1, &list)) << "hbl7 goes by the default";
     HBLDefaultBridgeCopy() = 0;
-    rlimit files;
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &files));
-    const rlimit none = {0, files.rlim_max};
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-    EXPECT_FALSE(HBL_GetHostAdapterList(1, &list));
-    EXPECT_FALSE(HBLGetVnetBridge(0, &chain));
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &files));
 }
 
 TEST_F(BridgeChanges, RemovedDefaultPinsItsAdaptersAndItsReturnTakesTheUnmappedOnes) {
     Must("ip link del hbl0 && ip link del hbl1 && ip link del hbl2");
     Run({0});
-    EXPECT_TRUE(SetDefault(HBL_VNET_NONE));
+    EXPECT_TRUE(SetDefaultBridge(HBL_VNET_NONE));
     EXPECT_EQ("5 3 5 0", Vnets());
     EXPECT_EQ("0 -ihbl3\n", TakeStarts());
     AddAdapter("hbl4");
     EXPECT_EQ(HBL_VNET_NONE, VnetOf("hbl4"));
-    EXPECT_TRUE(SetDefault(0));
+    EXPECT_TRUE(SetDefaultBridge(0));
     EXPECT_EQ("0 -ehbl0 -ehbl1 -ehbl2\n", TakeStarts());
     int32_t mapped = 77;
     EXPECT_TRUE(HBLNetCfgLookupVnetForHostAdapter(nullptr, "hbl4", &mapped));
@@ -189,16 +164,16 @@ TEST_F(BridgeChanges, RefusedRestartBringsTheDefaultBack) {
     Must("ip link del hbl0 && ip link del hbl1 && ip link del hbl2");
     Run({0});
     RefuseNextStart(0);
-    EXPECT_FALSE(SetDefault(HBL_VNET_NONE));
+    EXPECT_FALSE(SetDefaultBridge(HBL_VNET_NONE));
     EXPECT_EQ(0, Default());
     EXPECT_EQ("0 -ihbl3\n0 -ehbl0 -ehbl1 -ehbl2\n", TakeStarts());
     EXPECT_TRUE(Runs(0));
     // The other way round: an adapter without a mapping gets one to none, which it effectively had.
-    EXPECT_TRUE(SetDefault(HBL_VNET_NONE));
+    EXPECT_TRUE(SetDefaultBridge(HBL_VNET_NONE));
     AddAdapter("hbl4");
     TakeStarts();
     RefuseNextStart(0);
-    EXPECT_FALSE(SetDefault(0));
+    EXPECT_FALSE(SetDefaultBridge(0));
     EXPECT_EQ(HBL_VNET_NONE, Default());
     EXPECT_EQ(HBL_VNET_NONE, VnetOf("hbl4"));
     EXPECT_EQ("0 -ehbl0 -ehbl1 -ehbl2\n0 -ihbl3\n", TakeStarts());
@@ -219,7 +194,7 @@ TEST_F(BridgeChanges, MoveRestartsDestinationDefaultAndSourceInThisOrder) {
     };
     Run({0, 3, 5});
     for (const auto &row : CASES) {
-        EXPECT_TRUE(Move(row.adapter, row.destination)) << row.what;
+        EXPECT_TRUE(MoveAdapter(row.adapter, row.destination)) << row.what;
         EXPECT_EQ(row.vnets, Vnets()) << row.what;
         EXPECT_EQ(row.starts, TakeStarts()) << row.what;
     }
@@ -236,53 +211,12 @@ TEST_F(BridgeChanges, RefusedRestartOfAnyNetworkPutsAdaptersAndServicesBack) {
     Run({0, 3, 5});
     for (const auto &[refused, starts] : CASES) {
         RefuseNextStart(refused);
-        EXPECT_FALSE(Move("hbl0", 3)) << refused;
+        EXPECT_FALSE(MoveAdapter("hbl0", 3)) << refused;
         EXPECT_EQ("5 3 5 0", Vnets()) << refused;
         EXPECT_EQ(starts, TakeStarts()) << refused;
         EXPECT_TRUE(Runs(0) && Runs(3) && Runs(5)) << refused;
     }
-    EXPECT_TRUE(Move("hbl0", 3));
-}
-
-// The file takes so many bytes more, and no step behind them.
-TEST_F(BridgeChanges, LinesThatTheFileRefusesEndTheChangeBeforeAnyRestart) {
-    const struct {
-        size_t room;
-        std::function<bool()> change;
-        const char *line;
-        const char *vnets;  // what cannot be written back stays in the cache
-    } cases[] = {
-        {0, [] { return SetDefault(HBL_VNET_NONE); },
-         "HBL_SetBridgeDefaultNetwork - Failed to set the bridge mappings, vnet: 0\n", "5 3 5 0"},
-        {sizeof "add_bridge_mapping hbl3 0", [] { return SetDefault(HBL_VNET_NONE); },
-         "HBL_SetBridgeDefaultNetwork - Failed to set value of default bridge: -1\n", "5 3 5 0"},
-        {0, [] { return Move("hbl0", 3); },
-         "HBL_BridgeMoveAdapter - Unable to bridge host adapter: hbl0 to vnet: 3\n", "5 3 5 0"},
-        {sizeof "remove_bridge_mapping hbl0" + sizeof "add_bridge_mapping hbl0 3",
-         [] { return Move("hbl0", 3); },
-         "HBL_BridgeMoveAdapter - Failed to move adapters from destination vnet to default bridge\n",
-         "3 3 5 0"},
-    };
-    Must("ip link del hbl0 && ip link del hbl1 && ip link del hbl2");
-    Run({0, 3, 5});
-    HBLLogSetMask(LOG_ERR | LOG_INFO);
-    for (const auto &row : cases) {
-        log_.Take();
-        EXPECT_FALSE(cache_.WithRoomFor(row.room, row.change)) << row.line;
-        EXPECT_THAT(log_.Take(), testing::HasSubstr(row.line));
-        EXPECT_EQ(row.vnets, Vnets()) << row.line;
-        EXPECT_EQ(0, Default()) << row.line;
-        EXPECT_EQ("", TakeStarts()) << row.line;
-    }
-    // A removal goes on, with the restart as well.
-    EXPECT_FALSE(cache_.WithRoomFor(0, [] { return HBLRemoveBridgeMappingsForVnet(5); }));
-    EXPECT_THAT(log_.Take(), testing::HasSubstr("HBLRemoveBridgeMappingsForVnet - Failed to set the bridge "
-                                                "mapping for vnet: 0, host adapter: hbl2\n"));
-    EXPECT_NE("", TakeStarts());
-    EXPECT_FALSE(cache_.WithRoomFor(0, [] { return HBLRemoveBridgeMappingsForVnet(0); }));
-    EXPECT_THAT(log_.Take(), testing::HasSubstr(
-                                 "HBLRemoveBridgeMappingsForVnet - Failed to set value of default bridge\n"));
-    EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)) << "the lock was not given back";
+    EXPECT_TRUE(MoveAdapter("hbl0", 3));
 }
 
 TEST_F(BridgeChanges, RemovedNetworkLeavesItsAdaptersToTheDefault) {

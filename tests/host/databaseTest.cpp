@@ -260,22 +260,6 @@ TEST_F(DatabaseOnHost, WhatIsNoRegularFileIsRefusedAtOnceAndStays) {
     EXPECT_FALSE(HBL_Load());
 }
 
-TEST_F(DatabaseOnHost, ExportToAPathThatIsTooLongTouchesNothing) {
-    const std::string folder = "/tmp/" + std::string(200, 'd');
-    const std::string path = folder + "/" + std::string(60, 'f');
-    std::filesystem::create_directory(folder);
-    LoadWith("answer HBL_LOGLEVEL 1\n");
-    EXPECT_FALSE(HBL_ExportDatabaseToFile(path.c_str()));
-    EXPECT_THAT(Log(),
-                EndsWith("HBL_ExportDatabaseToFile - Failed to export configuration database to backup "
-                         "file:" +
-                         path + "\n"));
-    EXPECT_FALSE(std::filesystem::exists(path));
-    WriteFileText(path, "somebody's");
-    EXPECT_FALSE(HBL_ExportDatabaseToFile(path.c_str()));
-    EXPECT_EQ("somebody's", ReadFileText(path));
-}
-
 TEST_F(DatabaseOnHost, SpoiltDatabaseHealsAtTheUnload) {
     for (const bool deleted : {false, true}) {
         LoadWith("answer HBL_LOGLEVEL 1\n");

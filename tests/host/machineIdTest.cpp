@@ -1,5 +1,5 @@
 // What tells this machine's members of a file lock from those of others.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,14 +19,11 @@ TEST(MachineId, HoldsTheHostNamesHashAndTheFirstEthernetAddressInOrder) {
     char name[HOST_NAME_MAX + 1];
     ASSERT_EQ(gethostname(name, sizeof name), 0);
     const uint32_t hash = Hostinfo_HashHostName(name);
-    std::string text = FileLockGetMachineID();
-    EXPECT_EQ(text.find('/'), std::string::npos);
-    std::replace(text.begin(), text.end(), '-', '/');
-    std::vector<uint8_t> raw;
-    ASSERT_TRUE(Base64_Decode(text, &raw));
     std::array<uint8_t, 12> expected = {0, 0, 0, 0, 0x02, 0xff, 0xfe, 0x33, 0x44, 0x55, 0, 0};
     for (size_t i = 0; i < sizeof hash; i++) {
         expected[i] = static_cast<uint8_t>(hash >> (8 * i));
     }
-    EXPECT_THAT(raw, testing::ElementsAreArray(expected));
+    std::string text = Base64_Encode(expected.data(), expected.size());
+    std::replace(text.begin(), text.end(), '/', '-');
+    EXPECT_EQ(text, FileLockGetMachineID());
 }

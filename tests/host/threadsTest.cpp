@@ -13,6 +13,7 @@
 
 #include "lib/harbrel/networks/subnetTables.h"
 #include "tests/host/loadedLibrary.h"
+#include "tests/support/bridgeCalls.h"
 #include "tests/support/otherProcess.h"
 
 namespace {
@@ -33,6 +34,13 @@ class Threads : public LibraryTest {
   protected:
     ~Threads() override { Stop(); }
 
+    static void LoadWithProgram(const std::string &name, const std::string &script) {
+        WriteFileText("/etc/orvane/config", "bindir = \"/etc/orvane\"\n");
+        WriteFileText("/etc/orvane/" + name, "#!/bin/sh\n" + script + "\n");
+        ASSERT_EQ(0, chmod(("/etc/orvane/" + name).c_str(), 0755));
+        LoadWith(RECORDS);
+        HBL_SetLogLevel(0);
+    }
     void StartReaders() {
         for (int i = 0; i < READERS; ++i) {
             readers_.emplace_back([this, i] {
@@ -90,8 +98,8 @@ class Threads : public LibraryTest {
         Expect(HBL_GetVnetAdapterStatus(NET, &installed, &enabled), "adapter status");
         Expect(HBL_GetServiceStatus(NET, HBL_SERVICE_DHCP) == HBL_SERVICE_STATUS_STOPPED, "status");
         HBL_VnetFeatures features = {};
-        features.version = features.net.version = features.net.type = 1;
-        features.net.vnet = 8;
+        features.version = 1;
+        features.net = NetworkOf(8);
         Expect(HBL_GetVnetFeatures(&features) && features.subnet == 1, "features");
         memset(&features.config, HBL_FEATURE_ANY, sizeof features.config);
         memset(&features.runtime, HBL_FEATURE_ANY, sizeof features.runtime);
@@ -103,8 +111,7 @@ class Threads : public LibraryTest {
         HBL_HostAdapterList *list = nullptr;
         Expect(HBL_GetHostAdapterList(1, &list), "host adapters");
         HBL_FreeHostAdapterList(list);
-        HBL_NetworkID bridge = {};
-        bridge.version = 1;
+        HBL_NetworkID bridge = NetworkOf(77);
         Expect(HBL_GetBridgeDefaultNetwork(&bridge) && (bridge.vnet == 0 || bridge.vnet == HBL_VNET_NONE),
                "default network");
     }
@@ -166,27 +173,6 @@ class Threads : public LibraryTest {
     std::string failures_;
 };
 
-HBL_NetworkID Network(int32_t vnet) {
-    HBL_NetworkID network = {};
-    network.version = 1;
-    network.type = HBL_NETWORK_TYPE_VNET;
-    network.vnet = vnet;
-    return network;
-}
-
-bool MoveAdapter(bool away) {
-    HBL_HostAdapter adapter = {};
-    adapter.version = 1;
-    strcpy(adapter.deviceName, "eth9");
-    const HBL_NetworkID destination = Network(away ? 5 : HBL_VNET_NONE);
-    return HBL_BridgeMoveAdapter(&adapter, nullptr, &destination);
-}
-
-bool SetDefaultBridge(bool none) {
-    const HBL_NetworkID network = Network(none ? HBL_VNET_NONE : 0);
-    return HBL_SetBridgeDefaultNetwork(&network);
-}
-
 // Each changes something when it is called with true and puts it back with false.
 struct ChangingCall {
     const char *name;
@@ -219,8 +205,8 @@ constexpr ChangingCall CHANGING_CALLS[] = {
     {"stop", [](bool) { return HBL_StopService(NET, HBL_SERVICE_DHCP); }},
     {"disable", [](bool) { return HBL_DisableNetworkAdapter(NET); }},
     {"device", [](bool odd) { return odd ? HBL_CreateZelanDevice(NET) : HBL_DeleteZelanDevice(NET); }},
-    {"default bridge", SetDefaultBridge},
-    {"move", MoveAdapter},
+    {"default bridge", [](bool odd) { return SetDefaultBridge(odd ? HBL_VNET_NONE : 0); }},
+    {"move", [](bool odd) { return MoveAdapter("eth9", odd ? 5 : HBL_VNET_NONE); }},
     {"stored level", [](bool) { return HBL_SetDefaultLogLevel(25); }},
     {"level", [](bool odd) { return HBL_SetLogLevel(odd ? 127 : 0); }},
     {"export", [](bool) { return HBL_ExportDatabaseToFile("/tmp/copy"); }},
@@ -235,12 +221,7 @@ constexpr ChangingCall CHANGING_CALLS[] = {
 };
 
 TEST_F(Threads, ReadersBesideEachOtherAndEachChangingCallFindWholeRecords) {
-    WriteFileText("/etc/orvane/config", "bindir = \"/etc/orvane/bin\"\n");
-    std::filesystem::create_directory("/etc/orvane/bin");
-    WriteFileText("/etc/orvane/bin/zelan-dhcpd", "#!/bin/sh\nexit 1\n");
-    ASSERT_EQ(0, chmod("/etc/orvane/bin/zelan-dhcpd", 0755));
-    LoadWith(RECORDS);
-    HBL_SetLogLevel(0);
+    LoadWithProgram("zelan-dhcpd", "exit 1");
     StartReaders();
     AwaitAPass();
     for (const ChangingCall &change : CHANGING_CALLS) {
@@ -273,12 +254,7 @@ TEST_F(Threads, ReadersBesideAForeignRewriteFindWholeRecords) {
 }
 
 TEST_F(Threads, SubnetIsTakenAwayBesideSearchesForUnusedOnes) {
-    WriteFileText("/etc/orvane/config", "bindir = \"/etc/orvane/bin\"\n");
-    std::filesystem::create_directory("/etc/orvane/bin");
-    WriteFileText("/etc/orvane/bin/orvane-ping", "#!/bin/sh\nexit 2\n");
-    ASSERT_EQ(0, chmod("/etc/orvane/bin/orvane-ping", 0755));
-    LoadWith(RECORDS);
-    HBL_SetLogLevel(0);
+    LoadWithProgram("orvane-ping", "exit 2");
     HBLSubnetTables() = {};
     std::array<char[16], READERS> found = {};
     {

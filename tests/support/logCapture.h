@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -33,6 +34,16 @@ class LogCapture {
         fflush(HBLLogStream());
         const std::string all = ReadFileText("/proc/self/fd/" + std::to_string(fileno(HBLLogStream())));
         return all.substr(std::exchange(taken_, all.size()));
+    }
+
+    // Those of one function, without its name.
+    std::string TakeFrom(const std::string &function) {
+        std::istringstream all(Take());
+        std::string own;
+        for (std::string line; std::getline(all, line);) {
+            own += line.starts_with(function + " - ") ? line.substr(function.size() + 3) + "\n" : "";
+        }
+        return own;
     }
 
   private:

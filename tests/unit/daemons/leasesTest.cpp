@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 namespace {
 
 constexpr int64_t NOW = 1795400000;  // 2026-11-23 02:13:20 UTC

@@ -11,11 +11,9 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
-#include <numeric>
 #include <thread>
 
 #include "lib/file/fileLockInternal.h"
-#include "lib/misc/tt800.h"
 #include "tests/support/command.h"
 #include "tests/support/generalLog.h"
 #include "tests/support/otherProcess.h"
@@ -356,21 +354,6 @@ TEST_F(FileLock, DirectoryOfAThirdUserIsWorkedInButNotTidied) {
     EXPECT_TRUE(fs::exists(lockDir_ + "/foo.lck"));
     Unlock(token);
     EXPECT_THAT(Names(), ElementsAre("foo.lck"));
-}
-
-// Numbers are drawn, not looked for: with all of them taken the draws would go on for ever.
-TEST_F(FileLock, DirectoryWithoutAFreeNumberIsBusy) {
-    fs::create_directory(lockDir_);
-    const std::string seedText = FileLockGetMachineID() + std::to_string(getppid());
-    Tt800 generator(static_cast<uint32_t>(std::accumulate(seedText.begin(), seedText.end(), 0)));
-    for (int draw = 0; draw < 256; draw++) {
-        char name[16];
-        snprintf(name, sizeof name, "/D%05u.lck", (generator.Next() >> 8) & 0xFFFF);
-        fs::create_directory(lockDir_ + name);
-    }
-    FileLockSetPidOverride(getppid());
-    Lock(false, 0, EBUSY);
-    FileLockSetPidOverride(0);
 }
 
 TEST_F(FileLock, DirectoryThatCannotBeReadIsADomainError) {

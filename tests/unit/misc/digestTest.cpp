@@ -1,10 +1,26 @@
+// Digests and random numbers, against published values or such that were worked out apart.
 #include "lib/misc/digest.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
+#include "lib/misc/hostinfo.h"
 #include "lib/misc/random.h"
+#include "lib/misc/tt800.h"
+
+TEST(Tt800, ReachesThePublishedValueAfterTenThousandDraws) {
+    Tt800 generator(0);
+    for (int i = 1; i < 10000; i++) {
+        generator.Next();
+    }
+    EXPECT_EQ(generator.Next(), 2856609219u);
+}
+
+TEST(Hostinfo, HashTakesBytesAsUnsigned) {
+    EXPECT_EQ(Hostinfo_HashHostName("host"), 2090335843u);
+    EXPECT_EQ(Hostinfo_HashHostName("\xC3\xA9"), 5866513u);
+}
 
 TEST(Sha1, MatchesThePublishedVectorWhenTheInputIsCut) {
     Sha1 sha1;

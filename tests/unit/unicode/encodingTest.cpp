@@ -9,7 +9,6 @@
 
 #include "lib/log/log.h"
 #include "lib/misc/owners.h"
-#include "lib/unicode/ianaTable.h"
 #include "lib/unicode/unicode.h"
 
 namespace {
@@ -28,21 +27,6 @@ TEST(UnicodeIANALookup, ComparesLettersAndDigitsOnly) {
     for (const auto &[name, preferred] : cases) {
         EXPECT_STREQ(Unicode_EncodingEnumToName(UnicodeIANALookup(name)), preferred) << '"' << name << '"';
     }
-}
-
-TEST(UnicodeIANALookup, TableHoldsAPreferredNameForEachEncoding) {
-    for (StringEncoding encoding = 0; encoding < STRING_ENCODING_COUNT; encoding++) {
-        const IanaRow *row = Iana_PreferredRow(encoding);
-        ASSERT_NE(row, nullptr) << encoding;
-        int names = 0;
-        Iana_AnyName(*row, [&](std::string_view name) {
-            EXPECT_NE(name, "") << encoding;
-            names++;
-            return false;
-        });
-        EXPECT_LE(names, 1 + IANA_MAX_ALIASES) << encoding;
-    }
-    EXPECT_EQ(Iana_PreferredRow(STRING_ENCODING_COUNT), nullptr);
 }
 
 void SetVariable(const char *name, const char *value) {

@@ -5,22 +5,11 @@
 #include <string>
 
 #include "lib/harbrel/bridging/bridging.h"
-#include "lib/harbrel/harbrel.h"
+#include "tests/support/bridgeCalls.h"
 #include "tests/support/logCapture.h"
 #include "tests/support/openCache.h"
 
 namespace {
-
-HBL_NetworkID Network(int32_t vnet) {
-    return {1, HBL_NETWORK_TYPE_VNET, vnet, {}};
-}
-
-HBL_HostAdapter Adapter(const char *name) {
-    HBL_HostAdapter adapter{};
-    adapter.version = 1;
-    strcpy(adapter.deviceName, name);
-    return adapter;
-}
 
 TEST(BridgeChanges, DefaultIsZeroOrNoneAndTheSameValueNeedsNoLock) {
     const OpenCache cache;
@@ -28,19 +17,15 @@ TEST(BridgeChanges, DefaultIsZeroOrNoneAndTheSameValueNeedsNoLock) {
     const std::string before = ReadFileText(cache.Database());
     ASSERT_TRUE(HBLNetCfgLockConfig(nullptr));
     const std::string prefix = "HBL_SetBridgeDefaultNetwork - ";
-    const auto set = [](int32_t vnet) {
-        const HBL_NetworkID id = Network(vnet);
-        return HBL_SetBridgeDefaultNetwork(&id);
-    };
     LogCapture log;
-    EXPECT_TRUE(set(0));
-    EXPECT_FALSE(set(1));
-    EXPECT_FALSE(set(HBL_VNET_NONE));
+    EXPECT_TRUE(SetDefaultBridge(0));
+    EXPECT_FALSE(SetDefaultBridge(1));
+    EXPECT_FALSE(SetDefaultBridge(HBL_VNET_NONE));
     EXPECT_FALSE(HBL_SetBridgeDefaultNetwork(nullptr));
     EXPECT_EQ(prefix + "Invalid vnet number for default bridge: 1\n" + prefix +
                   "Failed to obtain lock on vnet config\n" + prefix + "Invalid arguments - netId: (nil)\n",
               log.Take());
-    EXPECT_FALSE(set(256));
+    EXPECT_FALSE(SetDefaultBridge(256));
     EXPECT_EQ(0u, log.Take().find("HBLValidateNetIDStruct - Invalid vnet number: 256\n" + prefix +
                                   "Invalid arguments - netId: 0x"));
     EXPECT_EQ(before, ReadFileText(cache.Database()));
@@ -50,15 +35,14 @@ TEST(BridgeChanges, MoveChecksAdapterDestinationAndSource) {
     const OpenCache cache("add_bridge_mapping eth0 3\n");
     ASSERT_TRUE(HBLSetDefaultBridgeVnet(0));
     const std::string before = ReadFileText(cache.Database());
-    const HBL_HostAdapter eth0 = Adapter("eth0");
-    const HBL_HostAdapter unmapped = Adapter("eth1");
-    HBL_HostAdapter otherVersion = eth0;
-    otherVersion.version = 2;
+    const HBL_HostAdapter eth0 = AdapterCalled("eth0");
+    const HBL_HostAdapter unmapped = AdapterCalled("eth1");
+    const HBL_HostAdapter otherVersion = AdapterCalled("eth0", 2);
     HBL_HostAdapter endless = eth0;
     memset(endless.deviceName, 'e', sizeof endless.deviceName);
-    const HBL_NetworkID three = Network(3);
-    const HBL_NetworkID four = Network(4);
-    const HBL_NetworkID bad = Network(-2);
+    const HBL_NetworkID three = NetworkOf(3);
+    const HBL_NetworkID four = NetworkOf(4);
+    const HBL_NetworkID bad = NetworkOf(-2);
     const std::string prefix = "HBL_BridgeMoveAdapter - ";
     const std::string badNetwork = "HBLValidateNetIDStruct - Invalid vnet number: -2\n";
     const struct {

@@ -94,25 +94,6 @@ TEST_F(Features, SearchTakesTheFirstNetworkThatMatchesFromTheStart) {
     }
 }
 
-// The name is one byte longer than an interface can have.
-TEST_F(Features, InterfaceThatCannotBeAskedForEndsTheSearch) {
-    const std::string key = "VNET_201_VIRTUAL_ADAPTER_NAME";
-    ASSERT_TRUE(HBLNetCfgAddAnswerString(nullptr, key.c_str(), "sixteen-letters-"));
-    LogCapture log;
-    HBL_VnetFeatures ft = Query(201);
-    EXPECT_FALSE(HBL_GetVnetFeatures(&ft));
-    EXPECT_TRUE(
-        log.Take().ends_with("HBL_GetVnetFeatures - Getting virtual adapter name failed\n"
-                             "HBL_GetVnetFeatures - Failed to return vnet features\n"));
-    EXPECT_EQ("0 1000 0000", BytesOf(ft)) << "filled so far";
-    ft = Query(201);
-    EXPECT_FALSE(HBL_FindVnetWithFeatures(&ft));
-    EXPECT_TRUE(log.Take().ends_with("HBL_FindVnetWithFeatures - Getting virtual adapter name failed\n"));
-    ft.config.dhcp = HBL_FEATURE_NO;
-    EXPECT_TRUE(HBL_FindVnetWithFeatures(&ft)) << "a network of another configuration is not asked";
-    EXPECT_EQ(202, ft.net.vnet);
-}
-
 TEST_F(Features, BadStructureIsRefused) {
     HBL_VnetFeatures version = Query(0);
     version.version = 2;

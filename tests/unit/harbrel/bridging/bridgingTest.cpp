@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 #include <string>
 
 #include "lib/harbrel/api/bridgeRemoval.h"
 #include "lib/harbrel/cache/cache.h"
 #include "lib/harbrel/networks/settings.h"
+#include "tests/support/bridgeCalls.h"
 #include "tests/support/logCapture.h"
 #include "tests/support/openCache.h"
 
@@ -44,42 +44,12 @@ TEST(DefaultBridge, IsZeroOrNoneAndZeroWhenMissingOrNoNumber) {
     }
 }
 
-TEST(Bridging, RefusedLinesLeaveTheDefaultAndCostNoAdapterItsTurn) {
-    const OpenCache cache;
-    ASSERT_TRUE(HBLSetDefaultBridgeVnet(0));
-    HostAdapterChain adapters;
-    for (const char *name : {"eth0", "eth1"}) {
-        auto *adapter = static_cast<HBL_HostAdapter *>(calloc(1, sizeof(HBL_HostAdapter)));
-        strcpy(adapter->deviceName, name);
-        adapters.Append(adapter);
-    }
-    LogCapture log;
-    EXPECT_FALSE(cache.WithRoomFor(0, [] { return HBLSetDefaultBridgeVnet(HBL_VNET_NONE); }));
-    EXPECT_TRUE(
-        log.Take().ends_with("HBLSetDefaultBridgeVnet - Error setting value of DefaultBridge in config\n"));
-    int32_t vnet = 77;
-    EXPECT_TRUE(HBLGetDefaultBridgeVnet(&vnet));
-    EXPECT_EQ(0, vnet);
-    EXPECT_FALSE(cache.WithRoomFor(0, [&] { return HBLSetBridgeMappingForMultipleAdapters(2, adapters); }));
-    const std::string lines = log.Take();
-    for (const char *name : {"eth0", "eth1"}) {
-        EXPECT_NE(
-            std::string::npos,
-            lines.find("HBLSetBridgeMappingForMultipleAdapters - Failed to set bridge mapping, vnet: 2, "
-                       "host adapter: " +
-                       std::string(name) + "\n"));
-    }
-}
-
 // Read anew, as at a load, from a database that holds no default.
 TEST(DefaultBridge, ThatCannotBeReadFailsWhatNeedsIt) {
     const OpenCache cache(std::string("add_bridge_mapping eth0 3\nanswer ") + HBL_DEFAULT_BRIDGE_KEY +
                           " 1\n");
     HBLDefaultBridgeCopy() = HBL_DEFAULT_BRIDGE_UNREAD;
-    HBL_NetworkID id{1, HBL_NETWORK_TYPE_VNET, 0, {}};
-    HBL_HostAdapter adapter{};
-    adapter.version = 1;
-    strcpy(adapter.deviceName, "eth0");
+    HBL_NetworkID id = NetworkOf(0);
     int32_t vnet = 77;
     HostAdapterChain list;
     const struct {
@@ -88,9 +58,9 @@ TEST(DefaultBridge, ThatCannotBeReadFailsWhatNeedsIt) {
     } cases[] = {
         {[&] { return HBL_GetBridgeDefaultNetwork(&id); },
          "HBL_GetBridgeDefaultNetwork - Failed to get value of default bridge\n"},
-        {[&] { return HBL_SetBridgeDefaultNetwork(&id); },
+        {[] { return SetDefaultBridge(0); },
          "HBL_SetBridgeDefaultNetwork - Failed to get value of default bridge\n"},
-        {[&] { return HBL_BridgeMoveAdapter(&adapter, nullptr, &id); },
+        {[] { return MoveAdapter("eth0", 0); },
          "HBL_BridgeMoveAdapter - Failed to get value of default bridge\n"},
         {[&] { return HBLGetHostAdapterBridge("eth9", &vnet); },
          "HBLGetDefaultBridgeVnet - Invalid value of defaultBridge in config\n"},

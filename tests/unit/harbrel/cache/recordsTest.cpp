@@ -22,6 +22,20 @@ TEST_F(RecordsTest, ReplayedLinesLeaveTheirRecords) {
         {"add_nat_portfwd 8 TCP 010 1.2.3.4 80\n", "add_nat_portfwd 8 tcp 8 1.2.3.4 80 \n"},
         {"add_nat_portfwd 8 udp 1 1.2.3.4 80  a b\nadd_nat_portfwd 8 tcp 1 1.2.3.4 81 c\n",
          "add_nat_portfwd 8 tcp 1 1.2.3.4 81 c\nadd_nat_portfwd 8 udp 1 1.2.3.4 80  a b\n"},
+        // Answers and adapters by their bytes, forwards as texts, networks by number.
+        {"answer VNET_1_DHCP yes\nanswer VNET_10_DHCP no\nanswer BINDIR /bin\nanswer a a\nanswer Z z\n",
+         "answer VNET_10_DHCP no\nanswer VNET_1_DHCP yes\nanswer Z z\nanswer a a\n"},
+        {"add_nat_portfwd 9 tcp 1 1.2.3.4 1\nadd_nat_portfwd 8 tcp 8080 1.2.3.4 80\nadd_nat_portfwd 8 tcp "
+         "443 "
+         "1.2.3.4 443\n",
+         "add_nat_portfwd 8 tcp 443 1.2.3.4 443 \nadd_nat_portfwd 8 tcp 8080 1.2.3.4 80 \nadd_nat_portfwd 9 "
+         "tcp "
+         "1 1.2.3.4 1 \n"},
+        {"add_bridge_mapping eth1 2\nadd_bridge_mapping Eth2 2\nadd_bridge_mapping wlan0 "
+         "-1\nadd_dhcp_mac_to_ip "
+         "200 2:0:0:0:0:1 1.2.3.4\nadd_dhcp_mac_to_ip 3 2:0:0:0:0:2 1.2.3.4\n",
+         "add_dhcp_mac_to_ip 3 02:00:00:00:00:02 1.2.3.4\nadd_dhcp_mac_to_ip 200 02:00:00:00:00:01 1.2.3.4\n"
+         "add_bridge_mapping wlan0 -1\nadd_bridge_mapping Eth2 2\nadd_bridge_mapping eth1 2\n"},
         {"add_nat_portfwd 8 tcp 1 1.2.3.4 80 " + long127 + "\n",
          "add_nat_portfwd 8 tcp 1 1.2.3.4 80 " + long127 + "\n"},
         {"add_nat_portfwd 8 tcp 1 1.2.3.4 80 x" + long127 + "\n", "add_nat_portfwd 8 tcp 1 1.2.3.4 80\n"},

@@ -46,12 +46,15 @@ TEST_F(DatabaseLoad, FirstLineDecides) {
 }
 
 TEST_F(DatabaseLoad, BadRecordCostsItselfAloneAndIsCountedByLine) {
-    LoadRecords("answer A 1\nanswer B\n\nadd_bridge_mapping eth0 256\nanswer C 3");
+    const std::string records = "answer A 1\nanswer B\n\nadd_bridge_mapping eth0 256\nanswer C 3";
+    LoadRecords(records);  // cut off before its line end
     EXPECT_EQ("answer A 1\nanswer C 3\n", Records());
     const std::string failure = "HBLNetCfgLoad - Failed to parse record at line #: ";
     EXPECT_EQ(failure + "3, data: answer B\n" + failure + "4, data: \n" + failure +
                   "5, data: add_bridge_mapping eth0 256\n",
               log.Take());
+    EXPECT_TRUE(HBLNetCfgAddAnswerString(db, "D", "4"));
+    EXPECT_EQ(VERSION_LINE + records + "\nanswer D 4\n", ReadFileText(path));
     // The first line of a legacy file is a record and counts as line 1.
     ASSERT_TRUE(Load("answer B\n", true));
     EXPECT_EQ(failure + "1, data: answer B\n", log.Take());
@@ -87,12 +90,6 @@ TEST_F(DatabaseLoad, CutAtEveryByteKeepsItsWholeLines) {
     }
 }
 
-TEST_F(DatabaseLoad, JournalGoesBehindWhatWasRead) {
-    LoadRecords("answer A 1");  // cut off before its line end
-    EXPECT_TRUE(HBLNetCfgAddAnswerString(db, "B", "2"));
-    EXPECT_EQ("VERSION=1,0\nanswer A 1\nanswer B 2\n", ReadFileText(path));
-}
-
 TEST_F(DatabaseLoad, LockIsHeldOnceAndGivenBack) {
     LoadRecords("");
     EXPECT_TRUE(HBLNetCfgUnlockConfig(db));  // not locked: nothing to do
@@ -105,10 +102,7 @@ TEST_F(DatabaseLoad, LockIsHeldOnceAndGivenBack) {
     EXPECT_EQ(0, error);
     EXPECT_TRUE(HBLNetCfgUnlockConfig(db));
     EXPECT_FALSE(std::filesystem::exists(path + ".lck"));
-}
-
-TEST_F(DatabaseLoad, UnlockThatFailsLeavesTheCacheLocked) {
-    LoadRecords("");
+    // One that cannot be given back stays.
     ASSERT_TRUE(HBLNetCfgLockConfig(db));
     std::filesystem::remove_all(path + ".lck");
     for (int attempt = 0; attempt < 2; attempt++) {

@@ -16,7 +16,6 @@
 #include "lib/misc/owners.h"
 #include "tests/support/command.h"
 #include "tests/support/fileSizeLimit.h"
-#include "tests/support/generalLog.h"
 #include "tests/support/logCapture.h"
 #include "tests/support/tempFolder.h"
 
@@ -154,15 +153,6 @@ TEST_F(DatabaseTransfer, ImportThatFindsNoBackupNameLeavesTheCacheLoaded) {
     EXPECT_TRUE(HBLNetCfgLockConfig(nullptr));
     EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "A", "b"));
     EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 1\nanswer A b\n", ReadFileText(path));
-}
-
-// What is wrong with the lock shows that it was asked for.
-TEST_F(DatabaseTransfer, ImportTakesTheDatabaseLockAndGoesOnWithoutIt) {
-    WriteFileText(path + ".lck", "of another time");
-    GeneralLog log;
-    EXPECT_TRUE(Import("answer HBL_LOGLEVEL 1\n"));
-    EXPECT_NE(std::string::npos, log.Take().find(path + ".lck"));
-    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 1\n", ReadFileText(path));
 }
 
 }  // namespace

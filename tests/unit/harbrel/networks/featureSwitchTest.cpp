@@ -5,7 +5,6 @@
 
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "lib/harbrel/database/database.h"
 #include "lib/harbrel/harbrel.h"
@@ -40,19 +39,6 @@ constexpr FeatureSwitch WORDS = {
     .turnedOff = {"off ", ""},
     .turnOffFailed = {"not off ", ""}};
 
-// What the function has said, without its name.
-std::vector<std::string> LinesOf(const std::string &function, const std::string &log) {
-    const std::string prefix = function + " - ";
-    std::vector<std::string> lines;
-    std::istringstream all(log);
-    for (std::string line; std::getline(all, line);) {
-        if (line.starts_with(prefix)) {
-            lines.push_back(line.substr(prefix.size()));
-        }
-    }
-    return lines;
-}
-
 TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
     static constexpr struct {
         bool inUse, hasSubnet, subnetIsFree, setWorks;  // before
@@ -61,18 +47,18 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
         const char *lines;
     } CASES[] = {
         {false, false, true, true, true, false, true, true,
-         "from 0 to 1, assigning, assigned zelan8, on zelan8, "},
+         "from 0 to 1\nassigning\nassigned zelan8\non zelan8\n"},
         {false, false, true, false, true, false, false, false,
-         "from 0 to 1, assigning, assigned zelan8, not on zelan8?, taking back zelan8, "},
+         "from 0 to 1\nassigning\nassigned zelan8\nnot on zelan8?\ntaking back zelan8\n"},
         {false, false, false, true, true, false, false, false,
-         "from 0 to 1, assigning, not assigned zelan8, taking back zelan8, "},
-        {false, true, false, true, true, true, true, true, "from 0 to 1, on zelan8, "},
-        {false, true, false, false, true, false, false, true, "from 0 to 1, not on zelan8?, "},
-        {true, true, false, true, false, false, true, true, "from 1 to 0, off zelan8, "},
-        {true, true, false, false, false, false, false, true, "from 1 to 0, not off zelan8, "},
-        {true, false, true, false, true, false, true, false, "same, "},
-        {true, false, true, true, true, true, true, false, "same, cleaned zelan8, "},
-        {false, true, true, false, false, true, false, true, "same, not cleaned zelan8, "},
+         "from 0 to 1\nassigning\nnot assigned zelan8\ntaking back zelan8\n"},
+        {false, true, false, true, true, true, true, true, "from 0 to 1\non zelan8\n"},
+        {false, true, false, false, true, false, false, true, "from 0 to 1\nnot on zelan8?\n"},
+        {true, true, false, true, false, false, true, true, "from 1 to 0\noff zelan8\n"},
+        {true, true, false, false, false, false, false, true, "from 1 to 0\nnot off zelan8\n"},
+        {true, false, true, false, true, false, true, false, "same\n"},
+        {true, false, true, true, true, true, true, false, "same\ncleaned zelan8\n"},
+        {false, true, true, false, false, true, false, true, "same\nnot cleaned zelan8\n"},
     };
     for (const auto &row : CASES) {
         FakePrograms cache;
@@ -87,11 +73,7 @@ TEST(FeatureSwitch, GivesBackOnlyTheSubnetOfThisCall) {
         LogCapture log(HBL_MAX_LOG_MASK - LOG_ARGS);
         SCOPED_TRACE(row.lines);
         EXPECT_EQ(row.done, HBLApiSwitchFeature("Set", feature, "zelan8", row.use, row.cleanup));
-        std::string lines;
-        for (const std::string &line : LinesOf("Set", log.Take())) {
-            lines += line + ", ";
-        }
-        EXPECT_EQ(row.lines, lines);
+        EXPECT_EQ(row.lines, log.TakeFrom("Set"));
         EXPECT_EQ(row.hasSubnetAfter, HBLVnetIsOptionConfigured(8, HBL_OPTION_SUBNET));
         EXPECT_EQ(row.hasSubnetAfter && !row.hasSubnet, HBLGetVnetCfg(8, VNET_FIELD_NETMASK).has_value());
         EXPECT_TRUE(HBLNetCfgLockConfig(nullptr)) << "the lock was not given back";
@@ -165,7 +147,8 @@ TEST(FeatureSwitch, EachFeatureHasItsOwnWords) {
         LogCapture log(HBL_MAX_LOG_MASK - LOG_ARGS);
         GoThroughAllEnds(feature);
         std::string lines;
-        for (const std::string &line : LinesOf(feature.function, log.Take())) {
+        std::istringstream all(log.TakeFrom(feature.function));
+        for (std::string line; std::getline(all, line);) {
             lines += lines.find(line + "\n") == lines.npos ? line + "\n" : "";
         }
         EXPECT_EQ(feature.lines, lines);

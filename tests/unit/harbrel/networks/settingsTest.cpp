@@ -5,7 +5,6 @@
 #include <cstring>
 #include <string>
 
-#include "lib/harbrel/base/services.h"
 #include "tests/support/logCapture.h"
 #include "tests/support/openCache.h"
 
@@ -67,20 +66,6 @@ TEST(VnetSettings, AdapterHasItsStoredNameAndAddressOrTheComputedOnes) {
         EXPECT_EQ(*row.orComputed != '-', HBLGetVnetVirtAdapterAddr(row.vnet, out, row.size, true));
         EXPECT_STREQ(row.orComputed, out);
         EXPECT_TRUE(log.Take().ends_with(row.log));
-    }
-}
-
-TEST(VnetSettings, EachServiceOfANetworkHasItsOption) {
-    const std::pair<uint32_t, uint32_t> cases[] = {
-        {HBL_SVC_BRIDGE, HBL_OPTION_BRIDGE},
-        {HBL_SVC_NETIFUP, HBL_OPTION_VIRTUAL_ADAPTER},
-        {HBL_SVC_DHCP, HBL_OPTION_DHCP},
-        {HBL_SVC_NAT, HBL_OPTION_NAT},
-        {HBL_SVC_NETDETECT, 0},
-        {0, 0},
-    };
-    for (const auto &[service, option] : cases) {
-        EXPECT_EQ(option, HBLServiceToVnetOption(service)) << service;
     }
 }
 

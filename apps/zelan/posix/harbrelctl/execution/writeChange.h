@@ -1,14 +1,10 @@
-// Records through the library.
+// One record through the library.
 #pragma once
-
-#include <string>
-#include <vector>
 
 #include "apps/zelan/posix/harbrelctl/plan/records.h"
 
-// Adds, replaces or removes each, as its `after` says, up to the first that the library refuses. False with
-// the words that it has for that in its log.
-bool WriteChanges(std::vector<RecordChange> changes, const std::string &log, std::string *reason);
+// Adds, replaces or removes it, as `after` says. False when the library refuses; its log has the reason.
+bool WriteChange(const RecordChange &change);
 
 // The way back.
 RecordChange Inverse(const RecordChange &change);

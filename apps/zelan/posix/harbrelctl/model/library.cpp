@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <fstream>
 
+#include "lib/harbrel/harbrel.h"
+
 namespace {
 
 std::string WhyNotLoaded() {
@@ -50,11 +52,6 @@ void Library::Finish() {
         HBL_Unload();
         loaded_ = false;
     }
-}
-
-HostAdapters ListHostAdapters() {
-    HBL_HostAdapterList *list = nullptr;
-    return HostAdapters(HBL_GetHostAdapterList(1, &list) ? list : nullptr);
 }
 
 QuietLog::QuietLog() : mask_(HBL_GetLogLevel()) {

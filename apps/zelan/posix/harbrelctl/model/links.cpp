@@ -8,7 +8,6 @@
 #include <net/if.h>
 #include <net/if_arp.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
