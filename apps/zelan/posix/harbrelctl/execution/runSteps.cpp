@@ -36,8 +36,13 @@ bool Stop(const char *name, Service service) {
 }
 
 bool Start(const char *name, Service service) {
-    return service == SERVICE_ADAPTER ? HBL_EnableNetworkAdapter(name)
-                                      : HBL_StartService(name, SERVICES[service].type);
+    if (service != SERVICE_ADAPTER) {
+        return HBL_StartService(name, SERVICES[service].type);
+    }
+    // A daemon whose interface has gone or has another name keeps the next one from making it.
+    return HBL_EnableNetworkAdapter(name) ||
+           (HBL_GetServiceStatus(name, HBL_SERVICE_NETIFUP) == HBL_SERVICE_STATUS_RUNNING &&
+            HBL_StopService(name, HBL_SERVICE_NETIFUP) && HBL_EnableNetworkAdapter(name));
 }
 
 // The settings that a removal takes away, in the order for that: what needs a subnet goes before it.
