@@ -185,12 +185,17 @@ void ShowChanges(const Plan &plan) {
 }
 
 int Change(const Arguments &arguments, const MakeWish &makeWish) {
+    const auto named = ParseNetworks(arguments);
+    if (!named) {
+        return STATUS_USAGE;
+    }
     Editor editor;
     if (!OpenEditor(&editor)) {
         return STATUS_FAILED;
     }
     Wish wish;
     wish.after = editor.context.host.config;
+    wish.networks = *named;
     int status = makeWish(editor, &wish);
     if (status != STATUS_DONE) {
         return status;

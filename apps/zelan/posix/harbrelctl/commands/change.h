@@ -42,8 +42,8 @@ int CarryOut(const Arguments &arguments, Editor *editor, const Plan &plan,
              const WriteRecords &write = nullptr);
 void ShowChanges(const Plan &plan);
 
-// Opens, lets the command make its wish, and does the rest. The command returns a status other than
-// STATUS_DONE after a complaint.
+// Opens, lets the command make its wish, which begins with the networks that the arguments name, and does the
+// rest. The command returns a status other than STATUS_DONE after a complaint.
 using MakeWish = std::function<int(const Editor &editor, Wish *wish)>;
 int Change(const Arguments &arguments, const MakeWish &makeWish);
 

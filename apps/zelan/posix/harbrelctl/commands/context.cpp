@@ -67,6 +67,7 @@ std::vector<NetworkView> ViewsOf(const Context &context, const std::vector<int> 
     return views;
 }
 
-void PrintResult(const Arguments &arguments, const Table &table, const std::string &document) {
+int PrintResult(const Arguments &arguments, const Table &table, const std::string &document) {
     Print((arguments.json ? document : RenderTable(table, !arguments.noLegend, MayColour())).c_str());
+    return STATUS_DONE;
 }

@@ -26,5 +26,5 @@ bool Open(Context *context);
 
 std::vector<NetworkView> ViewsOf(const Context &context, const std::vector<int> &networks);
 
-// Prints a table for people or a document for programs.
-void PrintResult(const Arguments &arguments, const Table &table, const std::string &document);
+// Prints a table for people or a document for programs; STATUS_DONE.
+int PrintResult(const Arguments &arguments, const Table &table, const std::string &document);

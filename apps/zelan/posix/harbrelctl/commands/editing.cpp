@@ -113,12 +113,7 @@ int EditUntilGood(const Editor &editor, int network, Wish *wish) {
 }  // namespace
 
 int RunEdit(const Arguments &arguments) {
-    const auto networks = ParseNetworks(arguments);
-    if (!networks) {
-        return STATUS_USAGE;
-    }
     return Change(arguments, [&](const Editor &editor, Wish *wish) {
-        wish->networks = *networks;
-        return EditUntilGood(editor, networks->front(), wish);
+        return EditUntilGood(editor, wish->networks.front(), wish);
     });
 }

@@ -152,18 +152,6 @@ int RemoveReservation(const Arguments &arguments, const Editor &editor, int netw
     return STATUS_DONE;
 }
 
-// What the commands here have in common: one network, then a change of it.
-int ChangeOne(const Arguments &arguments, const std::function<int(const Editor &, int, Wish *)> &change) {
-    const auto networks = ParseNetworks(arguments);
-    if (!networks) {
-        return STATUS_USAGE;
-    }
-    return Change(arguments, [&](const Editor &editor, Wish *wish) {
-        wish->networks = *networks;
-        return change(editor, networks->front(), wish);
-    });
-}
-
 }  // namespace
 
 int RunForwardAdd(const Arguments &arguments) {
@@ -175,8 +163,8 @@ int RunForwardAdd(const Arguments &arguments) {
     }
     first.tcp = *tcp;
     first.note = arguments.note;
-    return ChangeOne(arguments, [&](const Editor &, int network, Wish *wish) {
-        return AddForwards(arguments, network, first, *ports, wish);
+    return Change(arguments, [&](const Editor &, Wish *wish) {
+        return AddForwards(arguments, wish->networks.front(), first, *ports, wish);
     });
 }
 
@@ -186,8 +174,8 @@ int RunForwardRemove(const Arguments &arguments) {
     if (!ports) {
         return STATUS_USAGE;
     }
-    return ChangeOne(arguments, [&](const Editor &, int network, Wish *wish) {
-        return RemoveForwards(network, *tcp, *ports, wish);
+    return Change(arguments, [&](const Editor &, Wish *wish) {
+        return RemoveForwards(wish->networks.front(), *tcp, *ports, wish);
     });
 }
 
@@ -196,13 +184,13 @@ int RunReserveAdd(const Arguments &arguments) {
         Complain("\"%s\" is no address, as 192.168.8.10", arguments.target.c_str());
         return STATUS_USAGE;
     }
-    return ChangeOne(arguments, [&](const Editor &editor, int network, Wish *wish) {
-        return AddReservation(arguments, editor, network, wish);
+    return Change(arguments, [&](const Editor &editor, Wish *wish) {
+        return AddReservation(arguments, editor, wish->networks.front(), wish);
     });
 }
 
 int RunReserveRemove(const Arguments &arguments) {
-    return ChangeOne(arguments, [&](const Editor &editor, int network, Wish *wish) {
-        return RemoveReservation(arguments, editor, network, wish);
+    return Change(arguments, [&](const Editor &editor, Wish *wish) {
+        return RemoveReservation(arguments, editor, wish->networks.front(), wish);
     });
 }

@@ -1,22 +1,22 @@
 // The commands that only show.
+#include <functional>
+
 #include "apps/zelan/posix/harbrelctl/commands/commands.h"
 #include "apps/zelan/posix/harbrelctl/commands/context.h"
 #include "apps/zelan/posix/harbrelctl/output/report.h"
 
 namespace {
 
-// Opens the host and settles which networks to show.
-std::optional<std::vector<int>> Begin(const Arguments &arguments, Context *context, int *status) {
-    const std::optional<std::vector<int>> named = ParseNetworks(arguments);
+using Networks = std::vector<int>;
+
+// Opens the host, settles which networks to show, and gives the status of what shows them.
+int Show(const Arguments &arguments, const std::function<int(const Context &, const Networks &)> &show) {
+    const std::optional<Networks> named = ParseNetworks(arguments);
     if (!named) {
-        *status = STATUS_USAGE;
-        return std::nullopt;
+        return STATUS_USAGE;
     }
-    if (!Open(context)) {
-        *status = STATUS_FAILED;
-        return std::nullopt;
-    }
-    return NamedOrAll(*named, context->host);
+    Context context;
+    return Open(&context) ? show(context, NamedOrAll(*named, context.host)) : STATUS_FAILED;
 }
 
 int WhetherAllRun(const Host &host, const std::vector<int> &networks) {
@@ -31,77 +31,51 @@ int WhetherAllRun(const Host &host, const std::vector<int> &networks) {
 }  // namespace
 
 int RunList(const Arguments &arguments) {
-    Context context;
-    int status = STATUS_DONE;
-    const auto networks = Begin(arguments, &context, &status);
-    if (!networks) {
-        return status;
-    }
-    const std::vector<NetworkView> views = ViewsOf(context, *networks);
-    PrintResult(arguments, ListTable(context.host, views), ListJson(context.host, views));
-    return WhetherAllRun(context.host, *networks);
+    return Show(arguments, [&](const Context &context, const Networks &networks) {
+        const std::vector<NetworkView> views = ViewsOf(context, networks);
+        PrintResult(arguments, ListTable(context.host, views), ListJson(context.host, views));
+        return WhetherAllRun(context.host, networks);
+    });
 }
 
 int RunShow(const Arguments &arguments) {
-    Context context;
-    int status = STATUS_DONE;
-    const auto networks = Begin(arguments, &context, &status);
-    if (!networks) {
-        return status;
-    }
-    const NetworkView view = ViewsOf(context, *networks).front();
-    Print((arguments.json ? ShowJson(context.host, view) : ShowText(context.host, view)).c_str());
-    return WhetherAllRun(context.host, *networks);
+    return Show(arguments, [&](const Context &context, const Networks &networks) {
+        const NetworkView view = ViewsOf(context, networks).front();
+        Print((arguments.json ? ShowJson(context.host, view) : ShowText(context.host, view)).c_str());
+        return WhetherAllRun(context.host, networks);
+    });
 }
 
 int RunForwardList(const Arguments &arguments) {
-    Context context;
-    int status = STATUS_DONE;
-    const auto networks = Begin(arguments, &context, &status);
-    if (networks) {
-        PrintResult(arguments, ForwardTable(context.host, *networks), ForwardJson(context.host, *networks));
-    }
-    return status;
+    return Show(arguments, [&](const Context &context, const Networks &networks) {
+        return PrintResult(arguments, ForwardTable(context.host, networks),
+                           ForwardJson(context.host, networks));
+    });
 }
 
 int RunReserveList(const Arguments &arguments) {
-    Context context;
-    int status = STATUS_DONE;
-    const auto networks = Begin(arguments, &context, &status);
-    if (networks) {
-        PrintResult(arguments, ReservationTable(context.host, *networks),
-                    ReservationJson(context.host, *networks));
-    }
-    return status;
+    return Show(arguments, [&](const Context &context, const Networks &networks) {
+        return PrintResult(arguments, ReservationTable(context.host, networks),
+                           ReservationJson(context.host, networks));
+    });
 }
 
 int RunAdapterList(const Arguments &arguments) {
-    Context context;
-    int status = STATUS_DONE;
-    if (Begin(arguments, &context, &status)) {
-        PrintResult(arguments, AdapterTable(context.host), AdapterJson(context.host));
-    }
-    return status;
+    return Show(arguments, [&](const Context &context, const Networks &) {
+        return PrintResult(arguments, AdapterTable(context.host), AdapterJson(context.host));
+    });
 }
 
 int RunLeaseList(const Arguments &arguments) {
-    Context context;
-    int status = STATUS_DONE;
-    const auto networks = Begin(arguments, &context, &status);
-    if (networks) {
-        const std::vector<NetworkView> views = ViewsOf(context, *networks);
-        PrintResult(arguments, LeaseTable(views), LeaseJson(views));
-    }
-    return status;
+    return Show(arguments, [&](const Context &context, const Networks &networks) {
+        const std::vector<NetworkView> views = ViewsOf(context, networks);
+        return PrintResult(arguments, LeaseTable(views), LeaseJson(views));
+    });
 }
 
 int RunGuestList(const Arguments &arguments) {
-    Context context;
-    int status = STATUS_DONE;
-    const auto networks = Begin(arguments, &context, &status);
-    if (networks) {
-        const std::vector<NetworkView> views = ViewsOf(context, *networks);
-        PrintResult(arguments, GuestTable(views), GuestJson(views));
-    }
-    return status;
+    return Show(arguments, [&](const Context &context, const Networks &networks) {
+        const std::vector<NetworkView> views = ViewsOf(context, networks);
+        return PrintResult(arguments, GuestTable(views), GuestJson(views));
+    });
 }

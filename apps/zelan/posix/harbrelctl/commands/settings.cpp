@@ -106,7 +106,8 @@ int WishForSubnet(const Arguments &arguments, const Editor &editor, int network,
     return STATUS_DONE;
 }
 
-int WishToAdd(const Arguments &arguments, const std::vector<int> &named, const Editor &editor, Wish *wish) {
+int WishToAdd(const Arguments &arguments, const Editor &editor, Wish *wish) {
+    const std::vector<int> &named = wish->networks;
     const Host &host = editor.context.host;
     const std::optional<int> network = named.empty() ? FirstFree(host) : named.front();
     if (!network) {
@@ -127,14 +128,9 @@ int WishToAdd(const Arguments &arguments, const std::vector<int> &named, const E
 }  // namespace
 
 int RunSet(const Arguments &arguments) {
-    const auto networks = ParseNetworks(arguments);
-    if (!networks) {
-        return STATUS_USAGE;
-    }
     return Change(arguments, [&](const Editor &, Wish *wish) {
-        wish->networks = *networks;
         for (const std::string &assignment : arguments.words) {
-            const std::string error = Assign(assignment, &wish->after.networks[networks->front()]);
+            const std::string error = Assign(assignment, &wish->after.networks[wish->networks.front()]);
             if (!error.empty()) {
                 Complain("%s", error.c_str());
                 return STATUS_USAGE;
@@ -145,12 +141,7 @@ int RunSet(const Arguments &arguments) {
 }
 
 int RunUnset(const Arguments &arguments) {
-    const auto networks = ParseNetworks(arguments);
-    if (!networks) {
-        return STATUS_USAGE;
-    }
     return Change(arguments, [&](const Editor &, Wish *wish) {
-        wish->networks = *networks;
         for (const std::string &name : arguments.words) {
             const KeyRow *const key = FindKey(name);
             if (key == nullptr) {
@@ -158,20 +149,19 @@ int RunUnset(const Arguments &arguments) {
                 Complain("%s", Assign(name + "=", &unused).c_str());
                 return STATUS_USAGE;
             }
-            UnsetKey(*key, &wish->after.networks[networks->front()]);
+            UnsetKey(*key, &wish->after.networks[wish->networks.front()]);
         }
         return STATUS_DONE;
     });
 }
 
 int RunAdd(const Arguments &arguments) {
-    const auto networks = ParseNetworks(arguments);
-    if (!networks || !KindIsClear(arguments)) {
+    if (!KindIsClear(arguments)) {
         return STATUS_USAGE;
     }
     int added = NO_NETWORK;
     const int status = Change(arguments, [&](const Editor &editor, Wish *wish) {
-        const int made = WishToAdd(arguments, *networks, editor, wish);
+        const int made = WishToAdd(arguments, editor, wish);
         added = wish->networks.empty() ? NO_NETWORK : wish->networks.front();
         return made;
     });
@@ -195,8 +185,7 @@ int RunRemove(const Arguments &arguments) {
         return STATUS_FAILED;
     }
     return Change(arguments, [&](const Editor &editor, Wish *wish) {
-        wish->networks = *networks;
-        for (const int network : *networks) {
+        for (const int network : wish->networks) {
             if (IsUsed(editor.context.host, network) || HasLeftSomething(editor.context.host, network)) {
                 wish->removed.push_back(network);
             }
