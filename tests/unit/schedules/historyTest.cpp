@@ -2,51 +2,45 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 namespace {
 
-Operation Wrote(uint32_t value, int64_t begin, int64_t end) {
-    return {0, true, value, begin, end};
-}
-
-Operation Read(uint32_t value, int64_t begin, int64_t end) {
-    return {0, false, value, begin, end};
+// Words as in "w1:10-20", a write of 1 from 10 to 20, and "r1:30-40"; "r:30-40" finds nothing.
+std::string Why(const std::string &words, bool takesLock) {
+    std::vector<Operation> operations;
+    std::istringstream stream(words);
+    for (std::string word; stream >> word;) {
+        Operation operation = {0, word[0] == 'w', NO_VALUE, 0, 0};
+        sscanf(word.c_str() + 1, "%u", &operation.value);
+        sscanf(word.c_str() + word.find(':'), ":%ld-%ld", &operation.begin, &operation.end);
+        operations.push_back(operation);
+    }
+    return WhyImpossible(operations, takesLock);
 }
 
 TEST(History, OnlyWhatSomeOrderExplainsIsPossible) {
-    const Operation first = Wrote(1, 10, 20);
-    const struct {
-        const char *what;
-        std::vector<Operation> operations;
-        std::string reason;
-    } rows[] = {
-        {"nothing written", {Read(FIRST_VALUE, 1, 2)}, ""},
-        {"written before", {first, Read(1, 30, 40)}, ""},
-        {"old or new meanwhile", {first, Read(FIRST_VALUE, 15, 16), Read(1, 17, 18)}, ""},
-        {"new, then old",
-         {first, Read(1, 15, 16), Read(FIRST_VALUE, 17, 18)},
-         "value 1 is gone: value 0 was there before and after"},
-        {"lost", {first, Read(FIRST_VALUE, 21, 22)}, "value 1 is gone: value 0 was there before and after"},
-        {"either of two at once", {first, Wrote(2, 15, 25), Read(1, 30, 31)}, ""},
-        {"both of two at once",
-         {first, Wrote(2, 15, 25), Read(1, 30, 31), Read(2, 32, 33)},
-         "value 1 is found again after value 2"},
-        {"the first of two",
-         {first, Wrote(2, 21, 25), Read(1, 30, 31)},
-         "value 2 is gone: value 1 was there before and after"},
-        {"not yet written", {Read(1, 1, 9), first}, "value 1 is found before it is written"},
-        {"refused", {first, Read(2, 30, 31)}, "value 2 was refused and is found"},
-        {"nothing beside a write", {first, Read(NO_VALUE, 15, 30)}, "nothing is found"},
+    const std::string gone = " was there before and after";
+    const std::string twice = "w1:10-50 r1:15-16 w2:20-25 r2:30-31 r1:60-61";
+    const std::pair<std::string, std::string> rows[] = {
+        {"r0:1-2", ""},
+        {"w1:10-20 r1:30-40", ""},
+        {"w1:10-20 r0:15-16 r1:17-18", ""},
+        {"w1:10-20 r1:15-16 r0:17-18", "value 1 is gone: value 0" + gone},
+        {"w1:10-20 r0:21-22", "value 1 is gone: value 0" + gone},
+        {"w1:10-20 w2:15-25 r1:30-31", ""},
+        {"w1:10-20 w2:15-25 r1:30-31 r2:32-33", "value 1 is found again after value 2"},
+        {"w1:10-20 w2:21-25 r1:30-31", "value 2 is gone: value 1" + gone},
+        {"r1:1-9 w1:10-20", "value 1 is found before it is written"},
+        {"w1:10-20 r2:30-31", "value 2 was refused and is found"},
+        {"w1:10-20 r:15-30", "nothing is found"},
+        {twice, "value 1 is found again after value 2"},
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.what);
-        EXPECT_EQ(row.reason, WhyImpossible(row.operations, true));
+    for (const auto &[operations, reason] : rows) {
+        EXPECT_EQ(reason, Why(operations, true)) << operations;
     }
-    const std::vector<Operation> twice = {Wrote(1, 10, 50), Read(1, 15, 16), Wrote(2, 20, 25),
-                                          Read(2, 30, 31), Read(1, 60, 61)};
-    EXPECT_EQ("value 1 is found again after value 2", WhyImpossible(twice, true));
-    EXPECT_EQ("", WhyImpossible(twice, false));
-    EXPECT_EQ("", WhyImpossible({first, Read(NO_VALUE, 15, 30)}, false));
-    EXPECT_EQ("nothing is found", WhyImpossible({first, Read(NO_VALUE, 21, 30)}, false));
+    EXPECT_EQ("", Why(twice, false) + Why("w1:10-20 r:15-30", false));
+    EXPECT_EQ("nothing is found", Why("w1:10-20 r:21-30", false));
 }
 
 }  // namespace
