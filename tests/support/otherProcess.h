@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,48 +30,34 @@ class OtherProcess {
     using Action = std::function<bool()>;
 
     explicit OtherProcess(std::vector<Action> actions) {
-        int commands[2], results[2];
-        EXPECT_EQ(0, pipe(commands));
-        EXPECT_EQ(0, pipe(results));
-        pid_ = fork();
-        if (pid_ == 0) {
-            close(commands[1]);
-            close(results[0]);
-            Serve(actions, commands[0], results[1]);
-        }
-        close(commands[0]);
-        close(results[1]);
-        commands_ = commands[1];
-        results_ = results[0];
+        int ends[2];
+        EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends));
+        process_ = StartChild([&] {
+            close(ends[0]);
+            for (unsigned char action = 0; recv(ends[1], &action, 1, 0) == 1;) {
+                const bool result = actions[action]();
+                send(ends[1], &result, sizeof result, MSG_NOSIGNAL);
+            }
+            return true;
+        });
+        close(ends[1]);
+        end_ = ends[0];
     }
     ~OtherProcess() {
-        close(commands_);
-        close(results_);
-        waitpid(pid_, nullptr, 0);
+        close(end_);
+        EndsWell(process_);
     }
     OtherProcess(OtherProcess &&) = delete;
 
     // Runs the action of that index there and gives its result.
     bool Do(unsigned char action) {
         bool result = false;
-        EXPECT_EQ(1, write(commands_, &action, 1));
-        EXPECT_EQ(1, read(results_, &result, 1)) << "the other process has died";
+        EXPECT_EQ(1, send(end_, &action, 1, MSG_NOSIGNAL));
+        EXPECT_EQ(1, recv(end_, &result, sizeof result, 0)) << "the other process has died";
         return result;
     }
 
   private:
-    [[noreturn]] static void Serve(const std::vector<Action> &actions, int commands, int results) {
-        unsigned char action = 0;
-        while (read(commands, &action, 1) == 1) {
-            const bool result = actions[action]();
-            if (write(results, &result, 1) != 1) {
-                break;
-            }
-        }
-        _exit(0);
-    }
-
-    pid_t pid_ = -1;
-    int commands_ = -1;
-    int results_ = -1;
+    pid_t process_ = -1;
+    int end_ = -1;
 };
