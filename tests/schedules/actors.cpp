@@ -1,7 +1,10 @@
 #include "tests/schedules/actors.h"
 
+#include <unistd.h>
+
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "lib/harbrel/harbrel.h"
 #include "tests/schedules/places.h"
@@ -16,49 +19,30 @@ constexpr std::chrono::seconds EDIT_DEADLINE{60};
 
 void Pause(Actor *actor) {
     if (actor->pauseMicroseconds > 0) {
-        const timespec pause = {.tv_sec = 0,
-                                .tv_nsec = 1000L * Draw(&actor->random, actor->pauseMicroseconds)};
-        nanosleep(&pause, nullptr);
+        usleep(Draw(&actor->random, actor->pauseMicroseconds));
     }
 }
 
 // Values that were never used.
 uint32_t Take(Actor *actor, uint32_t count) {
-    const uint32_t value = actor->number * VALUES_OF_AN_ACTOR + actor->written;
-    actor->written += count;
-    return value;
+    return actor->number * VALUES_OF_AN_ACTOR + std::exchange(actor->taken, actor->taken + count);
 }
 
 bool IsOver(const Actor *actor) {
-    return Now() >= actor->until || actor->written + PLACES >= VALUES_OF_AN_ACTOR;
+    return Now() >= actor->until || actor->taken + PLACES >= VALUES_OF_AN_ACTOR;
 }
 
-void Record(Actor *actor, bool acknowledged, const Operation &operation) {
-    if (acknowledged) {
-        actor->done.push_back(operation);
-    } else {
-        actor->refused++;
+// Whether a process finds its own places as it has left them.
+bool Agree(const Actor *actor, const std::vector<uint32_t> &values) {
+    bool agree = true;
+    for (uint32_t i = 0; i < values.size(); i++) {
+        const uint32_t found = ReadPlace(OwnPlace(actor->number, i));
+        if (found != values[i]) {
+            fprintf(stderr, "own %s: %u instead of %u\n", PlaceName(i).c_str(), found, values[i]);
+            agree = false;
+        }
     }
-}
-
-// What was read at the load holds at some moment of it.
-bool LoadAndRead(Actor *actor) {
-    const int64_t begin = Now();
-    if (!HBL_Load()) {
-        actor->refused++;
-        return false;
-    }
-    const int64_t end = Now();
-    for (uint32_t place = 0; place < PLACES; place++) {
-        actor->done.push_back({place, false, ReadPlace(place), begin, end});
-    }
-    return true;
-}
-
-std::string BackupOf(const Actor *actor, uint32_t first) {
-    std::string path = "/tmp/import." + std::to_string(actor->number);
-    WriteFileText(path, "BACKUP_VERSION=1,0\n" + RecordsFrom(first));
-    return path;
+    return agree;
 }
 
 }  // namespace
@@ -73,6 +57,18 @@ uint32_t Draw(std::mt19937 *random, uint32_t limit) {
     return static_cast<uint32_t>((*random)() % limit);
 }
 
+bool LoadAndRead(Actor *actor) {
+    const int64_t begin = Now();
+    if (!HBL_Load()) {
+        return false;
+    }
+    const int64_t end = Now();
+    for (uint32_t place = 0; place < PLACES; place++) {
+        actor->done.push_back({place, false, ReadPlace(place), begin, end});
+    }
+    return true;
+}
+
 bool Write(Actor *actor) {
     while (!IsOver(actor)) {
         if (!LoadAndRead(actor)) {
@@ -85,8 +81,9 @@ bool Write(Actor *actor) {
             const uint32_t place = Draw(&actor->random, places);
             const uint32_t value = Take(actor, 1);
             const int64_t begin = Now();
-            const bool acknowledged = WritePlace(place, value);
-            Record(actor, acknowledged, {place, true, value, begin, Now()});
+            if (WritePlace(place, value)) {
+                actor->done.push_back({place, true, value, begin, Now()});
+            }
             Pause(actor);
         }
         HBL_Unload();
@@ -105,31 +102,17 @@ bool Look(Actor *actor) {
 }
 
 bool Import(Actor *actor) {
+    const std::string path = "/tmp/import." + std::to_string(actor->number);
     while (!IsOver(actor)) {
         const uint32_t first = Take(actor, PLACES);
-        const std::string path = BackupOf(actor, first);
+        WriteFileText(path, "BACKUP_VERSION=1,0\n" + RecordsFrom(first));
         const int64_t begin = Now();
         const bool acknowledged = HBL_ImportDatabaseFromFile(path.c_str());
         const int64_t end = Now();
-        for (uint32_t place = 0; place < PLACES; place++) {
-            Record(actor, acknowledged, {place, true, first + place, begin, end});
+        for (uint32_t place = 0; acknowledged && place < PLACES; place++) {
+            actor->done.push_back({place, true, first + place, begin, end});
         }
-        const timespec pause = {
-            .tv_sec = 0,
-            .tv_nsec = 1'000'000L * Draw(&actor->random, actor->pauseMicroseconds > 0 ? 300 : 5)};
-        nanosleep(&pause, nullptr);
-    }
-    return true;
-}
-
-bool Sweep(Actor *actor) {
-    while (!IsOver(actor)) {
-        const CommandResult result = RunCommand({ProgramPath("harbrelCLI"), "--status"});
-        if (result.timedOut || result.status > 1) {
-            fprintf(stderr, "harbrelCLI --status ended with %d\n", result.status);
-            return false;
-        }
-        Pause(actor);
+        usleep(1000 * Draw(&actor->random, actor->pauseMicroseconds > 0 ? 300 : 5));
     }
     return true;
 }
@@ -141,7 +124,9 @@ bool Edit(Actor *actor) {
         const CommandResult result = RunCommand({ProgramPath("harbrelctl"), "--yes", "--no-apply", "set",
                                                  EDITORS_NETWORK, "domain=" + EditorsText(value)},
                                                 EDIT_DEADLINE);
-        Record(actor, result.status == 0, {EDITORS_PLACE, true, value, begin, Now()});
+        if (result.Succeeded()) {
+            actor->done.push_back({EDITORS_PLACE, true, value, begin, Now()});
+        }
         if (result.timedOut || result.status > 5) {
             fprintf(stderr, "harbrelctl ended with %d: %s\n", result.status, result.errors.c_str());
             return false;
@@ -149,4 +134,28 @@ bool Edit(Actor *actor) {
         Pause(actor);
     }
     return true;
+}
+
+bool Own(Actor *actor) {
+    std::vector<uint32_t> values(actor->withoutLock ? PLACES_WITHOUT_LOCK : PLACES, NO_VALUE);
+    bool good = true;
+    while (good && !IsOver(actor)) {
+        if (!HBL_Load()) {
+            continue;
+        }
+        good = Agree(actor, values);
+        for (int left = 300; good && left > 0 && !IsOver(actor); left--) {
+            const uint32_t i = Draw(&actor->random, static_cast<uint32_t>(values.size()));
+            const uint32_t value = Draw(&actor->random, 3) == 0 ? NO_VALUE : Take(actor, 1);
+            const int64_t begin = Now();
+            const uint32_t place = OwnPlace(actor->number, i);
+            if (WritePlace(place, value)) {
+                values[i] = value;
+                actor->done.push_back({place, true, value, begin, Now()});
+            }
+            good = Agree(actor, values);
+        }
+        HBL_Unload();
+    }
+    return good;
 }

@@ -19,20 +19,21 @@ struct Actor {
     int64_t until;
     uint32_t pauseMicroseconds;  // at most, behind each step
     uint32_t joltsPerMille;
-    bool withoutLock;  // changes only what takes none
-    std::vector<Operation> done = {};
-    uint32_t refused = 0;
-    uint32_t written = 0;
+    bool withoutLock;                  // changes only what takes none
+    std::vector<Operation> done = {};  // what was acknowledged
+    uint32_t taken = 0;
 };
 
 // From now on this process pauses at so many of a thousand calls that touch files.
 void JoltCalls(uint32_t seed, uint32_t perMille);
 
+// Leaves the library loaded if it can be. What was read at the load holds at some moment of it.
+bool LoadAndRead(Actor *actor);
+
 // Each gives false when something is not as it must be, which it has printed.
 bool Write(Actor *actor);   // loads, changes places, unloads
 bool Look(Actor *actor);    // loads, reads all places, unloads
 bool Import(Actor *actor);  // puts a whole database in the place of the one there
-bool Sweep(Actor *actor);   // runs harbrelCLI --status
 bool Edit(Actor *actor);    // runs harbrelctl
-// Changes records of all kinds that nobody else touches, removes them too, and finds each as it was left.
+// Changes and removes records that nobody else touches, and finds each as it was left.
 bool Own(Actor *actor);

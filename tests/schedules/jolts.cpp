@@ -2,9 +2,10 @@
 // them can take long, and others come between.
 #include <dlfcn.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <ctime>
+#include <cstdio>
 
 #include "tests/schedules/actors.h"
 
@@ -17,9 +18,7 @@ uint32_t chance_ = 0;
 
 void Pause() {
     if (chance_ > 0 && Draw(&random_, PER_MILLE) < chance_) {
-        const uint32_t most = Draw(&random_, 10) == 0 ? 30'000'000 : 3'000'000;
-        const timespec pause = {.tv_sec = 0, .tv_nsec = Draw(&random_, most)};
-        nanosleep(&pause, nullptr);
+        usleep(Draw(&random_, Draw(&random_, 10) == 0 ? 30'000 : 3'000));
     }
 }
 
@@ -46,26 +45,11 @@ extern "C" {
 int stat(const char *path, struct stat *status) noexcept {
     return Call("stat", path, status);
 }
-int lstat(const char *path, struct stat *status) noexcept {
-    return Call("lstat", path, status);
-}
 int rename(const char *from, const char *to) noexcept {
     return Call("rename", from, to);
 }
-int renameat(int fromFolder, const char *from, int toFolder, const char *to) noexcept {
-    return Call("renameat", fromFolder, from, toFolder, to);
-}
-int link(const char *from, const char *to) noexcept {
-    return Call("link", from, to);
-}
 int unlink(const char *path) noexcept {
     return Call("unlink", path);
-}
-int unlinkat(int folder, const char *path, int flags) noexcept {
-    return Call("unlinkat", folder, path, flags);
-}
-int mkdirat(int folder, const char *path, mode_t mode) noexcept {
-    return Call("mkdirat", folder, path, mode);
 }
 int fsync(int file) {
     return Call("fsync", file);

@@ -10,10 +10,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -25,38 +26,31 @@
 namespace {
 
 constexpr int64_t ROUND_NANOSECONDS = 2'000'000'000;
-constexpr int64_t END_NANOSECONDS = 90'000'000'000;  // for what was begun before a round's end
-constexpr const char *DATABASE = "/etc/orvane/networking";
+constexpr unsigned LIMIT_SECONDS = 90;  // for what was begun before a round's end
 
 struct Part {
     const char *name;
     bool (*play)(Actor *actor);
 };
 
-constexpr Part WRITER = {"writer", Write};
-constexpr Part READER = {"reader", Look};
-constexpr Part SWEEP = {"sweep", Sweep};
-constexpr Part EDITOR = {"editor", Edit};
-constexpr Part IMPORTER = {"importer", Import};
-constexpr Part OWNER = {"owner", Own};
+constexpr Part PARTS[] = {
+    {"writer", Write}, {"reader", Look}, {"editor", Edit}, {"importer", Import}, {"owner", Own}};
 
-// Who plays together, and how many of each at most.
-struct Play {
+// Who plays together: how many at most of each part, in their order, or none.
+constexpr struct {
     bool writersTakeNoLock;
-    std::vector<std::pair<Part, uint32_t>> parts;
-};
-
-const Play PLAYS[] = {
+    uint32_t most[std::size(PARTS)];
+} PLAYS[] = {
     // One who waits for nobody's lock puts new files in place much more often than several do.
-    {true, {{WRITER, 3}, {READER, 1}}},
-    {true, {{WRITER, 3}, {IMPORTER, 1}}},
-    {true, {{WRITER, 1}, {OWNER, 1}}},
-    {true, {{READER, 2}, {IMPORTER, 1}, {WRITER, 1}}},
-    {false, {{WRITER, 2}, {EDITOR, 1}, {READER, 1}}},
-    {false, {{WRITER, 1}, {IMPORTER, 1}}},
-    {false, {{WRITER, 4}, {READER, 3}, {SWEEP, 1}, {EDITOR, 1}, {IMPORTER, 1}}},
+    {true, {3, 1, 0, 0, 0}},
+    {true, {3, 0, 0, 1, 0}},
+    {true, {1, 0, 0, 0, 1}},
+    {true, {1, 2, 0, 1, 0}},
+    {false, {2, 1, 1, 0, 0}},
+    {false, {1, 0, 0, 1, 0}},
+    {false, {4, 3, 1, 1, 0}},
     // An import takes an owner's records away.
-    {false, {{WRITER, 4}, {READER, 3}, {SWEEP, 1}, {EDITOR, 1}, {OWNER, 3}}},
+    {false, {4, 3, 1, 0, 3}},
 };
 
 struct Player {
@@ -71,44 +65,36 @@ std::string HistoryOf(const Player &player) {
 
 [[noreturn]] void Run(Player player) {
     setpgid(0, 0);  // with the programs that it runs
+    alarm(LIMIT_SECONDS);
     JoltCalls(static_cast<uint32_t>(player.actor.random()), player.actor.joltsPerMille);
     const bool good = player.part.play(&player.actor);
-    FILE *const file = fopen(HistoryOf(player).c_str(), "w");
-    bool saved = file != nullptr &&
-                 fwrite(&player.actor.refused, sizeof player.actor.refused, 1, file) == 1 &&
-                 fwrite(&player.actor.written, sizeof player.actor.written, 1, file) == 1;
-    for (const Operation &operation : player.actor.done) {
-        saved = saved && fwrite(&operation, sizeof operation, 1, file) == 1;
-    }
-    saved = saved && fclose(file) == 0;
-    _exit(good && saved ? 0 : 1);
+    const auto &done = player.actor.done;
+    WriteFileText(HistoryOf(player),
+                  {reinterpret_cast<const char *>(done.data()), done.size() * sizeof done[0]});
+    _exit(good ? 0 : 1);
 }
 
-bool TakeHistory(Player *player) {
-    FILE *const file = fopen(HistoryOf(*player).c_str(), "r");
-    Operation operation = {};
-    bool taken = file != nullptr &&
-                 fread(&player->actor.refused, sizeof player->actor.refused, 1, file) == 1 &&
-                 fread(&player->actor.written, sizeof player->actor.written, 1, file) == 1;
-    while (taken && fread(&operation, sizeof operation, 1, file) == 1) {
-        player->actor.done.push_back(operation);
-    }
-    return taken && fclose(file) == 0;
+void TakeHistory(Player *player) {
+    const std::string text = ReadFileText(HistoryOf(*player));
+    player->actor.done.resize(text.size() / sizeof(Operation));
+    memcpy(player->actor.done.data(), text.data(), text.size());
 }
 
 std::vector<Player> Cast(std::mt19937 *random) {
     constexpr uint32_t PAUSES[] = {0, 1000, 20000, 300000};
-    const Play &play = PLAYS[Draw(random, std::size(PLAYS))];
+    const auto &play = PLAYS[Draw(random, std::size(PLAYS))];
     const uint32_t pause = PAUSES[play.writersTakeNoLock ? 0 : Draw(random, std::size(PAUSES))];
     constexpr uint32_t JOLTS[] = {0, 1, 10, 100};
     const uint32_t jolts = JOLTS[Draw(random, std::size(JOLTS))];
     const int64_t until = Now() + ROUND_NANOSECONDS;
     std::vector<Player> players;
-    for (const auto &[part, most] : play.parts) {
-        for (uint32_t count = 1 + Draw(random, most); count > 0; count--) {
+    for (size_t part = 0; part < std::size(PARTS); part++) {
+        for (uint32_t count = play.most[part] > 0 ? 1 + Draw(random, play.most[part]) : 0; count > 0;
+             count--) {
             const auto number = static_cast<uint32_t>(players.size() + 1);
             players.push_back(
-                {part, {number, std::mt19937((*random)()), until, pause, jolts, play.writersTakeNoLock}});
+                {PARTS[part],
+                 {number, std::mt19937((*random)()), until, pause, jolts, play.writersTakeNoLock}});
         }
     }
     return players;
@@ -121,71 +107,51 @@ void Prepare(std::mt19937 *random) {
     for (uint32_t port = Draw(random, 1000); port > 0; port--) {
         database += "add_nat_portfwd 9 tcp " + std::to_string(port) + " 10.0.9.9 80\n";
     }
-    FILE *const file = fopen(DATABASE, "w");
-    if (file == nullptr || fputs(database.c_str(), file) < 0 || fclose(file) != 0) {
-        perror(DATABASE);
-        exit(1);
-    }
+    WriteFileText("/etc/orvane/networking", database);
 }
 
 // Stops one process or another for a moment, wherever it is, until all are over.
 void Jolt(const std::vector<Player> &players, std::mt19937 *random, int64_t until) {
-    const auto sleep = [random](uint32_t most) {
-        const timespec time = {.tv_sec = 0, .tv_nsec = static_cast<long>(Draw(random, most)) * 1000};
-        nanosleep(&time, nullptr);
-    };
     while (Now() < until) {
         const pid_t group = -players[(*random)() % players.size()].process;
         kill(group, SIGSTOP);
-        sleep(Draw(random, 10) == 0 ? 50000 : 2000);
+        usleep(Draw(random, Draw(random, 10) == 0 ? 50000 : 2000));
         kill(group, SIGCONT);
-        sleep(Draw(random, 2) == 0 ? 100 : 5000);
+        usleep(Draw(random, Draw(random, 2) == 0 ? 100 : 5000));
     }
 }
 
 bool EndsWell(const Player &player) {
-    const int64_t deadline = Now() + END_NANOSECONDS;
-    int status = 0;
-    pid_t ended = 0;
-    while ((ended = waitpid(player.process, &status, WNOHANG)) == 0 && Now() < deadline) {
-        usleep(2000);
-    }
-    if (ended == 0) {
-        printf("  %s %u does not end\n", player.part.name, player.actor.number);
-        kill(-player.process, SIGKILL);
-        waitpid(player.process, &status, 0);
-    } else if (status != 0) {
+    int status = -1;
+    waitpid(player.process, &status, 0);
+    kill(-player.process, SIGKILL);  // what it has left running
+    if (status != 0) {
         printf("  %s %u ended with %d\n", player.part.name, player.actor.number, status);
     }
-    return ended != 0 && status == 0;
+    return status == 0;
 }
 
+// The last ones, with microseconds.
 void Tell(const std::vector<Operation> &history) {
     constexpr size_t LAST = 40;
     for (size_t i = history.size() > LAST ? history.size() - LAST : 0; i < history.size(); i++) {
-        const Operation &operation = history[i];
-        printf("    %lld to %lld: %s %u\n", static_cast<long long>(operation.begin / 1000),
-               static_cast<long long>(operation.end / 1000), operation.isWrite ? "write" : "read",
-               operation.value);
+        printf("    %" PRId64 " to %" PRId64 ": %s %u\n", history[i].begin / 1000, history[i].end / 1000,
+               history[i].isWrite ? "write" : "read", history[i].value);
     }
 }
 
-bool Explain(const std::vector<Player> &players, const std::vector<Operation> &last) {
+bool Explain(const std::vector<Player> &players) {
     bool good = true;
     for (uint32_t place = 0; place < PLACES; place++) {
         std::vector<Operation> history;
-        const auto take = [&](const std::vector<Operation> &done) {
-            std::copy_if(done.begin(), done.end(), std::back_inserter(history),
-                         [place](const Operation &operation) { return operation.place == place; });
-        };
-        take(last);
         for (const Player &player : players) {
-            take(player.actor.done);
+            std::ranges::copy_if(
+                player.actor.done, std::back_inserter(history),
+                [place](uint32_t other) { return other == place; }, &Operation::place);
         }
         const std::string reason = WhyImpossible(history, place >= PLACES_WITHOUT_LOCK);
         if (!reason.empty()) {
-            std::sort(history.begin(), history.end(),
-                      [](const Operation &left, const Operation &right) { return left.end < right.end; });
+            std::ranges::sort(history, {}, &Operation::end);
             printf("  %s: %s\n", PlaceName(place).c_str(), reason.c_str());
             Tell(history);
             good = false;
@@ -194,17 +160,8 @@ bool Explain(const std::vector<Player> &players, const std::vector<Operation> &l
     return good;
 }
 
-// What is there when all are over; nothing may be left of their work but the database.
-bool ReadTheLast(std::vector<Operation> *last) {
-    const int64_t begin = Now();
-    if (!HBL_Load()) {
-        printf("  the database does not load\n");
-        return false;
-    }
-    for (uint32_t place = 0; place < PLACES; place++) {
-        last->push_back({place, false, ReadPlace(place), begin, Now()});
-    }
-    HBL_Unload();
+// Nothing may be left of the players' work but the database.
+bool IsClean() {
     bool clean = true;
     for (const auto &entry : std::filesystem::directory_iterator("/etc/orvane")) {
         const std::string name = entry.path().filename();
@@ -219,8 +176,8 @@ bool ReadTheLast(std::vector<Operation> *last) {
     return clean;
 }
 
-// Prints each player with the number of its operations, and behind a dash of those that were refused.
-bool PlayRound(unsigned seed) {
+// Prints each player with the number of its operations.
+bool PlayRound(unsigned long seed) {
     std::mt19937 random(seed);
     Prepare(&random);
     std::vector<Player> players = Cast(&random);
@@ -235,17 +192,16 @@ bool PlayRound(unsigned seed) {
     bool good = true;
     std::string cast;
     for (Player &player : players) {
-        good = EndsWell(player) && TakeHistory(&player) && good;
-        cast.append(" ").append(player.part.name).append(" ");
-        const bool isOwner = player.part.play == Own;
-        const size_t done = isOwner ? player.actor.written : player.actor.done.size();
-        cast.append(std::to_string(done)).append("-");
-        cast.append(std::to_string(player.actor.refused));
+        good = EndsWell(player) && good;
+        TakeHistory(&player);
+        cast += std::string(" ") + player.part.name + " " + std::to_string(player.actor.done.size());
     }
-    std::vector<Operation> last;
-    good = ReadTheLast(&last) && good;
-    good = Explain(players, last) && good;
-    printf("seed %u:%s: %s\n", seed, cast.c_str(), good ? "good" : "BAD");
+    Player last = {};
+    good = LoadAndRead(&last.actor) && good;  // what is there when all are over
+    HBL_Unload();
+    players.push_back(last);
+    good = IsClean() && Explain(players) && good;
+    printf("seed %lu:%s: %s\n", seed, cast.c_str(), good ? "good" : "BAD");
     fflush(stdout);
     return good;
 }
@@ -253,27 +209,24 @@ bool PlayRound(unsigned seed) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    int64_t seconds = 10;
-    unsigned seed = 1;
+    unsigned long seconds = 10;
+    unsigned long seed = 1;
     for (int option = 0; (option = getopt(argc, argv, "t:s:")) != -1;) {
-        if (option == 't') {
-            seconds = atoll(optarg);
-        } else if (option == 's') {
-            seed = static_cast<unsigned>(atoll(optarg));
-        } else {
+        if (option == '?') {
             return 2;
         }
+        (option == 't' ? seconds : seed) = strtoul(optarg, nullptr, 10);
     }
     if (getenv("HARBREL_PRIVATE_HOST") == nullptr) {
         fprintf(stderr, "schedules: this is no private host; script/try-schedules makes one\n");
         return 2;
     }
-    const int64_t until = Now() + seconds * 1'000'000'000;
+    const int64_t until = Now() + static_cast<int64_t>(seconds) * 1'000'000'000;
     unsigned bad = 0;
     unsigned rounds = 0;
     for (; rounds == 0 || Now() < until; rounds++) {
         bad += PlayRound(seed + rounds) ? 0 : 1;
     }
-    printf("%u rounds from seed %u, %u bad\n", rounds, seed, bad);
+    printf("%u rounds from seed %lu, %u bad\n", rounds, seed, bad);
     return bad == 0 ? 0 : 1;
 }
