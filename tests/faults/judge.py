@@ -17,6 +17,7 @@ class Rules(typing.NamedTuple):
     """What holds for a command besides."""
     editor: bool = False         # it writes all of its changes or none
     removes_first: bool = False  # the former database goes, network by network, before the new one comes
+    begins_anew: bool = False    # a database that it cannot read is kept as a backup, and default networks take its place
     stripped: str | None = None  # the network that it takes apart when it fails
 
 
@@ -96,7 +97,7 @@ def judge_database(host, twin, rules):
     if rules.removes_first and status != "0\n":
         return None  # it goes record by record, and the same command again completes that
     if database is None:
-        return None if before is None else "the database is gone"
+        return None if before is None or has_begun_anew(host, rules) else "the database is gone"
     original = replayed(read(twin.folder, "original.database"))
     if rules.editor and not host.has_way_back("disturbed") and edited(database) not in map(edited, (before, after, original)):
         return "the editor's change is neither written nor not written"
@@ -133,6 +134,12 @@ def is_taken_apart(host, rules):
     return any(is_of(rules.stripped, key) and key not in database for key in host.before or {})
 
 
+def has_begun_anew(host, rules):
+    """The networks of before ran on, and did not let the default ones take their place."""
+    kept = replayed(read(host.folder, "disturbed.backup"))
+    return rules.begins_anew and host.database("disturbed") is None and kept is not None and kept == host.before
+
+
 def difference(host, twin, stage, left_out=()):
     """What lines of a state differ, but for those that begin with a word that is left out."""
     seen, wanted = host.state(stage), twin.state(stage)
@@ -158,7 +165,7 @@ def judge(folder, twin_folder, rules):
     bad = judge_database(host, twin, rules)
     if bad:
         return bad
-    if is_taken_apart(host, rules):
+    if is_taken_apart(host, rules) or has_begun_anew(host, rules):
         return difference(host, twin, "stop", left_out=("files",))
     # Once more behind a success, or for the first time behind a failure.
     if host.outcome("again") not in (twin.outcome("disturbed"), twin.outcome("again")):

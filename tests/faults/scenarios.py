@@ -63,6 +63,7 @@ SCENARIOS = {
 RULES = {
     **{name: Rules(editor=True) for name in EDITOR},
     "migration": Rules(removes_first=True),
+    "upgrade": Rules(begins_anew=True),
     "policy": Rules(stripped="8"),
 }
 
