@@ -80,18 +80,18 @@ void PassOn(std::string_view words) {
     }
 }
 
-// Passes on what the server has said: false when it has left its standard error, or says a line that is
-// longer than any server's. The begin of a line stays in `words` until its end is there.
+// Passes on what the server has said: false when it has left its standard error. The begin of a line stays in
+// `words` until its end is there, unless it is longer than any server's.
 bool TakeWords(const FileDescriptor &pipe, std::string *words) {
     constexpr size_t LONGEST = 65536;
     std::array<char, 1024> block;
     const ssize_t size = read(pipe.get(), block.data(), block.size());
-    if (size == 0 || words->size() > LONGEST) {
+    if (size == 0) {
         PassOn(*words);
         return false;
     }
     words->append(block.data(), size > 0 ? static_cast<size_t>(size) : 0);
-    const size_t whole = words->rfind('\n') + 1;
+    const size_t whole = words->size() > LONGEST ? words->size() : words->rfind('\n') + 1;
     PassOn(std::string_view(*words).substr(0, whole));
     words->erase(0, whole);
     return true;

@@ -206,6 +206,11 @@ TEST_F(Editor, CommandsWriteTheRecordsThatTheySayAndNoOthers) {
     EXPECT_EQ("zelan0  bridged  -  bridge  -  0  0  0\n", Edit("--no-legend list 0").output);
     Must("ip link add eth8 type veth peer name eth9");  // which the library does not know
     EXPECT_THAT(Edit("--no-legend adapter list").output, HasSubstr("eth8  zelan0  default  down     -\n"));
+    MustEdit("-y --no-apply adapter default off");
+    EXPECT_EQ(
+        "add_bridge_mapping eth0 0\nadd_bridge_mapping eth7 3\nadd_bridge_mapping eth8 0\n"
+        "add_bridge_mapping eth9 0\n",
+        RunShell("grep mapping /etc/orvane/networking | sort").output);
     Must("for a in 172.16.0.1/12 192.168.0.1/16 10.0.0.1/8; do ip address add $a dev eth0; done");
     Replace("orvane-ping", "exit 1\n");
     EXPECT_EQ("harbrelctl: no free subnet is found; --subnet ADDRESS/PREFIX names one\n",

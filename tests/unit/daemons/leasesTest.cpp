@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 constexpr int64_t NOW = 1795400000;  // 2026-11-23 02:13:20 UTC

@@ -71,21 +71,6 @@ bool SaveWayBack(const std::vector<RecordChange> &changes, std::string *reason) 
     return false;
 }
 
-std::string Subject(const RecordChange &change) {
-    return RecordText(change.key, change.after ? *change.after : *change.before);
-}
-
-bool WriteInTurn(const std::vector<RecordChange> &changes, const std::string &log, std::string *reason) {
-    for (const RecordChange &change : changes) {
-        const LogMark mark(log);
-        if (!WriteChange(change)) {
-            *reason = "\"" + Subject(change) + "\" is refused: " + mark.LastReason();
-            return false;
-        }
-    }
-    return true;
-}
-
 std::optional<std::vector<RecordChange>> ReadWayBack() {
     std::ifstream file(WAY_BACK);
     std::stringstream text;
@@ -109,13 +94,13 @@ bool WriteMissing(const std::vector<RecordChange> &changes, std::string *reason)
     std::vector<RecordChange> missing;
     std::copy_if(changes.begin(), changes.end(), std::back_inserter(missing),
                  [&records](const RecordChange &change) { return !IsMade(records, change); });
-    return WriteInTurn(missing, now.paths.log, reason);
+    return WriteChanges(missing, now.paths.log, reason);
 }
 
 }  // namespace
 
 bool Commit(const std::vector<RecordChange> &changes, const std::string &log, std::string *reason) {
-    const auto write = [&](std::string *refusal) { return WriteInTurn(changes, log, refusal); };
+    const auto write = [&](std::string *refusal) { return WriteChanges(changes, log, refusal); };
     return changes.empty() || CommitBy(changes, write, reason);
 }
 

@@ -88,17 +88,6 @@ bool MakeStage(const Paths &paths, const std::vector<std::pair<std::string, std:
     return true;
 }
 
-std::string WriteChanges(const Paths &paths, const std::vector<RecordChange> &changes) {
-    for (const RecordChange &change : changes) {
-        const LogMark mark(paths.log);
-        if (!WriteChange(change)) {
-            return "\"" + RecordText(change.key, change.after ? *change.after : *change.before) +
-                   "\" is refused: " + mark.LastReason();
-        }
-    }
-    return "";
-}
-
 std::string WriteFiles(const Paths &paths, const std::vector<int> &networks) {
     for (const int network : networks) {
         const LogMark mark(paths.log);
@@ -238,8 +227,12 @@ bool HoldsSettings(const std::string &text) {
 bool Rehearse(const Host &host, const std::vector<RecordChange> &changes, const std::vector<int> &networks,
               Rehearsal *rehearsal, std::string *reason) {
     const FileTexts files = FilesToBegin(host, networks);
-    return Perform({host, networks, files, [&] { return WriteChanges(host.paths, changes); }}, rehearsal,
-                   reason);
+    const Act write = [&] {
+        std::string refusal;
+        WriteChanges(changes, host.paths.log, &refusal);
+        return refusal;
+    };
+    return Perform({host, networks, files, write}, rehearsal, reason);
 }
 
 bool RehearseImport(const Host &host, const std::string &settingsFile, Rehearsal *rehearsal,

@@ -1,7 +1,9 @@
 #include "apps/zelan/posix/harbrelctl/execution/writeChange.h"
 
+#include <algorithm>
 #include <cstring>
 
+#include "apps/zelan/posix/harbrelctl/model/library.h"
 #include "lib/harbrel/harbrel.h"
 
 namespace {
@@ -89,21 +91,41 @@ bool WriteForward(const RecordKey &key, const std::optional<RecordValue> &after)
                                  static_cast<uint32_t>(after->text.size()));
 }
 
+bool IsListed(const std::string &adapter) {
+    const HostAdapters adapters = ListHostAdapters();
+    const HBL_HostAdapter *one = adapters != nullptr && adapters->count > 0 ? adapters->first : nullptr;
+    while (one != nullptr && adapter != one->deviceName) {
+        one = one->next;
+    }
+    return one != nullptr;
+}
+
+// An adapter that zelan0 has by default gets no record by being moved there. The library writes the records
+// of those that it lists when the default goes; any other one gets its own by way of no network.
+bool NeedsWayRound(const RecordChange &change) {
+    HBL_NetworkID byDefault = NetworkId(NO_NETWORK);
+    return !change.before && change.after && change.after->number != NO_NETWORK &&
+           HBL_GetBridgeDefaultNetwork(&byDefault) && byDefault.vnet == change.after->number &&
+           !IsListed(change.key.name);
+}
+
 // Without a record the adapter goes to the default network, where one without a mapping is.
-bool WriteMapping(const RecordKey &key, const std::optional<RecordValue> &after) {
+bool WriteMapping(const RecordChange &change) {
     HBL_HostAdapter adapter = {};
     adapter.version = 1;
-    key.name.copy(adapter.deviceName, sizeof adapter.deviceName - 1);
-    const HBL_NetworkID destination = NetworkId(after ? after->number : NO_NETWORK);
-    return HBL_BridgeMoveAdapter(&adapter, nullptr, after ? &destination : nullptr);
+    change.key.name.copy(adapter.deviceName, sizeof adapter.deviceName - 1);
+    const HBL_NetworkID nowhere = NetworkId(NO_NETWORK);
+    if (NeedsWayRound(change) && !HBL_BridgeMoveAdapter(&adapter, nullptr, &nowhere)) {
+        return false;
+    }
+    const HBL_NetworkID destination = NetworkId(change.after ? change.after->number : NO_NETWORK);
+    return HBL_BridgeMoveAdapter(&adapter, nullptr, change.after ? &destination : nullptr);
 }
 
 bool WriteDefaultBridge(const std::optional<RecordValue> &after) {
     const HBL_NetworkID network = NetworkId(after ? after->number : 0);
     return HBL_SetBridgeDefaultNetwork(&network);
 }
-
-}  // namespace
 
 bool WriteChange(const RecordChange &change) {
     switch (change.key.kind) {
@@ -116,9 +138,30 @@ bool WriteChange(const RecordChange &change) {
         case RECORD_DEFAULT_BRIDGE:
             return WriteDefaultBridge(change.after);
         case RECORD_MAPPING:
-            return WriteMapping(change.key, change.after);
+            return WriteMapping(change);
     }
     return false;
+}
+
+bool EndsDefaultBridge(const RecordChange &change) {
+    return change.key.kind == RECORD_DEFAULT_BRIDGE && change.after && change.after->number == NO_NETWORK;
+}
+
+}  // namespace
+
+bool WriteChanges(std::vector<RecordChange> changes, const std::string &log, std::string *reason) {
+    // zelan0 takes several adapters only while it is the default.
+    std::stable_partition(changes.begin(), changes.end(),
+                          [](const RecordChange &change) { return !EndsDefaultBridge(change); });
+    for (const RecordChange &change : changes) {
+        const LogMark mark(log);
+        if (!WriteChange(change)) {
+            const RecordValue &value = change.after ? *change.after : *change.before;
+            *reason = "\"" + RecordText(change.key, value) + "\" is refused: " + mark.LastReason();
+            return false;
+        }
+    }
+    return true;
 }
 
 RecordChange Inverse(const RecordChange &change) {

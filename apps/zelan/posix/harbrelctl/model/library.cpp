@@ -6,8 +6,6 @@
 #include <cstdio>
 #include <fstream>
 
-#include "lib/harbrel/harbrel.h"
-
 namespace {
 
 std::string WhyNotLoaded() {
@@ -52,6 +50,11 @@ void Library::Finish() {
         HBL_Unload();
         loaded_ = false;
     }
+}
+
+HostAdapters ListHostAdapters() {
+    HBL_HostAdapterList *list = nullptr;
+    return HostAdapters(HBL_GetHostAdapterList(1, &list) ? list : nullptr);
 }
 
 QuietLog::QuietLog() : mask_(HBL_GetLogLevel()) {

@@ -4,7 +4,10 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
+
+#include "lib/harbrel/harbrel.h"
 
 inline constexpr const char *DATABASE = "/etc/orvane/networking";
 
@@ -23,6 +26,15 @@ class Library {
     bool loaded_ = false;
     std::string error_;
 };
+
+struct HostAdaptersDeleter {
+    void operator()(HBL_HostAdapterList *list) const { HBL_FreeHostAdapterList(list); }
+};
+using HostAdapters = std::unique_ptr<HBL_HostAdapterList, HostAdaptersDeleter>;
+
+// Those that the library knows; on a host with many interfaces these are not all. Null when it cannot list
+// any.
+HostAdapters ListHostAdapters();
 
 // While it lives the library writes nothing to its log: services that are stopped leave lines there whenever
 // they are asked about.

@@ -8,6 +8,7 @@
 #include <net/if.h>
 #include <net/if_arp.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>

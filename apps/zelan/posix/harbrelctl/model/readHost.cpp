@@ -124,17 +124,12 @@ bool ReadServices(NetworkState *state, std::string *error) {
     return true;
 }
 
-struct AdapterListDeleter {
-    void operator()(HBL_HostAdapterList *list) const { HBL_FreeHostAdapterList(list); }
-};
-
 bool ReadAdapters(Host *host, std::string *error) {
-    HBL_HostAdapterList *list = nullptr;
-    if (!HBL_GetHostAdapterList(1, &list)) {
+    const HostAdapters list = ListHostAdapters();
+    if (list == nullptr) {
         *error = "the host's adapters cannot be listed";
         return false;
     }
-    const std::unique_ptr<HBL_HostAdapterList, AdapterListDeleter> owner(list);
     const HBL_HostAdapter *one = list->count > 0 ? list->first : nullptr;
     for (; one != nullptr; one = one->next) {
         host->adapters.push_back({one->deviceName, one->driverName, one->net.vnet, one->status == 1});
