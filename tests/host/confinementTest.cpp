@@ -4,8 +4,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
+#include <linux/capability.h>
 #include <pwd.h>
 #include <sched.h>
 #include <sys/mman.h>
@@ -19,18 +18,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "lib/misc/owners.h"
-#include "tests/support/command.h"
+#include "tests/support/netns.h"
 
 namespace {
 
 constexpr int SYSTEM_CALLS[] = {SYS_openat, SYS_socket, SYS_connect, SYS_getuid, SYS_getgid, SYS_kill};
-constexpr ReachablePath PATHS[] = {{"/etc"}, {"/var/log", true}, {"/no/such/folder"}};
+constexpr ReachablePath PATHS[] = {{"/etc"}, {"/no/such/folder"}};
 constexpr uint16_t PORTS[] = {53};
 
 // Nobody listens, so that a connection which is let through is refused by the other side.
@@ -61,118 +60,143 @@ int ErrorOf(const Confinement &confinement, const std::function<long()> &attempt
     return WIFEXITED(status) ? WEXITSTATUS(status) : -status;
 }
 
-// A process of the own user, as every other daemon is one.
-pid_t StartAnother() {
-    int ready[2] = {-1, -1};
-    EXPECT_EQ(0, pipe(ready));
-    pid_t child = fork();
-    if (child == 0) {
-        const bool confined = Confine({});
-        close(ready[0]);
-        close(ready[1]);
-        pause();
-        _exit(confined ? 0 : 1);
+struct Attempt {
+    const char *name;
+    int error;
+    std::function<long()> attempt;
+};
+
+void ExpectErrors(const Confinement &confinement, const std::vector<Attempt> &attempts) {
+    for (const Attempt &row : attempts) {
+        EXPECT_EQ(row.error, ErrorOf(confinement, row.attempt)) << row.name;
     }
-    char none = 0;
-    close(ready[1]);
-    EXPECT_EQ(0, read(ready[0], &none, sizeof none));
-    close(ready[0]);
-    return child;
 }
+
+// A process of the own user, as every other daemon is one.
+struct AnotherDaemon : BackgroundCommand {
+    AnotherDaemon() : BackgroundCommand({"setpriv", "--reuid=harbrel", "sleep", "600"}) {
+        EXPECT_TRUE(WaitUntil(
+            [this] { return ReadFileText("/proc/" + std::to_string(pid()) + "/comm") == "sleep\n"; }));
+    }
+};
 
 TEST(Confinement, LeavesWhatIsNamedAndNothingElse) {
     const Confinement confinement = {
         .systemCalls = SYSTEM_CALLS, .files = true, .paths = PATHS, .tcp = true, .tcpPorts = PORTS};
-    ASSERT_EQ(0, chmod("/var/log", 0777));
-    constexpr long PORTS_SINCE = 4;
     constexpr long SIGNALS_SINCE = 6;
     const long landlock = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1);
-    const pid_t another = StartAnother();
-    const struct {
-        const char *name;
-        int error;
-        std::function<int()> attempt;
-    } attempts[] = {
-        {"read a file within reach", 0, [] { return Open("/etc/hosts", O_RDONLY); }},
-        {"write it", EACCES, [] { return Open("/var/log/../../etc/hosts", O_WRONLY); }},
-        {"make one where it may", 0, [] { return Open("/var/log/made", O_WRONLY | O_CREAT); }},
-        {"make one elsewhere", EACCES, [] { return Open("/tmp/made", O_WRONLY | O_CREAT); }},
-        {"read one elsewhere", EACCES, [] { return Open("/proc/version", O_RDONLY); }},
-        {"speak to the named port", ECONNREFUSED, [] { return Connect(53); }},
-        {"speak to another", landlock >= PORTS_SINCE ? EACCES : ECONNREFUSED, [] { return Connect(54); }},
-        {"open a raw socket", EPERM, [] { return socket(AF_INET, SOCK_RAW, IPPROTO_ICMP); }},
-        {"kill another daemon", landlock >= SIGNALS_SINCE ? EPERM : 0,
-         [another] { return kill(another, 0); }},
+    const AnotherDaemon another;
+    ExpectErrors(
+        confinement,
+        {
+            {"read a file within reach", 0, [] { return Open("/etc/hosts", O_RDONLY); }},
+            {"read one elsewhere", EACCES, [] { return Open("/proc/version", O_RDONLY); }},
+            {"speak to the named port", ECONNREFUSED, [] { return Connect(53); }},
+            {"open a raw socket", EPERM, [] { return socket(AF_INET, SOCK_RAW, IPPROTO_ICMP); }},
+            {"kill another daemon", landlock >= SIGNALS_SINCE ? EPERM : 0,
+             [&] { return kill(another.pid(), 0); }},
 #ifndef HARBREL_ALL_SYSTEM_CALLS
-        {"name itself a leader", EPERM, [] { return setsid(); }},
-        {"map memory that it could run", EPERM,
-         [] {
-             return mmap(nullptr, 4096, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1,
-                         0) == MAP_FAILED
-                        ? -1
-                        : 0;
-         }},
+            {"name itself a leader", EPERM, [] { return setsid(); }},
+            {"map memory that it could run", EPERM,
+             [] {
+                 constexpr int RUN = PROT_READ | PROT_WRITE | PROT_EXEC;
+                 return mmap(nullptr, 4096, RUN, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) == MAP_FAILED ? -1 : 0;
+             }},
 #endif
-    };
-    for (const auto &row : attempts) {
-        EXPECT_EQ(row.error, ErrorOf(confinement, row.attempt)) << row.name;
-    }
-    kill(another, SIGKILL);
-    waitpid(another, nullptr, 0);
+        });
+}
+
+// Also as root, to whom every file would be open.
+TEST(Confinement, KeepsFilesAndPortsOutOfReach) {
+    constexpr ReachablePath REACH[] = {
+        {"/etc"}, {"/var/log", true}, {"/usr", false, true}, {"/etc/hosts", true}};
+    const Confinement confinement = {
+        .ownUser = false, .files = true, .paths = REACH, .tcp = true, .tcpPorts = PORTS};
+    constexpr long PORTS_SINCE = 4;
+    const int beyondPorts = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) >= PORTS_SINCE ? EACCES : 0;
+    WriteFileText("/tmp/other", "");
+    Must("cp /usr/bin/true /var/log/true");
+    ExpectErrors(
+        confinement,
+        {
+            {"list a folder", 0, [] { return Open("/etc", O_RDONLY | O_DIRECTORY); }},
+            {"list one elsewhere", EACCES, [] { return Open("/tmp", O_RDONLY | O_DIRECTORY); }},
+            {"write a named file", 0, [] { return Open("/etc/hosts", O_RDWR | O_TRUNC); }},
+            {"make a file", 0, [] { return Open("/var/log/made", O_WRONLY | O_CREAT); }},
+            {"cut it short", 0, [] { return truncate("/var/log/made", 0); }},
+            {"cut another one short", EACCES, [] { return truncate("/etc/passwd", 0); }},
+            {"remove it", 0, [] { return unlink("/var/log/made"); }},
+            {"remove another one", EACCES, [] { return unlink("/tmp/other"); }},
+            {"make a folder", EACCES, [] { return mkdir("/var/log/folder", 0755); }},
+            {"make a pipe", EACCES, [] { return mkfifo("/var/log/pipe", 0644); }},
+            {"run a program", 0, [] { return execl("/usr/bin/true", "true", nullptr); }},
+            {"run one that it could write", EACCES, [] { return execl("/var/log/true", "true", nullptr); }},
+            {"speak to another port", beyondPorts == 0 ? ECONNREFUSED : EACCES, [] { return Connect(54); }},
+            {"serve a port", beyondPorts,
+             [] {
+                 const FileDescriptor server(socket(AF_INET, SOCK_STREAM, 0));
+                 const sockaddr_in any = {AF_INET, 0, {}, {}};
+                 return bind(server.get(), reinterpret_cast<const sockaddr *>(&any), sizeof any);
+             }},
+        });
 }
 
 // Also as root, whose every file and process it could get at.
 TEST(Confinement, LeavesAForeignProgramItselfAlone) {
-    const Confinement confinement = {.ownUser = false, .foreignProgram = true};
-    const pid_t another = StartAnother();
+    const AnotherDaemon another;
     // The kernel does not look at the upper half.
     constexpr long SET_OWNER = F_SETOWN | 1L << 32;
     const rlimit limit = {1024, 1024};
-    const struct {
-        const char *name;
-        int error;
-        std::function<long()> attempt;
-    } attempts[] = {
-        {"signal a process", EPERM, [=] { return kill(another, 0); }},
-        {"have it signalled", EPERM, [=] { return syscall(SYS_fcntl, 0, SET_OWNER, another); }},
-        {"limit it", EPERM, [=] { return prlimit(another, RLIMIT_NOFILE, &limit, nullptr); }},
-        {"limit itself", 0, [=] { return prlimit(0, RLIMIT_NOFILE, &limit, nullptr); }},
-        {"open a file's mode", EPERM, [] { return chmod("/etc/shadow", 0666); }},
-        {"take a namespace", EPERM, [] { return syscall(SYS_clone, CLONE_NEWUSER | SIGCHLD, 0, 0, 0, 0); }},
-        {"be looked into", 0, [] { return prctl(PR_GET_DUMPABLE) == 0 ? 0 : -1; }},
-        {"take one out of sight", ENOSYS, [] { return syscall(SYS_clone3, nullptr, 0); }},
-        {"fork", 0,
-         [] {
-             const pid_t child = fork();
-             return child == 0 ? (_exit(0), 0) : waitpid(child, nullptr, 0);
-         }},
-        {"speak to the host's managers", EPERM,
-         [] { return syscall(SYS_socket, AF_UNIX | 1L << 32, SOCK_STREAM | SOCK_CLOEXEC, 0); }},
-        {"speak to the system's log", 0, [] { return socket(AF_UNIX, SOCK_DGRAM, 0); }},
-        {"speak to the network", 0, [] { return socket(AF_INET, SOCK_STREAM, 0); }},
-    };
-    for (const auto &row : attempts) {
-        EXPECT_EQ(row.error, ErrorOf(confinement, row.attempt)) << row.name;
-    }
-    kill(another, SIGKILL);
-    waitpid(another, nullptr, 0);
+    ExpectErrors(
+        {.ownUser = false, .foreignProgram = true},
+        {
+            {"signal a process", EPERM, [&] { return kill(another.pid(), 0); }},
+            {"have it signalled", EPERM, [&] { return syscall(SYS_fcntl, 0, SET_OWNER, another.pid()); }},
+            {"limit it", EPERM, [&] { return prlimit(another.pid(), RLIMIT_NOFILE, &limit, nullptr); }},
+            {"limit itself", 0, [&] { return prlimit(0, RLIMIT_NOFILE, &limit, nullptr); }},
+            {"open a file's mode", EPERM, [] { return chmod("/etc/shadow", 0666); }},
+            {"take a namespace", EPERM,
+             [] { return syscall(SYS_clone, CLONE_NEWUSER | SIGCHLD, 0, 0, 0, 0); }},
+            {"be looked into", 0, [] { return prctl(PR_GET_DUMPABLE) == 0 ? 0 : -1; }},
+            {"take one out of sight", ENOSYS, [] { return syscall(SYS_clone3, nullptr, 0); }},
+            {"fork", 0,
+             [] {
+                 const pid_t child = fork();
+                 return child == 0 ? (_exit(0), 0) : waitpid(child, nullptr, 0);
+             }},
+            {"speak to the host's managers", EPERM,
+             [] { return syscall(SYS_socket, AF_UNIX | 1L << 32, SOCK_STREAM | SOCK_CLOEXEC, 0); }},
+            {"speak to the system's log", 0, [] { return socket(AF_UNIX, SOCK_DGRAM, 0); }},
+            {"speak to the network", 0, [] { return socket(AF_INET, SOCK_STREAM, 0); }},
+            {"use calls that have the same number everywhere", 0,
+             [] {
+                 std::string refused;
+                 for (long call = SYS_pidfd_send_signal; call < SYS_pidfd_send_signal + 100; call++) {
+                     refused += syscall(call, -1, 0, 0, 0, 0) < 0 && errno == EPERM
+                                    ? std::to_string(call) + " "
+                                    : "";
+                 }
+                 WriteFileText("/tmp/refused", refused);
+                 return 0;
+             }},
+        });
+    EXPECT_EQ("424 425 426 427 428 429 430 431 432 433 434 438 440 442 448 452 463 466 467 469 ",
+              ReadFileText("/tmp/refused"));
 }
 
 // What a process says that is refused a call while it is confined, and whether it may go on.
 std::string SaidWithout(int call, int error) {
-    sock_filter filter[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(call), 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<uint32_t>(error)),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog program = {sizeof filter / sizeof filter[0], filter};
     const pid_t child = fork();
     if (child == 0) {
         const FileDescriptor said(open("/tmp/said", O_WRONLY | O_CREAT | O_TRUNC, 0600));
-        const bool ready =
-            dup2(said.get(), STDERR_FILENO) >= 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
-        _exit(ready && Confine({.files = true, .paths = PATHS, .tcp = true, .tcpPorts = PORTS}) ? 0 : 1);
+        const bool ready = dup2(said.get(), STDERR_FILENO) >= 0 && RefuseCall(call, error);
+        _exit(ready && Confine({.foreignProgram = true,
+                                .files = true,
+                                .paths = PATHS,
+                                .tcp = true,
+                                .tcpPorts = PORTS})
+                  ? 0
+                  : 1);
     }
     int status = -1;
     waitpid(child, &status, 0);
@@ -203,12 +227,15 @@ TEST(Confinement, WhatTheKernelRefusesIsSaid) {
 TEST(Confinement, RunsAsTheOwnUserOrNobodyWithoutAnyGroup) {
     const passwd *own = getpwnam("harbrel");
     ASSERT_NE(nullptr, own);
+    static constexpr int KEPT[] = {CAP_NET_RAW, CAP_BPF};
+    static constexpr char KEPT_TEXT[] = "CapPrm:\t0000008000002000\nCapEff:\t0000008000002000\n";
     for (const auto &[user, group] : {std::pair(own->pw_uid, own->pw_gid), std::pair(65534U, 65534U)}) {
-        EXPECT_EQ(0, ErrorOf({},
+        EXPECT_EQ(0, ErrorOf({.capabilities = KEPT},
                              [user = user, group = group] {
-                                 const bool changed = getuid() == user && geteuid() == user &&
-                                                      getegid() == group && getgroups(0, nullptr) == 0 &&
-                                                      setuid(0) != 0;
+                                 const bool changed =
+                                     getuid() == user && geteuid() == user && getegid() == group &&
+                                     getgroups(0, nullptr) == 0 &&
+                                     ReadFileText("/proc/self/status").find(KEPT_TEXT) != std::string::npos;
                                  errno = EINVAL;
                                  return changed ? 0 : -1;
                              }))

@@ -65,3 +65,7 @@ std::string ReadFileText(const std::string &path);
 
 // Replaces the file's content; fails the running test when that does not work.
 void WriteFileText(const std::string &path, const std::string &text);
+
+// From now on this process and all that it starts get the error (an errno value) from the call (SYS_), or
+// only from the form of it whose first argument is `form`. False when that cannot be arranged.
+bool RefuseCall(int call, int error, int form = -1);

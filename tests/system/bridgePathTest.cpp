@@ -1,15 +1,11 @@
 // What crosses a cable, and what does not, on every way that frames can take.
 #include <gtest/gtest.h>
 #include <linux/bpf.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/utsname.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstdio>
 #include <utility>
 
@@ -19,23 +15,6 @@
 namespace {
 
 enum class Way { LINKS, FILTERS, COPIES };
-
-constexpr int EVERY_COMMAND = -1;
-
-// From now on this process and all that it starts get an error from bpf(2).
-void RefuseBpf(int command, int error) {
-    sock_filter filter[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_bpf, 0, 3),
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
-        BPF_JUMP(BPF_JMP | (command == EVERY_COMMAND ? BPF_JGE : BPF_JEQ) | BPF_K,
-                 static_cast<uint32_t>(command == EVERY_COMMAND ? 0 : command), 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<uint32_t>(error)),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog program = {sizeof filter / sizeof filter[0], filter};
-    ASSERT_EQ(0, prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program));
-}
 
 DaemonStart StartBridge() {
     return MustComeUp(StartDaemon("zelan-bridge", "zelan-bridge-0", {"-n", "0"}));
@@ -66,9 +45,9 @@ class BridgeWay : public testing::TestWithParam<Way> {
 
     void SetUp() override {
         if (GetParam() == Way::FILTERS) {
-            RefuseBpf(BPF_LINK_CREATE, EINVAL);
+            ASSERT_TRUE(RefuseCall(SYS_bpf, EINVAL, BPF_LINK_CREATE));
         } else if (GetParam() == Way::COPIES) {
-            RefuseBpf(EVERY_COMMAND, EPERM);
+            ASSERT_TRUE(RefuseCall(SYS_bpf, EPERM));
         }
         outside.ConnectToHost("eth1", "o0", "10.9.0.1/24");
         Must("ip link set eth1 address " + std::string(HOST) + " && ip address add 10.9.0.3/24 dev eth1");
@@ -260,7 +239,7 @@ std::string StatusOf(const std::string &process, const std::string &key) {
 }
 
 TEST(BridgeCopies, TakePlaceInAProcessWithoutPrivilegesThatComesBackAndEndsWithItsKeeper) {
-    RefuseBpf(EVERY_COMMAND, EPERM);
+    ASSERT_TRUE(RefuseCall(SYS_bpf, EPERM));
     Machine outside("outside");
     outside.ConnectToHost("eth1", "o0", "10.9.0.1/24");
     const DaemonStart bridge = StartBridge();
