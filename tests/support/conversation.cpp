@@ -33,13 +33,6 @@ bool WaitFor(short event, int descriptor, std::chrono::milliseconds deadline) {
     return poll(&wait, 1, static_cast<int>(deadline.count() * HARBREL_TEST_PATIENCE)) > 0;
 }
 
-std::string ReceiveOnce(int descriptor, std::chrono::milliseconds deadline) {
-    std::array<char, 65536> block;
-    ssize_t size =
-        WaitFor(POLLIN, descriptor, deadline) ? recv(descriptor, block.data(), block.size(), 0) : 0;
-    return size > 0 ? std::string(block.data(), static_cast<size_t>(size)) : "";
-}
-
 }  // namespace
 
 FileDescriptor SocketOn(const Machine *machine, int type, int family, int protocol) {
@@ -54,11 +47,24 @@ FileDescriptor SocketOn(const Machine *machine, int type, int family, int protoc
     return made;
 }
 
-FileDescriptor ConnectedTo(const Machine *machine, int type, const Endpoint &server) {
-    FileDescriptor client = SocketOn(machine, type | SOCK_NONBLOCK);
+FileDescriptor SocketUnder(const Machine *machine, int type, const Endpoint &own) {
+    FileDescriptor made = SocketOn(machine, type);
+    const sockaddr_in address = SocketAddress(own);
+    EXPECT_EQ(0, bind(made.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address))
+        << own.address;
+    return made;
+}
+
+void Connect(const FileDescriptor &socket, const Endpoint &server) {
     const sockaddr_in address = SocketAddress(server);
-    connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    return client;
+    connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+}
+
+std::string ReceiveOnce(const FileDescriptor &socket, std::chrono::milliseconds deadline) {
+    std::array<char, 65536> block;
+    ssize_t size =
+        WaitFor(POLLIN, socket.get(), deadline) ? recv(socket.get(), block.data(), block.size(), 0) : 0;
+    return size > 0 ? std::string(block.data(), static_cast<size_t>(size)) : "";
 }
 
 void SendTo(const FileDescriptor &socket, const Endpoint &to, const std::string &message) {
@@ -69,12 +75,13 @@ void SendTo(const FileDescriptor &socket, const Endpoint &to, const std::string 
 
 std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,
                      std::chrono::milliseconds deadline) {
-    FileDescriptor client = ConnectedTo(machine, type, server);
+    const FileDescriptor client = SocketOn(machine, type | SOCK_NONBLOCK);
+    Connect(client, server);
     if (!WaitFor(POLLOUT, client.get(), deadline) ||
         send(client.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) {
         return "";
     }
-    return ReceiveOnce(client.get(), deadline);
+    return ReceiveOnce(client, deadline);
 }
 
 Responder::Responder(const Machine *machine, int type, const Endpoint &endpoint, Answer answer)
@@ -113,7 +120,7 @@ void Responder::ServeConnection() {
     socklen_t size = sizeof peer;
     FileDescriptor connection(accept(socket_.get(), reinterpret_cast<sockaddr *>(&peer), &size));
     std::string request;
-    while (connection && !(request = ReceiveOnce(connection.get(), CONDITION_DEADLINE)).empty()) {
+    while (connection && !(request = ReceiveOnce(connection)).empty()) {
         std::string reply = answer_(request, Dotted(peer));
         send(connection.get(), reply.data(), reply.size(), MSG_NOSIGNAL);
     }

@@ -18,11 +18,18 @@ struct Endpoint {
 // A socket in the namespace of a machine, or of the host with null. One that cannot be made fails the test.
 FileDescriptor SocketOn(const Machine *machine, int type, int family = AF_INET, int protocol = 0);
 
-// A socket on its way to the server; without waiting for a connection.
-FileDescriptor ConnectedTo(const Machine *machine, int type, const Endpoint &server);
+// The same, which speaks under that address.
+FileDescriptor SocketUnder(const Machine *machine, int type, const Endpoint &own);
+
+// Puts a socket on its way to the server.
+void Connect(const FileDescriptor &socket, const Endpoint &server);
 
 // Sends one message by a socket for messages.
 void SendTo(const FileDescriptor &socket, const Endpoint &to, const std::string &message);
+
+// What comes first, within the deadline; empty when nothing does.
+std::string ReceiveOnce(const FileDescriptor &socket,
+                        std::chrono::milliseconds deadline = CONDITION_DEADLINE);
 
 // Sends a request and returns what comes back first within the deadline; empty when nothing does.
 std::string Exchange(const Machine *machine, int type, const Endpoint &server, const std::string &request,

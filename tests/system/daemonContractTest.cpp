@@ -55,17 +55,47 @@ TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
+// Whatever the starter had.
 TEST(DaemonContract, DaemonIsNamedByItsPidFileAndHoldsNothingOfItsStarters) {
     const FileDescriptor stray(open("/etc/passwd", O_RDONLY));
-    const DaemonStart start = MustComeUp(StartNetifup(8));
+    mknod("/dev/zelan8", S_IFCHR | 0600, makedev(119, 9));
+    // Soft limits: hard ones can be raised only where the host lets us.
+    const DaemonStart start = MustComeUp(StartDaemonWith(
+        "zelan-netifup", "/var/run/x.pid", {"-s", "{W}", "-d", "/var/run/x.pid", "/dev/zelan8", "zelan8"},
+        "sh -c '"
+        "for limit in t:3 f:99 d:99999 s:99 n:64; do ulimit -S -${limit%:*} ${limit#*:}; done; umask 0; "
+        "export SECRET=1; exec nice -n 19 \"$@\"' "
+        "x"));
     EXPECT_EQ(0, start.status);
     const std::string pid = std::to_string(start.pid);
-    EXPECT_EQ("zelan-netifup\n", ReadFileText("/proc/" + pid + "/comm"));
+    const std::string process = "/proc/" + pid;
+    EXPECT_EQ("zelan-netifup\n", ReadFileText(process + "/comm"));
     EXPECT_EQ(pid + "\n", ReadFileText(start.pidFile));
-    EXPECT_EQ("zelan-netifup-zelan8.pid\n", RunShell("ls /var/run | grep pid").output)
+    EXPECT_EQ("644 x.pid\n", RunShell("cd /var/run; stat -c '%a %n' *pid*").output)
         << "a temporary file was left";
-    const CommandResult session = RunShell("ps -o sid=,tty= -p " + pid);
-    EXPECT_NE(std::string::npos, session.output.find(pid)) << session;
+    EXPECT_EQ(pid + " ?\n", RunShell("ps -o sid=,tty= -p " + pid + " | sed 's/^ *//; s/  */ /'").output);
+    EXPECT_EQ("/ 0 0022\n", RunShell("echo $(readlink /proc/" + pid + "/cwd) $(awk '{print $19}' /proc/" +
+                                     pid + "/stat) $(sed -n 's/^Umask:.//p' /proc/" + pid + "/status)")
+                                .output);
+    EXPECT_EQ(R"(cpu time unlimited unlimited
+file size unlimited unlimited
+data size unlimited unlimited
+stack size 8388608 unlimited
+core file size 0 0
+resident set unlimited unlimited
+open files 1024
+address space unlimited unlimited
+file locks unlimited unlimited
+nice priority 0 0
+realtime priority 0 0
+)",
+              RunShell("grep -vE 'process|lock.*mem|pending|msg|timeout|Units' " + process +
+                       "/limits |"
+                       " sed -E 's/ +/ /g; s/Max //; s/(open.*1024).*/\\1/; s/ (seconds|bytes|locks)? *$//'")
+                  .output);
+    EXPECT_EQ("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n",
+              RunShell("tr '\\0' '\\n' < /proc/$(pgrep -x zelan-watch)/environ").output);
+    EXPECT_TRUE(HasLink("zelan-sw8")) << "the node's name, not its numbers, tells the network";
     CommandResult held;
     // Once it has been told to begin.
     EXPECT_TRUE(WaitUntil([&held] {
@@ -75,52 +105,47 @@ TEST(DaemonContract, DaemonIsNamedByItsPidFileAndHoldsNothingOfItsStarters) {
     })) << held;
     EXPECT_NE(std::string::npos, held.output.find("pidfd")) << "the watcher looks at no process\n" << held;
     EXPECT_EQ(std::string::npos, held.output.find("passwd")) << held;
+    const DaemonStart second = StartDaemonWith(
+        "zelan-netifup", "/var/run/y.pid", {"-s", "{W}", "-d", "/var/run/y.pid", "/dev/zelan8", "zelan8"});
+    EXPECT_EQ("", second.report);
+    EXPECT_EQ("zelan-netifup - another daemon serves this network\n", second.Log());
+    EXPECT_EQ(pid + "\n", ReadFileText(start.pidFile));
 }
 
-TEST(DaemonContract, StartersLimitsAndEnvironmentAreNotTheDaemons) {
-    mknod("/dev/zelan8", S_IFCHR | 0600, makedev(119, 9));
-    // Soft limits: hard ones can be raised only where the host lets us.
-    Must(
-        "ulimit -S -t 3; ulimit -S -n 64; umask 0; export SECRET=1; exec 9> /tmp/status > /tmp/log 2>&1; "
-        "exec nice -n 19 " +
-        ProgramPath("zelan-netifup") + " -s 9 -d /var/run/x.pid /dev/zelan8 zelan8");
-    const std::string pid = ReadFileText("/var/run/x.pid");
-    const std::string folder = "/proc/" + pid.substr(0, pid.find('\n'));
-    const std::string limits = ReadFileText(folder + "/limits");
-    EXPECT_TRUE(RunShell("grep -q 'Max cpu time *unlimited' " + folder + "/limits").Succeeded()) << limits;
-    EXPECT_TRUE(RunShell("grep -q 'Max open files *1024' " + folder + "/limits").Succeeded()) << limits;
-    EXPECT_EQ("0\n", RunShell("awk '{print $19}' " + folder + "/stat").output);
-    EXPECT_EQ("Umask:\t0022\nNoNewPrivs:\t1\n",
-              RunShell("grep -E '^(Umask|NoNewPrivs)' " + folder + "/status").output);
-    EXPECT_EQ("0\n", RunShell("grep -c SECRET /proc/$(pgrep -x zelan-watch)/environ").output);
-    EXPECT_EQ("/var/run/x.pid\n", RunShell("find /var/run/x.pid -perm 0644").output);
-    EXPECT_TRUE(HasLink("zelan-sw8")) << "the node's numbers, not its name, told the network";
-}
-
-// The PID file's process; zelan-watch is the one that keeps a capability, to clean up with.
+// Of each: its user, the capabilities that it has and that it could get, and whether its calls are filtered.
 TEST(DaemonContract, WaitingDaemonHasNoPrivilegeLeft) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    const char *const confined = " 1 0 ";  // no filter, since a sanitizer's own calls are not known
-#else
-    const char *const confined = " 1 2 ";
-#endif
-    const DaemonStart netifup = MustComeUp(StartNetifup(8));
-    const DaemonStart detect = MustComeUp(StartDaemon("zelan-detect", "zelan-detect", {}));
+    Must("ip link add eth1 type veth peer name eth2");
     WriteFileText("/etc/nat.conf", "[host]\nip = 10.1.2.2\nnetmask = 255.255.255.0\n");
-    const DaemonStart natd = MustComeUp(
-        StartDaemon("zelan-natd", "zelan-natd-8", {"-m", "/run/zelan-natd-8.mac", "-c", "/etc/nat.conf"}));
-    const std::string own = RunShell("id -u harbrel").output;
-    for (const pid_t pid : {netifup.pid, detect.pid, natd.pid}) {
-        const std::string line =
-            "awk '/^(Uid|CapInh|CapEff|CapBnd|NoNewPrivs|Seccomp):/ {printf \"%s \", $2}' /proc/";
-        EXPECT_TRUE(WaitUntil([&] {
-            const std::string state = RunShell(line + std::to_string(pid) + "/status").output;
-            return state.starts_with(own.substr(0, own.size() - 1) + " 0000000000000000 0000000000000000 ") &&
-                   state.ends_with(confined);
-        })) << RunShell("cat /proc/" + std::to_string(pid) + "/status").output;
+    const DaemonStart daemons[] = {
+        StartNetifup(8), StartDaemon("zelan-detect", "zelan-detect", {}),
+        StartDaemon("zelan-natd", "zelan-natd-8", {"-m", "/run/zelan-natd-8.mac", "-c", "/etc/nat.conf"}),
+        StartDaemon("zelan-bridge", "zelan-bridge-0", {"-n", "0", "-ieth1"})};
+    for (const DaemonStart &daemon : daemons) {
+        MustComeUp(daemon);
     }
-    EXPECT_EQ("CapEff:\t0000000000001000\n",
-              RunShell("grep CapEff /proc/$(pgrep -x zelan-watch)/status").output);
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    const std::string filter = " 0 ";  // since a sanitizer's own calls are not known
+#else
+    const std::string filter = " 2 ";
+#endif
+    const std::string none = " 0000000000000000 0000000000000000 ";
+    const std::string own = RunShell("printf %s $(id -u harbrel)").output;
+    const std::string expected =
+        "zelan-bridge 0 00000080000030c0 00000080000030c0 00000080000030c0 1 0 \n"
+        "zelan-detect " +
+        own + none + "00000000000010e0 1" + filter + "\nzelan-natd " + own + none + "00000000002014e0 1" +
+        filter + "\nzelan-netifup " + own + none + "00000000000030e0 1" + filter +
+        "\nzelan-watch 0 0000000000001000 0000000000001000 0000000000001000 1 0 \n";
+    std::string standing;
+    EXPECT_TRUE(WaitUntil([&] {
+        standing =
+            RunShell(
+                "for p in $(pgrep ^zelan-); do awk '/^(Name|Uid|CapPrm|CapEff|CapBnd|NoNewPrivs|Seccomp):/"
+                " {printf \"%s \", $2} END {print \"\"}' /proc/$p/status; done | sort")
+                .output;
+        return standing == expected;
+    })) << standing
+        << expected;
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 // DNS at the gateway: guests' questions reach the host's name servers, and nothing else of theirs does.
-#include <arpa/inet.h>
 #include <netinet/in.h>
 
 #include <atomic>
@@ -115,16 +114,6 @@ TEST_F(NatDns, NothingButQueriesReachesTheNameServer) {
     EXPECT_EQ(2, server.asked());
 }
 
-// A socket of the guest's that speaks under another address.
-FileDescriptor SocketUnder(const Machine *guest, int type, const std::string &address) {
-    sockaddr_in own = {};
-    own.sin_family = AF_INET;
-    inet_pton(AF_INET, address.c_str(), &own.sin_addr);
-    FileDescriptor socket = SocketOn(guest, type);
-    EXPECT_EQ(0, bind(socket.get(), reinterpret_cast<sockaddr *>(&own), sizeof own)) << address;
-    return socket;
-}
-
 // Under its own address as well as under those of all others, the other guest's included, and with any type
 // of service.
 TEST_F(NatDns, OneGuestCannotKeepAnotherFromAsking) {
@@ -136,28 +125,22 @@ TEST_F(NatDns, OneGuestCannotKeepAnotherFromAsking) {
     guest_->Run(
         "sysctl -q net.ipv4.conf.eth0.arp_ignore=1; ip address add 192.168.10.51/32 dev lo;"
         " for n in $(seq 60 254); do ip address add 192.168.10.$n/24 dev eth0; done");
-    sockaddr_in gateway = {};
-    gateway.sin_family = AF_INET;
-    gateway.sin_port = htons(53);
-    inet_pton(AF_INET, GATEWAY, &gateway.sin_addr);
     std::vector<FileDescriptor> held;
     std::vector<FileDescriptor> floods;
     for (int n = 51; n < 255; n += n == 51 ? 9 : 1) {
         const std::string address = "192.168.10." + std::to_string(n);
-        floods.push_back(SocketUnder(guest_.get(), SOCK_DGRAM, address));
+        floods.push_back(SocketUnder(guest_.get(), SOCK_DGRAM, {address, 0}));
         EXPECT_EQ(0, setsockopt(floods.back().get(), IPPROTO_IP, IP_TOS, &n, sizeof n));
         if (n > 51 && held.size() < 100) {
-            held.push_back(SocketUnder(guest_.get(), SOCK_STREAM, address));
-            EXPECT_EQ(0, connect(held.back().get(), reinterpret_cast<sockaddr *>(&gateway), sizeof gateway));
+            held.push_back(SocketUnder(guest_.get(), SOCK_STREAM, {address, 0}));
+            Connect(held.back(), {GATEWAY, 53});
         }
     }
     std::atomic<bool> enough = false;
     std::thread flooder([&] {
         const std::string question = Query("silence");
         for (size_t sent = 0; !enough; sent++) {
-            const size_t place = sent % 2 == 0 ? 0 : sent % floods.size();
-            (void)!sendto(floods[place].get(), question.data(), question.size(), 0,
-                          reinterpret_cast<sockaddr *>(&gateway), sizeof gateway);
+            SendTo(floods[sent % 2 == 0 ? 0 : sent % floods.size()], {GATEWAY, 53}, question);
             (void)!send(held[sent % held.size()].get(), "\0", 1, MSG_NOSIGNAL);
             std::this_thread::sleep_for(std::chrono::microseconds(50));
         }

@@ -1,10 +1,5 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
 #include <sys/utsname.h>
-
-#include <algorithm>
 
 #include "tests/support/conversation.h"
 #include "tests/support/daemonStart.h"
@@ -29,8 +24,13 @@ TEST(Netifup, InterfaceCarriesFramesOnASwitchThatOutlivesItWhileAGuestIsAttached
         CommandResult addresses = RunShell("ip -br address show zelan-sw8; ip -br address show zelan-if8");
         EXPECT_EQ(std::string::npos, addresses.output.find("fe80")) << "the switch is an endpoint\n"
                                                                     << addresses;
+        // The removal waits for a quiet moment; the tool, which asks by name, must not see it meanwhile.
+        const std::string index = RunShell("printf %x $(cat /sys/class/net/zelan8/ifindex)").output;
         KillDaemon(start);
-        ASSERT_TRUE(WaitUntil([] { return !HasLink("zelan8"); })) << LeftOver();
+        EXPECT_TRUE(WaitUntil([&] {
+            return RunShell("ip -o link show zelan-x" + index).output.find("state DOWN") != std::string::npos;
+        })) << LeftOver();
+        EXPECT_FALSE(HasLink("zelan8"));
     }
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
@@ -62,26 +62,12 @@ TEST(Netifup, GuestsAdvertisementDoesNotMakeItTheHostsRouter) {
 
 // The first datagram that gets from one guest to the other: one is from a DHCP server's port.
 std::string FirstToArrive(const Machine &from, const Machine &to, const std::string &address) {
-    sockaddr_in target = {};
-    target.sin_family = AF_INET;
-    target.sin_port = htons(68);
-    inet_pton(AF_INET, address.c_str(), &target.sin_addr);
-    FileDescriptor receiver = SocketOn(&to, SOCK_DGRAM);
-    EXPECT_EQ(0, bind(receiver.get(), reinterpret_cast<sockaddr *>(&target), sizeof target));
+    const FileDescriptor receiver = SocketUnder(&to, SOCK_DGRAM, {address, 68});
     for (const int port : {67, 69}) {
-        const std::string text = "from " + std::to_string(port);
-        FileDescriptor sender = SocketOn(&from, SOCK_DGRAM);
-        sockaddr_in source = {};
-        source.sin_family = AF_INET;
-        source.sin_port = htons(static_cast<uint16_t>(port));
-        EXPECT_EQ(0, bind(sender.get(), reinterpret_cast<sockaddr *>(&source), sizeof source));
-        EXPECT_LT(0, sendto(sender.get(), text.data(), text.size(), 0, reinterpret_cast<sockaddr *>(&target),
-                            sizeof target));
+        SendTo(SocketUnder(&from, SOCK_DGRAM, {"0.0.0.0", port}), {address, 68},
+               "from " + std::to_string(port));
     }
-    char buffer[16];
-    pollfd ready = {receiver.get(), POLLIN, 0};
-    const ssize_t size = poll(&ready, 1, 5000) > 0 ? recv(receiver.get(), buffer, sizeof buffer, 0) : 0;
-    return {buffer, static_cast<size_t>(std::max<ssize_t>(size, 0))};
+    return ReceiveOnce(receiver);
 }
 
 // On a bridged network guests may be what machines outside may be.
@@ -153,19 +139,6 @@ TEST(Netifup, GuestThatInventsAddressesFillsNoMoreThanTheTable) {
     EXPECT_TRUE(lateEar.HearUntil("end"));
     EXPECT_TRUE(lateEar.HasHeard("news")) << "a guest that is not in the table";
     EXPECT_FALSE(lateEar.HasHeard("secret")) << "another guest's frame";
-}
-
-// The removal waits for a quiet moment; the tool, which asks by name, must not see the interface meanwhile.
-TEST(Netifup, KilledDaemonsInterfaceLosesItsNameAndIsDownBeforeItIsRemoved) {
-    DaemonStart start = MustComeUp(StartNetifup(8));
-    Must("ip link set zelan8 up");
-    const std::string index = RunShell("printf %x $(cat /sys/class/net/zelan8/ifindex)").output;
-    KillDaemon(start);
-    EXPECT_TRUE(WaitUntil([&] {
-        return RunShell("ip -o link show zelan-x" + index).output.find("state DOWN") != std::string::npos;
-    })) << LeftOver();
-    EXPECT_FALSE(HasLink("zelan8"));
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
 TEST(Netifup, EndsWhenSomebodyRemovesItsInterface) {

@@ -71,13 +71,6 @@ TEST(Watch, OneThatIsKilledAloneIsReplacedByTheNextStartAndMissesNothing) {
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
-TEST(Watch, DaemonThatDiesByItselfLeavesNoPidFile) {
-    const DaemonStart start = MustComeUp(StartDetect());
-    kill(start.pid, SIGTERM);
-    EXPECT_TRUE(WaitUntil([&] { return access(start.pidFile.c_str(), F_OK) != 0; }));
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
-}
-
 // One that serves the host need not wait for its predecessor's end.
 TEST(Watch, EndOfAPredecessorDoesNotReachItsSuccessor) {
     const DaemonStart first = MustComeUp(StartDaemon("zelan-detect", "first", {}));
@@ -111,16 +104,6 @@ TEST(Watch, FailedStartsLeaveNoProcessAndTheSwitchToItsGuest) {
     EXPECT_TRUE(HasLink("zelan-sw8")) << "the guest's";
     Must("ip -n guest link delete g0; ip link delete zelan9");
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
-}
-
-TEST(Watch, SecondDaemonOfANetworkIsRefusedAndHarmsNothing) {
-    const DaemonStart start = MustComeUp(StartNetifup(8));
-    const std::string before = RunShell("ip -o link show zelan8").output;
-    const DaemonStart second = StartNetifup(8);
-    EXPECT_EQ("", second.report);
-    EXPECT_NE(std::string::npos, second.Log().find("another daemon serves this network")) << second;
-    EXPECT_EQ(before, RunShell("ip -o link show zelan8").output);
-    EXPECT_EQ(std::to_string(start.pid) + "\n", ReadFileText(start.pidFile));
 }
 
 // Of all that is put aside the kernel removes nothing while it cannot remove the loopback interface.
