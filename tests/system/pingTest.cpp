@@ -57,13 +57,35 @@ TEST(OrvanePing, StatusTellsWhetherTheSubnetIsFree) {
 
 // The library takes 3 and above for "not free".
 TEST(OrvanePing, WrongArgumentsGiveThreeAndAWord) {
-    for (const char *arguments :
-         {"-q 10.9.0.1 -t 1", "-q -t 1 -i 1", "-q 10.9.0 -t 1 -i 1", "-q 10.9.0.1 -t x -i 1",
-          "-q 10.9.0.1 -t 1 -i 0", "-q -z 10.9.0.1 -t 1 -i 1", "-q 1.1.1.1 1.1.1.2 -t 1 -i 1"}) {
-        const CommandResult result = RunShell(ProgramPath("orvane-ping") + " " + arguments);
-        EXPECT_EQ(3, result.status) << arguments << "\n" << result;
-        EXPECT_NE("", result.errors) << arguments;
-    }
+    const std::string seconds = " needs a number of seconds from 1 to 86400, not ";
+    EXPECT_EQ(
+        "option -i is missing\nusage: [-q] [-b] ADDRESS -t SECONDS -i SECONDS\n"
+        "\"10.9.0\" is no IPv4 address\noption -t" +
+            seconds + "\"x\"\noption -i" + seconds + "\"0\"\noption -t" + seconds +
+            "\"86401\"\nunknown option -z\n"
+            "usage: [-q] [-b] ADDRESS -t SECONDS -i SECONDS\n",
+        RunShell(
+            "for words in '-q 10.9.0.1 -t 1' '-q -t 1 -i 1' '-q 10.9.0 -t 1 -i 1' '-q 10.9.0.1 -t x -i 1'"
+            " '-q 10.9.0.1 -t 1 -i 0' '10.9.0.1 -t 86401 -i 1' '-q -z 10.9.0.1 -t 1 -i 1'"
+            " '1.1.1.1 1.1.1.2 -t 1 -i 1'; do " +
+            ProgramPath("orvane-ping") +
+            " $words 2>&1; [ $? = 3 ] || echo \"not 3: $words\"; done | sed 's/^orvane-ping - //'")
+            .output);
+}
+
+// Whoever may send it something can make it do no more than that.
+TEST(OrvanePing, WaitsWithoutPrivileges) {
+    Machine neighbour("neighbour");
+    neighbour.ConnectToHost("eth1", "n0", "10.9.0.1/24");
+    Must("ip address add 10.9.0.2/24 dev eth1");
+    BackgroundCommand ping({ProgramPath("orvane-ping"), "10.9.0.77", "-t", "2", "-i", "1"}, "/tmp/said");
+    EXPECT_TRUE(WaitUntil([&] {
+        const std::string status = ReadFileText("/proc/" + std::to_string(ping.pid()) + "/status");
+        return status.find("Uid:\t65534\t65534\t65534\t65534\n") != std::string::npos &&
+               status.find("CapPrm:\t0000000000000000\n") != std::string::npos;
+    }));
+    EXPECT_EQ(1, ping.Wait());
+    EXPECT_EQ("10.9.0.77: nothing answers\n", ReadFileText("/tmp/said"));
 }
 
 }  // namespace

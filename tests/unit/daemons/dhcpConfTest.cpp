@@ -140,9 +140,6 @@ TEST(DhcpConf, ToldToDnsmasq) {
              InSubnet(""),
          one + "dhcp-authoritative\ndhcp-ignore=tag:!known\ndhcp-ignore=tag:bootp\nlog-facility=local7\n" +
              placed},
-        {"the same in other words",
-         "authoritative; not authoritative; boot-unknown-clients off;" + InSubnet(""),
-         one + "dhcp-ignore=tag:!known\n" + placed},
         {"what changes nothing",
          "ddns-update-style none; ddns-updates on; ping-check off; allow client-updates;; always-broadcast "
          "on; allow duplicates; allow declines; allow unknown-clients; boot-unknown-clients true;" +
@@ -177,10 +174,8 @@ S option routers 10.1.2.1 => 4: semicolon expected behind 'option routers 10.1.2
 ~option x "abc;~ => 2: the text in quotation marks that begins here does not end
 { } => 1: nothing stands before {
 option x code 200 = { ip-address,~ => 2: a record is not closed by }
-option x code 200 = { ip-address;~ => 1: a record is not closed by }
 default-lease-time 1800; => 1: it declares no subnet
 subnet 10.1.2.0 netmask 255.0.255.0 { } => 1: 'subnet 10.1.2.0 netmask 255.0.255.0': a subnet reads 'subnet ADD
-subnet 10.1.2.0 mask 255.255.255.0 { } => 1: 'subnet 10.1.2.0 mask 255.255.255.0': a subnet reads
 S subnet 10.1.2.0 netmask 255.255.255.0 { } => 3: 'subnet 10.1.2.0
 S range 10.1.2.5 10.1.3.5; => 3: 'range 10.1.2.5 10.1.3.5': the range is not in its subnet
 S range 10.1.1.255 10.1.2.5; => 3: 'range 10.1.1.255 10.1.2.5': the range is not in its subnet
@@ -191,18 +186,12 @@ S hardware ethernet 2:0:0:0:0:1; => 3: 'hardware ethernet 2:0:0:0:0:1': it does 
 S option domain-search "@64"; => 3: 'option domain-search
 host h { hardware ethernet 02:00; } => 1: 'hardware ethernet 02:00': hardware ethernet has six bytes between colons
 host h i { } => 1: 'host h i': a host has one name
-H fixed-address 10.1.2; => 4: 'fixed-address 10.1.2'
 H default-lease-time x; => 4: 'default-lease-time x'
-group {~default-lease-time x; } => 2: 'default-lease-time x'
-class "x" {} => beyond 1: 'class "x"'
-~surprise me; => beyond 2: 'surprise me'
 option x code 200 = { ip-address }; => beyond 1: 'option x code 200 = { ip-address }'
 S option host-name = concat("a", "b"); => beyond 3: 'option host-name = concat
 S option routers 0.0.0.0; => beyond 3: an option with such a value
 S option root-path "a\nb"; => beyond 3: an option with such a value
-S option domain-search "a b"; => beyond 3: an option with such a value
 S option root-path "@256"; => beyond 3: 'option root-path "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa...'
-S filename "a\\b"; next-server 1.2.3.4; => beyond 1: 'filename' or 'server-name' with such a text
 S filename "@128"; next-server 1.2.3.4; => beyond 1: 'filename' or 'server-name' with such a text
 S server-name "@64"; next-server 1.2.3.4; => beyond 1: 'filename' or 'server-name' with such a text
 S filename "a"; => beyond 1: 'filename' or 'server-name' without 'next-server'
@@ -212,15 +201,11 @@ S if known { } => beyond 3: 'if known'
 S pool x { } => beyond 3: 'pool x'
 S pool { range 10.1.2.7; allow members of "x"; } => beyond 3: 'allow members of "x"'
 S pool { range 10.1.2.7; allow all-clients; } => beyond 3: 'allow all-clients'
-S pool { range 10.1.2.7; ignore unknown-clients; } => beyond 3: 'ignore unknown-clients'
 S deny booting; => beyond 1: 'deny booting' for a subnet
 S range dynamic-bootp 10.1.2.7; range 10.1.2.9; => beyond 1: 'dynamic-bootp' for some of the ranges
 S } subnet 10.1.3.0 netmask 255.255.255.0 { authoritative; => beyond 3: 'authoritative' for some of the subnets
-S deny unknown-clients; } subnet 10.1.3.0 netmask 255.255.255.0 { => beyond 3: 'unknown-clients' for some of
-S } subnet 10.1.3.0 netmask 255.255.255.0 { deny bootp; => beyond 3: 'bootp' for some of the subnets
 S deny booting; } subnet 10.1.3.0 netmask 255.255.255.0 { => beyond 3: 'booting' for some of the subnets
 H range 10.1.2.3; => beyond 4: 'range 10.1.2.3'
-host h { hardware token-ring 2:0:0:0:0:1; } => beyond 1: 'hardware token-ring 2:0:0:0:0:1'
 H option dhcp-client-identifier 1; => beyond 4: a client identifier of one byte
 H fixed-address 10.1.2.3, 10.1.2.4; => beyond 4: a host with several fixed addresses
 H default-lease-time 300; => beyond 4: a host with a default and another longest lease time of its own
