@@ -19,45 +19,39 @@ int PortCount(const std::string &bridge) {
 }
 
 // In a private host, as in any container, the host's own adapter is a veth whose other end is outside.
-TEST(Bridge, DefaultNetworkTakesWhatLeadsOutAloneAndLeavesNothingWhenKilled) {
+TEST(Bridge, TakesWhatLeadsOutOrIsNamedAndMayComeAndGo) {
     Machine outside("outside");
-    for (const char *name : {"eth1", "eth2", "eth3", "uplink", "ZELANx", "lan2", "docked"}) {
+    for (const char *name : {"eth1", "eth2", "eth3", "uplink", "lan2", "docked"}) {
         outside.ConnectToHost(name, std::string("o-") + name);
     }
-    Must("ip link add name br9 type bridge && ip link set uplink master br9");
-    Must("ip link add name docker0 type bridge && ip link add name loose1 type veth peer name loose2");
-    Must("ip link set loose2 master docker0 && ip tuntap add tap9 mode tap");
-    Must("ip link add link eth2 name mac9 type macvlan");
-    Must("ip link set lan2 group 1192");
-    DaemonStart start = MustComeUp(StartBridge(0, {"-eeth2", "-eETH3"}));
+    Must("ip link add name br9 type bridge && ip link set uplink master br9 && ip link set lan2 group 1192");
+    const DaemonStart start = MustComeUp(StartBridge(0, {"-eeth2", "-eETH3"}));
+    const DaemonStart named = MustComeUp(StartBridge(3, {"-ieth2", "-ieth4", "-ilan2"}));
+    EXPECT_TRUE(IsBridged("eth2"));
+    EXPECT_FALSE(IsBridged("eth3") || IsBridged("lan2")) << "the host's own interface on a network";
     // A guest that is plugged in is none, and a bridge is one as soon as it gets a way out.
     Must("ip link set docked master zelan-sw0 && ip link add name br8 type bridge");
     Must("ip link set eth1 master br8");
     EXPECT_TRUE(WaitUntil([] { return IsBridged("br8"); })) << start;
     Must("ip link set eth1 nomaster");
-    EXPECT_TRUE(WaitUntil([] { return IsBridged("eth1") && !IsBridged("br8"); })) << start;
-    EXPECT_TRUE(IsBridged("br9"));
+    EXPECT_TRUE(WaitUntil([] { return IsBridged("eth1") && IsBridged("br9") && !IsBridged("br8"); }))
+        << start;
     EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw0") == 3; })) << RunShell("ip -d link show").output;
+    const auto hasPorts = [](int count) {
+        return WaitUntil([count] { return PortCount("zelan-sw3") == count; });
+    };
+    outside.ConnectToHost("eth4", "o-eth4");
+    EXPECT_TRUE(WaitUntil([] { return IsBridged("eth4"); }) && hasPorts(2)) << named;
+    Must("ip link delete zelan-b3-0");
+    EXPECT_TRUE(hasPorts(2)) << "a TAP is gone for good\n" << named;
+    Must("ip link delete eth2");
+    EXPECT_TRUE(hasPorts(1)) << named;
+    Must("ip link set eth4 down && ip link set eth4 name eth5");
+    EXPECT_TRUE(hasPorts(0)) << named;
     Must("ip link set docked nomaster && ip link set docked group 1190");
     KillDaemon(start);
+    KillDaemon(named);
     EXPECT_TRUE(WaitUntil([] { return NothingIsLeft() && !IsBridged("eth1"); })) << LeftOver();
-}
-
-TEST(Bridge, NamedAdaptersAloneAreTakenAndMayComeAndGo) {
-    Must("ip link add name eth1 type veth peer name eth2");
-    Must("ip link add name lan2 type veth peer name other && ip link set lan2 group 1192");
-    DaemonStart start = MustComeUp(StartBridge(3, {"-ieth1", "-ieth3", "-ilan2"}));
-    EXPECT_TRUE(IsBridged("eth1"));
-    EXPECT_FALSE(IsBridged("lan2")) << "the host's own interface on a network";
-    EXPECT_FALSE(IsBridged("eth2"));
-    Must("ip link add name eth3 type veth peer name eth4");
-    EXPECT_TRUE(WaitUntil([] { return IsBridged("eth3") && PortCount("zelan-sw3") == 2; })) << start;
-    Must("ip link delete zelan-b3-0");
-    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw3") == 2; })) << "a TAP is gone for good\n" << start;
-    Must("ip link delete eth1");
-    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw3") == 1; })) << start;
-    Must("ip link set eth3 down && ip link set eth3 name eth5");
-    EXPECT_TRUE(WaitUntil([] { return PortCount("zelan-sw3") == 0; })) << start;
 }
 
 }  // namespace

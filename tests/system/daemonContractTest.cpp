@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <iterator>
+#include <regex>
 #include <sstream>
 
 #include "lib/misc/owners.h"
@@ -13,44 +14,50 @@
 
 namespace {
 
+// C stands for the contract's arguments, and what is said begins with the program's name.
+constexpr char WRONG_ARGUMENTS[] =
+    R"(zelan-netifup C /dev/zelan8 => usage: -s DESCRIPTOR -d PIDFILE /dev/zelan<N> ADAPTER
+zelan-netifup -s {W} /dev/zelan8 zelan8 => option -d is missing
+zelan-netifup C /dev/zelan8 zelan8 -s => option -s needs an argument
+zelan-netifup -s 999 -d /var/run/x.pid /dev/zelan8 zelan8 => the status descriptor 999 is not open
+zelan-netifup -s 1x -d /var/run/x.pid /dev/zelan8 zelan8 => option -s needs the number of a descriptor, not 1x
+zelan-netifup C -x /dev/zelan8 zelan8 => unknown option -x
+zelan-netifup C /dev/zelan9 zelan9 => /dev/zelan9: No such file or directory
+zelan-netifup C /dev/other zelan9 => /dev/other is no device node of a network
+zelan-netifup C /dev/zelan8 sixteen_letters_ => "sixteen_letters_" cannot name an interface
+zelan-bridge C -n 256 => option -n needs a network's number from 0 to 255, not 256
+zelan-bridge C -n 0 -i => option -i needs a name attached to it
+zelan-bridge C -n 0 -ia -eb => usage: -s DESCRIPTOR -d PIDFILE -n NETWORK [-eADAPTER]... or [-iADAPTER]...
+zelan-dhcpd -s {W} -cf c -lf l -pf /var/run/x.pid zelan256 => usage: -s DESCRIPTOR -cf CONFIGURATION -lf LEASES -pf PIDFILE zelan<N>
+zelan-dhcpd -s {W} -cf /tmp/conf -lf /tmp/leases -pf /no/such/folder/x.pid zelan8 => cannot write the PID file /no/such/folder/x.pid: No such file or directory
+zelan-natd C -m m -c /no/nat.conf => /no/nat.conf: No such file or directory
+zelan-natd C -m m -c /tmp/nat.conf => neither the configuration nor the MAC file's name tells the network
+zelan-natd C -m m -c /tmp/nat.conf more => usage: -s DESCRIPTOR -d PIDFILE -m MACFILE -c CONFIGURATION
+zelan-watch => usage: --sweep
+zelan-detect -s {W} C => option -s is given twice
+zelan-detect C more => usage: -s DESCRIPTOR -d PIDFILE
+zelan-netifup -s {W} -d /no/such/folder/x.pid /dev/zelan8 zelan8 => cannot write the PID file /no/such/folder/x.pid: No such file or directory
+)";
+
 TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
     constexpr char PID_FILE[] = "/var/run/x.pid";
-    mknod("/dev/zelan8", S_IFCHR | 0600, makedev(119, 8));
+    Must("mknod /dev/zelan8 c 119 8; echo > /dev/other");
     WriteFileText("/tmp/conf", "subnet 10.1.2.0 netmask 255.255.255.0 {}\n");
-    mknod("/dev/other", S_IFCHR | 0600, makedev(10, 8));
-    static constexpr struct {
-        const char *program, *arguments, *complaint;
-    } CASES[] = {
-        {"zelan-netifup", "-s {W} -d /var/run/x.pid /dev/zelan8", "usage:"},
-        {"zelan-netifup", "-s {W} /dev/zelan8 zelan8", "option -d is missing"},
-        {"zelan-netifup", "-d /var/run/x.pid /dev/zelan8 zelan8 -s", "option -s needs an argument"},
-        {"zelan-netifup", "-s 999 -d /var/run/x.pid /dev/zelan8 zelan8", "descriptor 999 is not open"},
-        {"zelan-netifup", "-s 1x -d /var/run/x.pid /dev/zelan8 zelan8", "not 1x"},
-        {"zelan-netifup", "-s {W} -d /var/run/x.pid -x /dev/zelan8 zelan8", "unknown option -x"},
-        {"zelan-netifup", "-s {W} -d /var/run/x.pid /dev/zelan9 zelan9", "/dev/zelan9: No such file"},
-        {"zelan-netifup", "-s {W} -d /var/run/x.pid /dev/other zelan9", "no device node of a network"},
-        {"zelan-netifup", "-s {W} -d /var/run/x.pid /dev/zelan8 sixteen_letters_",
-         "cannot name an interface"},
-        {"zelan-bridge", "-s {W} -d /var/run/x.pid -n 256", "from 0 to 255, not 256"},
-        {"zelan-bridge", "-s {W} -d /var/run/x.pid -n 0 -i", "option -i needs a name"},
-        {"zelan-bridge", "-s {W} -d /var/run/x.pid -n 0 -ia -eb", "usage:"},
-        {"zelan-dhcpd", "-s {W} -cf c -lf l -pf /var/run/x.pid zelan256", "usage:"},
-        {"zelan-dhcpd", "-s {W} -cf /tmp/conf -lf /tmp/leases -pf /no/such/folder/x.pid zelan8",
-         "x.pid: No such file"},
-        {"zelan-natd", "-s {W} -d /var/run/x.pid -m m -c /no/nat.conf", "/no/nat.conf: No such"},
-        {"zelan-watch", "", "usage: --sweep"},
-        {"zelan-detect", "-s {W} -s {W} -d /var/run/x.pid", "option -s is given twice"},
-        {"zelan-netifup", "-s {W} -d /no/such/folder/x.pid /dev/zelan8 zelan8", "x.pid: No such file"},
-    };
-    for (const auto &row : CASES) {
-        unlink(("/var/log/" + std::string(row.program) + ".log").c_str());
-        std::istringstream words(row.arguments);
+    WriteFileText("/tmp/nat.conf", "[host]\nip = 10.1.2.2\nnetmask = 255.255.255.0\n");
+    std::istringstream rows(WRONG_ARGUMENTS);
+    for (std::string row; getline(rows, row);) {
+        const size_t arrow = row.find(" => ");
+        std::istringstream words(std::regex_replace(row.substr(0, arrow), std::regex(" C\\b"),
+                                                    std::string(" -s {W} -d ") + PID_FILE));
+        std::string program;
+        words >> program;
         const std::vector<std::string> arguments(std::istream_iterator<std::string>(words), {});
-        const DaemonStart start = StartDaemonWith(row.program, PID_FILE, arguments);
-        EXPECT_NE(0, start.status) << row.complaint;
-        EXPECT_EQ("", start.report) << row.complaint;
-        EXPECT_NE(std::string::npos, start.Log().find(row.complaint)) << row.complaint << "\n" << start;
-        EXPECT_NE(0, access(PID_FILE, F_OK)) << row.complaint;
+        unlink(("/var/log/" + program + ".log").c_str());
+        const DaemonStart start = StartDaemonWith(program, PID_FILE, arguments);
+        EXPECT_NE(0, start.status) << row;
+        EXPECT_EQ("", start.report) << row;
+        EXPECT_EQ(program + " - " + row.substr(arrow + 4) + "\n", start.Log());
+        EXPECT_NE(0, access(PID_FILE, F_OK)) << row;
     }
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }

@@ -125,12 +125,16 @@ TEST(Dhcp, ClientsKeepTheirLeasesOverRenewalsRestartsAndChangesOfServer) {
     EXPECT_NE(std::string::npos, ReadFileText(LEASES).find(" guest ")) << ReadFileText(LEASES);
 }
 
-// Statements that give each of these options the same value.
-std::string Options(const std::string &value, const std::string &names) {
-    std::istringstream words(names);
+// Statements that give each of the options of a line the value that stands first in it.
+std::string Options(const std::string &lines) {
+    std::istringstream stream(lines);
     std::string text;
-    for (std::string name; words >> name;) {
-        text.append("option ").append(name).append(" ").append(value).append(";\n");
+    for (std::string line; getline(stream, line);) {
+        std::istringstream words(line);
+        std::string value, name;
+        for (words >> value; words >> name;) {
+            text.append("option ").append(name).append(" ").append(value).append(";\n");
+        }
     }
     return text;
 }
@@ -153,26 +157,21 @@ shared-network wire { subnet 192.168.10.0 netmask 255.255.255.0 {
   option unknown-230 "a,\"b\\c\040"; option unknown-231 0a:0b:c; option bootfile-name "65";
   option static-routes 10.0.0.0 192.168.10.7, 11.0.0.0 192.168.10.8; option netbios-node-type 8; } }
 )";
-    const std::string addresses =
-        Options("10.9.8.7",
-                "time-servers ien116-name-servers log-servers cookie-servers lpr-servers impress-servers "
-                "resource-location-servers swap-server router-solicitation-address nis-servers ntp-servers "
-                "netbios-name-servers netbios-dd-server font-servers x-display-manager nisplus-servers "
-                "mobile-ip-home-agent smtp-server pop-server nntp-server www-server finger-server irc-server "
-                "streettalk-server streettalk-directory-assistance-server nds-servers netinfo-server-address "
-                "capwap-ac-v4");
+    const std::string addresses = Options(
+        "10.9.8.7 time-servers ien116-name-servers log-servers cookie-servers lpr-servers impress-servers "
+        "resource-location-servers swap-server router-solicitation-address nis-servers ntp-servers "
+        "netbios-name-servers netbios-dd-server font-servers x-display-manager nisplus-servers "
+        "mobile-ip-home-agent smtp-server pop-server nntp-server www-server finger-server irc-server "
+        "streettalk-server streettalk-directory-assistance-server nds-servers netinfo-server-address "
+        "capwap-ac-v4");
     const std::string others =
-        Options(
-            "\"x\"",
-            "merit-dump extensions-path nis-domain netbios-scope nisplus-domain nds-tree-name nds-context "
-            "uap-servers pcode tcode netinfo-server-tag default-url loader-configfile loader-pathprefix") +
-        Options("7",
-                "default-ip-ttl default-tcp-ttl boot-size max-dgram-reassembly path-mtu-plateau-table "
-                "path-mtu-aging-timeout arp-cache-timeout tcp-keepalive-interval loader-reboottime") +
-        Options("on",
-                "non-local-source-routing all-subnets-local perform-mask-discovery mask-supplier "
-                "router-discovery trailer-encapsulation ieee802-3-encapsulation tcp-keepalive-garbage") +
-        Options("10.9.8.7 10.9.8.6", "policy-filter");
+        Options(R"("x" merit-dump extensions-path nis-domain netbios-scope nisplus-domain
+"x" nds-tree-name nds-context uap-servers pcode tcode netinfo-server-tag default-url loader-configfile loader-pathprefix
+7 default-ip-ttl default-tcp-ttl boot-size max-dgram-reassembly path-mtu-plateau-table path-mtu-aging-timeout
+7 arp-cache-timeout tcp-keepalive-interval loader-reboottime
+on non-local-source-routing all-subnets-local perform-mask-discovery mask-supplier router-discovery
+on trailer-encapsulation ieee802-3-encapsulation tcp-keepalive-garbage
+)") + "option policy-filter 10.9.8.7 10.9.8.6;\n";
     const std::string subnet =
         "subnet 192.168.10.0 netmask 255.255.255.0 { range 192.168.10.130 192.168.10.131; }\n";
     std::vector<std::string> wanted = {"-q", "-x", "hostname:guest", "-x", "0x33:00000e10"};  // for an hour

@@ -23,21 +23,19 @@ inline std::string Configuration(const std::string &host = "", const std::string
            "[udp]\ntimeout = 1234\n[incomingudp]\n" + udp + "\n[incomingtcp]\n" + tcp + "\n";
 }
 
-inline DaemonStart StartNat(const std::string &configuration, const std::string &name = "zelan-natd-8") {
-    Must("mkdir -p /etc/orvane/zelan8/nat");
-    WriteFileText("/etc/orvane/zelan8/nat/nat.conf", configuration);
-    return StartDaemon("zelan-natd", name,
-                       {"-m", "/var/run/zelan-natd-8.mac", "-c", "/etc/orvane/zelan8/nat/nat.conf"});
+inline DaemonStart StartNat(const std::string &configuration, const std::string &network = "8") {
+    const std::string folder = "/etc/orvane/zelan" + network + "/nat";
+    Must("mkdir -p " + folder);
+    WriteFileText(folder + "/nat.conf", configuration);
+    const std::string name = "zelan-natd-" + network;
+    return StartDaemon("zelan-natd", name, {"-m", "/var/run/" + name + ".mac", "-c", folder + "/nat.conf"});
 }
 
 // Network 9, 192.168.11.0/24 with the gateway at .2.
 inline DaemonStart StartAnotherNat(const std::string &tcp = "") {
-    Must("mkdir -p /etc/orvane/zelan9/nat");
-    WriteFileText(
-        "/etc/orvane/zelan9/nat/nat.conf",
-        "[host]\nip = 192.168.11.2\nnetmask = 255.255.255.0\ndevice = /dev/zelan9\n[incomingtcp]\n" + tcp);
-    return StartDaemon("zelan-natd", "zelan-natd-9",
-                       {"-m", "/var/run/zelan-natd-9.mac", "-c", "/etc/orvane/zelan9/nat/nat.conf"});
+    return StartNat(
+        "[host]\nip = 192.168.11.2\nnetmask = 255.255.255.0\ndevice = /dev/zelan9\n[incomingtcp]\n" + tcp,
+        "9");
 }
 
 // The address that a request came from.

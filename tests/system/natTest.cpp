@@ -290,28 +290,26 @@ TEST_F(Nat, KilledDaemonLeavesNothingButForwardingThatTheHostHasTurnedOn) {
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
     EXPECT_TRUE(WaitUntil([] { return ForwardingOf("eth0") == "0\n"; })) << "the host still forwards";
     Responder reuse(nullptr, SOCK_STREAM, {HOST, 8888}, Peer);
-    start_ = StartNat(Configuration());
-    WriteFileText("/proc/sys/net/ipv4/ip_forward", "1");
-    KillDaemon(start_);
-    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
-    EXPECT_EQ("1\n", ForwardingOf("eth0"));
-}
-
-TEST_F(Nat, NextStartCatchesUpWithWhatNobodyFollowed) {
+    // The next start catches up with what nobody followed.
     Start(Configuration());
-    Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 == \"zelan-watch\" {print $1}')");
+    Must("kill -9 $(pgrep -x zelan-watch)");
     Machine late("late");
     late.ConnectToHost("eth1", "eth0", "198.51.100.9/24");
     Must("ip address add 198.51.100.1/24 dev eth1 && nft flush ruleset");
     MustComeUp(StartNetifup(1));
     EXPECT_TRUE(WaitUntil([this] { return GuestPings(OUTSIDE) && GuestPings("198.51.100.9"); }));
     guest_.reset();
-    Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 ~ /^zelan-/ {print $1}')");
-    ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep ^zelan-").output.empty(); }));
+    Must("kill -9 $(pgrep ^zelan-)");
+    ASSERT_TRUE(WaitUntil([] { return RunShell("pgrep ^zelan-").output.empty(); }));
     EXPECT_EQ("1\n", ForwardingOf("eth0"));
     EXPECT_TRUE(RunCommand({ProgramPath("zelan-watch"), "--sweep"}).Succeeded());
     EXPECT_EQ("0\n0\n", ForwardingOf("eth0") + ForwardingOf("eth1"));
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+    start_ = StartNat(Configuration());
+    WriteFileText("/proc/sys/net/ipv4/ip_forward", "1");
+    KillDaemon(start_);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+    EXPECT_EQ("1\n", ForwardingOf("eth0"));
 }
 
 TEST_F(Nat, SendersOfOtherMakersAreRefusedWhenAsked) {

@@ -12,11 +12,11 @@ DaemonStart StartDetect() {
 }
 
 std::string Watchers() {
-    return RunShell("ps -e -o pid=,comm= | awk '$2 == \"zelan-watch\" {print $1}'").output;
+    return RunShell("pgrep -x zelan-watch").output;
 }
 
 void KillAll(const std::string &pattern) {
-    Must("kill -9 $(ps -e -o pid=,comm= | awk '$2 ~ /" + pattern + "/ {print $1}')");
+    Must("kill -9 $(pgrep '" + pattern + "')");
 }
 
 CommandResult Sweep() {
@@ -76,16 +76,20 @@ TEST(Watch, FailedStartsLeaveNoProcessAndTheSwitchToItsGuest) {
     const DaemonStart start = MustComeUp(StartNetifup(8));
     guest.ConnectToBridge("zelan-sw8", "g0");
     const std::string watcher = Watchers();
-    Must("ip link add name zelan9 type veth peer name other");
-    for (int round = 0; round < 3; round++) {
-        EXPECT_FALSE(StartNetifup(9).CameUp());
+    for (const std::string name : {"zelan9", "zelan-if9", "zelan-sw9"}) {
+        Must("ip link add " + name + " type bridge");
+        const DaemonStart failed = StartNetifup(9);
+        EXPECT_FALSE(failed.CameUp());
+        EXPECT_TRUE(failed.Log().ends_with(" - " + name + " exists already and belongs to somebody else\n"))
+            << failed;
+        Must("ip link delete " + name);
     }
     KillDaemon(start);
     EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan8") && !HasLink("zelan-sw9"); })) << LeftOver();
     EXPECT_EQ("zelan-watch\n", RunShell("ps -e -o comm= | grep ^zelan-").output);
     EXPECT_EQ(watcher, Watchers());
     EXPECT_TRUE(HasLink("zelan-sw8")) << "the guest's";
-    Must("ip -n guest link delete g0; ip link delete zelan9");
+    Must("ip -n guest link delete g0");
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
