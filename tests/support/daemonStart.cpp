@@ -54,6 +54,10 @@ DaemonStart StartNetifup(int network) {
     return StartDaemon("zelan-netifup", "zelan-netifup-" + name, {"/dev/" + name, name});
 }
 
+bool BothGuestsAreKnown() {
+    return RunShell("nft list set bridge zelan guests | grep -qE '\"zelan-sw8\"|\".*\".*\"'").Succeeded();
+}
+
 std::string LeftOver() {
     const CommandResult left = RunShell(
         "ip -br link | grep '^zelan'; ip netns list-id | grep -v name:; "

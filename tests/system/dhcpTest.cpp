@@ -292,10 +292,7 @@ TEST(Dhcp, OneGuestCannotTakeAllLeases) {
         "authoritative; subnet 192.168.10.0 netmask 255.255.255.0 { range 192.168.10.10 192.168.10.99; }"));
     const Guest hostile("02:00:00:00:00:10");
     const Guest other("02:00:00:00:01:0e");
-    ASSERT_TRUE(WaitUntil([] {
-        return RunShell("nft list set bridge zelan guests | grep -cE '\"zelan-sw8\"|\".*\".*\"'").output ==
-               "1\n";
-    }));
+    ASSERT_TRUE(WaitUntil(BothGuestsAreKnown));
     const auto ask = [&](int client, int address, const std::string &clientId, int macSize = 6) {
         SendFrame(&hostile, "eth0",
                   DhcpRequest{"02:00:00:00:00:" + std::to_string(client),

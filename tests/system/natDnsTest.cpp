@@ -125,6 +125,7 @@ TEST_F(NatDns, OneGuestCannotKeepAnotherFromAsking) {
     guest_->Run(
         "sysctl -q net.ipv4.conf.eth0.arp_ignore=1; ip address add 192.168.10.51/32 dev lo;"
         " for n in $(seq 60 254); do ip address add 192.168.10.$n/24 dev eth0; done");
+    ASSERT_TRUE(WaitUntil(BothGuestsAreKnown));
     std::vector<FileDescriptor> held;
     std::vector<FileDescriptor> floods;
     for (int n = 51; n < 255; n += n == 51 ? 9 : 1) {

@@ -82,10 +82,7 @@ TEST(Netifup, GuestsAreNoRoutersOrDhcpServersToEachOtherButOnABridgedNetwork) {
         first.ConnectToBridge("zelan-sw" + std::to_string(network), "g0", subnet + "1/24");
         second.ConnectToBridge("zelan-sw" + std::to_string(network), "g0", subnet + "2/24");
         if (network == 8) {
-            ASSERT_TRUE(WaitUntil([] {
-                return RunShell("nft list set bridge zelan guests | grep -cE '\"zelan-sw8\"|\".*\".*\"'")
-                           .output == "1\n";
-            })) << RunShell("nft list ruleset").output;
+            ASSERT_TRUE(WaitUntil(BothGuestsAreKnown)) << RunShell("nft list ruleset").output;
             Must("nft flush ruleset");
             ASSERT_TRUE(WaitUntil([] { return RunShell("nft list table bridge zelan").Succeeded(); }));
         }
