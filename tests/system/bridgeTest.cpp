@@ -25,7 +25,7 @@ TEST(Bridge, TakesWhatLeadsOutOrIsNamedAndMayComeAndGo) {
         outside.ConnectToHost(name, std::string("o-") + name);
     }
     Must("ip link add name br9 type bridge && ip link set uplink master br9 && ip link set lan2 group 1192");
-    const DaemonStart start = MustComeUp(StartBridge(0, {"-eeth2", "-eETH3"}));
+    const DaemonStart start = MustComeUp(StartBridge(0, {"-eeth2", "-eETH3", "-eeth4"}));
     const DaemonStart named = MustComeUp(StartBridge(3, {"-ieth2", "-ieth4", "-ilan2"}));
     EXPECT_TRUE(IsBridged("eth2"));
     EXPECT_FALSE(IsBridged("eth3") || IsBridged("lan2")) << "the host's own interface on a network";
