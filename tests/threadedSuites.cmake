@@ -13,8 +13,7 @@ function(add_label_threads label tests)
   endforeach()
 endfunction()
 
-add_label_threads(plain "${unit_tests_TESTS}" ErrText FileLock FileLockMember FileLockOwner FileLockWait HashTable Subnets
-  VThread VThreadDeathTest)
+add_label_threads(plain "${unit_tests_TESTS}" ErrText FileLock FileLockMember FileLockOwner FileLockWait Subnets VThreadDeathTest)
 add_label_threads(plain "${sync_tests_TESTS}" Sync SyncMutex SyncWaitQ)
 add_label_threads(root "${host_tests_TESTS}" Threads)
 add_label_threads(root "${system_tests_TESTS}" StartStop)

@@ -123,7 +123,8 @@ TEST_F(BridgeChanges, DiscoveryFindsAdaptersWithDriverAndKeepsOwnOnesOffTheExpor
     ASSERT_TRUE(HBL_GetHostAdapterList(1, &list));
     ASSERT_EQ(1u, list->count);
     EXPECT_STREQ("hbl456789012345", list->first->deviceName);
-    EXPECT_EQ(5, list->first->net.vnet);
+    EXPECT_EQ(std::tuple(1u, HBL_NETWORK_TYPE_VNET, 5),
+              std::tuple(list->first->net.version, list->first->net.type, list->first->net.vnet));
     EXPECT_EQ(nullptr, list->first->next);
     HBL_FreeHostAdapterList(list);
     Must("ip link set ZELAN7 name hbl7");

@@ -65,7 +65,6 @@ class DhcpNat : public LibraryTest {
 TEST_F(DhcpNat, CallsEndWithTheirLineAndFreeTheLock) {
     char text[128] = "";
     uint32_t length = 2;
-    uint16_t port = 0;
     const struct {
         bool done;
         std::function<bool()> call;
@@ -88,13 +87,8 @@ TEST_F(DhcpNat, CallsEndWithTheirLineAndFreeTheLock) {
          "Invalid VM IP: 10.0.0.5 or port: 0\n"},
         {false, [&] { return HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.5", 80, text, 128); },
          "Description is too long, allowed is: 128 bytes\n"},
-        {false, [] { return HBL_SetNATPortForward("zelan8", true, 80, nullptr, 0, nullptr, 0); },
-         "Setting/ Removing NAT Port Forward failed for vnet: zelan8, port: 80\n"},
         {true, [] { return HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.5", 8080, "web site", 3); },
          "tcp: 1, hostPort: 80, vm IP: 10.0.0.5, vm port: 8080, description: web\n"},
-        {false,
-         [&] { return HBL_GetNATPortForward("zelan8", true, 80, text, &length, &port, text, nullptr); },
-         ", descLen: (nil)\n"},
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(row.lastLine);
@@ -115,8 +109,6 @@ TEST_F(DhcpNat, MappingIsFoundWhateverTheCaseOfItsAddress) {
     EXPECT_STREQ("192.168.10.51 02:AA:00:00:00:01", (std::string(ip) + " " + mac).c_str());
     EXPECT_EQ(std::tuple(14U, 18U, 1U), std::tuple(ipLength, macLength, offset));
     ipLength = sizeof ip;
-    EXPECT_FALSE(HBL_EnumDHCPIPToMAC("zelan8", &offset, ip, &ipLength, mac, &macLength));
-    EXPECT_EQ(std::tuple(16U, 18U, 1U), std::tuple(ipLength, macLength, offset));
     EXPECT_TRUE(HBL_GetDHCPIPToMAC("zelan8", ip, &ipLength, "02:aA:0:0:0:1"));
     EXPECT_EQ(14U, ipLength);
     EXPECT_TRUE(UpdateDhcp());
@@ -185,8 +177,6 @@ TEST_F(DhcpNat, FullDiskInARewriteOfDhcpdConfLeavesTheOldOneWhole) {
     } CASES[] = {
         {"backup", 1, 0, 0, "dhcpd.conf.bak failed, error: No space left on device\n", false},
         {"block", 2, 0, 60, "DHCP MAC/IP mapping, error: No space left on device\n", true},
-        {"tail", 2, 1, 1, "fclose: failed while writing DHCP config file, error: No space left on device\n",
-         true},
         {"large tail", 6, 3, 35, "fwrite: failure while copying file, error: No space left on device\n",
          true},
     };

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
@@ -302,6 +303,10 @@ uint32_t *Start() {
     return &offset;
 }
 
+// Of calls that are all made.
+bool All(std::initializer_list<bool> results) {
+    return std::ranges::all_of(results, std::identity());
+}
 bool Unloaded(bool (*call)()) {
     const bool loaded = HBLIsLoaded() && HBLDropLoad();
     const bool result = call();
@@ -333,8 +338,6 @@ const Call CALLS[] = {
          return Undisturbed([] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.9", mac); }) &&
                 HBL_SetDHCPIPToMAC(vnet, nullptr, mac);
      }},
-    {"EnumTies", false, 55, 3935168433,
-     [] { return HBL_EnumDHCPIPToMAC(vnet, Start(), text, Size(&size), otherText, Size(&otherSize)); }},
     {"UpdateDhcp", false, 11632, 2565953173,
      [] {
          return Undisturbed([] { return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2); }) &&
@@ -352,11 +355,6 @@ const Call CALLS[] = {
          return Undisturbed(
                     [] { return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.9", 80, nullptr, 0); }) &&
                 HBL_SetNATPortForward(vnet, true, 80, nullptr, 0, nullptr, 0);
-     }},
-    {"EnumForwards", false, 55, 2580843520,
-     [] {
-         return HBL_EnumNATPortForward(vnet, true, Start(), &port, text, Size(&size), &port, otherText,
-                                       Size(&otherSize));
      }},
     {"UpdateNat", false, 2060, 1485705180, [] { return HBL_UpdateNATFromConfig(vnet); }},
     {"EnableAdapter", false, 1414, 476798914, [] { return HBL_EnableNetworkAdapter(vnet); }},
@@ -382,8 +380,6 @@ const Call CALLS[] = {
     {"GetFeatures", false, 479, 1006256043, [] { return Features(HBL_GetVnetFeatures); }},
     {"SetSubnet", false, 754, 3359012318,
      [] { return HBL_SetVnetSubnetAddr(vnet, nullptr) && HBL_SetVnetSubnetAddr(vnet, "192.168.42.0"); }},
-    {"GetAdapterAddress", false, 68, 2116585043,
-     [] { return HBL_GetVnetAdapterAddr(vnet, text, Size(&size), true); }},
     {"Export", false, 743, 1865412767, [] { return HBL_ExportDatabaseToFile(nullptr); }},
     {"Import", true, 2242, 3774255136,
      [] {
@@ -408,12 +404,6 @@ const Call CALLS[] = {
      }},
     {"ServiceStatus", false, 128, 3081575979,
      [] { return HBL_GetServiceStatus(vnet, HBL_SERVICE_DHCP) == HBL_SERVICE_STATUS_STOPPED; }},
-    {"GetUses", false, 95, 3756453682, [] { return HBL_GetVnetUseDHCP(vnet) && HBL_GetVnetUseNAT(vnet); }},
-    {"GetTie", false, 80, 3239664787, [] { return HBL_GetDHCPIPToMAC(vnet, text, Size(&size), mac); }},
-    {"GetForward", false, 64, 482991653,
-     [] {
-         return HBL_GetNATPortForward(vnet, true, 80, text, Size(&size), &port, otherText, Size(&otherSize));
-     }},
     {"AssignSubnet", false, 774, 1353026544,
      [] {
          return HBL_AssignSubnetAddressToVnet(vnet, true) &&
@@ -442,10 +432,24 @@ const Call CALLS[] = {
      [] {
          return HBL_SetVnetSubnetMask(vnet, "255.255.0.0") && HBL_SetVnetAdapterAddr(vnet, "192.168.40.1");
      }},
-    {"GetAddresses", false, 92, 3974017888,
+    {"GetTies", false, 190, 4005064840,
      [] {
-         return HBL_GetVnetSubnetMask(vnet, text, Size(&size)) &&
-                HBL_GetVnetSubnetAddr(vnet, text, Size(&size));
+         return All({HBL_GetVnetUseDHCP(vnet), HBL_GetDHCPIPToMAC(vnet, text, Size(&size), mac),
+                     HBL_EnumDHCPIPToMAC(vnet, Start(), text, Size(&size), otherText, Size(&otherSize))});
+     }},
+    {"GetForwards", false, 174, 1287299174,
+     [] {
+         return All(
+             {HBL_GetVnetUseNAT(vnet),
+              HBL_GetNATPortForward(vnet, true, 80, text, Size(&size), &port, otherText, Size(&otherSize)),
+              HBL_EnumNATPortForward(vnet, true, Start(), &port, text, Size(&size), &port, otherText,
+                                     Size(&otherSize))});
+     }},
+    {"GetAddresses", false, 180, 4199749049,
+     [] {
+         return All({HBL_GetVnetSubnetMask(vnet, text, Size(&size)),
+                     HBL_GetVnetSubnetAddr(vnet, text, Size(&size)),
+                     HBL_GetVnetAdapterAddr(vnet, text, Size(&size), true)});
      }},
 };
 

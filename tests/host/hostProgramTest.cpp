@@ -29,7 +29,6 @@ class HostProgram : public LibraryTest {
         load_ = reinterpret_cast<bool (*)()>(dlsym(library_, "HBL_Load"));
         unload_ = reinterpret_cast<void (*)()>(dlsym(library_, "HBL_Unload"));
     }
-    void Close() { dlclose(library_); }
 
 #if defined(__SANITIZE_ADDRESS__)
     // What the library keeps once for a whole process counts as lost when its variables are gone.
@@ -57,7 +56,7 @@ TEST_F(HostProgram, GetsItsNewHandlerBack) {
     std::filesystem::create_directory("/var/log/harbrel");
     EXPECT_FALSE(load_()) << "no log";
     EXPECT_EQ(std::get_new_handler(), HandlerOfTheProgram);
-    Close();
+    dlclose(library_);
     EXPECT_THAT(ReadFileText("/proc/self/maps"), Not(HasSubstr("libharbrel")));
 }
 
@@ -74,5 +73,5 @@ TEST_F(HostProgram, KeepsNoMemoryOfPastLoads) {
     };
     const size_t used = usedAfter(5);
     EXPECT_EQ(used, usedAfter(50));
-    Close();
+    dlclose(library_);
 }

@@ -56,7 +56,7 @@ TEST_F(DictionaryFile, ReadsTheValueOfOneLine) {
         {"bindir =", ""},
         {"bindir = |20|7c|7C20", " ||20"},
         {"bindir = \"a|22b|2\"", "a\"b|2"},
-        {"bindir = \"a|zzb\"", "a|zzb"},
+        {"bindir = |4a|4F|6a|6A|49|6G|6@|6`|6:|6/|a", "JOjjI|6G|6@|6`|6:|6/|a"},
         {" # bindir = x", "<null>"},
         {"", "<null>"},
     };
@@ -112,14 +112,11 @@ TEST_F(DictionaryFile, FailsForALineThatItCannotTake) {
     }
 }
 
-TEST_F(DictionaryFile, DecodesLinesBeforeAndBehindADeclaration) {
+TEST_F(DictionaryFile, DecodesByADeclarationAndTakesTheSignatureAsAHint) {
     EXPECT_TRUE(Load("a = \xE4\n.Encoding = \"ISO-8859-1\"\nb = |e4\nvmlist.encoding = \"latin1\"\n"));
     EXPECT_EQ(Get("a"), "\xC3\xA4");
     EXPECT_EQ(Get("b"), "\xC3\xA4");
     EXPECT_EQ(Get(".encoding"), "<null>");
-}
-
-TEST_F(DictionaryFile, TakesTheSignatureAsAHint) {
     const StringEncoding latin1 = UnicodeIANALookup("ISO-8859-1");
     const std::string signature = "\xEF\xBB\xBF";
     for (const char *encoded : {"a = \xC3\xA4\n", "a = \xE4\n"}) {

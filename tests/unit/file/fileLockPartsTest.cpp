@@ -20,7 +20,7 @@ TEST(FileLockNames, AcceptsALetterFiveDigitsAndTheSuffix) {
     }
 }
 
-TEST(FileLockMember, ReadsEveryFormOfARecord) {
+TEST(FileLockMember, ReadsEveryFormOfARecordAndNothingElse) {
     const struct {
         std::string text;
         std::optional<std::string> payload, checksum;
@@ -41,9 +41,6 @@ TEST(FileLockMember, ReadsEveryFormOfARecord) {
         EXPECT_EQ(member.locationChecksum, c.checksum) << c.text;
         EXPECT_EQ(member.lamportNumber, c.ticket) << c.text;
     }
-}
-
-TEST(FileLockMember, RefusesWhatIsNoRecord) {
     for (const char *text :
          {"id 12 7", "id 12 seven X", "id 12 7 x", "id 12 7 X [ lc", "id 12 7 X [ =99",
           "id 12 7 X [ lc=", "id 12 7 X p 6=6 7=7 8=8 9=9 a=a b=b c=c d=d e=e f=f g=g h=h"}) {

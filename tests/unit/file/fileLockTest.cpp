@@ -143,20 +143,16 @@ TEST_F(FileLock, SharedLocksGoTogetherAndExclusiveOnesAlone) {
 TEST_F(FileLock, SpellingsOfOnePathMeet) {
     FileLockToken *token = Lock(false, 0);
     fs::create_directory(folder_ / "sub");
+    fs::create_directory_symlink(".", folder_ / "link");
     const fs::path former = fs::current_path();
     fs::current_path(folder_.Path());
     int error = -1;
-    for (const char *spelling : {"database", "./database", "sub/../database"}) {
+    for (const char *spelling : {"database", "./database", "sub/../database", "link/database"}) {
         EXPECT_EQ(FileLock_Lock(spelling, false, 0, &error), nullptr) << spelling;
         EXPECT_EQ(error, 0) << spelling;
     }
-    fs::create_directory_symlink(".", folder_ / "link");
-    EXPECT_EQ(FileLock_Lock((folder_ / "link/database").c_str(), false, 0, &error), nullptr);
     EXPECT_EQ(FileLock_Unlock("sub/..//database", token), 0);
-    token = FileLock_Lock((folder_ / "link/database").c_str(), false, 0, &error);
-    EXPECT_EQ(FileLock_Lock("database", false, 0, &error), nullptr);
     fs::current_path(former);
-    Unlock(token);
     EXPECT_FALSE(fs::exists(lockDir_));
 }
 
@@ -387,28 +383,6 @@ TEST_F(FileLock, ReadOnlyPlaceGrantsSharedLocksWithNothingOnDisk) {
     })));
 }
 
-TEST_F(FileLock, StuckDoorwayIsClearedAfterEightSeconds) {
-    fs::create_directories(lockDir_ + "/D00007.lck");
-    Put("E00007.lck", "");
-    Put("M00007.lck", "");
-    FileLockAttempt attempt = Attempt();
-    std::vector<ActiveLock> &active = attempt.activeList;
-    active = {{0, true, "D00007.lck"}, {4000, false, "D00008.lck"}};
-    for (int turn = 1; turn <= 41; turn++) {
-        EXPECT_EQ(FileLockAgeActiveList(&attempt), 0);
-        ASSERT_EQ(active.size(), 1u) << turn;
-        EXPECT_EQ(active[0].age, 200u * turn);
-        EXPECT_FALSE(active[0].marked);
-        active[0].marked = true;  // as the next turn finds it
-    }
-    EXPECT_EQ(Names().size(), 3u);
-    GeneralLog log;
-    EXPECT_EQ(FileLockAgeActiveList(&attempt), 0);
-    EXPECT_EQ(log.Take(), "FILE: Scanner discarding D00007.lck data from '" + lockDir_ + "'.\n");
-    EXPECT_THAT(active, IsEmpty());
-    EXPECT_THAT(Names(), IsEmpty());
-}
-
 TEST_F(FileLock, DoorwayEndsTheWaitWhereItCannotBeClearedOrNeverEmpties) {
     fs::create_directories(lockDir_ + "/D00007.lck/full");
     FileLockAttempt stuck = Attempt();
@@ -432,6 +406,8 @@ TEST_F(FileLock, DoorwayEndsTheWaitWhereItCannotBeClearedOrNeverEmpties) {
 // The doorway is old enough to be cleared in the first turn; the members are judged in the next one.
 TEST_F(FileLock, MembersAreJudgedOnlyBehindAnEmptyDoorway) {
     fs::create_directories(lockDir_ + "/D00007.lck");
+    Put("E00007.lck", "");
+    Put("M00007.lck", "");
     Put("M00001.lck", "otherMachine 1 5 X");
     FileLockAttempt attempt = Attempt();
     attempt.activeList = {{8200, false, "D00007.lck"}};
@@ -440,7 +416,10 @@ TEST_F(FileLock, MembersAreJudgedOnlyBehindAnEmptyDoorway) {
         judging->own.lamportNumber = member.lamportNumber;
         return 0;
     };
+    GeneralLog log;
     EXPECT_EQ(ScanDirectory(&attempt, judgeBehindDoorway, true), 0);
+    EXPECT_EQ(log.Take(), "FILE: Scanner discarding D00007.lck data from '" + lockDir_ + "'.\n");
+    EXPECT_THAT(Names(), ElementsAre("M00001.lck"));
     EXPECT_EQ(attempt.own.lamportNumber, 5u);
 }
 

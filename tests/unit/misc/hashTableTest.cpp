@@ -3,10 +3,8 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -139,34 +137,6 @@ TEST(HashTable, WalkByCallbackEndsWhereTheCallbackSaysSo) {
     EXPECT_EQ(HashTable_ForEach(table.get(), countAndDelete, &data), 0);
     const Table none = MakeTable(0, HASH_INT_KEY);
     EXPECT_FALSE(HashTable_Lookup(none.get(), HashTable_IntKey(1), nullptr));
-}
-
-// The table, too, is made by whoever comes first. Each value is swapped once by each thread.
-TEST(HashTable, ConcurrentInsertsAddEachKeyOnce) {
-    constexpr uintptr_t KEYS = 400;
-    constexpr int THREADS = 4;
-    HashTable *shared = nullptr;
-    std::atomic<size_t> added = 0;
-    static std::atomic<size_t> swappedOut;
-    swappedOut = 0;
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < THREADS; t++) {
-        threads.emplace_back([&] {
-            HashTable *table =
-                HashTable_AllocOnce(&shared, 8, HASH_STRING_KEY | HASH_FLAG_ATOMIC | HASH_FLAG_COPYKEY,
-                                    [](void *value) { swappedOut += reinterpret_cast<uintptr_t>(value); });
-            for (uintptr_t number = 1; number <= KEYS; number++) {
-                const std::string key = std::to_string(number);
-                added += HashTable_Insert(table, key.c_str(), Value(1)) ? 1 : 0;
-                EXPECT_TRUE(HashTable_ReplaceOrInsert(table, key.c_str(), Value(1)));
-            }
-        });
-    }
-    threads.clear();
-    const Table table(shared);
-    EXPECT_EQ(added, KEYS);
-    EXPECT_EQ(swappedOut, KEYS * THREADS);
-    EXPECT_EQ(Walk(table.get()).size(), KEYS);
 }
 
 TEST(AtomicFence, IsNeededOnEarlyModelsOfOneFamilyOnly) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -38,25 +37,6 @@ TEST(ReadNextLine, TakesEveryKindOfLineEnd) {
     };
     for (auto [text, lines] : cases) {
         EXPECT_EQ(ReadAllLines(StreamOf(text).get()), lines) << testing::PrintToString(text);
-    }
-}
-
-TEST(ReadNextLine, TestsTheLimitOnlyWhenTheBufferMustGrow) {
-    const std::pair<size_t, size_t> cases[] = {{1024, 2047}, {10, 1023}, {2048, 4095}};
-    for (const auto &[limit, longest] : cases) {
-        for (const bool fits : {true, false}) {
-            SCOPED_TRACE(testing::Message() << longest << " bytes under the limit " << limit);
-            const std::string expected(longest + (fits ? 0 : 1), 'x');
-            std::string text = expected + "\n";
-            const FileStream stream = StreamOf(text);
-            char *line = nullptr;
-            errno = 0;
-            EXPECT_EQ(ReadNextLine(stream.get(), &line, limit, nullptr),
-                      fits ? READ_LINE_OK : READ_LINE_ERROR);
-            const MallocString owner(line);
-            EXPECT_EQ(errno, fits ? 0 : E2BIG);
-            EXPECT_STREQ(line, fits ? expected.c_str() : nullptr);
-        }
     }
 }
 

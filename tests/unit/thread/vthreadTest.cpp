@@ -4,14 +4,11 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <barrier>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "lib/config/msg.h"
 #include "tests/support/generalLog.h"
@@ -100,28 +97,6 @@ Seen RunThread(const char *name) {
 TEST(VThreadDeathTest, IdsAndNamesOfAFreshProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(UseAFreshTable(), testing::ExitedWithCode(0), "");
-}
-
-// As many as there are networks, all alive at once: more than the table holds.
-TEST(VThread, RunsAThreadForEachNetworkAtOnce) {
-    constexpr int COUNT = 256;
-    VThread_Init(VTHREAD_INVALID_ID, "unit");
-    static std::barrier<> allRun(COUNT);
-    std::vector<Seen> seen(COUNT);
-    std::vector<VThreadID> created;
-    for (int i = 0; i < COUNT; ++i) {
-        const auto look = [](void *data) {
-            Look(data);
-            allRun.arrive_and_wait();
-        };
-        created.push_back(VThread_CreateThread(look, &seen[i], VTHREAD_INVALID_ID, "many"));
-        ASSERT_GE(created.back(), 36);
-    }
-    for (int i = 0; i < COUNT; ++i) {
-        VThread_WaitThread(created[i]);
-        EXPECT_EQ(seen[i].id, created[i]);
-    }
-    EXPECT_EQ(std::set<VThreadID>(created.begin(), created.end()).size(), static_cast<size_t>(COUNT));
 }
 
 }  // namespace

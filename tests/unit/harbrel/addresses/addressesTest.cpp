@@ -37,25 +37,6 @@ TEST(IPAddress, ReadsDottedTextWithNothingBehindIt) {
     EXPECT_EQ(0xFFFFFFFEu, address);
 }
 
-TEST(IPAddress, BroadcastAndAdapterFollowFromSubnetAndMask) {
-    const struct {
-        const char *address, *mask, *broadcast, *adapter;  // "-": refused
-    } cases[] = {
-        {"192.168.40.0", "255.255.255.0", "192.168.40.255", "192.168.40.1"},
-        {"10.1.2.3", "255.255.255.248", "10.1.2.7", "10.1.2.4"},
-        {"10.1.2.3", "255.255.255", "-", "10.1.2.4"},
-        {"10.1.2", "255.255.255.0", "-", "-"},
-        {"10.1.2.3", nullptr, "-", "10.1.2.4"},
-    };
-    for (const auto &row : cases) {
-        char broadcast[HBL_IP_STR_SIZE] = "-", adapter[HBL_IP_STR_SIZE] = "-";
-        EXPECT_EQ(*row.broadcast != '-', HBLGetBcastAddr(row.address, row.mask, broadcast));
-        EXPECT_EQ(*row.adapter != '-', HBLGetDefaultAdapterAddr(row.address, adapter));
-        EXPECT_STREQ(row.broadcast, broadcast);
-        EXPECT_STREQ(row.adapter, adapter);
-    }
-}
-
 TEST(SubnetMask, AcceptsContiguousOnesWithRoomForEightHosts) {
     const std::string small = "HBLIsValidSubnetMask - The subnet is too small, we need at least 8 hosts\n";
     const std::string gap = "HBLIsValidSubnetMask - Mask is not a contiguous string of 1s: ";

@@ -29,6 +29,16 @@ TEST(BridgeChanges, DefaultIsZeroOrNoneAndTheSameValueNeedsNoLock) {
     EXPECT_EQ(0u, log.Take().find("HBLValidateNetIDStruct - Invalid vnet number: 256\n" + prefix +
                                   "Invalid arguments - netId: 0x"));
     EXPECT_EQ(before, ReadFileText(cache.Database()));
+    HBL_NetworkID id = {1, 7, 9, {}};
+    EXPECT_TRUE(HBL_GetBridgeDefaultNetwork(&id));
+    EXPECT_EQ(std::tuple(HBL_NETWORK_TYPE_VNET, 0), std::tuple(id.type, id.vnet));
+    log.Take();
+    EXPECT_FALSE(HBL_GetBridgeDefaultNetwork(nullptr) || HBL_GetHostAdapterList(1, nullptr));
+    EXPECT_EQ(
+        "HBL_GetBridgeDefaultNetwork - Invalid argument - netId: (nil)\n"
+        "HBL_GetHostAdapterList - Invalid argument - header: (nil)\n",
+        log.Take());
+    HBL_FreeHostAdapterList(nullptr);
 }
 
 TEST(BridgeChanges, MoveChecksAdapterDestinationAndSource) {

@@ -16,7 +16,6 @@ TEST_F(ServiceControl, RefusesWhatNamesNoService) {
         uint32_t type;
         const char *line;
     } CASES[] = {
-        {nullptr, HBL_SERVICE_DHCP, "Invalid argument - vnet: (nil), serviceType: 34818\n"},
         {"zelan8", 34816, ", serviceType: 34816\n"},
         {"zelan8", 34822, ", serviceType: 34822\n"},
         {"eth0", HBL_SERVICE_NETDETECT, "Invalid vnet name: eth0\n"},

@@ -81,27 +81,3 @@ TEST(DefaultBridge, ThatCannotBeReadFailsWhatNeedsIt) {
     EXPECT_EQ(3, vnet);
     ASSERT_TRUE(HBLSetDefaultBridgeVnet(0));
 }
-
-TEST(ExportedReads, CheckVersionAndArgumentAndFillTypeAndVnet) {
-    const OpenCache cache;
-    ASSERT_TRUE(HBLSetDefaultBridgeVnet(HBL_VNET_NONE));
-    LogCapture log;
-    HBL_NetworkID id{2, 7, 9, {}};
-    HBL_HostAdapterList *list = nullptr;
-    EXPECT_FALSE(HBL_GetBridgeDefaultNetwork(&id));
-    EXPECT_FALSE(HBL_GetBridgeDefaultNetwork(nullptr));
-    EXPECT_FALSE(HBL_GetHostAdapterList(2, &list));
-    EXPECT_FALSE(HBL_GetHostAdapterList(2, nullptr));
-    EXPECT_EQ(
-        "HBL_GetBridgeDefaultNetwork - Unsupported version number: 2\n"
-        "HBL_GetBridgeDefaultNetwork - Invalid argument - netId: (nil)\n"
-        "HBL_GetHostAdapterList - Unsupported version number: 2\n"
-        "HBL_GetHostAdapterList - Invalid argument - header: (nil)\n",
-        log.Take());
-    EXPECT_EQ(7u, id.type);
-    id.version = 1;
-    EXPECT_TRUE(HBL_GetBridgeDefaultNetwork(&id));
-    EXPECT_EQ(HBL_NETWORK_TYPE_VNET, id.type);
-    EXPECT_EQ(HBL_VNET_NONE, id.vnet);
-    HBL_FreeHostAdapterList(nullptr);
-}

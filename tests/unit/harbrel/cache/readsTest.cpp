@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <vector>
 
-#include "lib/harbrel/base/hostAdapterChain.h"
 #include "tests/support/cacheTest.h"
 
 using ReadsTest = CacheTest;
@@ -14,7 +14,10 @@ TEST_F(ReadsTest, DHCPEnumerationFollowsTheTableAndEndsInAnEmptyOne) {
     LoadRecords(
         "add_dhcp_mac_to_ip 1 02:00:00:11:22:33 10.0.0.1\nadd_dhcp_mac_to_ip 1 02:00:00:11:22:34 10.0.0.2\n");
     EXPECT_FALSE(HBLNetCfgEnumDHCPMACToIP(db, 1, &index, mac, 17, ip, sizeof ip));
+    EXPECT_FALSE(HBLNetCfgEnumDHCPMACToIP(db, 1, &index, mac, sizeof mac, ip, 8));
+    EXPECT_FALSE(HBLNetCfgLookupDHCPMACToIP(db, 1, "02:00:00:11:22:33", ip, 8));
     EXPECT_EQ(index, 0u);
+    EXPECT_EQ(3, std::ranges::count(log.Take(), '\n'));
     std::vector<std::string> found;
     while (HBLNetCfgEnumDHCPMACToIP(db, 1, &index, mac, sizeof mac, ip, sizeof ip)) {
         found.push_back(std::string(mac) + " " + ip);
@@ -31,24 +34,6 @@ TEST_F(ReadsTest, DHCPEnumerationFollowsTheTableAndEndsInAnEmptyOne) {
     index = 0;
     EXPECT_FALSE(HBLNetCfgEnumDHCPMACToIP(db, 1, &index, mac, sizeof mac, ip, sizeof ip));
     EXPECT_EQ(log.Take(), "HBLNetCfgEnumDHCPMACToIP - Failure in creating array of DHCP mappings\n");
-}
-
-TEST_F(ReadsTest, AdaptersOfANetworkOrOfAllOthersCarryTheNetworkAskedFor) {
-    LoadRecords("add_bridge_mapping eth0 3\nadd_bridge_mapping eth1 -1\nadd_bridge_mapping eth2 0\n");
-    const auto find = [this](int32_t vnet, bool exclude) {
-        HostAdapterChain chain;
-        EXPECT_TRUE(HBLNetCfgLookupHostAdaptersForVnet(db, vnet, &chain, exclude));
-        std::string found = std::to_string(chain.Count());
-        for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr; adapter = adapter->next) {
-            found += std::string(" ") + adapter->deviceName;
-            EXPECT_EQ(std::tuple(1u, 1u, 1u, vnet), std::tuple(adapter->version, adapter->net.version,
-                                                               adapter->net.type, adapter->net.vnet));
-        }
-        return found;
-    };
-    EXPECT_EQ(find(3, false), "1 eth0");
-    EXPECT_THAT(find(3, true), testing::AnyOf("2 eth1 eth2", "2 eth2 eth1"));
-    EXPECT_EQ(find(4, false), "0");
 }
 
 // The two reads of forwards differ in the level of one line.

@@ -116,11 +116,6 @@ TEST_F(DatabaseTransfer, FormerDatabasesAreKeptUnderFreeNames) {
     EXPECT_TRUE(Import("answer HBL_LOGLEVEL 2\n"));
     EXPECT_EQ("first", ReadFileText(path + ".bak.0"));
     EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 1\n", ReadFileText(path + ".bak.2"));
-    // What is no file is neither moved away nor replaced.
-    std::filesystem::remove(path);
-    std::filesystem::create_directory(path);
-    EXPECT_FALSE(Import("answer HBL_LOGLEVEL 3\n"));
-    EXPECT_TRUE(std::filesystem::is_directory(path));
 }
 
 TEST_F(DatabaseTransfer, FailureLeavesDatabaseAndCacheAsTheyWere) {
@@ -139,20 +134,16 @@ TEST_F(DatabaseTransfer, FailureLeavesDatabaseAndCacheAsTheyWere) {
     EXPECT_FALSE(std::filesystem::exists(path + ".bak.0"));
     EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "A", "b"));
     EXPECT_EQ(former + "answer A b\n", ReadFileText(path));
-}
-
-// The name would be longer than a path may be.
-TEST_F(DatabaseTransfer, ImportThatFindsNoBackupNameLeavesTheCacheLoaded) {
+    // The name of a backup would be longer than a path may be.
+    HBLNetCfgUnload(nullptr, false);
     path.resize(HBL_PATH_SIZE - 1 - strlen(".bak"), 'n');
-    WriteFileText(path, "VERSION=1,0\nanswer HBL_LOGLEVEL 1\n");
+    WriteFileText(path, former);
     ASSERT_TRUE(HBLNetCfgLoad(path.c_str(), nullptr, false));
-    LogCapture log;
     EXPECT_FALSE(Import("BACKUP_VERSION=1,3\nanswer HBL_LOGLEVEL 2\n"));
-    EXPECT_TRUE(
-        log.Take().ends_with("HBLNetCfgImportConfig - Failed to create backup file: " + path + ".bak.0\n"));
+    EXPECT_NE(std::string::npos,
+              log.Take().find("HBLNetCfgImportConfig - Failed to create backup file: " + path + ".bak.0\n"));
     EXPECT_TRUE(HBLNetCfgLockConfig(nullptr));
-    EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, "A", "b"));
-    EXPECT_EQ("VERSION=1,0\nanswer HBL_LOGLEVEL 1\nanswer A b\n", ReadFileText(path));
+    EXPECT_EQ(former, ReadFileText(path));
 }
 
 }  // namespace

@@ -43,13 +43,6 @@ TEST_F(TwoProcesses, ChangesInTurnBuildOnEachOtherAlsoAcrossARewrite) {
               ReadFileText(path));
 }
 
-TEST_F(TwoProcesses, LineWithoutALookAtTheFileGoesBehindTheOthersAndDoesNotHideIt) {
-    EXPECT_TRUE(HBLNetCfgAddAnswerString(other, "B", "longer"));
-    EXPECT_TRUE(HBLNetCfgAddAnswerString(mine, "A", "1"));
-    EXPECT_EQ("VERSION=1,0\nanswer OLD 1\nanswer B longer\nanswer A 1\n", ReadFileText(path));
-    EXPECT_FALSE(NetCfgFileIsAsLastSeen(mine));
-}
-
 TEST_F(TwoProcesses, ChangeThatMeetsARewriteIsMadeAgainOnTheNewFile) {
     int made = 0;
     EXPECT_TRUE(HBLNetCfgChangeWithoutLock(mine, [&] {

