@@ -12,7 +12,7 @@
 #include "tests/support/logCapture.h"
 #include "tests/support/openCache.h"
 
-class FakePrograms {
+class FakePrograms : public OpenCache {
   public:
     FakePrograms() {
         for (const auto &[key, name] :
@@ -22,23 +22,16 @@ class FakePrograms {
         }
     }
 
-    std::string Path(const std::string &name) const { return cache_.Folder() + "/" + name; }
+    std::string Path(const std::string &name) const { return Folder() + "/" + name; }
     void Answer(const std::string &key, const std::string &value) {
         EXPECT_TRUE(HBLNetCfgAddAnswerString(nullptr, key.c_str(), value.c_str()));
-    }
-    template <typename Body>
-    auto WithRoomFor(size_t bytes, Body body) const {
-        return cache_.WithRoomFor(bytes, body);
     }
     // The script's variable DIR is the test's directory.
     void Program(const std::string &name, const std::string &script) {
         const std::string path = Path("bin/" + name);
-        WriteFileText(path, "#!/bin/sh\nDIR=" + cache_.Folder() + "\n" + script);
+        WriteFileText(path, "#!/bin/sh\nDIR=" + Folder() + "\n" + script);
         EXPECT_EQ(0, chmod(path.c_str(), 0755));
     }
-
-  private:
-    OpenCache cache_;
 };
 
 // Tests on such a cache that read the library's log.
