@@ -1,10 +1,9 @@
 // What try-power has the library do, and its reading of databases.
 //
 //   power_driver ACTION    does one thing on the host that it runs on; status 0 when it went well
-//   power_driver           reads paths from standard input, a line each, and answers each with the size of
-//   the
-//                          database as the library understands it and that database; -1 for one that does not
-//                          load
+//   power_driver           reads paths from standard input, a line each, and answers each with the database
+//   as
+//                          the library understands it behind its size; -1 for one that does not load
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,10 +47,6 @@ bool Unload() {
     return true;
 }
 
-bool UpdateFiles() {
-    return HBL_UpdateDHCPFromConfig("zelan8") && HBL_UpdateNATFromConfig("zelan8");
-}
-
 bool TakeLeasesOver() {
     LeasePlan plan;
     plan.format = LeaseFormat::DNSMASQ;
@@ -69,7 +64,11 @@ const std::map<std::string, std::function<bool()>> ACTIONS = {
      [] { return HBL_Load() && HBL_ImportDatabaseFromFile("/tmp/settings") && Change() && Unload(); }},
     {"export", [] { return HBL_Load() && HBL_ExportDatabaseToFile(nullptr) && Unload(); }},
     {"create", [] { return HBL_CreateNetworkingDB(true); }},
-    {"files", [] { return HBL_Load() && UpdateFiles() && Unload(); }},
+    {"files",
+     [] {
+         return HBL_Load() && HBL_UpdateDHCPFromConfig("zelan8") && HBL_UpdateNATFromConfig("zelan8") &&
+                Unload();
+     }},
     {"leases", TakeLeasesOver},
     {"mac", [] { return MacFile_Obtain("/etc/orvane/mac") != MacAddress(); }},
 };

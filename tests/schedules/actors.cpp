@@ -32,19 +32,6 @@ bool IsOver(const Actor *actor) {
     return Now() >= actor->until || actor->taken + PLACES >= VALUES_OF_AN_ACTOR;
 }
 
-// Whether a process finds its own places as it has left them.
-bool Agree(const Actor *actor, const std::vector<uint32_t> &values) {
-    bool agree = true;
-    for (uint32_t i = 0; i < values.size(); i++) {
-        const uint32_t found = ReadPlace(OwnPlace(actor->number, i));
-        if (found != values[i]) {
-            fprintf(stderr, "own %s: %u instead of %u\n", PlaceName(i).c_str(), found, values[i]);
-            agree = false;
-        }
-    }
-    return agree;
-}
-
 }  // namespace
 
 int64_t Now() {
@@ -81,6 +68,9 @@ bool Write(Actor *actor) {
             const uint32_t place = Draw(&actor->random, places);
             const uint32_t value = Take(actor, 1);
             const int64_t begin = Now();
+            if (place < PLACES_WITHOUT_LOCK && Draw(&actor->random, 4) == 0) {
+                WritePlace(place, NO_VALUE);
+            }
             if (WritePlace(place, value)) {
                 actor->done.push_back({place, true, value, begin, Now()});
             }
@@ -134,28 +124,4 @@ bool Edit(Actor *actor) {
         Pause(actor);
     }
     return true;
-}
-
-bool Own(Actor *actor) {
-    std::vector<uint32_t> values(actor->withoutLock ? PLACES_WITHOUT_LOCK : PLACES, NO_VALUE);
-    bool good = true;
-    while (good && !IsOver(actor)) {
-        if (!HBL_Load()) {
-            continue;
-        }
-        good = Agree(actor, values);
-        for (int left = 300; good && left > 0 && !IsOver(actor); left--) {
-            const uint32_t i = Draw(&actor->random, static_cast<uint32_t>(values.size()));
-            const uint32_t value = Draw(&actor->random, 3) == 0 ? NO_VALUE : Take(actor, 1);
-            const int64_t begin = Now();
-            const uint32_t place = OwnPlace(actor->number, i);
-            if (WritePlace(place, value)) {
-                values[i] = value;
-                actor->done.push_back({place, true, value, begin, Now()});
-            }
-            good = Agree(actor, values);
-        }
-        HBL_Unload();
-    }
-    return good;
 }

@@ -35,5 +35,3 @@ bool Write(Actor *actor);   // loads, changes places, unloads
 bool Look(Actor *actor);    // loads, reads all places, unloads
 bool Import(Actor *actor);  // puts a whole database in the place of the one there
 bool Edit(Actor *actor);    // runs harbrelctl
-// Changes and removes records that nobody else touches, and finds each as it was left.
-bool Own(Actor *actor);

@@ -22,6 +22,10 @@ struct Cluster {
 
 void Take(const Operation &operation, Cluster *cluster) {
     cluster->value = operation.value;
+    if (operation.isWrite) {
+        cluster->written = operation.begin;
+        cluster->acknowledged = operation.end;
+    }
     cluster->firstEnd = std::min(cluster->firstEnd, operation.end);
     cluster->lastBegin = std::max(cluster->lastBegin, operation.begin);
 }
@@ -30,47 +34,39 @@ std::string Text(uint32_t value) {
     return "value " + std::to_string(value);
 }
 
-std::map<uint32_t, Cluster> ClustersOfWrites(const std::vector<Operation> &operations) {
-    std::map<uint32_t, Cluster> clusters;
-    Take({0, true, FIRST_VALUE, ALWAYS, ALWAYS}, &clusters[FIRST_VALUE]);
-    for (const Operation &operation : operations) {
-        if (operation.isWrite) {
-            Take(operation, &clusters[operation.value]);
-            clusters[operation.value].written = operation.begin;
-            clusters[operation.value].acknowledged = operation.end;
-        }
-    }
-    return clusters;
-}
-
 // A change without the lock is a line that removes and a line that adds; who reads between them finds
 // nothing.
 bool IsBeingReplaced(const Operation &read, const std::vector<Operation> &operations) {
-    return std::any_of(operations.begin(), operations.end(), [&read](const Operation &operation) {
+    return std::ranges::any_of(operations, [&read](const Operation &operation) {
         return operation.isWrite && operation.begin < read.end && read.begin < operation.end;
     });
 }
 
-std::string AddReads(const std::vector<Operation> &operations, bool takesLock,
-                     std::map<uint32_t, Cluster> *clusters) {
+// Each write with its reads; the reason when one of those cannot be.
+std::string MakeClusters(const std::vector<Operation> &operations, bool takesLock,
+                         std::map<uint32_t, Cluster> *clusters) {
+    Take({0, true, FIRST_VALUE, ALWAYS, ALWAYS}, &(*clusters)[FIRST_VALUE]);
     for (const Operation &operation : operations) {
-        if (!takesLock && operation.value == NO_VALUE && IsBeingReplaced(operation, operations)) {
+        if (operation.isWrite) {
+            Take(operation, &(*clusters)[operation.value]);
+        }
+    }
+    for (const Operation &operation : operations) {
+        const auto cluster = clusters->find(operation.value);
+        if (operation.isWrite ||
+            (!takesLock && operation.value == NO_VALUE && IsBeingReplaced(operation, operations))) {
             continue;
         }
-        const auto cluster = clusters->find(operation.value);
         if (cluster == clusters->end()) {
             return operation.value == NO_VALUE ? "nothing is found"
                                                : Text(operation.value) + " was refused and is found";
         }
-        if (!operation.isWrite) {
-            if (operation.end < cluster->second.written) {
-                return Text(operation.value) + " is found before it is written";
-            }
-            // A change without the lock that meets a rewrite may be found in the file, and then be made
-            // again.
-            if (takesLock || operation.begin >= cluster->second.acknowledged) {
-                Take(operation, &cluster->second);
-            }
+        if (operation.end < cluster->second.written) {
+            return Text(operation.value) + " is found before it is written";
+        }
+        // A change without the lock that meets a rewrite may be found in the file, and then be made again.
+        if (takesLock || operation.begin >= cluster->second.acknowledged) {
+            Take(operation, &cluster->second);
         }
     }
     return "";
@@ -81,8 +77,8 @@ std::string AddReads(const std::vector<Operation> &operations, bool takesLock,
 // A place has one value at a time: two that lasted never overlap, and none comes and goes while another
 // lasts. With values that are written once these two conditions are also enough.
 std::string WhyImpossible(const std::vector<Operation> &operations, bool takesLock) {
-    std::map<uint32_t, Cluster> clusters = ClustersOfWrites(operations);
-    const std::string reason = AddReads(operations, takesLock, &clusters);
+    std::map<uint32_t, Cluster> clusters;
+    const std::string reason = MakeClusters(operations, takesLock, &clusters);
     if (!reason.empty()) {
         return reason;
     }

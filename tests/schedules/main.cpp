@@ -33,8 +33,7 @@ struct Part {
     bool (*play)(Actor *actor);
 };
 
-constexpr Part PARTS[] = {
-    {"writer", Write}, {"reader", Look}, {"editor", Edit}, {"importer", Import}, {"owner", Own}};
+constexpr Part PARTS[] = {{"writer", Write}, {"reader", Look}, {"editor", Edit}, {"importer", Import}};
 
 // Who plays together: how many at most of each part, in their order, or none.
 constexpr struct {
@@ -42,15 +41,8 @@ constexpr struct {
     uint32_t most[std::size(PARTS)];
 } PLAYS[] = {
     // One who waits for nobody's lock puts new files in place much more often than several do.
-    {true, {3, 1, 0, 0, 0}},
-    {true, {3, 0, 0, 1, 0}},
-    {true, {1, 0, 0, 0, 1}},
-    {true, {1, 2, 0, 1, 0}},
-    {false, {2, 1, 1, 0, 0}},
-    {false, {1, 0, 0, 1, 0}},
-    {false, {4, 3, 1, 1, 0}},
-    // An import takes an owner's records away.
-    {false, {4, 3, 1, 0, 3}},
+    {true, {3, 1, 0, 0}},  {true, {3, 0, 0, 1}},  {true, {1, 2, 0, 1}},  {false, {2, 1, 1, 0}},
+    {false, {1, 0, 0, 1}}, {false, {4, 3, 1, 1}}, {false, {4, 3, 1, 0}},
 };
 
 struct Player {
@@ -219,6 +211,10 @@ int main(int argc, char **argv) {
     }
     if (getenv("HARBREL_PRIVATE_HOST") == nullptr) {
         fprintf(stderr, "schedules: this is no private host; script/try-schedules makes one\n");
+        return 2;
+    }
+    // A judge who lets everything pass would never see a loss.
+    if (WhyImpossible({{0, true, 1, 1, 2}, {0, false, FIRST_VALUE, 3, 4}}, true).empty()) {
         return 2;
     }
     const int64_t until = Now() + static_cast<int64_t>(seconds) * 1'000'000'000;

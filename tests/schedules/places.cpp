@@ -9,9 +9,9 @@ namespace {
 
 constexpr const char *NETWORK = "zelan40";
 
-// The first places of each owner's are domain names, which are answers; the others are forwards.
+// The first places are domain names, which are answers; the others are forwards.
 bool TakesLock(uint32_t place) {
-    return place % PLACES >= PLACES_WITHOUT_LOCK;
+    return place >= PLACES_WITHOUT_LOCK;
 }
 
 std::string Key(uint32_t place) {
@@ -44,14 +44,11 @@ uint32_t ReadForward(uint32_t place) {
 }  // namespace
 
 bool WritePlace(uint32_t place, uint32_t value) {
-    const bool remove = value == NO_VALUE;
     if (TakesLock(place)) {
-        const std::string address = Address(value);
-        return HBL_SetNATPortForward(NETWORK, true, Port(place), remove ? nullptr : address.c_str(), 80, "d",
-                                     1);
+        return HBL_SetNATPortForward(NETWORK, true, Port(place), Address(value).c_str(), 80, "d", 1);
     }
-    return remove ? HBL_VnetCfgRemoveAnswer(Key(place).c_str())
-                  : HBL_VnetCfgAddAnswer(Key(place).c_str(), EditorsText(value).c_str());
+    return value == NO_VALUE ? HBL_VnetCfgRemoveAnswer(Key(place).c_str())
+                             : HBL_VnetCfgAddAnswer(Key(place).c_str(), EditorsText(value).c_str());
 }
 
 uint32_t ReadPlace(uint32_t place) {

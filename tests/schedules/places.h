@@ -6,17 +6,14 @@
 #include <string>
 
 inline constexpr uint32_t PLACES = 10;
-// Behind those of all each process has as many of its own.
-inline uint32_t OwnPlace(uint32_t owner, uint32_t place) {
-    return owner * PLACES + place;
-}
 // The first ones are changed without the lock.
 inline constexpr uint32_t PLACES_WITHOUT_LOCK = 3;
 // The place that the editor changes too.
 inline constexpr uint32_t EDITORS_PLACE = 0;
 inline constexpr const char *EDITORS_NETWORK = "zelan20";
 
-// Through the exported calls; the library is loaded. The value has 24 bits, or is NO_VALUE for a removal.
+// Through the exported calls; the library is loaded. The value has 24 bits; NO_VALUE removes what takes no
+// lock.
 bool WritePlace(uint32_t place, uint32_t value);
 // NO_VALUE for a place that has none, or none that was ever written.
 uint32_t ReadPlace(uint32_t place);

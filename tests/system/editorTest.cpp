@@ -506,35 +506,30 @@ TEST_F(Editor, ChangeOfManyRecordsIsWrittenWholeOrNotAtAll) {
     };
     Install(Nat8());
     const std::string old = configured();
-    const struct {
-        std::string change;
-        const char *file;
-        const char *call;
-        const char *fault;
-        int hits;
-    } rows[] = {{set, DATABASE, "write", "error=ENOSPC", 5},
-                {set, DATABASE, "write", "signal=KILL", 5},
-                {remove, DATABASE, "write", "error=ENOSPC", 5},
-                {remove, DATABASE, "write", "signal=KILL", 5},
-                {set, "/etc/orvane/harbrelctl.undo", "unlink", "error=EIO", 1},
-                {set, "/etc/orvane/harbrelctl.undo", "unlink", "signal=KILL", 1}};
-    for (const auto &[change, file, systemCall, fault, leastHits] : rows) {
+    const std::string undo = "/etc/orvane/harbrelctl.undo";
+    for (const auto &[change, file, call, fault, leastHits] :
+         {std::tuple(set, std::string(DATABASE), "write", "error=ENOSPC", 5),
+          {set, DATABASE, "write", "signal=KILL", 5},
+          {remove, DATABASE, "write", "error=ENOSPC", 5},
+          {remove, DATABASE, "write", "signal=KILL", 5},
+          {set, undo, "unlink", "error=EIO", 1},
+          {set, undo, "unlink", "signal=KILL", 1}}) {
         Install(Nat8());
         MustEdit(change);
         const std::string fresh = configured();
         ASSERT_NE(old, fresh);
         int hits = 0;
-        for (int call = 1; call < 40; call++) {
+        for (int turn = 1; turn < 40; turn++) {
             Install(Nat8());
             const CommandResult result =
-                RunShell(std::string(STRACE) + "-qq -o /run/trace -P " + file + " -e trace=" + systemCall +
-                         " -e inject=" + systemCall + ":" + fault + ":when=" + std::to_string(call) + " " +
+                RunShell(std::string(STRACE) + "-qq -o /run/trace -P " + file + " -e trace=" + call +
+                         " -e inject=" + call + ":" + fault + ":when=" + std::to_string(turn) + " " +
                          ProgramPath("harbrelctl") + " " + change);
             const bool hit = RunShell("grep -qE 'INJECTED|killed' /run/trace").Succeeded();
             hits += hit ? 1 : 0;
             // The next editor finds the one or the other.
             MustEdit("stop zelan8");
-            EXPECT_EQ(result.status == 0 ? fresh : old, configured()) << fault << call << result;
+            EXPECT_EQ(result.status == 0 ? fresh : old, configured()) << fault << turn << result;
             if (!hit) {
                 EXPECT_EQ(0, result.status) << result;
                 break;

@@ -168,14 +168,11 @@ TEST_F(Postinstall, WhatAnUpgradeUsesInTmpIsItsOwnWhileItStopsTheNetworks) {
     WriteDatabase(Subnet(1));
     ASSERT_TRUE(Run({"--start"}).Succeeded());
     Must("chmod 1777 /tmp");
-    std::vector<std::string> command = {"env",    "ASAN_OPTIONS=detect_leaks=0",
-                                        "strace", "-qq",
-                                        "-o",     "/run/trace",
-                                        "-e",     "trace=kill",
-                                        "-e",     "inject=kill:delay_enter=1000000:when=1"};
-    const std::vector<std::string> upgrade = Command({"--postinstall", "tool,1.0,2.0"});
-    command.insert(command.end(), upgrade.begin(), upgrade.end());
-    BackgroundCommand run(command);
+    BackgroundCommand run({"sh", "-c",
+                           std::string(STRACE) +
+                               "-qq -o /run/trace -e trace=kill "
+                               "-e inject=kill:delay_enter=1000000:when=1 " +
+                               ProgramPath("harbrelCLI") + " --postinstall tool,1.0,2.0"});
     ASSERT_TRUE(WaitUntil([] { return !Names("/tmp/orvane.*.lck").empty(); }));
     EXPECT_EQ("", RunShell("cd /tmp && setpriv --reuid=65534 --regid=65534 --clear-groups sh -c 'for f in "
                            "orvane.??????; do cat $f; rm -f $f; ln -s /etc/orvane/config $f; rmdir $f.lck; "
