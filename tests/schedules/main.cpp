@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <span>
 #include <string>
 
 #include "lib/harbrel/harbrel.h"
@@ -123,15 +124,6 @@ bool EndsWell(const Player &player) {
     return status == 0;
 }
 
-// The last ones, with microseconds.
-void Tell(const std::vector<Operation> &history) {
-    constexpr size_t LAST = 40;
-    for (size_t i = history.size() > LAST ? history.size() - LAST : 0; i < history.size(); i++) {
-        printf("    %" PRId64 " to %" PRId64 ": %s %u\n", history[i].begin / 1000, history[i].end / 1000,
-               history[i].isWrite ? "write" : "read", history[i].value);
-    }
-}
-
 bool Explain(const std::vector<Player> &players) {
     bool good = true;
     for (uint32_t place = 0; place < PLACES; place++) {
@@ -144,8 +136,12 @@ bool Explain(const std::vector<Player> &players) {
         const std::string reason = WhyImpossible(history, place >= PLACES_WITHOUT_LOCK);
         if (!reason.empty()) {
             std::ranges::sort(history, {}, &Operation::end);
-            printf("  %s: %s\n", PlaceName(place).c_str(), reason.c_str());
-            Tell(history);
+            printf("  place %u: %s; the last that happened there, with microseconds:\n", place,
+                   reason.c_str());
+            for (const Operation &one : std::span(history).last(std::min<size_t>(history.size(), 40))) {
+                printf("    %" PRId64 " to %" PRId64 ": %s %u\n", one.begin / 1000, one.end / 1000,
+                       one.isWrite ? "write" : "read", one.value);
+            }
             good = false;
         }
     }

@@ -61,10 +61,6 @@ uint32_t ReadPlace(uint32_t place) {
                                                                                                : NO_VALUE;
 }
 
-std::string PlaceName(uint32_t place) {
-    return TakesLock(place) ? std::string("port ").append(std::to_string(Port(place))) : Key(place);
-}
-
 std::string EditorsText(uint32_t value) {
     return std::string("v").append(std::to_string(value));
 }

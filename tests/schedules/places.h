@@ -17,7 +17,6 @@ inline constexpr const char *EDITORS_NETWORK = "zelan20";
 bool WritePlace(uint32_t place, uint32_t value);
 // NO_VALUE for a place that has none, or none that was ever written.
 uint32_t ReadPlace(uint32_t place);
-std::string PlaceName(uint32_t place);
 
 // As the editor takes it for its place.
 std::string EditorsText(uint32_t value);

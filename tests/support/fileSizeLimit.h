@@ -1,33 +1,23 @@
-// No file can grow beyond a size for the object's life: a full disk for the process.
+// A full disk for the process.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <csignal>
+#include <memory>
 
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        getrlimit(RLIMIT_FSIZE, &former_);
-        formerHandler_ = signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit = {bytes, former_.rlim_max};
-        EXPECT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &former_);
-        signal(SIGXFSZ, formerHandler_);
-    }
-    FileSizeLimit(FileSizeLimit &&) = delete;
-
-  private:
-    rlimit former_ = {};
-    sighandler_t formerHandler_ = SIG_DFL;
-};
-
-// What the body gives on a disk that is full at that size.
+// What the body gives while no file can grow beyond that size.
 template <typename Body>
 auto OnFullDisk(rlim_t bytes, Body body) {
-    const FileSizeLimit full(bytes);
+    rlimit former = {};
+    getrlimit(RLIMIT_FSIZE, &former);
+    const sighandler_t handler = signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {bytes, former.rlim_max};
+    EXPECT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+    const std::shared_ptr<void> behind(nullptr, [&](void *) {
+        setrlimit(RLIMIT_FSIZE, &former);
+        signal(SIGXFSZ, handler);
+    });
     return body();
 }

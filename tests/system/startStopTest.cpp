@@ -1,6 +1,7 @@
 // --start, --status and --stop: what they say, and what the kernel and the files show afterwards.
 #include <gmock/gmock.h>
 
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -64,11 +65,6 @@ class FullHost : public StartStop {
         "DHCP service on zelan8 is running\nNAT service on zelan8 is running\n"
         "Hostonly virtual adapter on zelan8 is enabled\nNetwork detection service is running\n"
         "All the services configured on all the networks are running\n";
-    static constexpr char NOT_RUNNING[] =
-        "Bridge networking on zelan0 is not running\nDHCP service on zelan1 is not running\n"
-        "Hostonly virtual adapter on zelan1 is disabled\nBridge networking on zelan3 is not running\n"
-        "DHCP service on zelan8 is not running\nNAT service on zelan8 is not running\n"
-        "Hostonly virtual adapter on zelan8 is disabled\nNetwork detection service is not running\n";
     static constexpr char STOPPED[] =
         "Stopped Bridged networking on zelan0\nStopped DHCP service on zelan1\n"
         "Disabled hostonly virtual adapter on zelan1\nStopped Bridged networking on zelan3\n"
@@ -81,7 +77,10 @@ using ServedFullHost = WithDhcpServer<FullHost>;
 INSTANTIATE_TEST_SUITE_P(Dhcp, ServedFullHost, ServedFullHost::Both(), ServedFullHost::NameOf);
 
 TEST_P(ServedFullHost, StartStatusAndStopOfEverything) {
-    Expect(Run({"--status"}), 1, NOT_RUNNING, "Some/All of the configured services are not running\n");
+    std::string notRunning = std::regex_replace(RUNNING, std::regex("is running"), "is not running");
+    notRunning = std::regex_replace(notRunning, std::regex("enabled"), "disabled");
+    Expect(Run({"--status"}), 1, notRunning.substr(0, notRunning.find("All the")),
+           "Some/All of the configured services are not running\n");
     ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");
     EXPECT_TRUE(ItServes("zelan1") && ItServes("zelan8"));
     Expect(Run({"--status"}), 0, RUNNING, "");
@@ -130,8 +129,7 @@ TEST_P(ServedFullHost, StartStatusAndStopOfEverything) {
 TEST_F(FullHost, NobodyAsksTheKernelByIoctlForAnInterfaceThatDoesNotExist) {
     const std::string tool = ProgramPath("harbrelCLI");
     Must(std::string(STRACE) + "-f -qq --seccomp-bpf -e trace=ioctl -o /run/trace sh -c '" + tool +
-         " --status; " + tool + " --postinstall tool,1.0,2.0; " + tool + " --start && " + tool +
-         " --status && " + tool + " --stop' > /dev/null 2>&1");
+         " --status; " + tool + " --start && " + tool + " --status && " + tool + " --stop' > /dev/null");
     EXPECT_EQ("", RunShell("grep ENODEV /run/trace | grep -v SIOCGIFINDEX").output);
     EXPECT_EQ("zelan1 zelan8 ", RunShell("sed -n 's/.*SIOCGIFFLAGS, {ifr_name=\"\\(zelan[0-9]*\\)\", "
                                          "ifr_flags=.*/\\1/p' /run/trace | sort -u | tr '\\n' ' '")

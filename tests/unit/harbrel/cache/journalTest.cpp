@@ -229,11 +229,11 @@ TEST_F(JournalTest, BulkRemovalJournalsOnlyWhatItRemovesAndEmptiesTheCacheWhatev
     EXPECT_EQ(Records(), "add_dhcp_mac_to_ip 9 02:00:00:11:22:33 10.0.0.1\n");
     NetCfgHashAddNATPortFwd(db, 8, false, 3, "1.2.3.4", 4, nullptr);
     NetCfgHashAddNATPortFwd(db, 8, false, 5, "1.2.3.4", 4, nullptr);
-    const FileSizeLimit full(db->fileIdentity.size);
+    const rlim_t full = db->fileIdentity.size;
     HBLLogSetMask(LOG_WRN | LOG_INFO2);
-    EXPECT_FALSE(HBLNetCfgRemoveAllNATPortFwd(db, 8, true, true, true));
+    EXPECT_FALSE(OnFullDisk(full, [&] { return HBLNetCfgRemoveAllNATPortFwd(db, 8, true, true, true); }));
     EXPECT_THAT(log.Take(), HasSubstr("HBLNetCfgRemoveAllNATPortFwd - All the forwarded UDP ports could not "
                                       "be deleted\nNetCfgNATPortFwdFreeEntry - Free called over vnet: 8"));
-    EXPECT_FALSE(HBLNetCfgRemoveAllDHCPMACToIPMapping(db, 9, true));
+    EXPECT_FALSE(OnFullDisk(full, [&] { return HBLNetCfgRemoveAllDHCPMACToIPMapping(db, 9, true); }));
     EXPECT_EQ(Records(), "");
 }
