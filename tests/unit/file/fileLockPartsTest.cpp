@@ -117,4 +117,10 @@ TEST(FileLockOwner, DeadProcessesAndReusedNumbersAreNoOwners) {
         "warning: FILE: FileLockValidOwner payload conversion error on pc=x. Assuming valid.\n"
         "warning: FILE: FileLockValidOwner pid conversion error on x. Assuming valid.\n",
         log.Take());
+    const uid_t former = geteuid();
+    const uid_t other = former == 0 ? 65534 : former;
+    EXPECT_EQ(0, seteuid(other));
+    EXPECT_TRUE(FileLockValidOwner(alive, birth));
+    EXPECT_EQ(other, geteuid()) << "whoever it asked as";
+    EXPECT_EQ(0, seteuid(former));
 }
