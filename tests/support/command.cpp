@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -195,13 +196,12 @@ void WriteFileText(const std::string &path, const std::string &text) {
 }
 
 bool RefuseCall(int call, int error, int form) {
-    const bool everyForm = form < 0;
+    const uint16_t compare = form < 0 ? BPF_JGE : BPF_JEQ;
     sock_filter filter[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(call), 0, 3),
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
-        BPF_JUMP(BPF_JMP | (everyForm ? BPF_JGE : BPF_JEQ) | BPF_K,
-                 everyForm ? 0U : static_cast<uint32_t>(form), 0, 1),
+        BPF_JUMP(BPF_JMP | compare | BPF_K, static_cast<uint32_t>(std::max(form, 0)), 0, 1),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<uint32_t>(error)),
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };

@@ -73,14 +73,13 @@ INSTANTIATE_TEST_SUITE_P(Over, BridgeWay, testing::Values(Way::LINKS, Way::FILTE
 
 // Sends /tmp/data from one to the other; what arrives must be the same.
 void Transfer(const Machine *from, const Machine *to, const std::string &address) {
-    BackgroundCommand receiver(to != nullptr
-                                   ? to->Inside({"sh", "-c", "nc -l 7000 > /tmp/copy"})
-                                   : std::vector<std::string>{"sh", "-c", "nc -l 7000 > /tmp/copy"});
-    const auto run = [](const Machine *machine, const std::string &line) {
-        return machine != nullptr ? machine->Run(line) : RunShell(line);
+    const auto on = [](const Machine *machine, const std::string &line) {
+        const std::vector<std::string> words = {"sh", "-c", line};
+        return machine != nullptr ? machine->Inside(words) : words;
     };
-    ASSERT_TRUE(WaitUntil([&] { return run(to, "ss -ltn | grep -q :7000").Succeeded(); }));
-    const CommandResult sender = run(from, "nc -N " + address + " 7000 < /tmp/data");
+    BackgroundCommand receiver(on(to, "nc -l 7000 > /tmp/copy"));
+    ASSERT_TRUE(WaitUntil([&] { return RunCommand(on(to, "ss -ltn | grep -q :7000")).Succeeded(); }));
+    const CommandResult sender = RunCommand(on(from, "nc -N " + address + " 7000 < /tmp/data"));
     EXPECT_TRUE(sender.Succeeded()) << sender;
     EXPECT_EQ(0, receiver.Wait());
     EXPECT_TRUE(RunShell("cmp /tmp/data /tmp/copy").Succeeded()) << "to " << address;
@@ -179,12 +178,10 @@ TEST_P(BridgeWay, ClaimedAddressDoesNotSilenceItsOwner) {
     EXPECT_TRUE(outside.Run("ping -c 1 -W 5 10.9.0.2").Succeeded());
     for (int i = 0; i < 3; i++) {
         SendFrame(&liar, "l0", TestFrame{EVERYBODY, OUTSIDE, {}, "lie"}.Bytes());
-        const CommandResult ping = outside.Run("ping -c 1 -W 2 10.9.0.2");
-        EXPECT_TRUE(ping.Succeeded()) << ping;
+        EXPECT_TRUE(outside.Run("ping -c 1 -W 2 10.9.0.2").Succeeded());
         if (HostTakesPart()) {
             SendFrame(&liar, "l0", TestFrame{EVERYBODY, OUTSIDE, {}, "lie"}.Bytes());
-            const CommandResult hosts = RunShell("ping -c 1 -W 2 10.9.0.1");
-            EXPECT_TRUE(hosts.Succeeded()) << hosts;
+            EXPECT_TRUE(RunShell("ping -c 1 -W 2 10.9.0.1").Succeeded()) << "from the host";
         }
     }
 }
@@ -217,10 +214,6 @@ TEST_P(BridgeWay, AdapterMayChangeAndNothingIsLeftOfAKilledDaemon) {
     EXPECT_TRUE(guest.Run("ping -c 1 -W 5 10.9.0.1").Succeeded()) << bridge;
 }
 
-long ReceivedPackets(const Machine &machine, const std::string &link) {
-    return std::stol(machine.Run("cat /sys/class/net/" + link + "/statistics/rx_packets").output);
-}
-
 TEST_P(BridgeWay, TwoAdaptersOnOneWireMakeNoLoop) {
     outside.ConnectToHost("eth2", "w2");
     ASSERT_TRUE(
@@ -231,7 +224,10 @@ TEST_P(BridgeWay, TwoAdaptersOnOneWireMakeNoLoop) {
             .Succeeded());
     Start();
     FrameEar ear(&guest, "g0");
-    const long before = ReceivedPackets(guest, "g0");
+    const auto received = [this] {
+        return std::stol(guest.Run("cat /sys/class/net/g0/statistics/rx_packets").output);
+    };
+    const long before = received();
     // Requests for an address that nobody has are broadcast.
     guest.Run("ping -c 3 -i 0.2 -W 1 10.9.0.77");
     const CommandResult ping = guest.Run("ping -c 5 -i 0.2 -W 5 10.9.0.1");
@@ -241,7 +237,7 @@ TEST_P(BridgeWay, TwoAdaptersOnOneWireMakeNoLoop) {
     SendFrame(&outside, "lan", TestFrame{EVERYBODY, OUTSIDE, {}, "end"}.Bytes());
     EXPECT_TRUE(ear.HearUntil("end"));
     EXPECT_FALSE(ear.HasHeard("mine")) << "a guest's own frame comes back to it";
-    EXPECT_LT(ReceivedPackets(guest, "g0") - before, 100) << "frames go round";
+    EXPECT_LT(received() - before, 100) << "frames go round";
 }
 
 TEST(BridgeCopies, TakePlaceInAProcessWithoutPrivilegesThatComesBackAndEndsWithItsKeeper) {

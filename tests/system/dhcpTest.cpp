@@ -208,44 +208,43 @@ on trailer-encapsulation ieee802-3-encapsulation tcp-keepalive-garbage
     }
 }
 
+// Starts with another file in the place of these.
+DaemonStart StartWithout(const std::string &programs, const std::string &configuration,
+                         const std::string &replacement = "/dev/null") {
+    unlink("/var/log/zelan-dhcpd.log");
+    Must("for f in " + programs + "; do mount --bind " + replacement + " $f; done");
+    const DaemonStart start = StartDhcp(configuration);
+    Must("for f in " + programs + "; do umount $f; done");
+    return start;
+}
+
+void ExpectRefused(const DaemonStart &start, const std::string &reason) {
+    EXPECT_EQ("", start.report) << reason;
+    EXPECT_NE(0, start.status) << reason;
+    EXPECT_NE(0, access(start.pidFile.c_str(), F_OK)) << reason;
+    EXPECT_THAT(start.Log(), testing::HasSubstr(reason));
+}
+
 TEST(Dhcp, RefusedStartLeavesItsReasonInTheLogAndNothingElse) {
-    const std::string line = "zelan-dhcpd - " + FOLDER + "/dhcpd.conf:";
-    const struct {
-        const char *condition;
-        std::string hidden;
-        std::string configuration;
-        std::string words;
-    } cases[] = {
-        {"what dhcpd does not know either", "", CONFIGURATION + "foo bar;\n", "semicolon expected"},
-        {"no room for the server", "",
-         "subnet 192.168.10.0 netmask 255.255.255.248 { range 192.168.10.3 192.168.10.6; }\n",
-         "no address of the subnet is left"},
-        {"what only dhcpd could do", "/usr/sbin/dhcpd", CONFIGURATION + ONLY_FOR_DHCPD,
-         line + "19: dnsmasq has no words for 'class \"none\"': install the package isc-dhcp-server"},
-        {"no server at all", "/usr/sbin/dhcpd /usr/sbin/dnsmasq", CONFIGURATION,
-         "install the package dnsmasq-base"},
-    };
-    for (const auto &row : cases) {
-        unlink("/var/log/zelan-dhcpd.log");
-        Must("for f in " + row.hidden + "; do mount --bind /dev/null $f; done");
-        const DaemonStart start = StartDhcp(row.configuration);
-        Must("for f in " + row.hidden + "; do umount $f; done");
-        EXPECT_EQ("", start.report) << row.condition;
-        EXPECT_NE(0, start.status) << row.condition;
-        EXPECT_NE(std::string::npos, start.Log().find(row.words)) << row.condition << start;
-        EXPECT_NE(0, access(start.pidFile.c_str(), F_OK)) << row.condition;
-    }
+    const std::string dnsmasq = "/usr/sbin/dnsmasq", dhcpd = "/usr/sbin/dhcpd",
+                      conf = FOLDER + "/dhcpd.conf:";
+    ExpectRefused(StartDhcp(CONFIGURATION + "foo bar;\n"), "semicolon expected");
+    ExpectRefused(StartDhcp("subnet 10.1.2.0 netmask 255.255.255.248 { range 10.1.2.3 10.1.2.6; }\n"),
+                  "no address of the subnet is left");
+    ExpectRefused(
+        StartWithout(dhcpd, CONFIGURATION + ONLY_FOR_DHCPD),
+        conf + "19: dnsmasq has no words for 'class \"none\"': install the package isc-dhcp-server");
+    ExpectRefused(StartWithout(dhcpd + " " + dnsmasq, CONFIGURATION), "install the package dnsmasq-base");
     WriteFileText("/usr/broken", "#!/no/such/program\n");
-    Must("chmod +x /usr/broken && mount --bind /usr/broken /usr/sbin/dnsmasq");
-    EXPECT_TRUE(StartDhcp(CONFIGURATION).Log().find("\nzelan-dhcpd - /usr/sbin/dnsmasq: No such file") !=
-                std::string::npos);
-    Must("umount /usr/sbin/dnsmasq");
+    Must("chmod +x /usr/broken");
+    ExpectRefused(StartWithout(dnsmasq, CONFIGURATION, "/usr/broken"),
+                  "zelan-dhcpd - /usr/sbin/dnsmasq: No such file");
     WriteFileText(LEASES, "somebody's\n");
-    EXPECT_NE(std::string::npos, StartDhcp(CONFIGURATION).Log().find("neither the leases of dnsmasq nor"));
+    ExpectRefused(StartDhcp(CONFIGURATION), "neither the leases of dnsmasq nor");
     EXPECT_EQ("somebody's\n", ReadFileText(LEASES));
     unlink(LEASES.c_str());
     symlink("/etc/passwd", LEASES.c_str());
-    EXPECT_EQ("", StartDhcp(CONFIGURATION).report) << "a link was followed";
+    ExpectRefused(StartDhcp(CONFIGURATION), LEASES);
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
@@ -254,18 +253,15 @@ TEST(Dhcp, PidFileNamesTheOneServerAndItsDeathLeavesNothing) {
     for (const auto &[server, hidden] :
          {std::pair("dnsmasq\n", ""), std::pair("dhcpd\n", "/usr/sbin/dnsmasq")}) {
         WriteFileText("/var/run/zelan-dhcpd-zelan8.pid", std::to_string(stranger.pid()) + "\n");
-        Must(std::string("for f in ") + hidden + "; do mount --bind /dev/null $f; done");
-        const DaemonStart start = MustComeUp(StartDhcp(CONFIGURATION));
+        const DaemonStart start = MustComeUp(StartWithout(hidden, CONFIGURATION));
         EXPECT_EQ(server, ServerOf(start));
         EXPECT_FALSE(RunShell("ip -4 -br address | grep -q 192.168.10").Succeeded())
             << "an address on the host";
         EXPECT_TRUE(LeftOver().find("nsid") != std::string::npos) << "no namespace to look for";
-        const DaemonStart second = StartDhcp(CONFIGURATION);
-        EXPECT_EQ("", second.report) << "two servers on one network";
+        EXPECT_EQ("", StartDhcp(CONFIGURATION).report) << "two servers on one network";
         KillDaemon(start);
         EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
     }
-    Must("umount /usr/sbin/dnsmasq");
 }
 
 // A capability counts in the user namespace that owns what it is used on.
@@ -319,7 +315,6 @@ TEST(Dhcp, OneGuestCannotTakeAllLeases) {
 // What a program in the server's place that guests have taken over gets at beyond what it serves with.
 TEST(Dhcp, ServerThatTurnsHostileReachesNoOtherProcessOrFile) {
     const DaemonStart other = MustComeUp(StartNetifup(9));
-    Must("mkdir -p " + FOLDER + " && touch " + LEASES);
     const std::string attempts =
         "try() { what=$1; shift; (\"$@\") >/dev/null 2>&1 && echo \"hostile: $what\" >&2; }\n"
         "try 'signals a daemon' kill -0 $D\n"
@@ -333,8 +328,7 @@ TEST(Dhcp, ServerThatTurnsHostileReachesNoOtherProcessOrFile) {
          {std::tuple("/usr/sbin/dnsmasq", "", "/proc/self/fd/1"),
           std::tuple("/usr/sbin/dhcpd", ONLY_FOR_DHCPD.c_str(), LEASES.c_str())}) {
         // Under its own profile no program in its place could even begin.
-        if (RunShell(std::string("grep ^") + server + " /sys/kernel/security/apparmor/profiles")
-                .Succeeded()) {
+        if (ReadFileText("/sys/kernel/security/apparmor/profiles").find(server) != std::string::npos) {
             continue;
         }
         WriteFileText("/usr/hostile",
@@ -342,13 +336,9 @@ TEST(Dhcp, ServerThatTurnsHostileReachesNoOtherProcessOrFile) {
         Must("chmod +x /usr/hostile");
         EXPECT_EQ("7\n", RunShell("/usr/hostile 2>&1 >>/tmp/none | grep -c hostile").output)
             << "something is not to be had anyhow";
-        unlink("/var/log/zelan-dhcpd.log");
-        Must(std::string("mount --bind /usr/hostile ") + server);
-        const DaemonStart start = StartDhcp(CONFIGURATION + more);
-        Must(std::string("umount ") + server);
-        EXPECT_EQ("hostile: writes leases\n",
-                  RunShell("grep -o 'hostile: .*' /var/log/zelan-dhcpd.log").output)
-            << server << start;
+        const DaemonStart start = StartWithout(server, CONFIGURATION + more, "/usr/hostile");
+        EXPECT_EQ("hostile: writes leases\n", RunShell("grep -o 'hostile: .*' " + start.logFile).output)
+            << start;
     }
 }
 

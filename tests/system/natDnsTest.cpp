@@ -1,6 +1,8 @@
 // DNS at the gateway: guests' questions reach the host's name servers, and nothing else of theirs does.
 #include <netinet/in.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <thread>
 #include <vector>
@@ -50,44 +52,32 @@ class NatDns : public NatNetwork {
         WriteFileText("/etc/resolv.conf", "search example\nnameserver " + address + "\n");
     }
 
-    std::string AskUdp(const Machine &guest, const std::string &message) const {
-        return Exchange(&guest, SOCK_DGRAM, {GATEWAY, 53}, message);
-    }
-    std::string AskTcp(const Machine &guest, const std::string &message) const {
-        return Exchange(&guest, SOCK_STREAM, {GATEWAY, 53}, WithLength(message));
+    // What comes back by UDP, and by TCP without the length there.
+    static std::array<std::string, 2> Ask(const Machine &guest, const std::string &message) {
+        const std::string byTcp = Exchange(&guest, SOCK_STREAM, {GATEWAY, 53}, WithLength(message));
+        return {Exchange(&guest, SOCK_DGRAM, {GATEWAY, 53}, message),
+                byTcp.substr(std::min<size_t>(2, byTcp.size()))};
     }
 };
 
 TEST_F(NatDns, GuestsQuestionsGoToTheHostsNameServers) {
-    const std::string loopback = "127.0.0.53";
-    UseNameServer(loopback);
-    NameServer host(nullptr, loopback, "host");
+    UseNameServer("127.0.0.53");
+    NameServer host(nullptr, "127.0.0.53", "host");
     NameServer outside(&outside_, OUTSIDE, "outside");
     Start(Configuration());
-    const struct {
-        const char *condition;
-        std::string file;  // the next resolv.conf; empty to leave it
-        const char *answeredBy;
-    } cases[] = {
-        {"a name server on the host's loopback", "", "host"},
-        {"a changed file", std::string("nameserver ") + OUTSIDE + "\n", "outside"},
-        {"a first server that is silent",
-         std::string("nameserver 203.0.113.77\nnameserver ") + OUTSIDE + "\n", "outside"},
-    };
-    for (const auto &row : cases) {
-        if (!row.file.empty()) {
-            WriteFileText("/etc/resolv.conf", row.file);
+    const std::pair<std::string, const char *> cases[] = {
+        {"127.0.0.53", "host"},
+        {OUTSIDE, "outside"},
+        {std::string("203.0.113.77\nnameserver ") + OUTSIDE, "outside"}};
+    for (const auto &[servers, answeredBy] : cases) {
+        UseNameServer(servers);
+        for (const std::string &answer : Ask(*guest_, Query("name"))) {
+            EXPECT_TRUE(answer.ends_with(answeredBy)) << servers << ": " << answer;
         }
-        const std::string udp = Exchange(guest_.get(), SOCK_DGRAM, {GATEWAY, 53}, Query("name"));
-        EXPECT_TRUE(udp.ends_with(row.answeredBy)) << row.condition << ": " << udp;
-        const std::string tcp = AskTcp(*guest_, Query("name"));
-        EXPECT_TRUE(tcp.ends_with(row.answeredBy)) << row.condition << ": " << tcp;
     }
     UseNameServer("127.0.0.9");
-    for (const std::string &refusal :
-         {AskUdp(*guest_, Query("name")), AskTcp(*guest_, Query("name")).substr(2)}) {
-        ASSERT_GE(refusal.size(), 4U) << start_;
-        EXPECT_EQ(2, refusal[3] & 0x0f) << "no server failure";
+    for (const std::string &refusal : Ask(*guest_, Query("name"))) {
+        EXPECT_EQ(2, refusal.at(3) & 0x0f) << "no server failure";
     }
 }
 
@@ -100,18 +90,15 @@ TEST_F(NatDns, NothingButQueriesReachesTheNameServer) {
     update[2] = '\x28';
     for (const auto &[message, result] :
          {std::pair(update, 4), {Query("zone", 252), 5}, {update.substr(0, 15), 4}}) {
-        const std::string udp = AskUdp(*guest_, message);
-        const std::string tcp = AskTcp(*guest_, message);
-        ASSERT_TRUE(udp.size() >= 12 && tcp.size() >= 14) << result;
-        EXPECT_EQ(result, udp[3] & 0x0f);
-        EXPECT_EQ(result, tcp[5] & 0x0f);
+        for (const std::string &answer : Ask(*guest_, message)) {
+            EXPECT_EQ(result, answer.at(3) & 0x0f);
+        }
     }
     EXPECT_EQ(0, server.asked());
-    EXPECT_TRUE(AskUdp(*guest_, Query("name")).ends_with("host"));
     // Two messages on one connection, the second one of them hidden behind a query.
     const std::string pair = WithLength(Query("name")) + WithLength(update);
     EXPECT_NE(std::string::npos, Exchange(guest_.get(), SOCK_STREAM, {GATEWAY, 53}, pair).find("host"));
-    EXPECT_EQ(2, server.asked());
+    EXPECT_EQ(1, server.asked());
 }
 
 // Under its own address as well as under those of all others, the other guest's included, and with any type
@@ -150,8 +137,9 @@ TEST_F(NatDns, OneGuestCannotKeepAnotherFromAsking) {
     // Another guest may have as many under way as this one.
     WaitUntil([&server] { return server.asked() >= 64; }, SHORT);
     for (int i = 0; i < 10; i++) {
-        EXPECT_TRUE(AskUdp(other, Query("name")).ends_with("host")) << i;
-        EXPECT_TRUE(AskTcp(other, Query("name")).ends_with("host")) << i;
+        for (const std::string &answer : Ask(other, Query("name"))) {
+            EXPECT_TRUE(answer.ends_with("host")) << i;
+        }
     }
     enough = true;
     flooder.join();

@@ -1,26 +1,13 @@
 // The one process that cleans up behind the daemons.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include "tests/support/daemonStart.h"
 
 namespace {
 
-DaemonStart StartDetect() {
-    return StartDaemon("zelan-detect", "zelan-detect", {});
-}
-
 std::string Watchers() {
     return RunShell("pgrep -x zelan-watch").output;
-}
-
-void KillAll(const std::string &pattern) {
-    Must("kill -9 $(pgrep '" + pattern + "')");
-}
-
-CommandResult Sweep() {
-    return RunCommand({ProgramPath("zelan-watch"), "--sweep"});
 }
 
 // As when the kernel runs out of memory or a whole control group is killed.
@@ -30,17 +17,18 @@ TEST(Watch, DeathOfEverythingIsCleanedByASweepAndByTheNextStart) {
         SCOPED_TRACE(byStart);
         const DaemonStart first = MustComeUp(StartNetifup(8));
         const DaemonStart second = MustComeUp(StartNetifup(9));
-        KillAll("^zelan-");
+        Must("kill -9 $(pgrep ^zelan-)");
         ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep ^zelan-").output.empty(); }));
         EXPECT_TRUE(HasLink("zelan8") && HasLink("zelan-sw9")) << "nothing to clean up";
+        unlink("/run/zelan/daemon-netifup-9");  // interfaces are found by themselves
         WriteFileText(STRANGERS, std::to_string(getpid()) + "\n");
         if (byStart) {
-            const DaemonStart any = MustComeUp(StartDetect());
+            const DaemonStart any = MustComeUp(StartDaemon("zelan-detect", "zelan-detect", {}));
             EXPECT_FALSE(HasLink("zelan8")) << LeftOver();
             KillDaemon(any);
             EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
         } else {
-            const CommandResult sweep = Sweep();
+            const CommandResult sweep = RunCommand({ProgramPath("zelan-watch"), "--sweep"});
             EXPECT_TRUE(sweep.Succeeded()) << sweep;
             EXPECT_EQ("", RunShell("ip -br link | grep '^zelan'").output);
         }
@@ -54,7 +42,7 @@ TEST(Watch, DeathOfEverythingIsCleanedByASweepAndByTheNextStart) {
 TEST(Watch, OneThatIsKilledAloneIsReplacedByTheNextStartAndMissesNothing) {
     const DaemonStart first = MustComeUp(StartNetifup(8));
     const DaemonStart second = MustComeUp(StartNetifup(9));
-    KillAll("^zelan-watch$");
+    Must("kill -9 $(pgrep -x zelan-watch)");
     EXPECT_TRUE(HasLink("zelan8") && HasLink("zelan9"));
     KillDaemon(first);
     const DaemonStart third = MustComeUp(StartNetifup(10));
@@ -63,8 +51,8 @@ TEST(Watch, OneThatIsKilledAloneIsReplacedByTheNextStartAndMissesNothing) {
     KillDaemon(second);
     EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan-sw9"); })) << "died later\n" << LeftOver();
     EXPECT_TRUE(HasLink("zelan10"));
-    KillAll("^zelan-watch$");
-    const CommandResult sweep = Sweep();
+    Must("kill -9 $(pgrep -x zelan-watch)");
+    const CommandResult sweep = RunCommand({ProgramPath("zelan-watch"), "--sweep"});
     EXPECT_TRUE(sweep.Succeeded()) << "the watcher that it has started keeps its output open\n" << sweep;
     EXPECT_TRUE(HasLink("zelan10"));
     KillDaemon(third);

@@ -26,9 +26,9 @@ TEST(Traces, RecordIsNamedAfterItsDuty) {
         ASSERT_TRUE(Traces_IsRecord(std::string("daemon-") + name, &duty)) << name;
         EXPECT_EQ(std::string("/run/zelan/daemon-") + name, Traces_Path(duty));
     }
+    Duty none;
     for (const char *name : {"daemon-nat-256", "daemon-nat-", "daemon-none-1", "daemon-", "nat-1"}) {
-        Duty duty;
-        EXPECT_FALSE(Traces_IsRecord(name, &duty)) << name;
+        EXPECT_FALSE(Traces_IsRecord(name, &none)) << name;
     }
 }
 
