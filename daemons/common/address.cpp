@@ -25,7 +25,6 @@ int Address_Add(RtSocket *socket, int link, Ipv4 address, int prefix) {
     header.ifa_index = static_cast<unsigned>(link);
     RtRequest request(RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL, &header, sizeof header);
     request.Put32(IFA_LOCAL, htonl(address));
-    request.Put32(IFA_ADDRESS, htonl(address));
     request.Put32(IFA_BROADCAST, htonl(subnet.last()));
     return socket->Do(&request);
 }
@@ -66,9 +65,7 @@ bool Route_IsUnknown(RtSocket *socket, Ipv4 address) {
     request.Put32(RTA_DST, htonl(address));
     int matched = -1;
     int error = socket->Ask(&request, [&matched](const nlmsghdr *message) {
-        if (message->nlmsg_type == RTM_NEWROUTE) {
-            matched = static_cast<const rtmsg *>(NLMSG_DATA(message))->rtm_dst_len;
-        }
+        matched = static_cast<const rtmsg *>(NLMSG_DATA(message))->rtm_dst_len;
     });
     return error == ENETUNREACH || (error == 0 && matched == 0);
 }

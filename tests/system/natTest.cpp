@@ -165,11 +165,11 @@ TEST_F(Nat, TablesAreAsDocumented) {
 )",
                 "nsenter --net=" + space.substr(0, space.find('\n')) + " ");
     EXPECT_EQ(
-        "lo 127.0.0.1/8\nguests 192.168.10.2/24\nuplink 100.127.252.34/30\n"
+        "lo 127.0.0.1/8 host\nguests 192.168.10.2/24 192.168.10.255\nuplink 100.127.252.34/30 "
+        "100.127.252.35\n"
         "default via 100.127.252.33 dev uplink proto static \n",
         RunShell("nsenter --net=" + space.substr(0, space.find('\n')) +
-                 " sh -c 'ip -br address | sed -E \"s/(@[^ ]*)? +(UP|UNKNOWN) +/ /; s/ $//\"; ip route | "
-                 "grep via'")
+                 " sh -c 'ip -o address | awk \"{print \\$2, \\$4, \\$6}\"; ip route | grep via'")
             .output);
     const std::string queues = " numtxqueues 1 numrxqueues 1\n";
     EXPECT_EQ(
