@@ -30,7 +30,7 @@ constexpr char CALLS[] =
     "openat bind listen connect setsockopt sendto sendto+ sendmsg poll "
     "read ioctl unshare setns pidfd_open fcntl flock ?newfstatat,?fstat fsync ?rename,?renameat "
     "clone pipe2 memfd_create ?mkdir,?mkdirat fchown capset getrandom bpf inotify_init1 "
-    "inotify_add_watch";
+    "inotify_add_watch capget";
 
 void PrintTo(const Start &start, std::ostream *stream) {
     *stream << start.program;
