@@ -11,13 +11,11 @@
 
 namespace {
 
-constexpr uint32_t PER_MILLE = 1000;
-
 std::mt19937 random_;
 uint32_t chance_ = 0;
 
 void Pause() {
-    if (chance_ > 0 && Draw(&random_, PER_MILLE) < chance_) {
+    if (chance_ > 0 && Draw(&random_, 1000) < chance_) {
         usleep(Draw(&random_, Draw(&random_, 10) == 0 ? 30'000 : 3'000));
     }
 }

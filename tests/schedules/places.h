@@ -1,5 +1,4 @@
-// The places of the database that many processes change at once: records that change without the lock and
-// under it.
+// The places of the database that many processes change at once.
 #pragma once
 
 #include <cstdint>

@@ -9,9 +9,7 @@
 class EditorTest : public ToolTest {
   protected:
     static std::vector<std::string> EditorCommand(const std::vector<std::string> &arguments) {
-        std::vector<std::string> command = {ProgramPath("harbrelctl")};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        return command;
+        return Command(arguments, "harbrelctl");
     }
     // A line of words, without quoting.
     static std::vector<std::string> Words(const std::string &line) {

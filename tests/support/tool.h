@@ -31,8 +31,9 @@ class ToolTest : public testing::Test {
         EXPECT_EQ(0, chmod(Program(name).c_str(), 0755));
     }
 
-    static std::vector<std::string> Command(const std::vector<std::string> &arguments) {
-        std::vector<std::string> command = {ProgramPath("harbrelCLI")};
+    static std::vector<std::string> Command(const std::vector<std::string> &arguments,
+                                            const std::string &program = "harbrelCLI") {
+        std::vector<std::string> command = {ProgramPath(program)};
         command.insert(command.end(), arguments.begin(), arguments.end());
         return command;
     }

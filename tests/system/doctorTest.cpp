@@ -32,8 +32,7 @@ class Doctor : public EditorTest {
 };
 
 TEST_F(Doctor, FindsEachFaultAndNoneWhenItIsGone) {
-    const CommandResult well = Edit("doctor");
-    ASSERT_EQ(0, well.status) << well;
+    MustEdit("doctor");
     const std::string pid8 = "/var/run/zelan-natd-8.pid";
     const std::string lease =
         "e=$(($(date +%s)+900)); for i in 0 1 2; do echo \"$e 02:00:00:00:00:0$i 10.7.8.13$i * *\"; done > "

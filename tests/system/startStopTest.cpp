@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 
+#include "tests/support/daemonStart.h"
 #include "tests/support/dhcpServers.h"
 #include "tests/support/tool.h"
 
@@ -117,23 +118,8 @@ TEST_P(ServedFullHost, StartStatusAndStopOfEverything) {
            "Disabled hostonly virtual adapter on zelan1\nDisabled hostonly virtual adapter on zelan8\n"
            "Stopped all configured services on all networks\n",
            "");
-    const auto left = [] {
-        return RunShell(
-                   "ip -br link | grep ^zelan; ls /run/zelan/daemon-* /var/run/zelan-*.pid; nft list tables")
-            .output;
-    };
-    EXPECT_TRUE(WaitUntil([&left] { return left().empty(); })) << left();
-}
-
-// On a kernel with modules each such question starts modprobe twice, and 254 interfaces are absent.
-TEST_F(FullHost, NobodyAsksTheKernelByIoctlForAnInterfaceThatDoesNotExist) {
-    const std::string tool = ProgramPath("harbrelCLI");
-    Must(std::string(STRACE) + "-f -qq --seccomp-bpf -e trace=ioctl -o /run/trace sh -c '" + tool +
-         " --status; " + tool + " --start && " + tool + " --status && " + tool + " --stop' > /dev/null");
-    EXPECT_EQ("", RunShell("grep ENODEV /run/trace | grep -v SIOCGIFINDEX").output);
-    EXPECT_EQ("zelan1 zelan8 ", RunShell("sed -n 's/.*SIOCGIFFLAGS, {ifr_name=\"\\(zelan[0-9]*\\)\", "
-                                         "ifr_flags=.*/\\1/p' /run/trace | sort -u | tr '\\n' ' '")
-                                    .output);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+    EXPECT_EQ("", Names("/run/zelan/daemon-* /var/run/zelan-*.pid"));
 }
 
 // Whatever fails, the rest of its network and of the host comes up. The stand-in for a netifup comes up

@@ -98,7 +98,6 @@ TEST(EditorModel, LeasesOfBothServersAreTheValidOnes) {
         EXPECT_EQ("", leases[1].name);
         EXPECT_EQ(std::nullopt, leases[1].until);
     }
-    EXPECT_THAT(ParseLeases("", NOW), IsEmpty());
 }
 
 TEST(EditorModel, MappingsAreWhatTheReplayLeaves) {

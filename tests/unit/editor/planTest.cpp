@@ -147,9 +147,7 @@ TEST(EditorPlan, DifferencesApplyAndSurviveAPlanFile) {
         change["number"] = number;
         EXPECT_EQ(reads, ReadPlanJson(document.dump()).has_value()) << change;
     }
-    for (const char *bad : {"", "{}", "[]"}) {
-        EXPECT_EQ(std::nullopt, ReadPlanJson(bad)) << bad;
-    }
+    EXPECT_FALSE(ReadPlanJson("") || ReadPlanJson("{}") || ReadPlanJson("[]"));
 }
 
 TEST(EditorPlan, DiffsAreThoseThatPatchReads) {
