@@ -32,10 +32,6 @@ constexpr char CALLS[] =
     "clone pipe2 memfd_create ?mkdir,?mkdirat fchown capset getrandom bpf inotify_init1 "
     "inotify_add_watch capget";
 
-void PrintTo(const Start &start, std::ostream *stream) {
-    *stream << start.program;
-}
-
 class DaemonFailures : public testing::TestWithParam<Start> {
   protected:
     // Starts with the Nth call of a kind failing; false when there are not as many.

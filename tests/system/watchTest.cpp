@@ -16,25 +16,30 @@ TEST(Watch, DeathOfEverythingIsCleanedByASweepAndByTheNextStart) {
     for (const bool byStart : {false, true}) {
         SCOPED_TRACE(byStart);
         const DaemonStart first = MustComeUp(StartNetifup(8));
-        const DaemonStart second = MustComeUp(StartNetifup(9));
+        MustComeUp(StartNetifup(9));
+        MustComeUp(StartNetifup(10));
         Must("kill -9 $(pgrep ^zelan-)");
         ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep ^zelan-").output.empty(); }));
         EXPECT_TRUE(HasLink("zelan8") && HasLink("zelan-sw9")) << "nothing to clean up";
         unlink("/run/zelan/daemon-netifup-9");  // interfaces are found by themselves
+        // And those whose numbers somebody else's have got meanwhile are left alone.
+        Must(
+            "i=$(cat /sys/class/net/zelan10/ifindex); ip link delete zelan10; ip link add his index $i type "
+            "bridge;"
+            " ip link set his up");
         WriteFileText(STRANGERS, std::to_string(getpid()) + "\n");
         if (byStart) {
             const DaemonStart any = MustComeUp(StartDaemon("zelan-detect", "zelan-detect", {}));
             EXPECT_FALSE(HasLink("zelan8")) << LeftOver();
             KillDaemon(any);
-            EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
         } else {
-            const CommandResult sweep = RunCommand({ProgramPath("zelan-watch"), "--sweep"});
-            EXPECT_TRUE(sweep.Succeeded()) << sweep;
+            EXPECT_TRUE(RunCommand({ProgramPath("zelan-watch"), "--sweep"}).Succeeded());
             EXPECT_EQ("", RunShell("ip -br link | grep '^zelan'").output);
         }
         EXPECT_NE(0, access(first.pidFile.c_str(), F_OK)) << "names a dead process";
         EXPECT_EQ(std::to_string(getpid()) + "\n", ReadFileText(STRANGERS)) << "names a living process";
         unlink(STRANGERS);
+        Must("ip -br link show his | grep -q ,UP && ip link delete his");
     }
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }

@@ -190,7 +190,6 @@ S filename "@128"; next-server 1.2.3.4; => beyond 1: 'filename' or 'server-name'
 S server-name "@64"; next-server 1.2.3.4; => beyond 1: 'filename' or 'server-name' with such a text
 S filename "a"; => beyond 1: 'filename' or 'server-name' without 'next-server'
 S default-lease-time 119; => beyond 3: a lease time below 120 seconds
-S pool { range 10.1.2.7; allow members of "x"; } => beyond 3: 'allow members of "x"'
 S deny booting; => beyond 1: 'deny booting' for a subnet
 S range dynamic-bootp 10.1.2.7; range 10.1.2.9; => beyond 1: 'dynamic-bootp' for some of the ranges
 S } subnet 10.1.3.0 netmask 255.255.255.0 { authoritative; => beyond 3: 'authoritative' for some of the subnets
