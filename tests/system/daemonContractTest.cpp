@@ -119,7 +119,8 @@ realtime priority 0 0
     EXPECT_EQ(pid + "\n", ReadFileText(start.pidFile));
 }
 
-// Of each: its user, the capabilities that it has and that it could get, and whether its calls are filtered.
+// Of each: that it sleeps, its user, the capabilities that it has and that it could get, and whether its
+// calls are filtered.
 TEST(DaemonContract, WaitingDaemonHasNoPrivilegeLeft) {
     Must("ip link add eth1 type veth peer name eth2");
     WriteFileText("/etc/nat.conf", "[host]\nip = 10.1.2.2\nnetmask = 255.255.255.0\n");
@@ -138,18 +139,18 @@ TEST(DaemonContract, WaitingDaemonHasNoPrivilegeLeft) {
     const std::string none = " 0000000000000000 0000000000000000 ";
     const std::string own = RunShell("printf %s $(id -u harbrel)").output;
     const std::string expected =
-        "zelan-bridge 0 00000080000030c0 00000080000030c0 00000080000030c0 1 0 \n"
-        "zelan-detect " +
-        own + none + "00000000000010e0 1" + filter + "\nzelan-natd " + own + none + "00000000002014e0 1" +
-        filter + "\nzelan-netifup " + own + none + "00000000000030e0 1" + filter +
-        "\nzelan-watch 0 0000000000001000 0000000000001000 0000000000001000 1 0 \n";
+        "zelan-bridge S 0 00000080000030c0 00000080000030c0 00000080000030c0 1 0 \n"
+        "zelan-detect S " +
+        own + none + "00000000000010e0 1" + filter + "\nzelan-natd S " + own + none + "00000000002014e0 1" +
+        filter + "\nzelan-netifup S " + own + none + "00000000000030e0 1" + filter +
+        "\nzelan-watch S 0 0000000000001000 0000000000001000 0000000000001000 1 0 \n";
     std::string standing;
     EXPECT_TRUE(WaitUntil([&] {
-        standing =
-            RunShell(
-                "for p in $(pgrep ^zelan-); do awk '/^(Name|Uid|CapPrm|CapEff|CapBnd|NoNewPrivs|Seccomp):/"
-                " {printf \"%s \", $2} END {print \"\"}' /proc/$p/status; done | sort")
-                .output;
+        standing = RunShell(
+                       "for p in $(pgrep ^zelan-); do awk "
+                       "'/^(Name|State|Uid|CapPrm|CapEff|CapBnd|NoNewPrivs|Seccomp):/"
+                       " {printf \"%s \", $2} END {print \"\"}' /proc/$p/status; done | sort")
+                       .output;
         return standing == expected;
     })) << standing
         << expected;
