@@ -29,7 +29,6 @@ zelan-bridge C -n 256 => option -n needs a network's number from 0 to 255, not 2
 zelan-bridge C -n 0 -i => option -i needs a name attached to it
 zelan-bridge C -n 0 -ia -eb => usage: -s DESCRIPTOR -d PIDFILE -n NETWORK [-eADAPTER]... or [-iADAPTER]...
 zelan-dhcpd -s {W} -cf c -lf l -pf /var/run/x.pid zelan256 => usage: -s DESCRIPTOR -cf CONFIGURATION -lf LEASES -pf PIDFILE zelan<N>
-zelan-dhcpd -s {W} -cf /tmp/conf -lf /tmp/leases -pf /no/such/folder/x.pid zelan8 => cannot write the PID file /no/such/folder/x.pid: No such file or directory
 zelan-natd C -m m -c /no/nat.conf => /no/nat.conf: No such file or directory
 zelan-natd C -m m -c /tmp/nat.conf => neither the configuration nor the MAC file's name tells the network
 zelan-natd C -m m -c /tmp/nat.conf more => usage: -s DESCRIPTOR -d PIDFILE -m MACFILE -c CONFIGURATION
@@ -42,7 +41,6 @@ zelan-netifup -s {W} -d /no/such/folder/x.pid /dev/zelan8 zelan8 => cannot write
 TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
     constexpr char PID_FILE[] = "/var/run/x.pid";
     Must("mknod /dev/zelan8 c 119 8; echo > /dev/other");
-    WriteFileText("/tmp/conf", "subnet 10.1.2.0 netmask 255.255.255.0 {}\n");
     WriteFileText("/tmp/nat.conf", "[host]\nip = 10.1.2.2\nnetmask = 255.255.255.0\n");
     std::istringstream rows(WRONG_ARGUMENTS);
     for (std::string row; getline(rows, row);) {

@@ -27,10 +27,9 @@ struct Start {
 
 // For strace; with a + at the end all that follow fail as well.
 constexpr char CALLS[] =
-    "openat bind listen connect setsockopt sendto sendto+ sendmsg poll "
-    "read ioctl unshare setns pidfd_open fcntl flock ?newfstatat,?fstat fsync ?rename,?renameat "
-    "clone pipe2 memfd_create ?mkdir,?mkdirat fchown capset getrandom bpf inotify_init1 "
-    "inotify_add_watch capget";
+    "openat bind listen connect setsockopt sendto sendto+ sendmsg poll read ioctl unshare setns "
+    "pidfd_open fcntl flock ?newfstatat,?fstat fsync ?rename,?renameat clone pipe2 memfd_create "
+    "?mkdir,?mkdirat fchown capset getrandom bpf inotify_init1 inotify_add_watch capget";
 
 class DaemonFailures : public testing::TestWithParam<Start> {
   protected:

@@ -45,7 +45,6 @@ TEST(OrvanePing, StatusTellsWhetherTheSubnetIsFree) {
         {"-q 10.9.0.77 -t 1 -i 1", 1, "nobody has the address"},
         {"-q -b 10.9.0.0 -t 1 -i 1", 1, "nobody answers broadcasts"},
         {"-q -b 192.168.40.0 -t 5 -i 1", 2, "no route"},
-        {"-q 192.168.40.1 -t 5 -i 1", 2, "no route"},
         {"-q 10.11.0.1 -t 5 -i 1", 2, "the host's own, of an interface that is down"},
     });
     ASSERT_TRUE(router

@@ -71,17 +71,4 @@ TEST(Leases, WhatClientsSayStaysInItsField) {
     EXPECT_EQ(evil, back[0].hostName);
 }
 
-TEST(Leases, FormatByItsFirstWord) {
-    const std::pair<const char *, LeaseFormat> cases[] = {
-        {" \n# nothing\n", LeaseFormat::EMPTY},
-        {"1795400600 2:0:0:0:0:1 10.1.2.3 * *\n", LeaseFormat::DNSMASQ},
-        {"# x\n\nauthoring-byte-order x;", LeaseFormat::ISC},
-        {"lease 10.1.2.3 {", LeaseFormat::ISC},
-        {"\"lease", LeaseFormat::FOREIGN},
-    };
-    for (const auto &[text, format] : cases) {
-        EXPECT_EQ(format, Leases_FormatOf(text)) << text;
-    }
-}
-
 }  // namespace
