@@ -64,6 +64,23 @@ TEST(Watch, OneThatIsKilledAloneIsReplacedByTheNextStartAndMissesNothing) {
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
+// One that serves the host need not wait for its predecessor's end.
+TEST(Watch, EndOfAPredecessorDoesNotReachItsSuccessor) {
+    const DaemonStart first = MustComeUp(StartDaemon("zelan-detect", "first", {}));
+    const std::string trace =
+        " strace -o /tmp/trace -e trace=?rename,?renameat -e inject=?rename,?renameat:signal=STOP:when=1 ";
+    BackgroundCommand second(
+        {"sh", "-c",
+         "exec 9> /tmp/report;" + trace + ProgramPath("zelan-detect") + " -s 9 -d /run/second.pid"});
+    ASSERT_TRUE(WaitUntil([] { return RunShell("grep -q stopped /tmp/trace").Succeeded(); }));
+    kill(first.pid, SIGKILL);
+    EXPECT_TRUE(WaitUntil([&first] { return access(first.pidFile.c_str(), F_OK) != 0; }));
+    Must("pkill -CONT -x zelan-detect");
+    EXPECT_EQ(0, second.Wait());
+    Must("kill -9 $(cat /run/second.pid)");
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
 TEST(Watch, FailedStartsLeaveNoProcessAndTheSwitchToItsGuest) {
     Machine guest("guest");
     const DaemonStart start = MustComeUp(StartNetifup(8));
