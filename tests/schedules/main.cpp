@@ -14,7 +14,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <span>
 #include <string>
@@ -70,7 +69,7 @@ std::string HistoryOf(const Player &player) {
 void TakeHistory(Player *player) {
     const std::string text = ReadFileText(HistoryOf(*player));
     player->actor.done.resize(text.size() / sizeof(Operation));
-    memcpy(player->actor.done.data(), text.data(), text.size());
+    std::copy(text.begin(), text.end(), reinterpret_cast<char *>(player->actor.done.data()));
 }
 
 std::vector<Player> Cast(std::mt19937 *random) {

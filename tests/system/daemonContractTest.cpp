@@ -60,6 +60,12 @@ TEST(DaemonContract, WrongArgumentsAreNamedAndNothingIsReported) {
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr char LIMITS[] = "t:3 f:99 s:99 n:64";  // its shadow memory counts as data
+#else
+constexpr char LIMITS[] = "t:3 f:99 d:99999 s:99 n:64";
+#endif
+
 // Whatever the starter had.
 TEST(DaemonContract, DaemonIsNamedByItsPidFileAndHoldsNothingOfItsStarters) {
     const FileDescriptor stray(open("/etc/passwd", O_RDONLY));
@@ -67,10 +73,10 @@ TEST(DaemonContract, DaemonIsNamedByItsPidFileAndHoldsNothingOfItsStarters) {
     // Soft limits: hard ones can be raised only where the host lets us.
     const DaemonStart start = MustComeUp(StartDaemonWith(
         "zelan-netifup", "/var/run/x.pid", {"-s", "{W}", "-d", "/var/run/x.pid", "/dev/zelan8", "zelan8"},
-        "sh -c '"
-        "for limit in t:3 f:99 d:99999 s:99 n:64; do ulimit -S -${limit%:*} ${limit#*:}; done; umask 0; "
-        "export SECRET=1; exec nice -n 19 \"$@\"' "
-        "x"));
+        std::string("sh -c 'for limit in ") + LIMITS +
+            "; do ulimit -S -${limit%:*} ${limit#*:}; done; umask 0; "
+            "export SECRET=1; exec nice -n 19 \"$@\"' "
+            "x"));
     EXPECT_EQ(0, start.status);
     const std::string pid = std::to_string(start.pid);
     const std::string process = "/proc/" + pid;
