@@ -21,7 +21,7 @@ TEST(PosixWrappers, RefuseAPathThatDoesNotConvert) {
         [&] { return Posix_Link(path, "/tmp/absent") == -1; },
         [&] { return Posix_Rename("/tmp/absent", path) == -1; },
         [&] { return Posix_System(path) == -1; },
-        [&] { return Posix_Execv("/bin/true", arguments) == -1; },
+        [&] { return Posix_Execv("/bin/false", arguments) == -1; },
         [&] { return Posix_Getenv("\xE9") == nullptr; },
     };
     for (const auto &fails : failures) {
