@@ -111,7 +111,7 @@ TEST_F(NatDns, OneGuestCannotKeepAnotherFromAsking) {
     other.ConnectToBridge("zelan-sw8", "eth0", "192.168.10.51/24");
     guest_->Run(
         "sysctl -q net.ipv4.conf.eth0.arp_ignore=1; ip address add 192.168.10.51/32 dev lo;"
-        " for n in $(seq 60 254); do ip address add 192.168.10.$n/24 dev eth0; done");
+        " seq -f 'address add 192.168.10.%g/24 dev eth0' 60 254 | ip -batch -");
     ASSERT_TRUE(WaitUntil(BothGuestsAreKnown));
     std::vector<FileDescriptor> held;
     std::vector<FileDescriptor> floods;

@@ -1,6 +1,8 @@
 #include <netinet/in.h>
 #include <unistd.h>
 
+#include <chrono>
+
 #include "tests/system/natNetwork.h"
 
 namespace {
@@ -43,8 +45,12 @@ TEST_F(Nat, OneGuestsFlowsAreLimited) {
         return atoi(ReadFileText("/proc/sys/net/netfilter/nf_conntrack_count").c_str());
     };
     const FileDescriptor flood = SocketOn(guest_.get(), SOCK_DGRAM);
+    const auto begin = std::chrono::steady_clock::now();
     for (int port = 10000; port < 10000 + 2 * LIMIT; port++) {
         SendTo(flood, {OUTSIDE, port}, "x");
+    }
+    if (std::chrono::steady_clock::now() - begin > std::chrono::seconds(25)) {
+        GTEST_SKIP() << "on this machine the first flows end before the last ones begin";
     }
     EXPECT_TRUE(WaitUntil([&count] { return count() > LIMIT / 2; })) << count();
     EXPECT_LE(count(), LIMIT + 100);
