@@ -40,8 +40,8 @@ void KillDaemon(const DaemonStart &start);
 // Starts zelan-netifup for network N with the device node made, and the interface zelan<N>.
 DaemonStart StartNetifup(int network);
 
-// Whether the packet filter knows the two guests on network 8, by its switch or each by its port, which takes a
-// moment.
+// Whether the packet filter knows the two guests on network 8, by its switch or each by its port, which takes
+// a moment.
 bool BothGuestsAreKnown();
 
 // What daemons have not yet taken away: interfaces, namespaces of no Machine, processes and filter tables.
