@@ -37,8 +37,8 @@ bool Capabilities_Keep(std::span<const int> kept) {
 
 bool Capabilities_KeepForGood(std::span<const int> kept) {
     uint64_t mask = MaskOf(kept);
-    for (int capability = 0; prctl(PR_CAPBSET_READ, capability, 0, 0, 0) >= 0; capability++) {
-        if ((mask >> capability & 1) == 0 && prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) {
+    for (int capability = 0; prctl(PR_CAPBSET_READ, capability) >= 0; capability++) {
+        if ((mask >> capability & 1) == 0 && prctl(PR_CAPBSET_DROP, capability) != 0) {
             return false;
         }
     }

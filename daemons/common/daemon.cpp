@@ -27,12 +27,6 @@ namespace {
 // The library logs the value and takes any as success.
 constexpr uint16_t STATUS_UP = 0;
 
-void CloseRange(unsigned first, unsigned last) {
-    if (first <= last) {
-        close_range(first, last, 0);
-    }
-}
-
 // A standard descriptor that is closed would be taken by the next file, which then gets the log lines or, as
 // standard input, is replaced in LeaveStartersSession. False after a line in the log.
 bool OpenStandardDescriptors() {
@@ -51,8 +45,8 @@ bool OpenStandardDescriptors() {
 void ShedDescriptors(int statusDescriptor) {
     auto status = static_cast<unsigned>(statusDescriptor);
     if (status > STDERR_FILENO) {
-        CloseRange(STDERR_FILENO + 1, status - 1);
-        CloseRange(status + 1, UINT_MAX);
+        close_range(STDERR_FILENO + 1, status - 1, 0);
+        close_range(status + 1, UINT_MAX, 0);
         fcntl(statusDescriptor, F_SETFD, FD_CLOEXEC);
     }
     // The starter may be gone before the report.
@@ -209,5 +203,4 @@ void Daemon_Report(DaemonContract *contract) {
     if (write(contract->statusDescriptor, &STATUS_UP, sizeof STATUS_UP) != sizeof STATUS_UP) {
         Complain("nobody takes the status report: %s", strerror(errno));
     }
-    close(contract->statusDescriptor);
 }

@@ -1,7 +1,10 @@
 #include "daemons/common/ipv4.h"
 
+#include <arpa/inet.h>
+
 #include <bit>
 #include <cctype>
+#include <cstring>
 
 namespace {
 
@@ -58,6 +61,12 @@ std::string Ipv4_Text(Ipv4 address) {
         }
     }
     return text;
+}
+
+Ipv4 Ipv4_OfWire(const char *bytes) {
+    Ipv4 address = 0;
+    memcpy(&address, bytes, sizeof address);
+    return ntohl(address);
 }
 
 Ipv4 Ipv4_Mask(int prefix) {

@@ -12,6 +12,9 @@ bool Ipv4_Parse(std::string_view text, Ipv4 *address);
 
 std::string Ipv4_Text(Ipv4 address);
 
+// The address in four bytes as they go over the wire.
+Ipv4 Ipv4_OfWire(const char *bytes);
+
 // The mask of a prefix of 0 to 32 bits, and back; false for a mask with a hole.
 Ipv4 Ipv4_Mask(int prefix);
 bool Ipv4_Prefix(Ipv4 mask, int *prefix);

@@ -31,9 +31,9 @@ constexpr struct {
     {RLIMIT_LOCKS, {RLIM_INFINITY, RLIM_INFINITY}},
     {RLIMIT_STACK, {STACK_SIZE, RLIM_INFINITY}},
     {RLIMIT_NOFILE, {FILE_COUNT, FILE_COUNT_AT_MOST}},
-    {RLIMIT_CORE, {0, 0}},
-    {RLIMIT_NICE, {0, 0}},
-    {RLIMIT_RTPRIO, {0, 0}},
+    {RLIMIT_CORE, {}},
+    {RLIMIT_NICE, {}},
+    {RLIMIT_RTPRIO, {}},
 };
 
 // A hard limit below the wanted one can be raised only with CAP_SYS_RESOURCE; without it the highest there is

@@ -21,7 +21,7 @@ bool Confine(const Confinement &confinement) {
         whole = false;
     }
     // Nobody of the same user may look into it, whom guests' bytes may have turned hostile.
-    prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+    prctl(PR_SET_DUMPABLE, 0);
 #ifndef HARBREL_ALL_SYSTEM_CALLS
     if (!confinement.systemCalls.empty()) {
         SystemCalls_Restrict(confinement.systemCalls);

@@ -24,9 +24,9 @@ struct Confinement {
     // those that reach other processes, other namespaces, the kernel's own workings, or what is noted about
     // files rather than in them. Those fail with EPERM, also for root.
     bool foreignProgram = false;
-    // With `files` no file can be opened but these, and with `tcp` no TCP port connected to but these and
-    // none listened on. Sockets and files that are open stay so. A file is meant as it is now: one that takes
-    // its name later is another; name the folder for such.
+    // With `files` no file can be opened but these, and if `tcp` is set as well no TCP port connected to but
+    // these and none listened on. Sockets and files that are open stay so. A file is meant as it is now: one
+    // that takes its name later is another; name the folder for such.
     bool files = false;
     std::span<const ReachablePath> paths = {};
     bool tcp = false;

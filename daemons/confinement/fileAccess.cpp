@@ -1,6 +1,7 @@
 #include "daemons/confinement/fileAccess.h"
 
 #include <fcntl.h>
+#include <linux/landlock.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -12,12 +13,26 @@
 #include "daemons/common/complain.h"
 #include "lib/misc/owners.h"
 
+// Of kernels newer than some distributions' headers.
+#ifndef LANDLOCK_ACCESS_FS_TRUNCATE
+#define LANDLOCK_ACCESS_FS_TRUNCATE (1ULL << 14)
+#endif
+#ifndef LANDLOCK_ACCESS_FS_IOCTL_DEV
+#define LANDLOCK_ACCESS_FS_IOCTL_DEV (1ULL << 15)
+#endif
+#ifndef LANDLOCK_ACCESS_NET_BIND_TCP
+#define LANDLOCK_ACCESS_NET_BIND_TCP (1ULL << 0)
+#define LANDLOCK_ACCESS_NET_CONNECT_TCP (1ULL << 1)
+#endif
+#ifndef LANDLOCK_SCOPE_SIGNAL
+#define LANDLOCK_SCOPE_ABSTRACT_UNIX_SOCKET (1ULL << 0)
+#define LANDLOCK_SCOPE_SIGNAL (1ULL << 1)
+#endif
+
 namespace {
 
-// From <linux/landlock.h>, of which the headers of some distributions lack the newer part: what a kernel may
-// refuse depends on its own version, not on theirs.
-constexpr uint32_t ASK_VERSION = 1;
-constexpr int RULE_PATH = 1;
+// A value of an enumeration, which some distributions' headers lack: what a kernel may refuse depends on its
+// own version, not on theirs.
 constexpr int RULE_PORT = 2;
 
 struct RulesetAttributes {
@@ -26,29 +41,10 @@ struct RulesetAttributes {
     uint64_t scopes;
 };
 
-struct [[gnu::packed]] PathRule {
-    uint64_t allowed;
-    int32_t parent;
-};
-
 struct PortRule {
     uint64_t allowed;
     uint64_t port;
 };
-
-constexpr uint64_t EXECUTE = 1 << 0;
-constexpr uint64_t WRITE_FILE = 1 << 1;
-constexpr uint64_t READ_FILE = 1 << 2;
-constexpr uint64_t READ_FOLDER = 1 << 3;
-constexpr uint64_t REMOVE_FILE = 1 << 5;
-constexpr uint64_t MAKE_FILE = 1 << 8;
-constexpr uint64_t TRUNCATE = 1 << 14;
-
-constexpr uint64_t BIND_TCP = 1 << 0;
-constexpr uint64_t CONNECT_TCP = 1 << 1;
-
-constexpr uint64_t ABSTRACT_SOCKETS = 1 << 0;
-constexpr uint64_t SIGNALS = 1 << 1;
 
 // The versions with which ports came, and the reach of signals.
 constexpr long PORTS_SINCE = 4;
@@ -63,11 +59,23 @@ size_t SizeOfAttributes(long version) {
 
 // All that a version can refuse: the first thirteen, and then one more at a time, some versions excepted.
 uint64_t AllFileAccess(long version) {
-    constexpr uint64_t FIRST = (1 << 13) - 1;
-    constexpr uint64_t SECOND = 1 << 13;
-    constexpr uint64_t FIFTH = 1 << 15;
-    return FIRST | (version >= 2 ? SECOND : 0) | (version >= 3 ? TRUNCATE : 0) | (version >= 5 ? FIFTH : 0);
+    constexpr struct {
+        long since;
+        uint64_t right;
+    } LATER[] = {
+        {2, LANDLOCK_ACCESS_FS_REFER}, {3, LANDLOCK_ACCESS_FS_TRUNCATE}, {5, LANDLOCK_ACCESS_FS_IOCTL_DEV}};
+    uint64_t all = LANDLOCK_ACCESS_FS_REFER - 1;
+    for (const auto &[since, right] : LATER) {
+        if (version >= since) {
+            all |= right;
+        }
+    }
+    return all;
 }
+
+// What there is to do with a file that is no folder.
+constexpr uint64_t OF_FILES = LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCESS_FS_WRITE_FILE |
+                              LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_TRUNCATE;
 
 // False with errno, also when there is no such path, which needs no rule.
 bool AllowPath(int ruleset, const ReachablePath &reachable, uint64_t handled) {
@@ -76,18 +84,24 @@ bool AllowPath(int ruleset, const ReachablePath &reachable, uint64_t handled) {
     if (!path || fstat(path.get(), &status) != 0) {
         return false;
     }
-    bool folder = S_ISDIR(status.st_mode);
-    uint64_t allowed = READ_FILE | (folder ? READ_FOLDER : 0) | (reachable.execute ? EXECUTE : 0);
-    if (reachable.write) {
-        allowed |= WRITE_FILE | TRUNCATE | (folder ? MAKE_FILE | REMOVE_FILE : 0);
+    uint64_t allowed = LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_READ_DIR;
+    if (reachable.execute) {
+        allowed |= LANDLOCK_ACCESS_FS_EXECUTE;
     }
-    const PathRule rule = {allowed & handled, path.get()};
-    return syscall(SYS_landlock_add_rule, ruleset, RULE_PATH, &rule, 0) == 0;
+    if (reachable.write) {
+        allowed |= LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS_TRUNCATE | LANDLOCK_ACCESS_FS_MAKE_REG |
+                   LANDLOCK_ACCESS_FS_REMOVE_FILE;
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        allowed &= OF_FILES;
+    }
+    const landlock_path_beneath_attr rule = {allowed & handled, path.get()};
+    return syscall(SYS_landlock_add_rule, ruleset, LANDLOCK_RULE_PATH_BENEATH, &rule, 0) == 0;
 }
 
 bool AllowPorts(int ruleset, std::span<const uint16_t> ports) {
     for (uint16_t port : ports) {
-        const PortRule rule = {CONNECT_TCP, port};
+        const PortRule rule = {LANDLOCK_ACCESS_NET_CONNECT_TCP, port};
         if (syscall(SYS_landlock_add_rule, ruleset, RULE_PORT, &rule, 0) != 0) {
             return false;
         }
@@ -96,12 +110,13 @@ bool AllowPorts(int ruleset, std::span<const uint16_t> ports) {
 }
 
 bool Restrict(const Confinement &confinement, long version) {
-    const RulesetAttributes attributes = {
-        confinement.files ? AllFileAccess(version) : 0,
-        confinement.tcp && version >= PORTS_SINCE ? BIND_TCP | CONNECT_TCP : 0,
-        // All daemons have the same user.
-        version >= SCOPES_SINCE ? ABSTRACT_SOCKETS | SIGNALS : 0,
-    };
+    RulesetAttributes attributes = {};
+    attributes.files = AllFileAccess(version);
+    if (confinement.tcp) {
+        attributes.ports = LANDLOCK_ACCESS_NET_BIND_TCP | LANDLOCK_ACCESS_NET_CONNECT_TCP;
+    }
+    // All daemons have the same user.
+    attributes.scopes = LANDLOCK_SCOPE_ABSTRACT_UNIX_SOCKET | LANDLOCK_SCOPE_SIGNAL;
     size_t size = SizeOfAttributes(version);
     FileDescriptor ruleset(static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, size, 0)));
     if (!ruleset) {
@@ -112,26 +127,23 @@ bool Restrict(const Confinement &confinement, long version) {
             return false;
         }
     }
-    return (attributes.ports == 0 || AllowPorts(ruleset.get(), confinement.tcpPorts)) &&
+    return (version < PORTS_SINCE || AllowPorts(ruleset.get(), confinement.tcpPorts)) &&
            syscall(SYS_landlock_restrict_self, ruleset.get(), 0) == 0;
 }
 
 }  // namespace
 
 void FileAccess_Restrict(const Confinement &confinement) {
-    if (!confinement.files && !confinement.tcp) {
+    if (!confinement.files) {
         return;
     }
-    long version = syscall(SYS_landlock_create_ruleset, nullptr, 0, ASK_VERSION);
+    long version = syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
     if (version < 1) {
         Complain("this kernel keeps no files out of reach: %s", strerror(errno));
         return;
     }
     if (confinement.tcp && version < PORTS_SINCE) {
         Complain("this kernel keeps no TCP ports out of reach");
-        if (!confinement.files) {
-            return;
-        }
     }
     if (!Restrict(confinement, version)) {
         Complain("cannot put files out of reach: %s", strerror(errno));

@@ -30,7 +30,7 @@ OwnUser OwnUser_Find() {
 }
 
 bool OwnUser_Become(const OwnUser &own) {
-    if (prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0 || setgroups(0, nullptr) != 0 ||
+    if (prctl(PR_SET_KEEPCAPS, 1) != 0 || setgroups(0, nullptr) != 0 ||
         setresgid(own.group, own.group, own.group) != 0 || setresuid(own.user, own.user, own.user) != 0) {
         Complain("cannot become the user %u: %s", own.user, strerror(errno));
         return false;

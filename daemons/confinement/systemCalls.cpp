@@ -7,6 +7,7 @@
 #include <seccomp.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
 #include <cerrno>
 #include <cstring>
@@ -34,24 +35,8 @@ constexpr int EVERYBODYS[] = {
 // Memory that may be run would make the filter a weak one.
 constexpr int MAPPING[] = {SCMP_SYS(mmap), SCMP_SYS(mprotect)};
 
-// Calls from this number on have it on every machine; libseccomp may be older than some.
-enum CommonCall : int {
-    PIDFD_SEND_SIGNAL = 424,
-    IO_URING_SETUP = 425,
-    IO_URING_ENTER = 426,
-    IO_URING_REGISTER = 427,
-    OPEN_TREE = 428,
-    MOVE_MOUNT = 429,
-    FSOPEN = 430,
-    FSCONFIG = 431,
-    FSMOUNT = 432,
-    FSPICK = 433,
-    PIDFD_OPEN = 434,
-    CLONE3 = 435,
-    PIDFD_GETFD = 438,
-    PROCESS_MADVISE = 440,
-    MOUNT_SETATTR = 442,
-    PROCESS_MRELEASE = 448,
+// Newer than some distributions' headers, and the same on every machine.
+enum NewCall : int {
     FCHMODAT2 = 452,
     SETXATTRAT = 463,
     REMOVEXATTRAT = 466,
@@ -64,16 +49,18 @@ enum CommonCall : int {
 constexpr int BEYOND_ITSELF[] = {
     // Other processes.
     SCMP_SYS(kill), SCMP_SYS(tkill), SCMP_SYS(tgkill), SCMP_SYS(rt_sigqueueinfo), SCMP_SYS(rt_tgsigqueueinfo),
-    PIDFD_SEND_SIGNAL, PIDFD_OPEN, PIDFD_GETFD, SCMP_SYS(ptrace), SCMP_SYS(process_vm_readv),
-    SCMP_SYS(process_vm_writev), PROCESS_MADVISE, PROCESS_MRELEASE, SCMP_SYS(kcmp), SCMP_SYS(move_pages),
-    SCMP_SYS(migrate_pages), SCMP_SYS(setpriority), SCMP_SYS(ioprio_set), SCMP_SYS(sched_setscheduler),
-    SCMP_SYS(sched_setparam), SCMP_SYS(sched_setattr), SCMP_SYS(sched_setaffinity),
+    SYS_pidfd_send_signal, SYS_pidfd_open, SYS_pidfd_getfd, SCMP_SYS(ptrace), SCMP_SYS(process_vm_readv),
+    SCMP_SYS(process_vm_writev), SYS_process_madvise, SYS_process_mrelease, SCMP_SYS(kcmp),
+    SCMP_SYS(move_pages), SCMP_SYS(migrate_pages), SCMP_SYS(setpriority), SCMP_SYS(ioprio_set),
+    SCMP_SYS(sched_setscheduler), SCMP_SYS(sched_setparam), SCMP_SYS(sched_setattr),
+    SCMP_SYS(sched_setaffinity),
     // Other namespaces.
-    SCMP_SYS(mount), SCMP_SYS(umount2), SCMP_SYS(pivot_root), SCMP_SYS(chroot), OPEN_TREE, MOVE_MOUNT, FSOPEN,
-    FSCONFIG, FSMOUNT, FSPICK, MOUNT_SETATTR, OPEN_TREE_ATTR, SCMP_SYS(setns), SCMP_SYS(unshare),
+    SCMP_SYS(mount), SCMP_SYS(umount2), SCMP_SYS(pivot_root), SCMP_SYS(chroot), SYS_open_tree, SYS_move_mount,
+    SYS_fsopen, SYS_fsconfig, SYS_fsmount, SYS_fspick, SYS_mount_setattr, OPEN_TREE_ATTR, SCMP_SYS(setns),
+    SCMP_SYS(unshare),
     // The kernel.
-    SCMP_SYS(bpf), SCMP_SYS(perf_event_open), SCMP_SYS(userfaultfd), IO_URING_SETUP, IO_URING_ENTER,
-    IO_URING_REGISTER, SCMP_SYS(keyctl), SCMP_SYS(add_key), SCMP_SYS(request_key), SCMP_SYS(kexec_load),
+    SCMP_SYS(bpf), SCMP_SYS(perf_event_open), SCMP_SYS(userfaultfd), SYS_io_uring_setup, SYS_io_uring_enter,
+    SYS_io_uring_register, SCMP_SYS(keyctl), SCMP_SYS(add_key), SCMP_SYS(request_key), SCMP_SYS(kexec_load),
     SCMP_SYS(kexec_file_load), SCMP_SYS(init_module), SCMP_SYS(finit_module), SCMP_SYS(delete_module),
     // What Landlock does not see of files. Root may do it to all that are root's.
     SCMP_SYS(chmod), SCMP_SYS(fchmod), SCMP_SYS(fchmodat), FCHMODAT2, SCMP_SYS(chown), SCMP_SYS(fchown),
@@ -160,7 +147,7 @@ int RefuseAll(const Filter &filter) {
         error = error == 0 ? Refuse(filter, SCMP_SYS(socket), wanted) : error;
     }
     // Its flags lie in memory, out of a filter's sight; the C library then takes clone.
-    return error == 0 ? seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(ENOSYS), CLONE3, 0) : error;
+    return error == 0 ? seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(ENOSYS), SYS_clone3, 0) : error;
 }
 
 int LoadForeign() {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <tuple>
 #include <utility>
 
 #include "daemons/common/complain.h"
@@ -29,8 +30,10 @@ constexpr milliseconds LONGEST_PAUSE{600'000};
 
 // Whether nothing has changed that a cable depends on. (An attempt to connect changes other things.)
 bool IsUnchanged(const LinkInfo &before, const LinkInfo &now) {
-    return before.name == now.name && before.mtu == now.mtu && before.mac == now.mac &&
-           ((before.flags ^ now.flags) & IFF_UP) == 0;
+    auto state = [](const LinkInfo &link) {
+        return std::tuple(link.name, link.mtu, link.mac, link.flags & IFF_UP);
+    };
+    return state(before) == state(now);
 }
 
 // In milliseconds, as poll takes it: rounded up, and without end for the end of time.

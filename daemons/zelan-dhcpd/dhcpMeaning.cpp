@@ -132,7 +132,7 @@ class Reader {
 
     // "range [dynamic-bootp] FIRST [LAST]"
     bool ReadRange(const DhcpStatement &statement, std::optional<bool> known, DhcpSubnet *subnet) {
-        DhcpRange range = {0, 0, known, false, statement.line()};
+        DhcpRange range = {0, 0, known, false};
         DhcpWords words = DhcpWords(statement.words).subspan(1);
         if (!words.empty() && words[0].IsWord("dynamic-bootp")) {
             range.forBootp = true;
@@ -211,7 +211,6 @@ class Reader {
 
     bool ReadHardware(const DhcpStatement &statement, DhcpHost *host) {
         constexpr size_t MAC_LENGTH = 6;
-        constexpr char DIGITS[] = "0123456789abcdef";
         const std::vector<DhcpToken> &words = statement.words;
         std::string bytes;
         if (words.size() > 1 && !words[1].IsWord("ethernet")) {
@@ -220,29 +219,18 @@ class Reader {
         if (words.size() != 3 || !Dhcp_HexBytes(words[2].text, &bytes) || bytes.size() != MAC_LENGTH) {
             return Refuse(statement, "hardware ethernet has six bytes between colons");
         }
-        host->hardware.clear();
-        for (char byte : bytes) {
-            auto value = static_cast<unsigned char>(byte);
-            host->hardware += host->hardware.empty() ? "" : ":";
-            host->hardware += DIGITS[value / 16];
-            host->hardware += DIGITS[value % 16];
-        }
+        host->hardware = Dhcp_HexText(bytes);
         return true;
     }
 
     bool ReadAddresses(const DhcpStatement &statement, DhcpHost *host) {
-        constexpr size_t ADDRESS_LENGTH = 4;
         std::string bytes;
         DhcpWords words = DhcpWords(statement.words).subspan(1);
         if (!Judge(DhcpOption_Encode({0, "IA"}, words, &bytes), statement)) {
             return false;
         }
-        for (size_t i = 0; i < bytes.size(); i += ADDRESS_LENGTH) {
-            Ipv4 address = 0;
-            for (size_t j = 0; j < ADDRESS_LENGTH; j++) {
-                address = address << 8U | static_cast<unsigned char>(bytes[i + j]);
-            }
-            host->addresses.push_back(address);
+        for (size_t i = 0; i < bytes.size(); i += sizeof(Ipv4)) {
+            host->addresses.push_back(Ipv4_OfWire(bytes.data() + i));
         }
         return true;
     }

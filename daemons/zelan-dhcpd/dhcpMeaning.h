@@ -45,7 +45,6 @@ struct DhcpRange {
     Ipv4 last = 0;
     std::optional<bool> known;  // only for clients with, or only for those without a host declaration
     bool forBootp = false;
-    int line = 0;
 };
 
 struct DhcpSubnet {

@@ -96,11 +96,10 @@ constexpr NamedOption STANDARD[] = {
     {"loader-reboottime", {211, "L"}},
 };
 
-constexpr size_t MAX_OPTION_LENGTH = 255;
-
 // Options that the server gives values of its own, or that are no option on the wire.
 bool IsReserved(int64_t code) {
-    return code <= 0 || code >= 255 || (code >= 50 && code <= 59) || code == 61 || code == 81 || code == 82;
+    return code == 0 || code == UINT8_MAX || (code >= 50 && code <= 59) || code == 61 || code == 81 ||
+           code == 82;
 }
 
 std::string Lower(std::string text) {
@@ -323,11 +322,24 @@ bool Dhcp_HexBytes(const std::string &text, std::string *bytes) {
     }
 }
 
+std::string Dhcp_HexText(const std::string &bytes) {
+    constexpr char DIGITS[] = "0123456789abcdef";
+    constexpr unsigned BASE = sizeof DIGITS - 1;
+    std::string text;
+    for (char byte : bytes) {
+        auto value = static_cast<unsigned char>(byte);
+        text += text.empty() ? "" : ":";
+        text += DIGITS[value / BASE];
+        text += DIGITS[value % BASE];
+    }
+    return text;
+}
+
 DhcpVerdict DhcpOptions::Define(DhcpWords words) {
     constexpr size_t TYPE_PLACE = 4;
     int64_t code = 0;
     if (words.size() <= TYPE_PLACE || words[0].kind != DhcpTokenKind::WORD ||
-        !Dhcp_Number(words[2], 0, 255, &code) || !words[3].IsMark('=')) {
+        !Dhcp_Number(words[2], 0, UINT8_MAX, &code) || !words[3].IsMark('=')) {
         return DhcpVerdict::FAULTY;
     }
     const char *format = FormatOfType(words.subspan(TYPE_PLACE));
@@ -352,7 +364,7 @@ const DhcpOption *DhcpOptions::Find(const std::string &name) {
     }
     int64_t code = 0;
     if (key.starts_with(UNKNOWN) &&
-        Dhcp_Number({DhcpTokenKind::WORD, key.substr(UNKNOWN.size()), 0}, 1, 254, &code) &&
+        Dhcp_Number({DhcpTokenKind::WORD, key.substr(UNKNOWN.size()), 0}, 0, UINT8_MAX, &code) &&
         !IsReserved(code)) {
         return &(own_[key] = {static_cast<uint8_t>(code), "X"});
     }
@@ -372,6 +384,6 @@ DhcpVerdict DhcpOption_Encode(const DhcpOption &option, DhcpWords values, std::s
     }
     DhcpVerdict verdict = strcmp(option.format, "D") == 0 ? PutDomains(values, bytes)
                                                           : PutElements(option.format, values, bytes);
-    bool hasUsualLength = !bytes->empty() && bytes->size() <= MAX_OPTION_LENGTH;
+    bool hasUsualLength = !bytes->empty() && bytes->size() <= UINT8_MAX;
     return verdict == DhcpVerdict::SOUND && !hasUsualLength ? DhcpVerdict::BEYOND : verdict;
 }

@@ -51,3 +51,6 @@ bool Dhcp_Truth(const DhcpToken &token, bool *value);
 
 // Converts hexadecimal bytes between colons.
 bool Dhcp_HexBytes(const std::string &text, std::string *bytes);
+
+// And back, each with two digits in lower case.
+std::string Dhcp_HexText(const std::string &bytes);

@@ -147,54 +147,61 @@ DhcpVerdict TakeOff(const DhcpStatement &statement, const Target &) {
     return on.value_or(false) ? BEYOND : verdict;
 }
 
-constexpr size_t ANY = SIZE_MAX;
+// How many words stand behind a name.
+struct Range {
+    size_t least;
+    size_t most;
+};
+constexpr Range NONE = {0, 0};
+constexpr Range ONE = {1, 1};
+constexpr Range SOME = {1, SIZE_MAX};
+constexpr Range ANY = {0, SIZE_MAX};
 
 struct Parameter {
     const char *name;
-    size_t least;  // words, with the name
-    size_t most;
+    Range words;
     DhcpVerdict (*take)(const DhcpStatement &statement, const Target &target);
 };
 
 constexpr Parameter PARAMETERS[] = {
-    {"option", 2, ANY, TakeOption},
-    {"default-lease-time", 2, 2, TakeDefaultLease},
-    {"max-lease-time", 2, 2, TakeMaxLease},
-    {"filename", 2, 2, TakeBootFile},
-    {"server-name", 2, 2, TakeServerName},
-    {"next-server", 2, 2, TakeNextServer},
-    {"authoritative", 1, 1, TakeAuthoritative},
-    {"not", 2, 2, TakeNot},
-    {"allow", 2, ANY, TakePermission},
-    {"deny", 2, ANY, TakePermission},
-    {"ignore", 2, ANY, TakePermission},
-    {"boot-unknown-clients", 2, 2, TakeBootUnknown},
-    {"use-host-decl-names", 2, 2, TakeUseHostNames},
-    {"log-facility", 2, 2, TakeLogFacility},
-    {"ddns-update-style", 2, 2, TakeUpdateStyle},
+    {"option", SOME, TakeOption},
+    {"default-lease-time", ONE, TakeDefaultLease},
+    {"max-lease-time", ONE, TakeMaxLease},
+    {"filename", ONE, TakeBootFile},
+    {"server-name", ONE, TakeServerName},
+    {"next-server", ONE, TakeNextServer},
+    {"authoritative", NONE, TakeAuthoritative},
+    {"not", ONE, TakeNot},
+    {"allow", SOME, TakePermission},
+    {"deny", SOME, TakePermission},
+    {"ignore", SOME, TakePermission},
+    {"boot-unknown-clients", ONE, TakeBootUnknown},
+    {"use-host-decl-names", ONE, TakeUseHostNames},
+    {"log-facility", ONE, TakeLogFacility},
+    {"ddns-update-style", ONE, TakeUpdateStyle},
     // Nothing is updated in any name server without an update style.
-    {"ddns-updates", 1, ANY, TakeNothing},
-    {"ddns-hostname", 1, ANY, TakeNothing},
-    {"ddns-domainname", 1, ANY, TakeNothing},
-    {"ddns-rev-domainname", 1, ANY, TakeNothing},
-    {"ddns-ttl", 1, ANY, TakeNothing},
-    {"do-forward-updates", 1, ANY, TakeNothing},
-    {"update-conflict-detection", 1, ANY, TakeNothing},
-    {"update-optimization", 1, ANY, TakeNothing},
-    {"update-static-leases", 1, ANY, TakeNothing},
+    {"ddns-updates", ANY, TakeNothing},
+    {"ddns-hostname", ANY, TakeNothing},
+    {"ddns-domainname", ANY, TakeNothing},
+    {"ddns-rev-domainname", ANY, TakeNothing},
+    {"ddns-ttl", ANY, TakeNothing},
+    {"do-forward-updates", ANY, TakeNothing},
+    {"update-conflict-detection", ANY, TakeNothing},
+    {"update-optimization", ANY, TakeNothing},
+    {"update-static-leases", ANY, TakeNothing},
     // The starter says where these files are.
-    {"lease-file-name", 1, ANY, TakeNothing},
-    {"pid-file-name", 1, ANY, TakeNothing},
-    {"db-time-format", 1, ANY, TakeNothing},
+    {"lease-file-name", ANY, TakeNothing},
+    {"pid-file-name", ANY, TakeNothing},
+    {"db-time-format", ANY, TakeNothing},
     // dnsmasq is told to do without pings, broadcasts each answer and has one lease for a client.
-    {"ping-check", 2, 2, TakeOff},
-    {"ping-timeout", 1, ANY, TakeNothing},
-    {"always-broadcast", 1, ANY, TakeNothing},
-    {"one-lease-per-client", 1, ANY, TakeNothing},
-    {"get-lease-hostnames", 2, 2, TakeOff},
-    {"use-lease-addr-for-default-route", 2, 2, TakeOff},
-    {"infinite-is-reserved", 2, 2, TakeOff},
-    {"dhcp-cache-threshold", 1, ANY, TakeNothing},
+    {"ping-check", ONE, TakeOff},
+    {"ping-timeout", ANY, TakeNothing},
+    {"always-broadcast", ANY, TakeNothing},
+    {"one-lease-per-client", ANY, TakeNothing},
+    {"get-lease-hostnames", ONE, TakeOff},
+    {"use-lease-addr-for-default-route", ONE, TakeOff},
+    {"infinite-is-reserved", ONE, TakeOff},
+    {"dhcp-cache-threshold", ANY, TakeNothing},
 };
 
 }  // namespace
@@ -207,8 +214,8 @@ DhcpVerdict DhcpParameter_Take(const DhcpStatement &statement, DhcpOptions *opti
     if (parameter == std::end(PARAMETERS)) {
         return BEYOND;
     }
-    size_t words = statement.words.size();
-    return words < parameter->least || words > parameter->most
+    size_t words = statement.words.size() - 1;
+    return words < parameter->words.least || words > parameter->words.most
                ? FAULTY
                : parameter->take(statement, {options, settings, meaning});
 }

@@ -42,16 +42,14 @@ class Reader {
         return next_.IsMark('{') && !statement.words.empty() && statement.words.back().IsMark('=');
     }
 
+    // But for the brace that closes it.
     bool ReadRecord(DhcpStatement *statement) {
         while (!next_.IsMark('}')) {
             if (next_.kind == DhcpTokenKind::END || next_.kind == DhcpTokenKind::FAULT || next_.IsMark(';')) {
                 return Refuse(next_.line, "a record is not closed by }");
             }
-            statement->words.push_back(next_);
-            Advance();
+            TakeWord(statement);
         }
-        statement->words.push_back(next_);
-        Advance();
         return true;
     }
 
@@ -63,9 +61,10 @@ class Reader {
             if (next_.kind == DhcpTokenKind::END || next_.IsMark('}')) {
                 return Refuse(next_.line, "semicolon expected behind '" + statement->Text() + "'");
             }
-            if (AtRecord(*statement) ? !ReadRecord(statement) : !TakeWord(statement)) {
+            if (AtRecord(*statement) && !ReadRecord(statement)) {
                 return false;
             }
+            TakeWord(statement);
         }
         if (next_.IsMark(';')) {
             Advance();
@@ -74,10 +73,9 @@ class Reader {
         return ReadBody(depth, statement);
     }
 
-    bool TakeWord(DhcpStatement *statement) {
+    void TakeWord(DhcpStatement *statement) {
         statement->words.push_back(next_);
         Advance();
-        return true;
     }
 
     bool ReadBody(int depth, DhcpStatement *statement) {

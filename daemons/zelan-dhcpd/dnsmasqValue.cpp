@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "daemons/common/ipv4.h"
+#include "daemons/zelan-dhcpd/dhcpOptions.h"
 
 namespace {
 
@@ -21,18 +22,18 @@ bool IsOneOf(const uint8_t (&codes)[Count], uint8_t code) {
 
 // The address of all zeroes would become the server's own.
 bool PutAddresses(const std::string &bytes, std::string *text) {
+    if (bytes.size() % sizeof(Ipv4) != 0) {
+        return false;
+    }
     for (size_t i = 0; i < bytes.size(); i += sizeof(Ipv4)) {
-        Ipv4 address = 0;
-        for (size_t j = i; j < std::min(i + sizeof(Ipv4), bytes.size()); j++) {
-            address = address << 8U | static_cast<unsigned char>(bytes[j]);
-        }
+        const Ipv4 address = Ipv4_OfWire(bytes.data() + i);
         if (address == 0) {
             return false;
         }
         *text += text->empty() ? "" : ",";
         *text += Ipv4_Text(address);
     }
-    return bytes.size() % sizeof(Ipv4) == 0;
+    return true;
 }
 
 // The names of a search list, which are written as labels behind their lengths.
@@ -57,18 +58,8 @@ bool PutNames(const std::string &bytes, std::string *text) {
 }  // namespace
 
 std::string DnsmasqValue_OfBytes(const std::string &bytes) {
-    constexpr char DIGITS[] = "0123456789abcdef";
-    if (bytes.size() == 1) {
-        return std::to_string(static_cast<unsigned char>(bytes[0])).append(1, 'b');
-    }
-    std::string text;
-    for (char byte : bytes) {
-        auto value = static_cast<unsigned char>(byte);
-        text += text.empty() ? "" : ":";
-        text += DIGITS[value / 16];
-        text += DIGITS[value % 16];
-    }
-    return text;
+    return bytes.size() == 1 ? std::to_string(static_cast<unsigned char>(bytes.front())).append(1, 'b')
+                             : Dhcp_HexText(bytes);
 }
 
 bool DnsmasqValue_IsPlain(const std::string &text) {

@@ -23,22 +23,12 @@ bool ParseSeconds(std::string_view text, int64_t *seconds) {
     return error == std::errc() && stop == end && *seconds >= 0 && *seconds <= LAST;
 }
 
-std::string HexBytes(const std::string &bytes) {
-    std::string text;
-    char hex[4];
-    for (char byte : bytes) {
-        snprintf(hex, sizeof hex, "%s%02x", text.empty() ? "" : ":", static_cast<unsigned char>(byte));
-        text += hex;
-    }
-    return text;
-}
-
 // Brings a MAC address to its usual form; false for hardware of another kind.
 bool ParseHardware(const std::string &text, std::string *hardware) {
     constexpr size_t MAC_LENGTH = 6;
     std::string bytes;
     bool isMac = Dhcp_HexBytes(text, &bytes) && bytes.size() == MAC_LENGTH;
-    *hardware = HexBytes(bytes);
+    *hardware = Dhcp_HexText(bytes);
     return isMac;
 }
 
@@ -143,7 +133,7 @@ std::string DnsmasqLine(const DhcpLease &lease) {
                   });
     bool isClientId = !lease.clientId.empty() && lease.clientId.size() <= MAX_CLIENT_ID;
     return std::to_string(lease.end) + " " + lease.hardware + " " + Ipv4_Text(lease.address) + " " +
-           (isName ? lease.hostName : "*") + " " + (isClientId ? HexBytes(lease.clientId) : "*") + "\n";
+           (isName ? lease.hostName : "*") + " " + (isClientId ? Dhcp_HexText(lease.clientId) : "*") + "\n";
 }
 
 // Every byte but letters and digits as an octal number.

@@ -50,7 +50,7 @@ bool MapIdentity(const OwnUser &user) {
 // it to others. *inside stays false, after a line in the log, where the kernel makes none, as in a chroot.
 bool EnterUserNamespace(const OwnUser &user, bool *inside) {
     // A process that has changed its user has its files below /proc taken away otherwise.
-    if (!RaiseEffective() || prctl(PR_SET_DUMPABLE, 1, 0, 0, 0) != 0) {
+    if (!RaiseEffective() || prctl(PR_SET_DUMPABLE, 1) != 0) {
         return Fail("capabilities");
     }
     if (unshare(CLONE_NEWUSER) != 0) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <tuple>
 
 #include "daemons/common/file.h"
 #include "daemons/common/text.h"
@@ -47,8 +48,10 @@ void Add(const std::string &text, std::vector<NameServer> *servers) {
 }
 
 bool SameFile(const struct stat &left, const struct stat &right) {
-    return left.st_dev == right.st_dev && left.st_ino == right.st_ino && left.st_size == right.st_size &&
-           left.st_mtim.tv_sec == right.st_mtim.tv_sec && left.st_mtim.tv_nsec == right.st_mtim.tv_nsec;
+    auto identity = [](const struct stat &file) {
+        return std::tuple(file.st_dev, file.st_ino, file.st_size, file.st_mtim.tv_sec, file.st_mtim.tv_nsec);
+    };
+    return identity(left) == identity(right);
 }
 
 }  // namespace
