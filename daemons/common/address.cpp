@@ -30,9 +30,9 @@ int Address_Add(RtSocket *socket, int link, Ipv4 address, int prefix) {
 }
 
 int Address_LinkOfNew(const nlmsghdr *message) {
-    auto *header = static_cast<const ifaddrmsg *>(NLMSG_DATA(message));
-    bool isOne = message->nlmsg_type == RTM_NEWADDR && message->nlmsg_len >= NLMSG_LENGTH(sizeof *header);
-    return isOne ? static_cast<int>(header->ifa_index) : 0;
+    return message->nlmsg_type == RTM_NEWADDR
+               ? static_cast<int>(static_cast<const ifaddrmsg *>(NLMSG_DATA(message))->ifa_index)
+               : 0;
 }
 
 int Address_ForEach(RtSocket *socket, const std::function<void(int)> &visit) {

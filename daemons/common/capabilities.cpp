@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 
 namespace {
 
@@ -18,21 +19,39 @@ uint64_t MaskOf(std::span<const int> capabilities) {
     return mask;
 }
 
-}  // namespace
+constexpr size_t WORD_BITS = 32;
 
-bool Capabilities_Keep(std::span<const int> kept) {
-    uint64_t mask = MaskOf(kept);
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+// Changes each word of the sets. False with errno.
+bool Change(const std::function<void(size_t, __user_cap_data_struct *)> &change) {
+    __user_cap_header_struct header = {};
+    header.version = _LINUX_CAPABILITY_VERSION_3;
     std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets = {};
     if (syscall(SYS_capget, &header, sets.data()) != 0) {
         return false;
     }
     for (size_t word = 0; word < sets.size(); word++) {
-        sets[word].permitted &= static_cast<uint32_t>(mask >> (32 * word));
-        sets[word].effective = sets[word].permitted;
-        sets[word].inheritable = 0;
+        change(word, &sets[word]);
     }
     return syscall(SYS_capset, &header, sets.data()) == 0;
+}
+
+}  // namespace
+
+bool Capabilities_Keep(std::span<const int> kept) {
+    return Change([mask = MaskOf(kept)](size_t word, __user_cap_data_struct *set) {
+        set->permitted &= static_cast<uint32_t>(mask >> (WORD_BITS * word));
+        set->effective = set->permitted;
+        set->inheritable = 0;
+    });
+}
+
+bool Capabilities_RaiseEffective() {
+    return Change([](size_t, __user_cap_data_struct *set) { set->effective = set->permitted; });
+}
+
+bool Capabilities_Inherit(int capability) {
+    return Change([](size_t, __user_cap_data_struct *set) { set->inheritable = set->permitted; }) &&
+           prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, capability, 0, 0) == 0;
 }
 
 bool Capabilities_KeepForGood(std::span<const int> kept) {

@@ -8,3 +8,10 @@ bool Capabilities_Keep(std::span<const int> kept);
 
 // The same, and no exec ever brings another one back.
 bool Capabilities_KeepForGood(std::span<const int> kept);
+
+// Makes all permitted ones effective, as a change of the user leaves none so. False with errno.
+bool Capabilities_RaiseEffective();
+
+// Has those that are permitted, of which this is to be one, survive an exec by a user other than root. False
+// with errno.
+bool Capabilities_Inherit(int capability);

@@ -53,7 +53,7 @@ void ReadKind(const rtattr *linkInfo, LinkInfo *link) {
         return;
     }
     ForEachInside(data, [&](const rtattr *attribute) {
-        if (attribute->rta_type == IFLA_VLAN_ID && RTA_PAYLOAD(attribute) >= sizeof link->vlan) {
+        if (attribute->rta_type == IFLA_VLAN_ID) {
             memcpy(&link->vlan, RTA_DATA(attribute), sizeof link->vlan);
         }
     });
@@ -100,7 +100,7 @@ bool Link_Parse(const nlmsghdr *message, LinkInfo *link) {
         return false;
     }
     auto *header = static_cast<const ifinfomsg *>(NLMSG_DATA(message));
-    if (message->nlmsg_len < NLMSG_LENGTH(sizeof *header) || header->ifi_family != AF_UNSPEC) {
+    if (header->ifi_family != AF_UNSPEC) {
         return false;
     }
     *link = LinkInfo();

@@ -37,10 +37,12 @@ class RtRequest {
 
 class RtSocket {
   public:
+    static constexpr uint32_t NO_GROUPS = 0;
+
     // With `groups`, a mask of RTMGRP_ values, the socket also receives the kernel's announcements. Another
     // `protocol` than that of routing and links is spoken to in the same forms. False after a line in the
     // log.
-    bool Open(uint32_t groups = 0, int protocol = NETLINK_ROUTE);
+    bool Open(uint32_t groups = NO_GROUPS, int protocol = NETLINK_ROUTE);
 
     // Sends a request and waits for the kernel's verdict: 0 or an errno value.
     int Do(RtRequest *request);

@@ -157,7 +157,7 @@ std::set<std::string> Without(const std::set<std::string> &all, const std::set<s
 
 bool GuestPorts_MarkQuestions() {
     RtSocket socket;
-    return socket.Open(0, NETLINK_NETFILTER) && Nft_Find(&socket, TABLE, QUESTIONS) == 0;
+    return socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER) && Nft_Find(&socket, TABLE, QUESTIONS) == 0;
 }
 
 void GuestPorts::Guard(const GuardedNetworks &guarded) {
@@ -203,13 +203,13 @@ int GuestPorts::Change(const GuardedNetworks &guarded) {
     NftTransaction transaction(TABLE);
     transaction.AddElements(GUESTS, added);
     transaction.DeleteElements(GUESTS, removed);
-    return socket.Open(0, NETLINK_NETFILTER) ? transaction.Commit(&socket) : EIO;
+    return socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER) ? transaction.Commit(&socket) : EIO;
 }
 
 // What a kernel lacks it is not asked for again.
 int GuestPorts::Rebuild(const GuardedNetworks &guarded) {
     RtSocket socket;
-    if (!socket.Open(0, NETLINK_NETFILTER)) {
+    if (!socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         return EIO;
     }
     int error = TryRebuild(&socket, guarded);

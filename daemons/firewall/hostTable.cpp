@@ -178,7 +178,7 @@ bool IsUsed() {
 bool HostTable::Ensure() {
     HostEdit edit;
     RtSocket socket;
-    if (!edit.held() || !socket.Open(0, NETLINK_NETFILTER)) {
+    if (!edit.held() || !socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         return false;
     }
     // What the dead have left may be another version's.
@@ -210,7 +210,7 @@ bool HostTable::ClaimNat(int network) {
 bool HostTable::AddNat(NatShare share) {
     HostEdit edit;
     RtSocket socket;
-    if (!edit.held() || !socket.Open(0, NETLINK_NETFILTER)) {
+    if (!edit.held() || !socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         return false;
     }
     if (Nft_Find(&socket, HostRules_Table()) != 0 && Refused(Rebuild(&socket))) {
@@ -241,7 +241,7 @@ bool HostTable::AddNat(NatShare share) {
 void HostTable_Sweep() {
     HostEdit edit;
     RtSocket socket;
-    if (!edit.held() || !socket.Open(0, NETLINK_NETFILTER)) {
+    if (!edit.held() || !socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         return;
     }
     int error = RemoveDead(&socket);
@@ -279,7 +279,7 @@ bool HostTable_TakeUp(int network, const HostPort &port) {
     RtSocket socket;
     NatShare share;
     if (!edit.held() || !HostFiles_IsHeld(name) || !NatShare_Parse(HostFiles_Read(name), &share) ||
-        std::erase(share.awaited, port) == 0 || !socket.Open(0, NETLINK_NETFILTER)) {
+        std::erase(share.awaited, port) == 0 || !socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         return false;
     }
     NatShare more;
@@ -294,14 +294,15 @@ bool HostTable_TakeUp(int network, const HostPort &port) {
 void HostTable_Restore() {
     HostEdit edit;
     RtSocket socket;
-    if (edit.held() && IsUsed() && socket.Open(0, NETLINK_NETFILTER)) {
+    if (edit.held() && IsUsed() && socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         Refused(Rebuild(&socket));
     }
 }
 
 void HostTable_RestoreWhenMissing() {
     RtSocket socket;
-    if (socket.Open(0, NETLINK_NETFILTER) && Nft_Find(&socket, HostRules_Table()) == ENOENT) {
+    if (socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER) &&
+        Nft_Find(&socket, HostRules_Table()) == ENOENT) {
         HostTable_Restore();
     }
 }
@@ -324,7 +325,7 @@ bool HostTable_UseAdapters(const std::vector<int> &links) {
     }
     HostEdit edit;
     RtSocket nftables;
-    if (!edit.held() || !nftables.Open(0, NETLINK_NETFILTER)) {
+    if (!edit.held() || !nftables.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         return false;
     }
     bool all = true;
@@ -365,7 +366,7 @@ bool HostTable_UseAllAdapters() {
 void HostTable_LeaveAdapters() {
     HostEdit edit;
     RtSocket socket;
-    if (edit.held() && HostForwarding_IsOnForAll() && socket.Open(0, NETLINK_NETFILTER)) {
+    if (edit.held() && HostForwarding_IsOnForAll() && socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         std::vector<int> adapters = HostForwarding_Noted();
         HostForwarding_Forget();
         RemoveAdapters(&socket, adapters);

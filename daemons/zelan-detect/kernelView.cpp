@@ -13,12 +13,8 @@
 namespace {
 
 std::string AddressText(int family, const rtattr *attribute) {
-    char text[INET6_ADDRSTRLEN] = "";
-    size_t size = family == AF_INET ? sizeof(in_addr) : sizeof(in6_addr);
-    if (attribute != nullptr && RTA_PAYLOAD(attribute) >= size) {
-        inet_ntop(family, RTA_DATA(attribute), text, sizeof text);
-    }
-    return text;
+    char text[INET6_ADDRSTRLEN];
+    return inet_ntop(family, RTA_DATA(attribute), text, sizeof text);
 }
 
 std::string MacText(const MacAddress &mac) {
@@ -98,7 +94,7 @@ KernelView::Statement KernelView::ReadLink(const nlmsghdr *message) {
 
 KernelView::Statement KernelView::ReadAddress(const nlmsghdr *message) {
     auto *header = static_cast<const ifaddrmsg *>(NLMSG_DATA(message));
-    if (message->nlmsg_len < NLMSG_LENGTH(sizeof *header) || !IsInternetFamily(header->ifa_family)) {
+    if (!IsInternetFamily(header->ifa_family)) {
         return {};
     }
     // On a point-to-point link the plain address is the other side's.
@@ -122,8 +118,7 @@ KernelView::Statement KernelView::ReadAddress(const nlmsghdr *message) {
 // Of the routing tables the main one; the others hold what follows from the addresses or serves special ends.
 KernelView::Statement KernelView::ReadRoute(const nlmsghdr *message) {
     auto *header = static_cast<const rtmsg *>(NLMSG_DATA(message));
-    if (message->nlmsg_len < NLMSG_LENGTH(sizeof *header) || !IsInternetFamily(header->rtm_family) ||
-        (header->rtm_flags & RTM_F_CLONED) != 0) {
+    if (!IsInternetFamily(header->rtm_family) || (header->rtm_flags & RTM_F_CLONED) != 0) {
         return {};
     }
     RouteParts parts = SplitRoute(message, *header);

@@ -3,10 +3,8 @@
 #include <linux/capability.h>
 #include <sched.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -25,19 +23,6 @@ bool Fail(const char *step) {
     return false;
 }
 
-// Makes all permitted capabilities effective again.
-bool RaiseEffective() {
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets = {};
-    if (syscall(SYS_capget, &header, sets.data()) != 0) {
-        return false;
-    }
-    for (__user_cap_data_struct &set : sets) {
-        set.effective = set.permitted;
-    }
-    return syscall(SYS_capset, &header, sets.data()) == 0;
-}
-
 // The same number inside as outside; whoever made the namespace may write that of himself.
 bool MapIdentity(const OwnUser &user) {
     auto same = [](unsigned number) { return std::to_string(number) + " " + std::to_string(number) + " 1"; };
@@ -50,7 +35,7 @@ bool MapIdentity(const OwnUser &user) {
 // it to others. *inside stays false, after a line in the log, where the kernel makes none, as in a chroot.
 bool EnterUserNamespace(const OwnUser &user, bool *inside) {
     // A process that has changed its user has its files below /proc taken away otherwise.
-    if (!RaiseEffective() || prctl(PR_SET_DUMPABLE, 1) != 0) {
+    if (!Capabilities_RaiseEffective() || prctl(PR_SET_DUMPABLE, 1) != 0) {
         return Fail("capabilities");
     }
     if (unshare(CLONE_NEWUSER) != 0) {
@@ -65,20 +50,6 @@ bool EnterUserNamespace(const OwnUser &user, bool *inside) {
 // start, as are the capabilities that it would keep back.
 bool KeepLeast(bool inside) {
     return (inside ? Capabilities_KeepForGood(KEPT) : Capabilities_Keep(KEPT)) || Fail("capabilities");
-}
-
-// What survives an exec by a user other than root.
-bool InheritKept() {
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets = {};
-    if (syscall(SYS_capget, &header, sets.data()) != 0) {
-        return false;
-    }
-    for (__user_cap_data_struct &set : sets) {
-        set.inheritable = set.permitted;
-    }
-    return syscall(SYS_capset, &header, sets.data()) == 0 &&
-           prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_NET_ADMIN, 0, 0) == 0;
 }
 
 }  // namespace
@@ -103,5 +74,5 @@ bool Powerless_Become(const OwnUser &user) {
                     .foreignProgram = true,
                     .files = true,
                     .paths = paths}) &&
-           (InheritKept() || Fail("capabilities"));
+           (Capabilities_Inherit(CAP_NET_ADMIN) || Fail("capabilities"));
 }

@@ -57,7 +57,7 @@ void ClosedHost_Warn(int network, const char *uplink) {
     RtSocket socket;
     nfgenmsg header = {};
     RtRequest request(NFNL_SUBSYS_NFTABLES << 8 | NFT_MSG_GETCHAIN, NLM_F_DUMP, &header, sizeof header);
-    if (!socket.Open(0, NETLINK_NETFILTER)) {
+    if (!socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         return;
     }
     socket.Ask(&request, [network, uplink](const nlmsghdr *message) {

@@ -127,11 +127,13 @@ void DnsOverUdp::TakeAnswer(Query *query, DnsClock::time_point now, NameServers 
     if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
         return;
     }
-    std::string_view answer(message.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
     if (length < 0) {
         query->server++;
         Ask(query, now, servers);
-    } else if (DnsMessage_IsAnswerTo(answer, query->message)) {
+        return;
+    }
+    std::string_view answer(message.data(), static_cast<size_t>(length));
+    if (DnsMessage_IsAnswerTo(answer, query->message)) {
         Reply(*query, std::string(answer));
         query->socket.reset();
     }

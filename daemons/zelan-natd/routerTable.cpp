@@ -133,7 +133,7 @@ bool RouterTable_Load(const NatConf &conf, const std::vector<PortForward> &forwa
         bool ftp;
     } attempts[] = {{true, true}, {true, false}, {false, false}};
     RtSocket socket;
-    if (!socket.Open(0, NETLINK_NETFILTER)) {
+    if (!socket.Open(RtSocket::NO_GROUPS, NETLINK_NETFILTER)) {
         return false;
     }
     int error = 0;

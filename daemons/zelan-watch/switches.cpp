@@ -25,7 +25,7 @@ bool Guests::Begin(RtSocket *requests) {
     sock_filter portsAlone[] = {
         BPF_STMT(BPF_LD | BPF_B | BPF_ABS, NLMSG_HDRLEN + offsetof(ifinfomsg, ifi_family)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AF_BRIDGE, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, 0xffffffff),
+        BPF_STMT(BPF_RET | BPF_K, UINT32_MAX),
         BPF_STMT(BPF_RET | BPF_K, 0),
     };
     const sock_fprog program = {std::size(portsAlone), portsAlone};
@@ -44,9 +44,6 @@ bool Guests::TakeNews(RtSocket *requests) {
     bool hasLeft = false;
     bool complete = news_.TakeAnnouncements([&](const nlmsghdr *message) {
         auto *header = static_cast<const ifinfomsg *>(NLMSG_DATA(message));
-        if (message->nlmsg_len < NLMSG_LENGTH(sizeof *header) || header->ifi_family != AF_BRIDGE) {
-            return;
-        }
         if (message->nlmsg_type == RTM_DELLINK) {
             networks_.erase(header->ifi_index);
             hasLeft = true;

@@ -28,7 +28,7 @@
 namespace {
 
 constexpr int SYSTEM_CALLS[] = {SYS_openat, SYS_socket, SYS_connect, SYS_getuid, SYS_getgid, SYS_kill};
-constexpr ReachablePath PATHS[] = {{"/etc"}, {"/no/such/folder"}};
+constexpr ReachablePath PATHS[] = {{"/etc"}, {"/no/such/folder"}, {"/etc/hosts/none"}};
 constexpr uint16_t PORTS[] = {53};
 
 // Of connect and bind. Nobody listens, so that a connection which is let through is refused by the other
@@ -41,6 +41,10 @@ int TryPort(int (*call)(int, const sockaddr *, socklen_t), uint16_t port) {
 
 int Open(const char *path, int flags) {
     return FileDescriptor(open(path, flags, 0644)) ? 0 : -1;
+}
+
+int Map(int use) {
+    return mmap(nullptr, 1, use, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) == MAP_FAILED ? -1 : 0;
 }
 
 // The errno value that the attempt ends with in a confined process, 0 when it succeeds.
@@ -89,12 +93,8 @@ TEST(Confinement, LeavesWhatIsNamedAndNothingElse) {
                       [&] { return kill(another.pid(), 0); }},
 #ifndef HARBREL_ALL_SYSTEM_CALLS
                      {"name itself a leader", EPERM, [] { return setsid(); }},
-                     {"map memory that it could run", EPERM,
-                      [] {
-                          return mmap(nullptr, 1, PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) == MAP_FAILED
-                                     ? -1
-                                     : 0;
-                      }},
+                     {"map memory", 0, [] { return Map(PROT_WRITE); }},
+                     {"map memory that it could run", EPERM, [] { return Map(PROT_EXEC); }},
 #endif
                  });
 }
@@ -123,6 +123,7 @@ TEST(Confinement, KeepsFilesAndPortsOutOfReach) {
             {"make a folder", EACCES, [] { return mkdir("/var/log/folder", 0755); }},
             {"run a program", 0, [] { return execl("/usr/bin/true", "true", nullptr); }},
             {"run one that it could write", EACCES, [] { return execl("/var/log/true", "true", nullptr); }},
+            {"run a file that it may write", EACCES, [] { return execl("/etc/hosts", "true", nullptr); }},
             {"speak to the named port", ECONNREFUSED, [] { return TryPort(connect, 53); }},
             {"speak to another port", beyondPorts == 0 ? ECONNREFUSED : EACCES,
              [] { return TryPort(connect, 54); }},

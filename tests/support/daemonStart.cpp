@@ -61,6 +61,7 @@ bool BothGuestsAreKnown() {
 std::string LeftOver() {
     const CommandResult left = RunShell(
         "ip -br link | grep '^zelan'; ip netns list-id | grep -v name:; "
-        "ps -e -o comm= | grep -E '^(zelan|dnsmasq|dhcpd)'; nft list tables");
+        "ps -e -o comm= | grep -E '^(zelan|dnsmasq|dhcpd)'; nft list tables; "
+        "ls /run /run/zelan | grep -E '^(daemon|nat-share|forwarding)|^watch$|new$'");
     return left.output + left.errors;
 }

@@ -44,7 +44,8 @@ DaemonStart StartNetifup(int network);
 // a moment.
 bool BothGuestsAreKnown();
 
-// What daemons have not yet taken away: interfaces, namespaces of no Machine, processes and filter tables.
+// What daemons have not yet taken away: interfaces, namespaces of no Machine, processes, filter tables and
+// files that tell of them.
 std::string LeftOver();
 inline bool NothingIsLeft() {
     return LeftOver().empty();

@@ -333,11 +333,13 @@ TEST_F(Nat, SendersOfOtherMakersAreRefusedWhenAsked) {
 }
 
 TEST_F(Nat, HostThatDropsWhatItForwardsIsNamed) {
-    Must("nft 'table inet mine { chain f { type filter hook forward priority 0; policy drop; }; }'");
+    Must(
+        "for what in ip6-other-forward-drop inet-other-postrouting-drop inet-other-forward-accept"
+        " ip-mine-forward-drop inet-mine-forward-drop; do IFS=-; set -- $what; nft \"table $1 $2"
+        " { chain $3-$4 { type filter hook $3 priority 0; policy $4; }; }\"; done");
     Start(Configuration());
-    EXPECT_TRUE(WaitUntil([this] {
-        return start_.Log().find("table mine drops forwarded") != std::string::npos;
-    })) << start_;
+    const auto named = [this] { return RunShell("grep -o 'table .* drops' " + start_.logFile).output; };
+    EXPECT_TRUE(WaitUntil([&] { return named() == "table mine drops\ntable mine drops\n"; })) << start_;
 }
 
 }  // namespace

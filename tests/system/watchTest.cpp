@@ -17,14 +17,15 @@ TEST(Watch, DeathOfEverythingIsCleanedByASweepAndByTheNextStart) {
         SCOPED_TRACE(byStart);
         const DaemonStart first = MustComeUp(StartNetifup(8));
         MustComeUp(StartNetifup(9));
-        MustComeUp(StartNetifup(10));
+        MustComeUp(StartNetifup(255));
         Must("kill -9 $(pgrep ^zelan-)");
         ASSERT_TRUE(WaitUntil([] { return RunShell("ps -e -o comm= | grep ^zelan-").output.empty(); }));
         EXPECT_TRUE(HasLink("zelan8") && HasLink("zelan-sw9")) << "nothing to clean up";
         unlink("/run/zelan/daemon-netifup-9");  // interfaces are found by themselves
         // And those whose numbers somebody else's have got meanwhile are left alone.
         Must(
-            "i=$(cat /sys/class/net/zelan10/ifindex); ip link delete zelan10; ip link add his index $i type "
+            "i=$(cat /sys/class/net/zelan255/ifindex); ip link delete zelan255; ip link add his index $i "
+            "type "
             "bridge;"
             " ip link set his up");
         WriteFileText(STRANGERS, std::to_string(getpid()) + "\n");
@@ -93,6 +94,13 @@ TEST(Watch, FailedStartsLeaveNoProcessAndTheSwitchToItsGuest) {
         EXPECT_TRUE(failed.Log().ends_with(" - " + name + " exists already and belongs to somebody else\n"))
             << failed;
         Must("ip link delete " + name);
+    }
+    // Whatever it was about to write.
+    for (const std::string when : {"1", "2"}) {
+        const std::string kill = " -e trace=?rename,?renameat -e inject=?rename,?renameat:signal=KILL:when=";
+        EXPECT_EQ("", StartDaemonWith("zelan-detect", "/run/x", {"-s", "{W}", "-d", "/run/x"},
+                                      STRACE + ("-o /tmp/trace" + kill + when))
+                          .report);
     }
     KillDaemon(start);
     EXPECT_TRUE(WaitUntil([] { return !HasLink("zelan8") && !HasLink("zelan-sw9"); })) << LeftOver();

@@ -90,11 +90,11 @@ TEST(DhcpConf, ToldToDnsmasq) {
          "option low code 203 = array of integer 16; option lower code 204 = signed integer 8;"
          "option flags code 205 = array of boolean; option raw code 206 = string;"
          "option long code 207 = unsigned integer 32; option text code 208 = TEXT;\n" +
-             InSubnet("option gates 10.0.0.1, 0.0.0.0; option one 65; option low -32768, +32767;"
+             InSubnet("option gates 10.0.0.1, 0.0.0.0; option one 0; option low -32768, +32767;"
                       "option lower -128; option Flags on, false; option raw a:0B:ff;"
                       "option long 0xfffffffe; option text \"t\\\"\";"),
          one + placed +
-             "dhcp-option=201,0a:00:00:01:00:00:00:00\ndhcp-option=202,65b\ndhcp-option=203,80:00:7f:ff\n"
+             "dhcp-option=201,0a:00:00:01:00:00:00:00\ndhcp-option=202,0b\ndhcp-option=203,80:00:7f:ff\n"
              "dhcp-option=204,128b\ndhcp-option=205,01:00\ndhcp-option=206,0a:0b:ff\n"
              "dhcp-option=207,ff:ff:ff:fe\ndhcp-option=208,74:22\n"},
         {"a host in groups, and what it is told there",
@@ -136,8 +136,8 @@ TEST(DhcpConf, ToldToDnsmasq) {
                "dhcp-option=tag:s1,3,10.1.3.1\nshared-network=zelan8,10.1.3.1\n"
                "dhcp-range=set:s2,10.1.4.0,static,255.255.255.0,10.1.4.255,600\n"},
         {"whom the server serves",
-         "authoritative; deny unknown-clients; ignore bootp; allow booting; log-facility LOCAL7;" +
-             InSubnet(""),
+         "authoritative; allow booting; log-facility LOCAL7;" +
+             InSubnet("deny unknown-clients; ignore bootp;"),
          one + "dhcp-authoritative\ndhcp-ignore=tag:!known\ndhcp-ignore=tag:bootp\nlog-facility=local7\n" +
              placed},
         {"what changes nothing",
@@ -149,8 +149,9 @@ TEST(DhcpConf, ToldToDnsmasq) {
     for (const auto &row : cases) {
         EXPECT_EQ(row.lines, Converted(row.text)) << row.condition;
     }
-    const std::string longest = InSubnet("filename \"" + std::string(127, 'f') + "\"; server-name \"" +
-                                         std::string(63, 's') + "\"; next-server 1.2.3.4;");
+    const std::string longest =
+        InSubnet("option merit-dump \"" + std::string(255, 'd') + "\"; filename \"" + std::string(127, 'f') +
+                 "\"; server-name \"" + std::string(63, 's') + "\"; next-server 1.2.3.4;");
     EXPECT_TRUE(Converted(longest).ends_with("s\",1.2.3.4\n")) << Converted(longest);
 }
 
