@@ -144,29 +144,26 @@ int ReportProblems(const Problems &problems) {
     return status;
 }
 
-bool MakePlan(const Editor &editor, const Wish &wish, Plan *plan, int *status) {
+int MakePlan(const Editor &editor, const Wish &wish, Plan *plan) {
     const Host &host = editor.context.host;
-    *status = ReportProblems(NewProblems(host.config, wish.after, wish.networks, editor.surroundings));
-    if (*status != STATUS_DONE) {
-        return false;
+    const int status =
+        ReportProblems(NewProblems(host.config, wish.after, wish.networks, editor.surroundings));
+    if (status != STATUS_DONE) {
+        return status;
     }
     Rehearsal rehearsal;
     std::string reason;
     const std::vector<int> filed = wish.aim == AIM_FILES ? std::vector<int>() : wish.networks;
     if (!Rehearse(host, Difference(host.config, wish.after), filed, &rehearsal, &reason)) {
         Complain("nothing is changed: %s", reason.c_str());
-        *status = STATUS_FAILED;
-        return false;
+        return STATUS_FAILED;
     }
     plan->networks = wish.networks;
     plan->state = StateHash(host, wish.networks);
     plan->changes = Difference(host.config, rehearsal.reached);
     plan->steps = StepsOf(editor, wish, rehearsal);
-    // A file that is wrong on a network whose services are left alone is no part of the plan.
-    for (FileChange &file : rehearsal.files) {
-        plan->files.push_back(std::move(file));
-    }
-    return true;
+    plan->files = std::move(rehearsal.files);
+    return STATUS_DONE;
 }
 
 int CarryOut(const Arguments &arguments, Editor *editor, const Plan &plan, const WriteRecords &write) {
@@ -203,11 +200,9 @@ int Change(const Arguments &arguments, const MakeWish &makeWish) {
     if (arguments.noApply) {
         wish.aim = AIM_FILES;
     }
-    for (const int network : wish.networks) {
-        Normalize(&wish.after.networks[network]);
-    }
     Plan plan;
-    return MakePlan(editor, wish, &plan, &status) ? CarryOut(arguments, &editor, plan) : status;
+    status = MakePlan(editor, wish, &plan);
+    return status == STATUS_DONE ? CarryOut(arguments, &editor, plan) : status;
 }
 
 bool Confirm(const Arguments &arguments, const std::string &question) {

@@ -32,8 +32,8 @@ struct Wish {
 // Complains about each; the status of the first, STATUS_DONE when there is none.
 int ReportProblems(const Problems &problems);
 
-// Checks the wish and makes the plan. False after a complaint, with the status.
-bool MakePlan(const Editor &editor, const Wish &wish, Plan *plan, int *status);
+// Checks the wish and makes the plan. Another status than STATUS_DONE comes after a complaint.
+int MakePlan(const Editor &editor, const Wish &wish, Plan *plan);
 
 // Prints the plan for --dry-run and with --json, and carries it out unless it is a dry run. The records are
 // written by `write` when it is given.

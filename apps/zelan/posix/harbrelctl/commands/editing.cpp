@@ -102,7 +102,6 @@ int EditUntilGood(const Editor &editor, int network, Wish *wish) {
         text = WithoutErrors(edited);
         wish->after = editor.context.host.config;
         errors = ReadEditText(text, &wish->after.networks[network]);
-        Normalize(&wish->after.networks[network]);
         errors += errors.empty() ? ProblemsOf(editor, *wish) : "";
         if (errors.empty()) {
             return STATUS_DONE;

@@ -109,7 +109,7 @@ std::optional<Reservation> FindGuest(const Editor &editor, int network, const st
         }
     }
     if (mac) {
-        return Reservation{*mac, 0};
+        return Reservation{*mac};
     }
     Complain("\"%s\" is no MAC address, and no lease of %s has that name", guest.c_str(),
              NetworkName(network).c_str());
@@ -121,9 +121,7 @@ int AddReservation(const Arguments &arguments, const Editor &editor, int network
     if (!tie) {
         return STATUS_USAGE;
     }
-    if (!arguments.target.empty()) {
-        tie->address = ParseAddress(arguments.target).value_or(0);
-    }
+    tie->address = ParseAddress(arguments.target).value_or(tie->address);
     if (tie->address == 0) {
         Complain("%s has no lease whose address could be kept: name the ADDRESS, as 192.168.8.10",
                  arguments.guest.c_str());

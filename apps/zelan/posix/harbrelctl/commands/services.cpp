@@ -71,8 +71,8 @@ int Serve(const Arguments &arguments, Aim aim) {
         detection = ServeDetection(arguments, aim);
     }
     Plan plan;
-    int status = STATUS_DONE;
-    if (MakePlan(editor, wish, &plan, &status)) {
+    int status = MakePlan(editor, wish, &plan);
+    if (status == STATUS_DONE) {
         status = CarryOut(arguments, &editor, plan);
     }
     return status == STATUS_DONE && (!allFree || detection != STATUS_DONE) ? STATUS_FAILED : status;

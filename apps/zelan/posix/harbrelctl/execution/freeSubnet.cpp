@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <thread>
 
 #include "lib/harbrel/harbrel.h"
@@ -67,8 +68,8 @@ std::optional<Subnet> FindFreeSubnet(const Config &config, const Surroundings &s
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         const Subnet found = AskLibrary(config, surroundings).value_or(Subnet());
-        const ssize_t written = write(writeEnd.get(), &found, sizeof found);
-        _exit(written == sizeof found ? 0 : 1);
+        (void)!write(writeEnd.get(), &found, sizeof found);
+        _exit(EXIT_SUCCESS);
     }
     writeEnd.reset();
     pollfd answer = {readEnd.get(), POLLIN, 0};
@@ -78,7 +79,7 @@ std::optional<Subnet> FindFreeSubnet(const Config &config, const Surroundings &s
     Subnet found;
     const bool arrived = read(readEnd.get(), &found, sizeof found) == sizeof found;
     waitpid(child, nullptr, 0);
-    return arrived && found.mask != 0 ? std::optional(found) : std::nullopt;
+    return arrived && found != Subnet() ? std::optional(found) : std::nullopt;
 }
 
 std::vector<int> BusyNetworks(const std::vector<int> &networks) {

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -202,7 +203,7 @@ bool Perform(const Script &script, Rehearsal *rehearsal, std::string *reason) {
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         PlayAndReport(script, report.get());
-        _exit(0);
+        _exit(EXIT_SUCCESS);
     }
     if (child < 0 || waitpid(child, nullptr, 0) != child) {
         *reason = std::string("a rehearsal cannot be started: ") + strerror(errno);

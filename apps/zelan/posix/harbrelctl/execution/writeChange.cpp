@@ -82,13 +82,11 @@ bool WriteReservation(const RecordKey &key, const std::optional<RecordValue> &af
 bool WriteForward(const RecordKey &key, const std::optional<RecordValue> &after) {
     const std::string network = NetworkName(key.network);
     const auto port = static_cast<uint16_t>(key.number);
-    if (!after) {
-        return HBL_SetNATPortForward(network.c_str(), key.tcp, port, nullptr, 0, nullptr, 0);
-    }
-    return HBL_SetNATPortForward(network.c_str(), key.tcp, port, AddressText(after->address).c_str(),
-                                 static_cast<uint16_t>(after->number),
-                                 after->text.empty() ? nullptr : after->text.c_str(),
-                                 static_cast<uint32_t>(after->text.size()));
+    const RecordValue value = after.value_or(RecordValue());
+    const std::string guest = AddressText(value.address);
+    return HBL_SetNATPortForward(
+        network.c_str(), key.tcp, port, after ? guest.c_str() : nullptr, static_cast<uint16_t>(value.number),
+        value.text.empty() ? nullptr : value.text.c_str(), Length(value.text.c_str()));
 }
 
 bool IsListed(const std::string &adapter) {

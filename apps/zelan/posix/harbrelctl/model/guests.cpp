@@ -1,6 +1,7 @@
 #include "apps/zelan/posix/harbrelctl/model/guests.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -56,8 +57,6 @@ std::vector<Guest> GuestsOf(const KernelView &kernel, int network, std::span<con
             guests.push_back(OnPort(port));
         }
     }
-    std::sort(guests.begin(), guests.end(), [](const Guest &a, const Guest &b) {
-        return a.port != b.port ? a.port < b.port : a.mac < b.mac;
-    });
+    std::ranges::sort(guests, {}, [](const Guest &guest) { return std::pair(guest.port, guest.mac); });
     return guests;
 }

@@ -137,8 +137,7 @@ bool ReadAdapters(Host *host, std::string *error) {
             host->networks[one->net.vnet].adapters.emplace_back(one->deviceName);
         }
     }
-    std::sort(host->adapters.begin(), host->adapters.end(),
-              [](const HostAdapter &a, const HostAdapter &b) { return a.name < b.name; });
+    std::ranges::sort(host->adapters, {}, &HostAdapter::name);
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -96,13 +97,10 @@ std::optional<Subnet> NetworkConfig::NetworkSubnet() const {
 }
 
 void Normalize(NetworkConfig *config) {
-    std::sort(config->forwards.begin(), config->forwards.end(), [](const Forward &a, const Forward &b) {
-        return a.tcp != b.tcp ? a.tcp : a.hostPort < b.hostPort;
-    });
-    std::sort(config->reservations.begin(), config->reservations.end(),
-              [](const Reservation &a, const Reservation &b) {
-                  return a.address != b.address ? a.address < b.address : a.mac < b.mac;
-              });
+    std::ranges::sort(config->forwards, {},
+                      [](const Forward &forward) { return std::pair(!forward.tcp, forward.hostPort); });
+    std::ranges::sort(config->reservations, {},
+                      [](const Reservation &tie) { return std::pair(tie.address, tie.mac); });
 }
 
 std::optional<std::string> EffectiveValue(int network, const NetworkConfig &config, Field field) {

@@ -7,12 +7,15 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <iterator>
+#include <thread>
 
 namespace {
 
 constexpr int TICK_MILLISECONDS = 1000;
-constexpr int SETTLE_MILLISECONDS = 50;  // changes come in flocks
+constexpr std::chrono::milliseconds SETTLE{50};  // changes come in flocks
 constexpr uint32_t FILE_EVENTS = IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_CLOSE_WRITE | IN_MODIFY;
 
 FileDescriptor KernelSocket() {
@@ -52,9 +55,8 @@ void Watcher::Follow(const Host &host) const {
 
 void Watcher::Wait() const {
     pollfd sources[] = {{kernel_.get(), POLLIN, 0}, {files_.get(), POLLIN, 0}};
-    if (poll(sources, 2, TICK_MILLISECONDS) > 0) {
-        poll(nullptr, 0, SETTLE_MILLISECONDS);
-        Drain(kernel_);
-        Drain(files_);
-    }
+    poll(sources, std::size(sources), TICK_MILLISECONDS);
+    std::this_thread::sleep_for(SETTLE);
+    Drain(kernel_);
+    Drain(files_);
 }

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "apps/zelan/posix/harbrelctl/plan/plan.h"
@@ -37,72 +39,61 @@ Json ChangesArray(const std::vector<RecordChange> &changes) {
     return array;
 }
 
+bool IsNumberWithin(const Json &value, int first, int last) {
+    return value.is_number_integer() && value >= first && value <= last;
+}
+
 // Reads members of one object; a member that is missing or of another type spoils the whole.
 class Reader {
   public:
     explicit Reader(const Json &object) : object_(object), good_(object.is_object()) {}
 
     bool good() const { return good_; }
-    void Spoil() { good_ = false; }
+    void Demand(bool condition) { good_ = good_ && condition; }
     int Number(const char *key, int first, int last) {
-        const Json *const value = Member(key);
-        if (value == nullptr || !value->is_number_integer() || *value < first || *value > last) {
-            good_ = false;
-            return 0;
-        }
-        return value->get<int>();
+        const Json value = Member(key);
+        return Take<int>(value, IsNumberWithin(value, first, last));
     }
     std::string Text(const char *key) {
-        const Json *const value = Member(key);
-        if (value == nullptr || !value->is_string()) {
-            good_ = false;
-            return "";
-        }
-        return value->get<std::string>();
+        const Json value = Member(key);
+        return Take<std::string>(value, value.is_string());
     }
     bool Flag(const char *key) {
-        const Json *const value = Member(key);
-        if (value == nullptr || !value->is_boolean()) {
-            good_ = false;
-            return false;
-        }
-        return value->get<bool>();
+        const Json value = Member(key);
+        return Take<bool>(value, value.is_boolean());
     }
     template <size_t N>
     int Word(const char *key, const char *const (&words)[N]) {
-        const std::string text = Text(key);
-        for (size_t index = 0; index < N; index++) {
-            if (text == words[index]) {
-                return static_cast<int>(index);
-            }
-        }
-        good_ = false;
-        return 0;
+        const auto found = std::find(std::begin(words), std::end(words), Text(key));
+        Demand(found != std::end(words));
+        return static_cast<int>(found - words);
     }
-    const Json *Member(const char *key) const {
-        const auto found = object_.is_object() ? object_.find(key) : object_.end();
-        return found != object_.end() ? &*found : nullptr;
-    }
+    // Null when there is none.
+    Json Member(const char *key) const { return object_.is_object() ? object_.value(key, Json()) : Json(); }
 
   private:
-    const Json &object_;
+    template <typename T>
+    T Take(const Json &value, bool fits) {
+        Demand(fits);
+        return good_ ? value.get<T>() : T();
+    }
+
+    const Json object_;
     bool good_;
 };
 
 std::optional<RecordValue> ReadValue(Reader *owner, const char *key) {
-    const Json *const value = owner->Member(key);
-    if (value == nullptr || value->is_null()) {
+    const Json value = owner->Member(key);
+    if (value.is_null()) {
         return std::nullopt;
     }
-    Reader reader(*value);
+    Reader reader(value);
     RecordValue result;
     result.text = reader.Text("text");
     const std::optional<uint32_t> address = ParseAddress(reader.Text("address"));
     result.address = address.value_or(0);
     result.number = reader.Number("number", NO_NETWORK, UINT16_MAX);
-    if (!reader.good() || !address) {
-        owner->Spoil();
-    }
+    owner->Demand(reader.good() && address);
     return result;
 }
 
@@ -116,26 +107,20 @@ RecordChange ReadChange(Reader *reader) {
     change.key.name = reader->Text("name");
     change.before = ReadValue(reader, "before");
     change.after = ReadValue(reader, "after");
-    if (change.key.network == NO_NETWORK && change.key.kind < RECORD_DEFAULT_BRIDGE) {
-        reader->Spoil();
-    }
+    reader->Demand(change.key.network != NO_NETWORK || change.key.kind >= RECORD_DEFAULT_BRIDGE);
     return change;
 }
 
 // Fills the list from an array; false when that is none or an element does not read.
 template <typename T, typename ReadOne>
-bool ReadList(const Json *array, std::vector<T> *list, ReadOne readOne) {
-    if (array == nullptr || !array->is_array()) {
-        return false;
-    }
-    for (const Json &element : *array) {
+bool ReadList(const Json &array, std::vector<T> *list, ReadOne readOne) {
+    bool good = array.is_array();
+    for (const Json &element : array) {
         Reader reader(element);
         list->push_back(readOne(&reader));
-        if (!reader.good()) {
-            return false;
-        }
+        good = good && reader.good();
     }
-    return true;
+    return good;
 }
 
 FileChange ReadFile(Reader *reader) {
@@ -149,17 +134,14 @@ Step ReadStep(Reader *reader) {
     return {kind, network, static_cast<Service>(reader->Word("service", names))};
 }
 
-bool ReadNetworks(const Json *array, std::vector<int> *networks) {
-    if (array == nullptr || !array->is_array()) {
-        return false;
+bool ReadNetworks(const Json &array, std::vector<int> *networks) {
+    const bool good = array.is_array() && std::all_of(array.begin(), array.end(), [](const Json &element) {
+                          return IsNumberWithin(element, 0, NETWORK_COUNT - 1);
+                      });
+    if (good) {
+        *networks = array.get<std::vector<int>>();
     }
-    for (const Json &element : *array) {
-        if (!element.is_number_integer() || element < 0 || element >= NETWORK_COUNT) {
-            return false;
-        }
-        networks->push_back(element.get<int>());
-    }
-    return true;
+    return good;
 }
 
 Json Parse(const std::string &text) {
@@ -177,8 +159,7 @@ std::string ChangesJson(const std::vector<RecordChange> &changes) {
 }
 
 std::optional<std::vector<RecordChange>> ReadChangesJson(const std::string &text) {
-    const Json document = Parse(text);
-    const Reader reader(document);
+    const Reader reader(Parse(text));
     std::vector<RecordChange> changes;
     return ReadList(reader.Member("changes"), &changes, ReadChange) ? std::optional(changes) : std::nullopt;
 }
@@ -208,12 +189,7 @@ std::string PlanJson(const Plan &plan) {
 }
 
 std::optional<Plan> ReadPlanJson(const std::string &text) {
-    const Json document = Parse(text);
-    const Json *const body = Reader(document).Member("plan");
-    if (body == nullptr) {
-        return std::nullopt;
-    }
-    Reader reader(*body);
+    Reader reader(Reader(Parse(text)).Member("plan"));
     Plan plan;
     plan.state = reader.Text("state");
     const bool lists = ReadNetworks(reader.Member("networks"), &plan.networks) &&

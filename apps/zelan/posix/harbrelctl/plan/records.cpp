@@ -9,11 +9,11 @@ namespace {
 void AddNetwork(int network, const NetworkConfig &config, Records *records) {
     for (int field = 0; field < FIELD_COUNT; field++) {
         if (config.stored[field]) {
-            (*records)[{RECORD_ANSWER, network, field, false, ""}] = {*config.stored[field], 0, 0};
+            (*records)[{RECORD_ANSWER, network, field, {}, {}}] = {*config.stored[field], {}, {}};
         }
     }
     for (const Reservation &tie : config.reservations) {
-        (*records)[{RECORD_RESERVATION, network, 0, false, tie.mac}] = {"", tie.address, 0};
+        (*records)[{RECORD_RESERVATION, network, {}, {}, tie.mac}] = {"", tie.address, {}};
     }
     for (const Forward &forward : config.forwards) {
         (*records)[{RECORD_FORWARD, network, forward.hostPort, forward.tcp, ""}] = {
@@ -61,9 +61,9 @@ Records RecordsOf(const Config &config) {
     for (int network = 0; network < NETWORK_COUNT; network++) {
         AddNetwork(network, config.networks[network], &records);
     }
-    records[{RECORD_DEFAULT_BRIDGE, NO_NETWORK, 0, false, ""}] = {"", 0, config.defaultBridge};
+    records[{RECORD_DEFAULT_BRIDGE, NO_NETWORK, {}, {}, {}}] = {"", {}, config.defaultBridge};
     for (const auto &[adapter, network] : config.mappings) {
-        records[{RECORD_MAPPING, NO_NETWORK, 0, false, adapter}] = {"", 0, network};
+        records[{RECORD_MAPPING, NO_NETWORK, {}, {}, adapter}] = {"", {}, network};
     }
     return records;
 }
@@ -71,26 +71,20 @@ Records RecordsOf(const Config &config) {
 std::vector<RecordChange> Difference(const Config &before, const Config &after) {
     const Records old = RecordsOf(before);
     const Records fresh = RecordsOf(after);
-    std::map<RecordKey, RecordChange> changes;
-    for (const auto &[key, value] : old) {
-        const auto kept = fresh.find(key);
-        if (kept == fresh.end()) {
-            changes[key] = {key, value, std::nullopt};
-        } else if (kept->second != value) {
-            changes[key] = {key, value, kept->second};
+    Records either = old;
+    either.insert(fresh.begin(), fresh.end());
+    const auto valueIn = [](const Records &records, const RecordKey &key) {
+        const auto record = records.find(key);
+        return record != records.end() ? std::optional(record->second) : std::nullopt;
+    };
+    std::vector<RecordChange> changes;
+    for (const auto &[key, unused] : either) {
+        const RecordChange change = {key, valueIn(old, key), valueIn(fresh, key)};
+        if (change.before != change.after) {
+            changes.push_back(change);
         }
     }
-    for (const auto &[key, value] : fresh) {
-        if (!old.contains(key)) {
-            changes[key] = {key, std::nullopt, value};
-        }
-    }
-    std::vector<RecordChange> list;
-    list.reserve(changes.size());
-    for (auto &[key, change] : changes) {
-        list.push_back(std::move(change));
-    }
-    return list;
+    return changes;
 }
 
 Config Applied(Config config, const std::vector<RecordChange> &changes) {

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "apps/zelan/posix/harbrelctl/probes/finding.h"
@@ -100,7 +101,7 @@ Outcome RunErrand(const GuestPort &port, const Errand &errand) {
             outcome = AskGateway(port, errand, address);
         }
         (void)!write(writeEnd.get(), &outcome, sizeof outcome);
-        _exit(0);
+        _exit(EXIT_SUCCESS);
     }
     writeEnd.reset();
     Outcome outcome = BROKEN;
