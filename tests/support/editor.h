@@ -35,8 +35,10 @@ class EditorTest : public ToolTest {
     // A guest on a network's switch, with a MAC address that ends in `number`.
     static std::unique_ptr<Machine> Plug(int network, int number) {
         auto guest = std::make_unique<Machine>("zelan-g" + std::to_string(number));
-        guest->ConnectToBridge("zelan-sw" + std::to_string(network), "eth0");
-        Must("ip -n " + guest->name() + " link set eth0 address 02:00:00:00:00:0" + std::to_string(number));
+        const std::string bridge = "zelan-sw" + std::to_string(network);
+        guest->ConnectToBridge(bridge, "eth0");
+        Must("ip -n " + guest->name() + " link set eth0 address 02:00:00:00:00:0" + std::to_string(number) +
+             " && ip link set " + bridge + " type bridge fdb_flush");  // it may have learned the former one
         return guest;
     }
     // Takes a lease and its address and router; the address.

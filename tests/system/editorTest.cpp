@@ -398,7 +398,7 @@ TEST_F(Editor, WatcherSeesWhatHappens) {
     see("service-ended", "nat");
     MustEdit("apply");
     see("service-started", "nat");
-    Must("ip address add 10.7.0.1/16 dev lo");
+    Must("ip address add 10.9.0.1/16 dev lo; ip address add 10.7.0.1/16 dev lo");
     see("overlap-appeared", "10.7.0.0/16");
     Must("ip address del 10.7.0.1/16 dev lo");
     see("overlap-gone", "10.7.0.0/16");
@@ -433,7 +433,19 @@ TEST_F(Editor, DocumentsFollowTheirSchema) {
     const CommandResult valid = RunShell("/usr/bin/python3 -W ignore -m jsonschema" + documents +
                                          " " HARBREL_DOCS_DIR "/harbrelctl.schema.json");
     EXPECT_TRUE(valid.Succeeded()) << valid;
-    EXPECT_THAT(MustEdit("graph").output, HasSubstr("\"host\" -> \"zelan8 10.7.8.9\" [label=\"tcp 8888\""));
+    const std::string graph = MustEdit("graph").output;
+    EXPECT_EQ(
+        "  \"host\" -> \"zelan8\";\n  \"zelan8 10.7.8.9\" [label=\"zelan-g1-eth0\n10.7.8.9\", shape=box];\n"
+        "  \"zelan8\" -> \"zelan8 10.7.8.9\";\n"
+        "  \"host\" -> \"zelan8 10.7.8.9\" [label=\"tcp 8888\", style=dashed, constraint=false];\n}\n",
+        graph.substr(graph.find("  \"host\" ->")));
+    EXPECT_EQ(
+        "{format:1,leases:[{network:zelan8,address:10.7.8.9,mac:02:00:00:00:00:01,name:null,static:true}]}"
+        "{format:1,guests:[{network:zelan8,port:zelan-g1-eth0,mac:02:00:00:00:00:01,address:10.7.8.9,"
+        "name:null,received_bytes:N,sent_bytes:N,received_packets:N,sent_packets:N}]}",
+        RunShell("cat /tmp/document[67] | tr -d '\n \"' | sed -E 's/(bytes|packets):[0-9]+/\\1:N/g; "
+                 "s/from:.*,st/st/'")
+            .output);
     // Without what differs from run to run and from server to server.
     EXPECT_EQ(
         "network zelan8\nkind NAT\ndhcp running\nnat running\nadapter running\nsubnet 10.7.8.0/24\n"
