@@ -53,14 +53,9 @@ bool Ipv4_Parse(std::string_view text, Ipv4 *address) {
 }
 
 std::string Ipv4_Text(Ipv4 address) {
-    std::string text;
-    for (int i = FIELDS - 1; i >= 0; i--) {
-        text += std::to_string(address >> (static_cast<unsigned>(i) * FIELD_BITS) & 0xffU);
-        if (i > 0) {
-            text += '.';
-        }
-    }
-    return text;
+    const in_addr wire = {htonl(address)};
+    char text[INET_ADDRSTRLEN];
+    return inet_ntop(AF_INET, &wire, text, sizeof text);
 }
 
 Ipv4 Ipv4_OfWire(const char *bytes) {

@@ -20,12 +20,9 @@ namespace {
 // the first is ever used.
 constexpr uint32_t VETH_QUEUES = 1;
 
-RtRequest LinkRequest(uint16_t type, uint16_t flags, int index, unsigned linkFlags = 0, unsigned mask = 0) {
+RtRequest LinkRequest(uint16_t type, uint16_t flags, int index) {
     ifinfomsg header = {};
-    header.ifi_family = AF_UNSPEC;
     header.ifi_index = index;
-    header.ifi_flags = linkFlags;
-    header.ifi_change = mask;
     return RtRequest(type, flags, &header, sizeof header);
 }
 
@@ -148,7 +145,11 @@ int Link_ForEach(RtSocket *socket, int master, const std::function<void(const Li
 }
 
 int Link_SetFlags(RtSocket *socket, int index, unsigned flags, unsigned mask) {
-    RtRequest request = LinkRequest(RTM_SETLINK, 0, index, flags, mask);
+    ifinfomsg header = {};
+    header.ifi_index = index;
+    header.ifi_flags = flags;
+    header.ifi_change = mask;
+    RtRequest request(RTM_SETLINK, 0, &header, sizeof header);
     return socket->Do(&request);
 }
 

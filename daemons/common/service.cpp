@@ -1,6 +1,7 @@
 #include "daemons/common/service.h"
 
-#include <array>
+#include <iterator>
+#include <string_view>
 
 #include "daemons/common/options.h"
 #include "daemons/common/switch.h"
@@ -8,7 +9,7 @@
 namespace {
 
 // By the values of Service.
-constexpr std::array<std::string_view, 5> NAMES = {"bridge", "netifup", "dhcp", "nat", "detect"};
+constexpr std::string_view NAMES[] = {"bridge", "netifup", "dhcp", "nat", "detect"};
 
 }  // namespace
 
@@ -25,7 +26,7 @@ bool Duty_Parse(std::string_view text, Duty *duty) {
         !Options_Number(text.substr(dash + 1), SWITCH_MAX_NETWORK, &duty->network)) {
         return false;
     }
-    for (size_t i = 0; i < NAMES.size(); i++) {
+    for (size_t i = 0; i < std::size(NAMES); i++) {
         if (NAMES[i] == name) {
             duty->service = static_cast<Service>(i);
             return true;

@@ -123,7 +123,6 @@ Verdict LookUpRoute(in_addr address) {
     FileDescriptor probe(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     int on = 1;
     sockaddr_in target = SocketAddress(address);
-    target.sin_port = htons(7);
     if (!probe || setsockopt(probe.get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0) {
         Complain("socket: %s", strerror(errno));
         return FAILED;
@@ -244,7 +243,7 @@ Verdict Judge(const char *packet, size_t size, const EchoRequest &request) {
     }
     memcpy(&header, icmp, sizeof header);
     if (header.type == ICMP_ECHOREPLY) {
-        bool ours = size >= sizeof request && header.un.echo.id == request.header.un.echo.id &&
+        bool ours = size >= sizeof request &&
                     memcmp(icmp + sizeof header, request.cookie.data(), request.cookie.size()) == 0;
         return ours ? ANSWERED : SILENT;
     }
@@ -260,10 +259,10 @@ Verdict TakeAnswers(int icmp, const EchoRequest &request) {
     std::array<char, 2048> packet;
     for (int taken = 0; taken < PACKETS_PER_TURN; taken++) {
         ssize_t size = recv(icmp, packet.data(), packet.size(), 0);
-        if (size < 0 && errno != EINTR) {
+        if (size < 0) {
             return SILENT;  // nothing more, or the error of an earlier request, which taking it has cleared
         }
-        Verdict verdict = size > 0 ? Judge(packet.data(), static_cast<size_t>(size), request) : SILENT;
+        Verdict verdict = Judge(packet.data(), static_cast<size_t>(size), request);
         if (verdict != SILENT) {
             return verdict;
         }

@@ -9,13 +9,13 @@
 #include <utility>
 
 #include "daemons/common/complain.h"
+#include "daemons/common/deadline.h"
 #include "daemons/common/linkGroup.h"
 #include "daemons/common/switch.h"
 
 namespace {
 
 using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 
 // How long a new adapter is left alone before it is looked at: tools make an interface first and plug it into
 // a bridge or rename it a moment later.
@@ -34,15 +34,6 @@ bool IsUnchanged(const LinkInfo &before, const LinkInfo &now) {
         return std::tuple(link.name, link.mtu, link.mac, link.flags & IFF_UP);
     };
     return state(before) == state(now);
-}
-
-// In milliseconds, as poll takes it: rounded up, and without end for the end of time.
-int TimeUntil(steady_clock::time_point next) {
-    if (next == steady_clock::time_point::max()) {
-        return -1;
-    }
-    auto left = std::chrono::ceil<milliseconds>(next - steady_clock::now()).count();
-    return left > 0 ? static_cast<int>(left) : 0;
 }
 
 Cable::Surroundings SurroundingsOf(int adapter, const HostLinks &links, size_t cableCount) {
@@ -84,7 +75,7 @@ void CableSet::Run() {
         }
         std::array<pollfd, 2> waits = {
             {{announcements_.descriptor(), POLLIN, 0}, {paths_.copier.descriptor(), POLLIN, 0}}};
-        poll(waits.data(), waits.size(), TimeUntil(next));
+        poll(waits.data(), waits.size(), Deadline_Milliseconds(next));
         if (waits[1].revents != 0) {
             paths_.copier.NoteEnd();
             restart = Clock::now() + RESTART_TIME;

@@ -21,11 +21,13 @@ constexpr size_t ADDRESSES_SIZE = 12;
 constexpr int FRAMES_PER_TURN = 256;
 
 uint16_t ReadWord(const uint8_t *bytes) {
-    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+    uint16_t word = 0;
+    memcpy(&word, bytes, sizeof word);
+    return ntohs(word);
 }
 
 bool IsTagType(uint16_t type) {
-    return type == ETHERTYPE_VLAN || type == 0x88a8;
+    return type == ETHERTYPE_VLAN || type == ETH_P_8021AD;
 }
 
 // The frame has at least an Ethernet header.

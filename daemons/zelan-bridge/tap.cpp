@@ -17,12 +17,12 @@
 
 namespace {
 
-constexpr unsigned TAP_OFFLOADS = TUN_F_CSUM | TUN_F_TSO4 | TUN_F_TSO6 | TUN_F_TSO_ECN;
-#ifdef TUN_F_USO4
-constexpr unsigned TAP_OFFLOADS_SINCE_6_2 = TUN_F_USO4 | TUN_F_USO6;
-#else
-constexpr unsigned TAP_OFFLOADS_SINCE_6_2 = 0x20 | 0x40;
+#ifndef TUN_F_USO4
+#define TUN_F_USO4 0x20
+#define TUN_F_USO6 0x40
 #endif
+constexpr unsigned TAP_OFFLOADS = TUN_F_CSUM | TUN_F_TSO4 | TUN_F_TSO6 | TUN_F_TSO_ECN;
+constexpr unsigned TAP_OFFLOADS_SINCE_6_2 = TUN_F_USO4 | TUN_F_USO6;
 
 // Ports for adapters do not talk to each other, only to guests: two adapters on one physical network would
 // otherwise close a loop through the switch.

@@ -18,6 +18,7 @@
 
 #include "daemons/common/complain.h"
 #include "daemons/common/daemon.h"
+#include "daemons/common/deadline.h"
 #include "daemons/common/file.h"
 #include "daemons/common/namespace.h"
 #include "daemons/common/options.h"
@@ -180,14 +181,6 @@ bool NatDaemon::Begin(CleanUp *cleanUp) {
            LoadRouterTable() && ServeDns() && JoinHost();
 }
 
-int MillisecondsUntil(DnsClock::time_point deadline, DnsClock::time_point now) {
-    if (deadline == DnsClock::time_point::max()) {
-        return -1;
-    }
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
-    return static_cast<int>(std::max<long>(left, 0));
-}
-
 // What is left reads guests' messages: it may open the list of name servers and sockets towards them, no
 // more.
 bool NatDaemon::GiveUpPrivileges() {
@@ -216,7 +209,7 @@ void NatDaemon::Run() {
         size_t tcpPlace = waits.size();
         dnsOverTcp_.Collect(&waits);
         auto deadline = std::min(dnsOverUdp_.Deadline(), dnsOverTcp_.Deadline());
-        if (poll(waits.data(), waits.size(), MillisecondsUntil(deadline, DnsClock::now())) < 0) {
+        if (poll(waits.data(), waits.size(), Deadline_Milliseconds(deadline)) < 0) {
             continue;
         }
         auto now = DnsClock::now();

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "daemons/common/complain.h"
+#include "daemons/common/deadline.h"
 #include "daemons/common/file.h"
 #include "daemons/common/switch.h"
 #include "daemons/common/watch.h"
@@ -403,11 +404,9 @@ int Watcher::WaitMilliseconds() const {
             next = std::min(next, client.patience);
         }
     }
-    if (next == Clock::time_point::max()) {
-        return HasNothingToDo() ? static_cast<int>(RETRY_TIME.count()) : -1;
-    }
-    auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
-    return static_cast<int>(std::max<long>(left, 0));
+    // An end that was held up is tried again.
+    return next == Clock::time_point::max() && HasNothingToDo() ? static_cast<int>(RETRY_TIME.count())
+                                                                : Deadline_Milliseconds(next);
 }
 
 void Watcher::Dispatch(const std::vector<pollfd> &waits) {
