@@ -20,10 +20,18 @@ namespace {
 // the first is ever used.
 constexpr uint32_t VETH_QUEUES = 1;
 
-RtRequest LinkRequest(uint16_t type, uint16_t flags, int index) {
+constexpr int NO_INDEX = 0;
+
+RtRequest LinkRequest(uint16_t type, int index, uint16_t flags = 0) {
     ifinfomsg header = {};
     header.ifi_index = index;
     return RtRequest(type, flags, &header, sizeof header);
+}
+
+int SetNumber(RtSocket *socket, int index, uint16_t attribute, uint32_t value) {
+    RtRequest request = LinkRequest(RTM_SETLINK, index);
+    request.Put32(attribute, value);
+    return socket->Do(&request);
 }
 
 // Shows the attributes within an attribute.
@@ -110,12 +118,12 @@ bool Link_Parse(const nlmsghdr *message, LinkInfo *link) {
 }
 
 int Link_Get(RtSocket *socket, int index, LinkInfo *link) {
-    RtRequest request = LinkRequest(RTM_GETLINK, 0, index);
+    RtRequest request = LinkRequest(RTM_GETLINK, index);
     return socket->Ask(&request, [link](const nlmsghdr *message) { Link_Parse(message, link); });
 }
 
 int Link_Find(RtSocket *socket, const char *name, LinkInfo *link) {
-    RtRequest request = LinkRequest(RTM_GETLINK, 0, 0);
+    RtRequest request = LinkRequest(RTM_GETLINK, NO_INDEX);
     request.PutText(IFLA_IFNAME, name);
     return socket->Ask(&request, [link](const nlmsghdr *message) { Link_Parse(message, link); });
 }
@@ -126,7 +134,7 @@ int Link_ForEach(RtSocket *socket, int master, const std::function<void(const Li
     int error = EAGAIN;
     for (int attempt = 0; error == EAGAIN && attempt < ATTEMPTS; attempt++) {
         links.clear();
-        RtRequest request = LinkRequest(RTM_GETLINK, NLM_F_DUMP, 0);
+        RtRequest request = LinkRequest(RTM_GETLINK, NO_INDEX, NLM_F_DUMP);
         if (master != 0) {
             request.Put32(IFLA_MASTER, static_cast<uint32_t>(master));
         }
@@ -154,48 +162,42 @@ int Link_SetFlags(RtSocket *socket, int index, unsigned flags, unsigned mask) {
 }
 
 int Link_SetMaster(RtSocket *socket, int index, int master) {
-    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
-    request.Put32(IFLA_MASTER, static_cast<uint32_t>(master));
-    return socket->Do(&request);
+    return SetNumber(socket, index, IFLA_MASTER, static_cast<uint32_t>(master));
 }
 
 int Link_SetMtu(RtSocket *socket, int index, uint32_t mtu) {
-    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
-    request.Put32(IFLA_MTU, mtu);
-    return socket->Do(&request);
+    return SetNumber(socket, index, IFLA_MTU, mtu);
 }
 
 int Link_SetMac(RtSocket *socket, int index, const MacAddress &mac) {
-    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
+    RtRequest request = LinkRequest(RTM_SETLINK, index);
     request.Put(IFLA_ADDRESS, mac.data(), mac.size());
     return socket->Do(&request);
 }
 
 int Link_SetGroup(RtSocket *socket, int index, uint32_t group) {
-    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
-    request.Put32(IFLA_GROUP, group);
-    return socket->Do(&request);
+    return SetNumber(socket, index, IFLA_GROUP, group);
 }
 
 int Link_SetName(RtSocket *socket, int index, const char *name) {
-    RtRequest request = LinkRequest(RTM_SETLINK, 0, index);
+    RtRequest request = LinkRequest(RTM_SETLINK, index);
     request.PutText(IFLA_IFNAME, name);
     return socket->Do(&request);
 }
 
 int Link_Delete(RtSocket *socket, int index) {
-    RtRequest request = LinkRequest(RTM_DELLINK, 0, index);
+    RtRequest request = LinkRequest(RTM_DELLINK, index);
     return socket->Do(&request);
 }
 
 int Link_DeleteGroup(RtSocket *socket, uint32_t group) {
-    RtRequest request = LinkRequest(RTM_DELLINK, 0, 0);
+    RtRequest request = LinkRequest(RTM_DELLINK, NO_INDEX);
     request.Put32(IFLA_GROUP, group);
     return socket->Do(&request);
 }
 
 int Link_MakeVeth(RtSocket *socket, const VethPlan &plan) {
-    RtRequest request = LinkRequest(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL, 0);
+    RtRequest request = LinkRequest(RTM_NEWLINK, NO_INDEX, NLM_F_CREATE | NLM_F_EXCL);
     request.PutText(IFLA_IFNAME, plan.name);
     request.Put32(IFLA_GROUP, plan.group);
     request.Put32(IFLA_NUM_TX_QUEUES, VETH_QUEUES);

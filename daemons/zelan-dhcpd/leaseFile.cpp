@@ -88,17 +88,10 @@ FileDescriptor Replace(const Place &place, const std::string &text, const OwnUse
     return {};
 }
 
-bool IsWanted(const LeasePlan &plan, const DhcpLease &lease) {
-    return plan.subnets.empty() ||
-           std::any_of(plan.subnets.begin(), plan.subnets.end(),
-                       [&](const Ipv4Subnet &subnet) { return subnet.Contains(lease.address); });
-}
-
 std::vector<DhcpLease> Merge(const LeasePlan &plan, std::vector<DhcpLease> found) {
     std::vector<DhcpLease> leases = plan.fixed;
     std::copy_if(found.begin(), found.end(), std::back_inserter(leases), [&](const DhcpLease &lease) {
-        return IsWanted(plan, lease) &&
-               std::none_of(plan.fixed.begin(), plan.fixed.end(),
+        return std::none_of(plan.fixed.begin(), plan.fixed.end(),
                             [&](const DhcpLease &fixed) { return fixed.address == lease.address; });
     });
     return leases;

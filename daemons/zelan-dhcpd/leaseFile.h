@@ -10,9 +10,8 @@
 // What the next server is to find there.
 struct LeasePlan {
     LeaseFormat format = LeaseFormat::DNSMASQ;
-    OwnUser owner;                    // the server's user
-    std::vector<DhcpLease> fixed;     // of fixed addresses, which only dnsmasq has in its file
-    std::vector<Ipv4Subnet> subnets;  // leases of other addresses are left out; empty for all
+    OwnUser owner;                 // the server's user
+    std::vector<DhcpLease> fixed;  // of fixed addresses, which only dnsmasq has in its file
 };
 
 // Makes the file, or turns the other server's leases into the ones of the plan: whole or not at all, with

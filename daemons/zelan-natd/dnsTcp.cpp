@@ -1,5 +1,5 @@
 #include <arpa/inet.h>
-#include <netinet/tcp.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -23,11 +23,6 @@ constexpr std::chrono::seconds TRANSFER_TIME{5};
 
 // No question is nearly as long as a message may be.
 constexpr size_t MAX_QUESTION = 4096;
-
-void SendAtOnce(const FileDescriptor &connection) {
-    int on = 1;
-    setsockopt(connection.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-}
 
 std::string WithLength(const std::string &message) {
     return std::string({static_cast<char>(message.size() >> 8), static_cast<char>(message.size())}) + message;
@@ -132,7 +127,6 @@ void DnsOverTcp::Accept(DnsClock::time_point now) {
     if (!connection.guest) {
         return;
     }
-    SendAtOnce(connection.guest);
     connection.sender = Dns_GuestOf(connection.guest, guest);
     DnsLoad load = DnsShare_Count(connections_);
     if (load[connection.sender] >= MAX_CONNECTIONS_OF_ONE) {
@@ -203,7 +197,6 @@ void DnsOverTcp::TryServer(Connection *connection, DnsClock::time_point now, Nam
             (connect(connection->server.get(), reinterpret_cast<const sockaddr *>(&server.address),
                      server.size) == 0 ||
              errno == EINPROGRESS)) {
-            SendAtOnce(connection->server);
             connection->bytes = WithLength(connection->question);
             Enter(connection, Step::CONNECT, now);
             return;

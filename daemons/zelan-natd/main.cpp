@@ -42,11 +42,11 @@ constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_SYS_ADMIN, CAP_NET_BIND_SERVI
 
 // To poll, to talk to guests and name servers, and to read the list of these.
 constexpr int SYSTEM_CALLS[] = {
-    SYS_ppoll,      SYS_socket,     SYS_connect,    SYS_accept4,         SYS_sendto, SYS_recvmsg,
-    SYS_recvfrom,   SYS_setsockopt, SYS_getsockopt, SYS_close,           SYS_openat, SYS_read,
-    SYS_newfstatat, SYS_fstat,      SYS_ioctl,      SYS_restart_syscall,
+    SYS_ppoll,   SYS_socket,     SYS_connect,    SYS_accept4, SYS_sendto,
+    SYS_recvmsg, SYS_recvfrom,   SYS_getsockopt, SYS_close,   SYS_openat,
+    SYS_read,    SYS_newfstatat, SYS_fstat,      SYS_ioctl,   SYS_restart_syscall,
 #ifdef SYS_poll
-    SYS_poll,       SYS_open,       SYS_stat,
+    SYS_poll,    SYS_open,       SYS_stat,
 #endif
 };
 

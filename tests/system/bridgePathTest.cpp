@@ -6,8 +6,7 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <utility>
+#include <cstring>
 
 #include "tests/support/daemonStart.h"
 #include "tests/support/frames.h"
@@ -37,10 +36,8 @@ class BridgeWay : public testing::TestWithParam<Way> {
     // Kernels before 6.6 have no links for interfaces, and get filters all the same.
     bool IsByFilters() const {
         utsname kernel = {};
-        unsigned major = 0, minor = 0;
-        return GetParam() == Way::FILTERS || (GetParam() == Way::LINKS && uname(&kernel) == 0 &&
-                                              sscanf(kernel.release, "%u.%u", &major, &minor) == 2 &&
-                                              std::pair(major, minor) < std::pair(6U, 6U));
+        return GetParam() == Way::FILTERS ||
+               (GetParam() == Way::LINKS && uname(&kernel) == 0 && strverscmp(kernel.release, "6.6") < 0);
     }
 
     void SetUp() override {

@@ -173,9 +173,11 @@ TEST_F(Nat, TablesAreAsDocumented) {
     EXPECT_EQ(
         "lo 127.0.0.1/8 host\nguests 192.168.10.2/24 192.168.10.255\nuplink 100.127.252.34/30 "
         "100.127.252.35\n"
-        "default via 100.127.252.33 dev uplink proto static \n",
+        "default via 100.127.252.33 dev uplink proto static \n" +
+            ReadFileText("/var/run/zelan-natd-8.mac"),
         RunShell("nsenter --net=" + space.substr(0, space.find('\n')) +
-                 " sh -c 'ip -o address | awk \"{print \\$2, \\$4, \\$6}\"; ip route | grep via'")
+                 " sh -c 'ip -o address | awk \"{print \\$2, \\$4, \\$6}\"; ip route | grep via;"
+                 " ip -br link show guests | awk \"{print toupper(\\$3)}\"'")
             .output);
     const std::string queues = " numtxqueues 1 numrxqueues 1\n";
     EXPECT_EQ(

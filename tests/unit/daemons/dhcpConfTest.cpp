@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <tuple>
 
 #include "daemons/zelan-dhcpd/dnsmasqConf.h"
 
@@ -49,11 +50,7 @@ std::string InSubnet(const std::string &statements, const std::string &outside =
 TEST(DhcpConf, ToldToDnsmasq) {
     const std::string one = "1\ndhcp-ignore-clid\n";
     const std::string placed = "dhcp-range=10.1.2.0,static,255.255.255.0,10.1.2.255,600\n";
-    const struct {
-        const char *condition;
-        std::string text;
-        std::string lines;
-    } cases[] = {
+    const std::tuple<const char *, std::string, std::string> cases[] = {
         {"ranges, one backwards and one of a single address",
          InSubnet("range 10.1.2.9 10.1.2.7; range 10.1.2.11;"),
          "4\ndhcp-ignore-clid\ndhcp-range=10.1.2.7,10.1.2.9,255.255.255.0,10.1.2.255,600\n"
@@ -146,8 +143,8 @@ TEST(DhcpConf, ToldToDnsmasq) {
              InSubnet(""),
          one + placed},
     };
-    for (const auto &row : cases) {
-        EXPECT_EQ(row.lines, Converted(row.text)) << row.condition;
+    for (const auto &[condition, text, lines] : cases) {
+        EXPECT_EQ(lines, Converted(text)) << condition;
     }
     const std::string longest =
         InSubnet("option merit-dump \"" + std::string(255, 'd') + "\"; filename \"" + std::string(127, 'f') +

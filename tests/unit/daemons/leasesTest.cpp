@@ -58,6 +58,15 @@ TEST(Leases, LastWordOfDhcpdCounts) {
         Leases_Write(LeaseFormat::DNSMASQ, Leases_Read(LeaseFormat::ISC, text, NOW - 1000), NOW));
 }
 
+TEST(Leases, FileIsKnownByItsFirstWord) {
+    std::string formats;
+    for (const char *text : {"", "# dhcpd\n", "0 2:0:0:0:0:1", "duid 1", "lease 1", "HOST", "group {",
+                             "failover", "authoring-byte-order x", "server-duid", "1x", "\"1\"", ";"}) {
+        formats += std::to_string(static_cast<int>(Leases_FormatOf(text)));
+    }
+    EXPECT_EQ("0011222222333", formats) << "empty, of dnsmasq, of dhcpd, foreign";
+}
+
 TEST(Leases, WhatClientsSayStaysInItsField) {
     const std::string evil = "x\n0 02:00:00:00:00:09 10.1.2.9 * *\";}\\\n\tlease 10.1.2.9 {";
     const std::vector<DhcpLease> leases = {{0x0a010203, "02:00:00:00:00:03", evil, evil, 0}};

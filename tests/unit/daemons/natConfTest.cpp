@@ -4,6 +4,7 @@
 
 #include <sstream>
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -60,11 +61,7 @@ TEST(NatConf, WhatIsLeftOutHasItsDefault) {
 
 TEST(NatConf, BrokenFileIsRefusedWithLineAndReason) {
     const std::string begin = "[host]\nip = 192.168.10.2\nnetmask = 255.255.255.0\n";
-    const struct {
-        std::string text;
-        int line;
-        const char *reason;
-    } cases[] = {
+    const std::tuple<std::string, int, const char *> cases[] = {
         {"", 0, "ip or netmask is missing"},
         {"[host]\nip = 192.168.10.0\nnetmask = 255.255.255.0\n", 0, "no host of its subnet"},
         {"[host]\nip = 192.168.10.255\nnetmask = 255.255.255.0\n", 0, "no host of its subnet"},
@@ -88,12 +85,12 @@ TEST(NatConf, BrokenFileIsRefusedWithLineAndReason) {
         {begin + "[incomingtcp]\n80 = 192.168.10.5:1\n0x50 = 192.168.10.6:1\n", 6, "forwarded twice"},
         {begin + std::string("# a\0b\n", 6), 4, "zero byte"},
     };
-    for (const auto &row : cases) {
+    for (const auto &[text, line, reason] : cases) {
         NatConf conf;
         NatConfFault fault;
-        EXPECT_FALSE(NatConf_Parse(row.text, &conf, &fault)) << row.text;
-        EXPECT_EQ(row.line, fault.line) << row.text;
-        EXPECT_NE(std::string::npos, fault.reason.find(row.reason)) << row.text << fault.reason;
+        EXPECT_FALSE(NatConf_Parse(text, &conf, &fault)) << text;
+        EXPECT_EQ(line, fault.line) << text;
+        EXPECT_NE(std::string::npos, fault.reason.find(reason)) << text << fault.reason;
     }
 }
 
