@@ -66,13 +66,18 @@ namespace {
 
 const char *watched;  // the function whose call behind so many fails; "": all are counted; null: none is
 int callsBefore;
+bool forGood;  // and each one after that
 std::map<std::string, int> callsMade;
 
 bool FailsNow(const char *name) {
     if (watched != nullptr && *watched == '\0') {
         callsMade[name]++;
     }
-    return watched != nullptr && strcmp(name, watched) == 0 && callsBefore-- == 0;
+    if (watched == nullptr || strcmp(name, watched) != 0) {
+        return false;
+    }
+    const int before = callsBefore--;
+    return before == 0 || (forGood && before < 0);
 }
 
 }  // namespace
@@ -276,14 +281,19 @@ TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
     }
     for (const char *function : std::span(FUNCTIONS).subspan(GetParam().panics ? 7 : 0)) {
         // What is found out once only is not asked for again.
-        for (int k = 0; k < callsMade[function] && (k == 0 || callsBefore < 0); k++) {
+        for (int k = 0; k < 2 * callsMade[function] && (k < 2 || callsBefore < 0); k++) {
+            forGood = k % 2 == 1;
             SCOPED_TRACE(function + std::string(" ") + std::to_string(k));
             const Network network;
             const size_t descriptors = Descriptors();
-            const bool result = count([&] { return Watch(function, k, call); }, &reasons);
-            EXPECT_EQ(descriptors, Descriptors());
-            EXPECT_TRUE(Network::LockIsFree());
+            const bool result = count([&] { return Watch(function, k / 2, call); }, &reasons);
+            EXPECT_GE(descriptors, Descriptors());
             EXPECT_TRUE(result || reasons);
+            if (forGood) {  // nor can the way back be gone then
+                EXPECT_TRUE(Network::LockIsFree() || *HBLNetCfgDefaultSlot() == nullptr);
+                continue;
+            }
+            EXPECT_TRUE(Network::LockIsFree());
             EXPECT_TRUE(!reasons || call());
             EXPECT_EQ(undisturbed, network.State());
         }
@@ -331,87 +341,87 @@ bool Unloaded(bool (*call)()) {
 }
 
 const Call CALLS[] = {
-    {"AddAnswer", false, 26, 2284631384,
+    {"AddAnswer", false, 81, 2083682462,
      [] { return HBL_VnetCfgAddAnswer("VNET_8_HOSTONLY_SUBNET", "192.168.41.0"); }},
-    {"RemoveAnswer", false, 14, 2718151488, [] { return HBL_VnetCfgRemoveAnswer("VNET_8_DHCP"); }},
-    {"SetDefaultLogLevel", false, 176, 3697442335, [] { return HBL_SetDefaultLogLevel(9); }},
-    {"StartNat", false, 934, 2972536046, [] { return HBL_StartService(vnet, HBL_SERVICE_NAT); }},
-    {"StartBridge", false, 1038, 3909965222, [] { return HBL_StartService(vnet, HBL_SERVICE_BRIDGE); }},
-    {"StopService", false, 192, 3269847077, [] { return HBL_StopService(vnet, HBL_SERVICE_NAT); }},
-    {"DeleteVnet", false, 12678, 59717014, [] { return HBL_DeleteVnetFromDatabase(vnet); }},
-    {"DhcpOff", false, 870, 2206292172, [] { return HBL_SetVnetUseDHCP(vnet, false, true); }},
-    {"DhcpOn", false, 476, 4273120430,
+    {"RemoveAnswer", false, 37, 4256612892, [] { return HBL_VnetCfgRemoveAnswer("VNET_8_DHCP"); }},
+    {"SetDefaultLogLevel", false, 290, 3310974031, [] { return HBL_SetDefaultLogLevel(9); }},
+    {"StartNat", false, 1539, 701712959, [] { return HBL_StartService(vnet, HBL_SERVICE_NAT); }},
+    {"StartBridge", false, 1713, 1134694337, [] { return HBL_StartService(vnet, HBL_SERVICE_BRIDGE); }},
+    {"StopService", false, 283, 489658622, [] { return HBL_StopService(vnet, HBL_SERVICE_NAT); }},
+    {"DeleteVnet", false, 24945, 1083623381, [] { return HBL_DeleteVnetFromDatabase(vnet); }},
+    {"DhcpOff", false, 1342, 393821268, [] { return HBL_SetVnetUseDHCP(vnet, false, true); }},
+    {"DhcpOn", false, 806, 300949242,
      [] {
          return Undisturbed([] { return HBL_SetVnetUseDHCP(vnet, false, false); }) &&
                 HBL_SetVnetUseDHCP(vnet, true, false);
      }},
-    {"SetDhcpParam", false, 310, 3149408179,
+    {"SetDhcpParam", false, 503, 1117052128,
      [] { return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE + foreign, "60", 2); }},
-    {"GetDhcpParam", false, 179, 692745210,
+    {"GetDhcpParam", false, 207, 1861819657,
      [] { return HBL_GetDHCPParam(vnet, HBL_PARAM_DHCP_FIRST_ADDRESS + foreign, true, text, Size(&size)); }},
-    {"SetTie", false, 312, 1930479210, [] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.10", mac); }},
-    {"RemoveTie", false, 449, 2033648,
+    {"SetTie", false, 529, 1950462518, [] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.10", mac); }},
+    {"RemoveTie", false, 711, 3968852759,
      [] {
          return Undisturbed([] { return HBL_SetDHCPIPToMAC(vnet, "192.168.40.9", mac); }) &&
                 HBL_SetDHCPIPToMAC(vnet, nullptr, mac);
      }},
-    {"UpdateDhcp", false, 13162, 132974996,
+    {"UpdateDhcp", false, 21682, 3946017952,
      [] {
          return Undisturbed([] { return HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2); }) &&
                 HBL_UpdateDHCPFromConfig(vnet);
      }},
-    {"NatOff", false, 324, 2199043427, [] { return HBL_SetVnetUseNAT(vnet, false, true); }},
-    {"SetNatParam", false, 281, 3156456971,
+    {"NatOff", false, 544, 1099963402, [] { return HBL_SetVnetUseNAT(vnet, false, true); }},
+    {"SetNatParam", false, 456, 1057951161,
      [] { return HBL_SetNATParam(vnet, HBL_PARAM_NAT_UDP_TIMEOUT + foreign, "30", 2); }},
-    {"GetNatParam", false, 117, 2944211691,
+    {"GetNatParam", false, 127, 217972778,
      [] { return HBL_GetNATParam(vnet, HBL_PARAM_NAT_GATEWAY + foreign, true, text, Size(&size)); }},
-    {"SetForward", false, 289, 853371746,
+    {"SetForward", false, 490, 1011258969,
      [] { return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.10", 81, "ftp", 3); }},
-    {"RemoveForward", false, 390, 4122482556,
+    {"RemoveForward", false, 605, 2718749237,
      [] {
          return Undisturbed(
                     [] { return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.9", 80, nullptr, 0); }) &&
                 HBL_SetNATPortForward(vnet, true, 80, nullptr, 0, nullptr, 0);
      }},
-    {"UpdateNat", false, 2429, 428204663, [] { return HBL_UpdateNATFromConfig(vnet); }},
-    {"EnableAdapter", false, 1778, 1033334057, [] { return HBL_EnableNetworkAdapter(vnet); }},
-    {"UpdateAdapter", false, 2461, 3864279482,
+    {"UpdateNat", false, 4303, 1423455265, [] { return HBL_UpdateNATFromConfig(vnet); }},
+    {"EnableAdapter", false, 3188, 3410649635, [] { return HBL_EnableNetworkAdapter(vnet); }},
+    {"UpdateAdapter", false, 4395, 758656061,
      [] {
          return Undisturbed([] { return HBL_EnableNetworkAdapter(vnet); }) &&
                 HBL_UpdateAdapterFromConfig(vnet);
      }},
-    {"DisableAdapter", false, 1810, 3650154445,
+    {"DisableAdapter", false, 3139, 1487320031,
      [] {
          return Undisturbed([] { return HBL_EnableNetworkAdapter(vnet); }) && HBL_DisableNetworkAdapter(vnet);
      }},
-    {"AdapterOff", false, 252, 3246830939, [] { return HBL_SetVnetUseAdapter(vnet, false, true); }},
-    {"AdapterList", false, 251, 1188180909,
+    {"AdapterOff", false, 430, 2335701230, [] { return HBL_SetVnetUseAdapter(vnet, false, true); }},
+    {"AdapterList", false, 300, 2756802478,
      [] {
          HBL_HostAdapterList *list = nullptr;
          const bool got = HBL_GetHostAdapterList(version, &list);
          HBL_FreeHostAdapterList(list);
          return got;
      }},
-    {"DefaultOff", false, 691, 2381636014, [] { return SetDefaultBridge(HBL_VNET_NONE, version); }},
-    {"MoveAdapter", false, 1309, 3758474013, [] { return MoveAdapter("eth5", 8, version); }},
-    {"GetFeatures", false, 584, 953769249, [] { return Features(HBL_GetVnetFeatures); }},
-    {"SetSubnet", false, 766, 1847582087,
+    {"DefaultOff", false, 1195, 4255092533, [] { return SetDefaultBridge(HBL_VNET_NONE, version); }},
+    {"MoveAdapter", false, 2274, 472139571, [] { return MoveAdapter("eth5", 8, version); }},
+    {"GetFeatures", false, 861, 1082343390, [] { return Features(HBL_GetVnetFeatures); }},
+    {"SetSubnet", false, 1134, 3625589430,
      [] { return HBL_SetVnetSubnetAddr(vnet, nullptr) && HBL_SetVnetSubnetAddr(vnet, "192.168.42.0"); }},
-    {"Export", false, 752, 4130431925, [] { return HBL_ExportDatabaseToFile(nullptr); }},
-    {"Import", true, 2400, 561565136,
+    {"Export", false, 1354, 1521368697, [] { return HBL_ExportDatabaseToFile(nullptr); }},
+    {"Import", true, 4485, 3704302308,
      [] {
          std::filesystem::remove(FORMER);
          return HBL_ImportDatabaseFromFile(BACKUP);
      }},
-    {"Create", true, 425, 3824779050,
+    {"Create", true, 708, 623061806,
      [] {
          return Unloaded([] {
              std::filesystem::remove(FORMER);
              return HBL_CreateNetworkingDB(true);
          });
      }},
-    {"Delete", false, 51, 1484351037, [] { return Unloaded(HBL_DeleteNetworkingDB); }},
-    {"Rewrite", false, 383, 1013360762,
+    {"Delete", false, 60, 2393844612, [] { return Unloaded(HBL_DeleteNetworkingDB); }},
+    {"Rewrite", false, 670, 3318386596,
      [] {
          HBLNetworkConfigurationDB *db = nullptr;
          const auto change = [&db] {
@@ -419,33 +429,33 @@ const Call CALLS[] = {
          };
          return Undisturbed(change) && HBLNetCfgUnload(&db, true);
      }},
-    {"ServiceStatus", false, 134, 2117292300,
+    {"ServiceStatus", false, 157, 60673426,
      [] { return HBL_GetServiceStatus(vnet, HBL_SERVICE_DHCP) == HBL_SERVICE_STATUS_STOPPED; }},
-    {"AssignSubnet", false, 810, 2051445240,
+    {"AssignSubnet", false, 1234, 2192125213,
      [] {
          return HBL_AssignSubnetAddressToVnet(vnet, true) &&
                 Undisturbed([] { return HBL_SetVnetSubnetAddr(vnet, "192.168.40.0"); });
      }},
-    {"CheckSubnet", false, 70, 1523417628,
+    {"CheckSubnet", false, 74, 2826952546,
      [] {
          bool available;
          return HBL_CheckSubnetAvailability(vnet, false, 1, 1, &available);
      }},
-    {"UnusedSubnet", false, 395, 4019759155, [] { return HBL_GetUnusedSubnet(text, room, otherText, room); }},
-    {"AdapterStatus", false, 96, 1683908385,
+    {"UnusedSubnet", false, 407, 1558678203, [] { return HBL_GetUnusedSubnet(text, room, otherText, room); }},
+    {"AdapterStatus", false, 108, 1916572123,
      [] {
          bool installed, enabled;
          return HBL_GetVnetAdapterStatus(vnet, &installed, &enabled);
      }},
-    {"Device", false, 125, 1930587290,
+    {"Device", false, 161, 446000502,
      [] { return HBL_DeleteZelanDevice(vnet) && HBL_CreateZelanDevice(vnet); }},
     {"GetDefault", false, 42, 2418900887,
      [] {
          HBL_NetworkID network = NetworkOf(0, version);
          return HBL_GetBridgeDefaultNetwork(&network);
      }},
-    {"FindFeatures", false, 627, 729818083, [] { return Features(HBL_FindVnetWithFeatures); }},
-    {"Addresses", false, 490, 2409155336,
+    {"FindFeatures", false, 926, 2415081667, [] { return Features(HBL_FindVnetWithFeatures); }},
+    {"Addresses", false, 881, 2892751510,
      [] {
          return HBL_SetVnetSubnetMask(vnet, "255.255.0.0") && HBL_SetVnetAdapterAddr(vnet, "192.168.40.1");
      }},
@@ -462,7 +472,7 @@ const Call CALLS[] = {
               HBL_EnumNATPortForward(vnet, true, Start(), &port, text, Size(&size), &port, otherText,
                                      Size(&otherSize))});
      }},
-    {"GetAddresses", false, 232, 2755879649,
+    {"GetAddresses", false, 285, 1384156365,
      [] {
          return All({HBL_GetVnetSubnetMask(vnet, text, Size(&size)),
                      HBL_GetVnetSubnetAddr(vnet, text, Size(&size)),
