@@ -22,8 +22,9 @@ namespace {
 #define CAP_BPF 39
 #endif
 
-// CAP_SETUID and CAP_SETGID are for the copying process, should there be one.
-constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_NET_RAW, CAP_BPF, CAP_SETUID, CAP_SETGID};
+// The last three are for the copying process, should there be one: it is another user's, whom the kernel ends
+// in the name of the keeper when that one dies.
+constexpr int CAPABILITIES[] = {CAP_NET_ADMIN, CAP_NET_RAW, CAP_BPF, CAP_SETUID, CAP_SETGID, CAP_KILL};
 
 struct Arguments {
     DaemonContract contract;

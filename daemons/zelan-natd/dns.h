@@ -79,7 +79,7 @@ class DnsOverTcp {
 
   private:
     // What is done, in this order; each step waits for one socket alone.
-    enum class Step : uint8_t { TAKE_QUESTION, CONNECT, ASK, TAKE_ANSWER, REPLY, OVER };
+    enum class Step : uint8_t { TAKE_QUESTION, ASK, TAKE_ANSWER, REPLY, OVER };
     struct Connection {
         DnsGuest sender = 0;
         FileDescriptor guest;

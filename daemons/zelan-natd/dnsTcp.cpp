@@ -16,9 +16,9 @@ constexpr size_t MAX_CONNECTIONS = 64;
 // One more costs the guest its oldest.
 constexpr size_t MAX_CONNECTIONS_OF_ONE = 4;
 constexpr std::chrono::seconds IDLE_TIME{20};
-// How long a name server has to take a connection.
-constexpr std::chrono::seconds CONNECT_TIME{3};
-// How long either end has to take a message, and the name server to answer it.
+// How long a name server has to take a connection and the question.
+constexpr std::chrono::seconds ASK_TIME{3};
+// How long the name server has to answer, and the guest to take that.
 constexpr std::chrono::seconds TRANSFER_TIME{5};
 
 // No question is nearly as long as a message may be.
@@ -70,7 +70,6 @@ pollfd DnsOverTcp::WaitFor(const Connection &connection) {
     switch (connection.step) {
         case Step::TAKE_QUESTION:
             return {connection.guest.get(), POLLIN, 0};
-        case Step::CONNECT:
         case Step::ASK:
             return {connection.server.get(), POLLOUT, 0};
         case Step::TAKE_ANSWER:
@@ -101,8 +100,7 @@ DnsClock::time_point DnsOverTcp::Deadline() const {
 void DnsOverTcp::Serve(std::span<const pollfd> waits, DnsClock::time_point now, NameServers *servers) {
     for (size_t i = 0; i < connections_.size(); i++) {
         Connection &connection = connections_[i];
-        bool withServer = connection.step == Step::CONNECT || connection.step == Step::ASK ||
-                          connection.step == Step::TAKE_ANSWER;
+        bool withServer = connection.step == Step::ASK || connection.step == Step::TAKE_ANSWER;
         if (waits[i + 1].revents != 0) {
             Advance(&connection, now, servers);
         } else if (connection.deadline <= now && withServer) {
@@ -141,7 +139,7 @@ void DnsOverTcp::Accept(DnsClock::time_point now) {
 void DnsOverTcp::Enter(Connection *connection, Step step, DnsClock::time_point now) {
     connection->step = step;
     connection->deadline = now + (step == Step::TAKE_QUESTION ? IDLE_TIME
-                                  : step == Step::CONNECT     ? CONNECT_TIME
+                                  : step == Step::ASK         ? ASK_TIME
                                                               : TRANSFER_TIME);
 }
 
@@ -150,7 +148,6 @@ void DnsOverTcp::Advance(Connection *connection, DnsClock::time_point now, NameS
         case Step::TAKE_QUESTION:
             TakeQuestion(connection, now, servers);
             break;
-        case Step::CONNECT:
         case Step::ASK:
             Ask(connection, now, servers);
             break;
@@ -198,18 +195,14 @@ void DnsOverTcp::TryServer(Connection *connection, DnsClock::time_point now, Nam
                      server.size) == 0 ||
              errno == EINPROGRESS)) {
             connection->bytes = WithLength(connection->question);
-            Enter(connection, Step::CONNECT, now);
+            Enter(connection, Step::ASK, now);
             return;
         }
     }
     Reply(connection, DnsMessage_Answer(connection->question, DnsVerdict::SERVER_FAILURE), now);
 }
 
-// The first byte that can be sent shows that the connection is there.
 void DnsOverTcp::Ask(Connection *connection, DnsClock::time_point now, NameServers *servers) {
-    if (connection->step == Step::CONNECT) {
-        Enter(connection, Step::ASK, now);
-    }
     Transfer transfer = SendMessage(connection->server, &connection->bytes);
     if (transfer == Transfer::FAILED) {
         TryServer(connection, now, servers);

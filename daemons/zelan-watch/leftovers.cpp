@@ -82,14 +82,11 @@ void RemovePidFile(const std::string &path, pid_t dead) {
     }
     FileDescriptor folder(open(path.substr(0, slash + 1).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     const char *name = path.c_str() + slash + 1;
-    FileDescriptor file(folder ? openat(folder.get(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
-                               : -1);
+    FileDescriptor file(openat(folder.get(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (file && NamesDead(file, dead)) {
         unlinkat(folder.get(), name, 0);
     }
-    if (folder) {
-        unlinkat(folder.get(), File_Unfinished(name).c_str(), 0);
-    }
+    unlinkat(folder.get(), File_Unfinished(name).c_str(), 0);
 }
 
 bool IsStillSwitch(RtSocket *socket, const UnusedSwitch &unused) {

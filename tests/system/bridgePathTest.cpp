@@ -249,6 +249,7 @@ TEST(BridgeCopies, TakePlaceInAProcessWithoutPrivilegesThatComesBackAndEndsWithI
             .output);
     Must("pkill -KILL -x zelan-copy");
     EXPECT_TRUE(WaitUntil([&] { return guest.Run("ping -c 1 -W 1 10.9.0.1").Succeeded(); })) << bridge;
+    Must("pkill -STOP -x zelan-copy");  // so that it cannot end by itself
     KillDaemon(bridge);
     EXPECT_TRUE(WaitUntil([] { return !RunShell("pgrep -x zelan-copy").Succeeded(); }));
 }

@@ -111,8 +111,10 @@ realtime priority 0 0
     // Once it has been told to begin.
     EXPECT_TRUE(WaitUntil([&held] {
         held = RunShell(
-            "for pid in $(ps -e -o pid=,comm= | awk '/zelan/ {print $1}'); do ls -l /proc/$pid/fd; done");
-        return held.output.find("pipe:") == std::string::npos;
+            "for pid in $(ps -e -o pid=,comm= | awk '/zelan/ {print $1}'); do ls -l /proc/$pid/fd; done;"
+            " ss -xH state established");
+        return held.output.find("pipe:") == std::string::npos &&
+               held.output.find("/watch") == std::string::npos;
     })) << held;
     EXPECT_NE(std::string::npos, held.output.find("pidfd")) << "the watcher looks at no process\n" << held;
     EXPECT_EQ(std::string::npos, held.output.find("passwd")) << held;
@@ -143,7 +145,7 @@ TEST(DaemonContract, WaitingDaemonHasNoPrivilegeLeft) {
     const std::string none = " 0000000000000000 0000000000000000 ";
     const std::string own = RunShell("printf %s $(id -u harbrel)").output;
     const std::string expected =
-        "zelan-bridge S 0 00000080000030c0 00000080000030c0 00000080000030c0 1 0 \n"
+        "zelan-bridge S 0 00000080000030e0 00000080000030e0 00000080000030e0 1 0 \n"
         "zelan-detect S " +
         own + none + "00000000000010e0 1" + filter + "\nzelan-natd S " + own + none + "00000000002014e0 1" +
         filter + "\nzelan-netifup S " + own + none + "00000000000030e0 1" + filter +

@@ -1,25 +1,23 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/netns.h"
 
 namespace {
 
-struct PingCase {
-    const char *arguments;
-    int status;
-    const char *why;
-};
+// Arguments, the status that they lead to, and why.
+using PingCase = std::tuple<const char *, int, const char *>;
 
 // All at once, so that none may take another's answer.
 void ExpectStatuses(const std::vector<PingCase> &cases) {
     std::string line;
-    for (const PingCase &row : cases) {
-        line.append("(").append(ProgramPath("orvane-ping")).append(" ").append(row.arguments);
-        line.append(" 2>&1; [ $? -eq ").append(std::to_string(row.status)).append(" ] || echo \"");
-        line.append(row.why).append("\") & ");
+    for (const auto &[arguments, status, why] : cases) {
+        line.append("(").append(ProgramPath("orvane-ping")).append(" ").append(arguments);
+        line.append(" 2>&1; [ $? -eq ").append(std::to_string(status)).append(" ] || echo \"");
+        line.append(why).append("\") & ");
     }
     EXPECT_EQ("", RunShell(line + "wait").output);
 }
