@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <sstream>
 
 #include "tests/support/tool.h"
 
@@ -11,12 +10,9 @@ class EditorTest : public ToolTest {
     static std::vector<std::string> EditorCommand(const std::vector<std::string> &arguments) {
         return Command(arguments, "harbrelctl");
     }
-    // A line of words, without quoting.
-    static std::vector<std::string> Words(const std::string &line) {
-        std::istringstream stream(line);
-        return {std::istream_iterator<std::string>(stream), {}};
+    static CommandResult Edit(const std::string &line) {
+        return RunShell("exec " + ProgramPath("harbrelctl") + " " + line);
     }
-    static CommandResult Edit(const std::string &line) { return RunCommand(EditorCommand(Words(line))); }
     static CommandResult MustEdit(const std::string &line) {
         CommandResult result = Edit(line);
         EXPECT_TRUE(result.Succeeded()) << line << "\n" << result;

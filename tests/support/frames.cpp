@@ -19,16 +19,6 @@ constexpr char TEST_PROTOCOL[] = "\x88\xb5";
 constexpr char TAG_PROTOCOL[] = "\x81\0";
 constexpr size_t MINIMAL_FRAME = 60;
 
-// Of two digits each, whatever stands between them.
-std::string FromHex(std::string digits) {
-    std::erase_if(digits, [](char letter) { return letter == ':' || letter == ' '; });
-    std::string bytes;
-    for (size_t i = 0; i < digits.size(); i += 2) {
-        bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-    }
-    return bytes;
-}
-
 std::string Tags(const std::vector<int> &tags) {
     std::string bytes;
     for (const int tag : tags) {
@@ -45,6 +35,15 @@ int IndexOf(const Machine *machine, const std::string &link) {
 }
 
 }  // namespace
+
+std::string FromHex(std::string digits) {
+    std::erase_if(digits, [](char letter) { return letter == ':' || letter == ' '; });
+    std::string bytes;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    }
+    return bytes;
+}
 
 std::string TestFrame::Bytes() const {
     std::string bytes = FromHex(to) + FromHex(from) + Tags(tags);

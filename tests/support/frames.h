@@ -8,6 +8,9 @@
 #include "lib/misc/owners.h"
 #include "tests/support/netns.h"
 
+// The bytes of two digits each, whatever stands between them.
+std::string FromHex(std::string digits);
+
 // Puts whole Ethernet frames on a machine's interface; with null on the host's. Failure fails the test.
 void SendFrames(const Machine *machine, const std::string &link, const std::vector<std::string> &frames);
 inline void SendFrame(const Machine *machine, const std::string &link, const std::string &frame) {

@@ -22,8 +22,7 @@ class Doctor : public EditorTest {
                 "answer VNET_8_DHCP_PARAM_LEASE_END_IP 10.7.8.132\nadd_bridge_mapping eth0 0\n");
         MustEdit("start");
     }
-    // All that it finds on zelan8 or, then with the name, elsewhere; without the cures and the numbers of
-    // processes.
+    // Without the cures and what may differ: what has no name before it is of zelan8.
     static std::string Findings(const std::string &options = "") {
         return RunShell(ProgramPath("harbrelctl") + " doctor " + options +
                         " | sed -E '/^    | well$/d; s/process [0-9]+/process N/; s/^zelan8: //'")
@@ -123,10 +122,7 @@ TEST_P(ServedDoctor, PacketsProveWhatFilesCannot) {
     EXPECT_EQ("the gateway does not answer questions for names [dns-silent]\n", Findings("--deep"));
     kill(Pid("zelan-natd-8"), SIGCONT);
     WriteFileText("/etc/resolv.conf", "");
-    EXPECT_TRUE(WaitUntil([] {
-        return Findings("--deep") ==
-               "the gateway finds no name server: see /etc/resolv.conf [dns-no-server]\n";
-    })) << Findings("--deep");
+    EXPECT_TRUE(WaitUntil([] { return Findings("--deep").ends_with(" [dns-no-server]\n"); })) << Findings();
     WriteFileText("/etc/resolv.conf", "nameserver 203.0.113.9\n");
     EXPECT_TRUE(WaitUntil([] { return Findings("--deep").empty(); })) << Findings("--deep");
     Must("ip -n outside link set lo down; ip netns exec outside sysctl -qw net.ipv4.icmp_echo_ignore_all=1");

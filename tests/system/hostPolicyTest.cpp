@@ -61,6 +61,14 @@ TEST_F(HostPolicy, InstallStartsWhatRanPastAFailureAndDhcpOnlyIfAsked) {
     Expect(Run({"--install-host-policy=172.16.9.0,1"}), 0, std::string(CONFIGURED) + COMPLETED, "");
     EXPECT_EQ("zelan-detect.pid ", PidFiles());
     EXPECT_THAT(Settings(), HasSubstr("DHCP yes\n"));
+    for (const char *rest : {"dhcpd", "netifup"}) {  // that runs alone
+        Start();
+        Must("for p in dhcpd-zelan natd- netifup-zelan; do case $p in " + std::string(rest) +
+             "*) ;; *) kill -9 $(cat /var/run/zelan-${p}8.pid); esac; done");
+        EXPECT_TRUE(WaitUntil([&] { return HasLink("zelan8") == (*rest == 'n'); }));
+        EXPECT_TRUE(Run({"--install-host-policy=172.16.9.0,1"}).Succeeded());
+        EXPECT_TRUE(Runs(Pid("zelan-dhcpd-zelan8"))) << rest;
+    }
     Start();
     Must("cd /run/programs && rm zelan-natd zelan-netifup");
     Expect(Run({"--install-host-policy=172.16.9.0,0"}), 1, std::string(STOPPED_8) + CONFIGURED,
@@ -101,7 +109,7 @@ TEST_F(HostPolicy, InstallThatFailsStripsTheNetworkUnlessItCannotBeStopped) {
     Must("rmdir /dev/zelan8");
     Install(Subnet(8) + Feature(8, "DHCP") + Feature(8, "NAT") + Feature(8, "VIRTUAL_ADAPTER") +
             "answer VNET_8_NAT_PARAM_UDP_TIMEOUT 20\nanswer VNET_8_DHCP_PARAM_MAX_LEASE_TIME 7300\n"
-            "answer VNET_8_VIRTUAL_ADAPTER_ADDR 10.7.8.9\n");
+            "answer VNET_8_VIRTUAL_ADAPTER_ADDR 10.7.8.9\nanswer VNET_8_VIRTUAL_ADAPTER_NAME lan8\n");
     Start();
     const pid_t detection = Pid("zelan-detect");
     Must("rm -r /etc/orvane/zelan8/nat && touch /etc/orvane/zelan8/nat");

@@ -94,9 +94,10 @@ TEST_P(ServedFullHost, StartStatusAndStopOfEverything) {
     EXPECT_EQ("10.7.1.1/24 brd 10.7.1.255\n", AddressOf("zelan1"));
     EXPECT_EQ("10.7.8.1/24 brd 10.7.8.255\n", AddressOf("zelan8"));
     EXPECT_TRUE(RunShell("ip -o link show zelan8 | grep -q '[<,]UP[,>]'").Succeeded());
-    const std::string pids = RunShell("cat /var/run/*.pid").output;
+    const std::string pids = RunShell("cat /var/run/zelan-[!d]*.pid").output;
+    Must("kill -9 $(cat /var/run/zelan-dhcpd-*.pid)");  // what still runs shows whose subnet it is
     ExpectInAnyOrder(Run({"--start"}), 0, STARTED, "");
-    EXPECT_EQ(pids, RunShell("cat /var/run/*.pid").output);
+    EXPECT_EQ(pids, RunShell("cat /var/run/zelan-[!d]*.pid").output);
 
     // An interface that is down has its daemon all the same. The former interfaces and switches are still
     // being removed when the new ones are made.
@@ -199,12 +200,14 @@ TEST_F(StartStop, ClosedOutputDoesNotGoToTheDatabase) {
 TEST_F(StartStop, OnlyTheNetworkWhoseSubnetIsNotFreeStaysDown) {
     const std::string networks = std::string(NO_DEFAULT_BRIDGE) + "add_bridge_mapping eth7 1\n" + Subnet(1) +
                                  Feature(1, "VIRTUAL_ADAPTER") + Subnet(2) + Feature(2, "VIRTUAL_ADAPTER");
-    // Network 3 says DHCP, but has no subnet that could be asked for. The bridge makes a node as well.
-    WriteDatabase(networks + Feature(3, "DHCP"));
+    // Networks 3 and 4 have no subnet that could be asked for. The bridge makes a node as well.
+    WriteDatabase(networks + Feature(3, "DHCP") + Feature(4, "NAT"));
     Must("ip address add 10.7.1.1/32 dev lo");
     std::string steps;
-    for (const auto &[slot, network, verdict] :
-         {std::tuple("0", "zelan1", "not "), {"1", "zelan2", ""}, {"2", "zelan3", "not "}}) {
+    for (const auto &[slot, network, verdict] : {std::tuple("0", "zelan1", "not "),
+                                                 {"1", "zelan2", ""},
+                                                 {"2", "zelan3", "not "},
+                                                 {"3", "zelan4", "not "}}) {
         steps += std::string("Creating thread #: ") + slot + " to ping subnet on " + network +
                  "\nChecking availability of subnet configured for " + network + "\nSubnet configured for " +
                  network + " is " + verdict + "available\nChecking if services on " + network +
@@ -215,11 +218,12 @@ TEST_F(StartStop, OnlyTheNetworkWhoseSubnetIsNotFreeStaysDown) {
                      "Commands specified: start \n"
                      "Features configured on zelan1 are: subnet   Bridge HostOnlyAdapter\n"
                      "Features configured on zelan2 are: subnet    HostOnlyAdapter\n"
-                     "Features configured on zelan3 are:  DHCP   \n" +
+                     "Features configured on zelan3 are:  DHCP   \n"
+                     "Features configured on zelan4 are:   NAT  \n" +
                          steps +
                          "Started Bridge networking on zelan1\nEnabled hostonly virtual adapter on zelan2\n" +
                          STARTED_DETECTION,
-                     Taken("zelan1") + Taken("zelan3") + SOME_NOT_STARTED);
+                     Taken("zelan1") + Taken("zelan3") + Taken("zelan4") + SOME_NOT_STARTED);
     EXPECT_FALSE(HasLink("zelan1"));
     EXPECT_EQ("zelan0 zelan1 zelan2 ", Nodes());
     EXPECT_TRUE(Run({"--stop"}).Succeeded());

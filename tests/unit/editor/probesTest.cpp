@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <regex>
 
 #include "apps/zelan/posix/harbrelctl/probes/firewall.h"
 #include "apps/zelan/posix/harbrelctl/probes/frames.h"
+#include "tests/support/frames.h"
 
 namespace {
 
@@ -111,16 +111,6 @@ TEST(EditorFirewall, RulesThatMeetANetworkAreToldFromThoseThatDoNot) {
                              "-A FORWARD -j REJECT --reject-with x\n-A FORWARD -j DROP\n-A FORWARD -j X\n")));
 }
 
-// In hexadecimal, with "." for sixteen zeros.
-std::string Hex(const Frame &frame) {
-    std::string text;
-    for (const uint8_t byte : frame) {
-        constexpr const char *DIGITS = "0123456789abcdef";
-        text += {DIGITS[byte >> 4U], DIGITS[byte & 15U]};
-    }
-    return std::regex_replace(text, std::regex("0{16}"), ".");
-}
-
 // The length from which on a frame is read, and the bytes that have to be as they are.
 std::string Needs(const Frame &frame, const std::function<bool(std::span<const uint8_t>)> &isRead) {
     size_t size = 0;
@@ -146,18 +136,16 @@ TEST(EditorFrames, AnswersAreReadWholeOrNotAtAll) {
     Frame question = ArpRequest(self, router.address);
     Frame name = DnsQuestion(self, router, 0x1234);
     Frame echo = EchoRequest(self, router, 0x1234);
-    EXPECT_EQ(
-        "ffffffffffff02030405060708004500011000000000401179de00000000ffffffff0044004300fc00000101060012345678"
-        "00008..000020304050607.........................000063825363350101ff",
-        Hex(discover));
-    EXPECT_EQ("ffffffffffff020304050607080600010800060400010203040506070a0708090000000000000a070802",
-              Hex(question));
-    EXPECT_EQ(
-        "0a0b0c0d0e0f020304050607080045000037000000004011569e0a0708090a070802c3850035002300001234010000010000"
-        "00000000096c6f63616c686f73740000010001",
-        Hex(name));
-    EXPECT_EQ("0a0b0c0d0e0f02030405060708004500001c00000000400156c90a0708090a0708020800e5ca12340001",
-              Hex(echo));
+    const auto bytes = [](const Frame &frame) { return std::string(frame.begin(), frame.end()); };
+    EXPECT_EQ(FromHex("ffffffffffff02030405060708004500011000000000401179de00000000ffffffff0044004300fc0000"
+                      "010106001234567800008000" +
+                      std::string(32, '0') + "020304050607" + std::string(404, '0') + "63825363350101ff"),
+              bytes(discover));
+    EXPECT_EQ(FromHex("ffffffffffff020304050607080600010800060400010203040506070a0708090000000000000a070802"
+                      "0a0b0c0d0e0f020304050607080045000037000000004011569e0a0708090a070802c385003500230000"
+                      "12340100000100000000000009 6c6f63616c686f7374 0000010001"
+                      "0a0b0c0d0e0f02030405060708004500001c00000000400156c90a0708090a0708020800e5ca12340001"),
+              bytes(question) + bytes(name) + bytes(echo));
     std::swap(discover[35], discover[37]);  // the ports
     discover[42] = 2;
     discover[58] = 10;

@@ -175,31 +175,6 @@ TEST_F(DhcpConfig, UsersTextIsKeptAroundAnIntactBlockOnly) {
     EXPECT_EQ(FRESH + "# tail\n", Undated(Text())) << "a block at the start gains the header";
 }
 
-TEST_F(DhcpConfig, ValueThatCannotBeHadSparesTheBackup) {
-    ASSERT_TRUE(HBLDHCPUpdateFromConfig(8));
-    const std::string before = Text();
-    const std::string hash = Hash();
-    Answer("DHCP_PARAM_SUB_DEFAULT_LEASE_TIME", "1234567890");
-    LogCapture log;
-    EXPECT_FALSE(HBLDHCPUpdateFromConfig(8));
-    EXPECT_THAT(log.Take(),
-                testing::EndsWith("Getting HBL_DHCP_PARAM_SUB_DEFAULT_LEASE_DURATION_SEC failed\n"));
-    EXPECT_EQ(before, Text("dhcpd.conf.bak"));
-    EXPECT_EQ(hash, Hash());
-}
-
-TEST_F(DhcpConfig, NewFileGoesAgainWithoutItsHashOrItsLeases) {
-    LogCapture log;
-    EXPECT_FALSE(cache_.WithRoomFor(0, [] { return HBLDHCPUpdateFromConfig(8); }));
-    EXPECT_THAT(log.Take(),
-                testing::HasSubstr("HBLDHCPWriteDHCPCfg - Could not set DHCP config hash in vnet config\n"));
-    EXPECT_FALSE(std::filesystem::exists(Path()));
-    std::filesystem::create_directories(Path("dhcpd.leases/mine"));
-    EXPECT_FALSE(HBLDHCPUpdateFromConfig(8));
-    EXPECT_THAT(log.Take(), testing::EndsWith("HBLDHCPWriteDHCPCfg - Cannot create DHCP leases file\n"));
-    EXPECT_FALSE(std::filesystem::exists(Path()));
-}
-
 // The stream's position stays, whatever becomes of the hash.
 TEST(DhcpBlockHash, IsOfTheBytesBetweenTwoOffsets) {
     const TempFolder folder;

@@ -21,17 +21,6 @@ TEST(VnetSettings, WritingTheValueThatABooleanReadsAsStoresNothing) {
     EXPECT_TRUE(HBLVnetUsesDHCP(8));
 }
 
-TEST(VnetSettings, CleanUpOfTheAdapterTakesItsAddressAndName) {
-    const OpenCache cache(
-        "answer VNET_8_VIRTUAL_ADAPTER_ADDR 10.0.0.9\nanswer VNET_8_VIRTUAL_ADAPTER_NAME mine\n");
-    for (const bool cleanup : {false, true}) {
-        EXPECT_TRUE(HBLSetVnetUseAdapter(8, !cleanup, cleanup));
-        EXPECT_EQ(!cleanup, HBLVnetIsOptionConfigured(8, HBL_OPTION_VIRTUAL_ADAPTER));
-        EXPECT_EQ(!cleanup, HBLGetVnetCfg(8, VNET_FIELD_ADAPTER_ADDR).has_value());
-        EXPECT_EQ(!cleanup, HBLGetVnetCfg(8, VNET_FIELD_ADAPTER_NAME).has_value());
-    }
-}
-
 TEST(VnetSettings, AdapterHasItsStoredNameAndAddressOrTheComputedOnes) {
     const OpenCache cache(
         "answer VNET_1_HOSTONLY_SUBNET 192.168.40.0\nanswer VNET_2_VIRTUAL_ADAPTER_NAME fifteen-letters\n"
