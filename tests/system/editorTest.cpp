@@ -301,7 +301,7 @@ TEST_F(Editor, ServicesGoWithDetectionAndStayDownOnASubnetThatIsTaken) {
         "harbrelctl: zelan8 is not started: something answers on its subnet 10.7.8.0/24; set zelan8 "
         "subnet=ADDRESS/PREFIX moves it\nharbrelctl: not done: start the network detection\n",
         refused.errors);
-    EXPECT_EQ("", Daemons());
+    EXPECT_TRUE(WaitUntil([] { return Daemons().empty(); }));
     Must("ip address del 10.7.8.1/32 dev lo");
     for (const auto &[name, number] :
          {std::pair("INT", SIGINT), {"TERM", SIGTERM}, {"HUP", SIGHUP}, {"QUIT", SIGQUIT}}) {
