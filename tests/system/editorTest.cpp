@@ -161,10 +161,14 @@ TEST_F(Editor, CommandsWriteTheRecordsThatTheySayAndNoOthers) {
          "harbrelctl: udp port 65535 is forwarded by zelan8 to 10.7.8.9:1 already\n"},
         {"forward remove 8 tcp 65535", "- add_nat_portfwd 8 tcp 65535 10.7.8.9 65535 n\n"},
         {"forward remove 8 tcp 1-65534", "- add_nat_portfwd 8 tcp 65534 10.7.8.9 65534 n\n"},
-        {"set 8 domain=a.b gateway=10.7.8.9 active-ftp=off",
+        {"set 8 domain=a.b range=10.7.8.50-10.7.8.60 gateway=10.7.8.9 active-ftp=off",
+         "+ answer VNET_8_DHCP_PARAM_LEASE_START_IP 10.7.8.50\n"
+         "+ answer VNET_8_DHCP_PARAM_LEASE_END_IP 10.7.8.60\n"
          "+ answer VNET_8_DHCP_PARAM_DOMAIN_NAME \"a.b\"\n+ answer VNET_8_NAT_PARAM_GATEWAY_IP 10.7.8.9\n"
          "+ answer VNET_8_NAT_PARAM_ACTIVE_FTP 0\n"},
-        {"unset 8 domain gateway",
+        {"unset 8 domain range gateway",
+         "- answer VNET_8_DHCP_PARAM_LEASE_START_IP 10.7.8.50\n"
+         "- answer VNET_8_DHCP_PARAM_LEASE_END_IP 10.7.8.60\n"
          "- answer VNET_8_DHCP_PARAM_DOMAIN_NAME \"a.b\"\n"
          "- answer VNET_8_NAT_PARAM_GATEWAY_IP 10.7.8.9\n"},
         {"adapter default off",
