@@ -50,7 +50,7 @@ bool ToUtf16(std::string_view text, std::u16string *units) {
 // The folded unit at an index, or the whole code point when the unit is half of a pair.
 uint32_t CodePointAt(const std::u16string &units, size_t index, bool ignoreCase) {
     const size_t lead = Utf16_IsTrail(units[index]) && index > 0 ? index - 1 : index;
-    if (Utf16_IsLead(units[lead]) && lead + 1 < units.size() && Utf16_IsTrail(units[lead + 1])) {
+    if (Utf16_IsLead(units[lead]) && Utf16_IsTrail(units[lead + 1])) {
         return Utf16_Join(units[lead], units[lead + 1]);
     }
     return ignoreCase ? CaseFold_Unit(units[index]) : units[index];

@@ -43,9 +43,11 @@ int Open(const char *path, int flags) {
     return FileDescriptor(open(path, flags, 0644)) ? 0 : -1;
 }
 
+#ifndef HARBREL_ALL_SYSTEM_CALLS
 int Map(int use) {
     return mmap(nullptr, 1, use, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) == MAP_FAILED ? -1 : 0;
 }
+#endif
 
 // The errno value that the attempt ends with in a confined process, 0 when it succeeds.
 int ErrorOf(const Confinement &confinement, const std::function<long()> &attempt) {

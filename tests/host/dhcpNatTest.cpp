@@ -64,7 +64,8 @@ class DhcpNat : public LibraryTest {
 
 TEST_F(DhcpNat, CallsEndWithTheirLineAndFreeTheLock) {
     char text[128] = "";
-    uint32_t length = 2;
+    uint32_t length = 2, room = sizeof text, offset = 0;
+    uint16_t port = 0;
     const struct {
         bool done;
         std::function<bool()> call;
@@ -87,6 +88,20 @@ TEST_F(DhcpNat, CallsEndWithTheirLineAndFreeTheLock) {
          "Invalid VM IP: 10.0.0.5 or port: 0\n"},
         {false, [&] { return HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.5", 80, text, 128); },
          "Description is too long, allowed is: 128 bytes\n"},
+        {false, [] { return HBL_SetDHCPParam("zelan8", 0, "1", 1); }, " - Unsupported DHCP Parameter\n"},
+        {false, [] { return HBL_SetNATParam("zelan8", 0, "1", 1); }, " - Unsupported NAT parameter: 0\n"},
+        {false,
+         [&] {
+             return HBL_EnumNATPortForward("zelan8", true, nullptr, nullptr, text, &room, &port, nullptr,
+                                           nullptr);
+         },
+         ", description: (nil), descLen: (nil)\n"},
+        {false,
+         [&] {
+             return HBL_EnumNATPortForward("zelan8", true, &offset, nullptr, text, &room, nullptr, nullptr,
+                                           nullptr);
+         },
+         ", vmPort: (nil), description: (nil), descLen: (nil)\n"},
         {true, [] { return HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.5", 8080, "web site", 3); },
          "tcp: 1, hostPort: 80, vm IP: 10.0.0.5, vm port: 8080, description: web\n"},
     };

@@ -139,6 +139,12 @@ TEST_F(Editor, ConflictsAndSlipsAreRefusedWithTheirReasonAndChangeNothing) {
         EXPECT_EQ("", result.output) << row.line;
     }
     EXPECT_EQ(before, StateOf());
+    std::string all = "VERSION=1,0\n";
+    for (int network = 1; network < 256; network++) {
+        all += "answer VNET_" + std::to_string(network) + "_HOSTONLY_SUBNET 10.7.8.0\n";
+    }
+    Install(all);
+    EXPECT_THAT(Edit("add --nat").errors, HasSubstr("all 256 networks are in use\n"));
 }
 
 TEST_F(Editor, CommandsWriteTheRecordsThatTheySayAndNoOthers) {

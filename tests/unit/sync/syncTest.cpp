@@ -94,7 +94,11 @@ TEST_P(Sync, WakeUpReachesAllWhoWaitAndNobodyLater) {
     EXPECT_FALSE(IsReadable(later));
     later.reset();
     EXPECT_EQ(FifoIsThere(), GetParam());
+    sigset_t before, after;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
     EXPECT_TRUE(SyncWaitQ_WakeUp(&queue_)) << "the waiter has gone";
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    EXPECT_EQ(sigismember(&before, SIGPIPE), sigismember(&after, SIGPIPE));
     EXPECT_FALSE(FifoIsThere());
 }
 

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "lib/file/fileLock.h"
 #include "tests/support/cacheTest.h"
@@ -64,6 +65,15 @@ TEST_F(DatabaseLoad, LineLimitIs2047Bytes) {
     EXPECT_FALSE(Load("VERSION=1,0\nanswer K " + std::string(2048 - 9, 'v') + "\n"));
     EXPECT_TRUE(log.Take().starts_with(
         "HBLNetCfgLoad - Error while reading database file, error: Argument list too long\n"));
+}
+
+TEST_F(DatabaseLoad, DefaultCacheIsLoadedOnce) {
+    LoadRecords("");
+    HBLLogSetMask(LOG_WRN);
+    *HBLNetCfgDefaultSlot() = db;
+    EXPECT_TRUE(HBLNetCfgLoad(path.c_str(), nullptr, false));
+    EXPECT_EQ(db, std::exchange(*HBLNetCfgDefaultSlot(), nullptr));
+    EXPECT_EQ("HBLNetCfgLoad - Network configuration database cache is already loaded\n", log.Take());
 }
 
 TEST_F(DatabaseLoad, LockIsHeldOnceAndGivenBack) {

@@ -23,8 +23,7 @@ bool IsProgramOf(Service service, const std::string &program) {
 bool Names(const std::vector<std::string> &arguments, const std::string &word) {
     return std::any_of(arguments.begin(), arguments.end(), [&word](const std::string &argument) {
         const size_t start = argument.find(word);
-        const size_t end = start + word.size();
-        return start != std::string::npos && (end == argument.size() || isdigit(argument[end]) == 0);
+        return start != std::string::npos && isdigit(argument[start + word.size()]) == 0;
     });
 }
 
