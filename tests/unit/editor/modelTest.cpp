@@ -78,13 +78,13 @@ TEST(EditorModel, LeasesOfBothServersAreTheValidOnes) {
         "never;\n}\n"
         "lease 192.168.8.131 {\n  starts 4 2027/01/15 07:50:00;\n  ends 4 2027/01/15 08:20:00;\n"
         "  binding state active;\n  next binding state free;\n  hardware ethernet 02:00:00:00:00:0b;\n"
-        "  client-hostname \"we&b\";\n}\n"
-        "lease 192.168.8.132 {\n  ends never;\n  binding state active;\n  hardware ethernet "
+        "  client-hostname \"we&b.c-d_\";\n}\n"
+        "lease 192.168.8.132 {\n  ends never;\n  hardware ethernet "
         "02:00:00:00:00:0c;\n}\n"
         "lease 192.168.8.133 {\n  ends 4 2027/01/15 09:00:00;\n  binding state active;\n}\n"
         "lease 192.168.8.133 {\n  ends 4 2027/01/15 09:00:00;\n  binding state free;\n}\n"
         "lease 192.168.8.134 {\n  ends 4 2027/01/15 09:00:00;\n  bind",
-        "1800001200 02:00:00:00:00:0b 192.168.8.131 we&b 01:02:00:00:00:00:0b\n0 02:00:00:00:00:0c "
+        "1800001200 02:00:00:00:00:0b 192.168.8.131 we&b.c-d_ 01:02:00:00:00:00:0b\n0 02:00:00:00:00:0c "
         "192.168.8.132 * *\n"
         "1799999999 02:00:00:00:00:0a 192.168.8.130 old *\nduid 00:01\nrubbish\n0 x nowhere *\n"};
     for (const std::string &text : texts) {
@@ -92,7 +92,7 @@ TEST(EditorModel, LeasesOfBothServersAreTheValidOnes) {
         ASSERT_EQ(2U, leases.size()) << text;
         EXPECT_EQ("192.168.8.131", AddressText(leases[0].address));
         EXPECT_EQ("02:00:00:00:00:0B", leases[0].mac);
-        EXPECT_EQ("we?b", leases[0].name);
+        EXPECT_EQ("we?b.c-d_", leases[0].name);
         EXPECT_EQ(&text == &texts[0] ? std::optional<time_t>(NOW - 600) : std::nullopt, leases[0].from);
         EXPECT_EQ(NOW + 1200, leases[0].until);
         EXPECT_EQ("", leases[1].name);
