@@ -400,6 +400,15 @@ const Call CALLS[] = {
                     [] { return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.9", 80, nullptr, 0); }) &&
                 HBL_SetNATPortForward(vnet, true, 80, nullptr, 0, nullptr, 0);
      }},
+    {"RemoveParams", false, 2485, 730994160,
+     [] {
+         return Undisturbed([] {
+                    return HBL_SetNATParam(vnet, HBL_PARAM_NAT_UDP_TIMEOUT, "30", 2) &&
+                           HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, "60", 2);
+                }) &&
+                All({HBL_SetNATParam(vnet, HBL_PARAM_NAT_UDP_TIMEOUT, nullptr, 0),
+                     HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE, nullptr, 0)});
+     }},
     {"UpdateNat", false, 5369, 3023498036, [] { return HBL_UpdateNATFromConfig(vnet); }},
     {"EnableAdapter", false, 3434, 2520307801, [] { return HBL_EnableNetworkAdapter(vnet); }},
     {"UpdateAdapter", false, 4395, 758656061,
@@ -410,6 +419,14 @@ const Call CALLS[] = {
     {"DisableAdapter", false, 3139, 1487320031,
      [] {
          return Undisturbed([] { return HBL_EnableNetworkAdapter(vnet); }) && HBL_DisableNetworkAdapter(vnet);
+     }},
+    {"AdapterWithoutAnswer", false, 3574, 348599386,
+     [] {
+         return Undisturbed([] {
+                    return HBL_SetVnetUseAdapter(vnet, true, false) && HBL_EnableNetworkAdapter(vnet) &&
+                           HBL_SetVnetUseAdapter(vnet, false, false);
+                }) &&
+                HBL_UpdateAdapterFromConfig(vnet);
      }},
     {"AdapterOff", false, 430, 2335701230, [] { return HBL_SetVnetUseAdapter(vnet, false, true); }},
     {"AdapterList", false, 300, 2756802478,
@@ -438,6 +455,11 @@ const Call CALLS[] = {
          });
      }},
     {"Delete", false, 60, 2393844612, [] { return Unloaded(HBL_DeleteNetworkingDB); }},
+    {"Load", true, 288, 2099656375,
+     [] {
+         HBLNetworkConfigurationDB *db = nullptr;
+         return HBLNetCfgLoad(DATABASE, &db, false) && HBLNetCfgUnload(&db, false);
+     }},
     {"Rewrite", false, 702, 2788940446,
      [] {
          HBLNetworkConfigurationDB *db = nullptr;
