@@ -14,7 +14,7 @@ namespace {
 // What each of them tells.
 constexpr char ALL_TELL[] =
     R"(+cannot give capabilities up | +zelan-watch does not answer | -/dev/null | -/run/zelan |
--cannot reach zelan-watch | -cannot write the PID file /run/x.pid | -fork | -netlink socket |
+-cannot reach zelan-watch | -cannot write the PID file /run/xN.pid | -fork | -netlink socket |
 -pidfd_open | -the status descriptor 9 is not open | -zelan-watch does not answer)";
 
 struct Start {
@@ -46,16 +46,17 @@ bool DaemonFailures::StartWithout(const std::string &call, int number) {
     // One after another, so that nothing of the last one is found.
     const std::string network = std::to_string(100 + starts_++ % 150);
     std::istringstream words(std::regex_replace(GetParam().arguments, std::regex("N\\b"), network));
-    std::vector<std::string> arguments = {"-s", "{W}", program == "zelan-dhcpd" ? "-pf" : "-d", "/run/x.pid"};
+    const std::string pidFile = "/run/x" + network + ".pid";
+    std::vector<std::string> arguments = {"-s", "{W}", program == "zelan-dhcpd" ? "-pf" : "-d", pidFile};
     arguments.insert(arguments.end(), std::istream_iterator<std::string>(words), {});
     unlink(("/var/log/" + program + ".log").c_str());
     const DaemonStart start = StartDaemonWith(
-        program, "/run/x.pid", arguments,
+        program, pidFile, arguments,
         STRACE + ("-o /tmp/trace -e trace=" + kind + " -e inject=" + kind +
                   ":error=ENOMEM:when=" + std::to_string(number) + (kind == call ? "" : "+")));
     const bool hit = RunShell("grep -q '(INJECTED)' /tmp/trace").Succeeded();
     EXPECT_TRUE(start.CameUp() || (hit && start.status != 0 && start.Log().starts_with(program + " - ") &&
-                                   access("/run/x.pid", F_OK) != 0))
+                                   access(pidFile.c_str(), F_OK) != 0))
         << call << " " << number << " " << start << ReadFileText("/tmp/trace");
     if (hit) {
         Must("sed -n 's/^" + program + " - /" + (start.CameUp() ? "+" : "-") + "/p' " + start.logFile +
