@@ -59,16 +59,10 @@ AdapterListBlock MakeContiguous(FunctionLog log, const HostAdapterChain &chain) 
     if (list == nullptr) {
         return nullptr;
     }
-    uint32_t walked = 0;
-    for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr;
-         adapter = adapter->next, walked++) {
+    for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr; adapter = adapter->next) {
         if (!CopyAdapter(log, *adapter, list.get())) {
             return nullptr;
         }
-    }
-    if (walked != chain.Count()) {
-        log(LOG_ERR, "Something wrong with the list operations or count");
-        return nullptr;
     }
     return list;
 }

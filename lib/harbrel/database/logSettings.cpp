@@ -1,7 +1,5 @@
 #include "lib/harbrel/database/logSettings.h"
 
-#include <cstring>
-
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 #include "lib/string/str.h"
@@ -25,6 +23,6 @@ bool HBLGetLogFileName(char *path, size_t size) {
     if (!stored.has_value() || stored->size() >= size) {
         return false;
     }
-    memcpy(path, stored->c_str(), stored->size() + 1);
+    Str_Strcpy(path, stored->c_str(), size);
     return true;
 }

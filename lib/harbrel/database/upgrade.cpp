@@ -70,7 +70,7 @@ bool HasAnswers(const HBLNetworkConfigurationDB *db) {
     return db->dictHash != nullptr && HashTable_GetNumElements(db->dictHash) != 0;
 }
 
-// The entries of the answers table at this moment; empty when the array could not be built.
+// The entries of the answers table at this moment.
 std::vector<NetworkConfigDictionaryEntry *> TakeAnswers(const HBLNetworkConfigurationDB *db) {
     void **array = nullptr;
     size_t count = 0;
@@ -115,20 +115,14 @@ void FilterEntry(HBLNetworkConfigurationDB *db, NetworkConfigDictionaryEntry *en
     }
 }
 
-bool CleanupDatabaseFields(HBLNetworkConfigurationDB *db) {
+void CleanupDatabaseFields(HBLNetworkConfigurationDB *db) {
     if (!HasAnswers(db)) {
         HBLLog(LOG_INFO2, CLEANUP, "Dictionary hash table is empty");
-        return true;
+        return;
     }
-    const auto entries = TakeAnswers(db);
-    if (entries.empty()) {
-        HBLLog(LOG_INFO2, CLEANUP, "Failed to create array of dictionary type records");
-        return false;
-    }
-    for (NetworkConfigDictionaryEntry *entry : entries) {
+    for (NetworkConfigDictionaryEntry *entry : TakeAnswers(db)) {
         FilterEntry(db, entry);
     }
-    return true;
 }
 
 bool UpgradeBridgeField(HBLNetworkConfigurationDB *db, const NetworkConfigDictionaryEntry *entry) {
@@ -156,10 +150,6 @@ bool UpgradeAddressField(HBLNetworkConfigurationDB *db, const NetworkConfigDicti
 // Version 0 kept its bridging and the host's addresses in answers of their own.
 bool UpgradeFromVersion0(HBLNetworkConfigurationDB *db) {
     auto entries = TakeAnswers(db);
-    if (entries.empty()) {
-        HBLLog(LOG_INFO2, UPDATE, "Failed to create array of records in dictHash");
-        return false;
-    }
     // Only the legacy entries are walked: the records that they turn into may replace, and so free, others.
     std::erase_if(entries, [](const NetworkConfigDictionaryEntry *entry) {
         return !IsVnetKey(entry->key) ||
@@ -181,10 +171,7 @@ bool UpgradeFromVersion0(HBLNetworkConfigurationDB *db) {
 bool NetCfgUpdateDatabaseFields(HBLNetworkConfigurationDB *db) {
     HBLLog(LOG_INFO2, __func__, "Source version - %u,%u, Destination version - %u,%u", db->majorVersion,
            db->minorVersion, NETCFG_MAJOR_VERSION, NETCFG_MINOR_VERSION);
-    if (!CleanupDatabaseFields(db)) {
-        HBLLog(LOG_ERR, __func__, "Failed to cleanup database fields");
-        return false;
-    }
+    CleanupDatabaseFields(db);
     if (db->majorVersion == NETCFG_MAJOR_VERSION && db->minorVersion == NETCFG_MINOR_VERSION) {
         HBLLog(LOG_ERR, __func__, "Source and destination database versions are same");
     } else if (db->majorVersion == 0 && HasAnswers(db) && !UpgradeFromVersion0(db)) {
