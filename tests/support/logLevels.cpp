@@ -35,8 +35,8 @@ constexpr char UNJUDGED[] =
     "Could not extract PID|New subnet configured|Insufficient buffer length for description";
 constexpr char TRACE[] =
     "Stopped netifup service on vnet: %s during|Finished copying data|Hostonly adapter: %s does not exist|"
-    "Cannot find %s|Cannot find BINDIR|Cannot find mapping|Failed to create array of dictionary|"
-    "Failed to create array of records in|Insufficient space provided|Service:|Value of NAT parameter:|"
+    "Cannot find %s|Cannot find BINDIR|Cannot find mapping|Insufficient space provided|Service:|Value of NAT "
+    "parameter:|"
     "Current NAT status:|Current DHCP status:|Unable to find host";
 constexpr char ARGUMENTS[] = "Arguments|LOG_ARGS";
 constexpr char SUCCESSES[] =
@@ -66,12 +66,12 @@ constexpr char WARNINGS[] =
     "Failed to parse vnet|Failed to remove NAT port forward from|Invalid adapter name|LOG_WRN logged|"
     "Network configuration|Unable to find BINDIR|Value not found for|waitpid()";
 constexpr char ERRORS[] =
-    "Adapter is currently|Adapter: %s|Custom file|DHCP config hash|Database cache is|Database file must|"
+    "Adapter is currently|Custom file|DHCP config hash|Database cache is|Database file must|"
     "Description|Discarding|Existing networking|File %s does|File/Directory/device|Finished copying|"
     "Harbrel Un-Initialized,|Harbrel Un-Initialized.|Import file|Interface|LOG_ERR logged|List of DHCP|"
     "List of NAT|List of mappings|List of forwarded|Mask is not|Name of host|No DHCP IP|"
     "No ports to enumerate for|Non vnet|Removing newly|Reopened|Requested|Return value|Skipping adapter|"
-    "Something|Souce vnet:|Source and|The subnet|Trying to|Value of BINDIR|harbrel is initialized,|"
+    "Souce vnet:|Source and|The subnet|Trying to|Value of BINDIR|harbrel is initialized,|"
     "harbrel is loaded|pid: %ld|posEnd:%li";
 
 // The first beginning that fits counts; level 0 is any.
@@ -106,9 +106,9 @@ std::atomic<unsigned> all = 0;
 std::atomic<unsigned> reasons = 0;
 std::atomic<uint32_t> sum = 0;
 
-// Of the words without digits and slashes: no address, number, time or temporary file.
-uint32_t HashOfWords(const std::string &line) {
-    uint32_t hash = 2166136261;  // FNV-1a
+// Of the level and the words without digits and slashes: no address, number, time or temporary file.
+uint32_t HashOfWords(uint32_t level, const std::string &line) {
+    uint32_t hash = 2166136261 ^ level;  // FNV-1a
     std::istringstream words(line);
     for (std::string word; words >> word;) {
         for (const char letter : word.find_first_of("0123456789/") == word.npos ? word : "") {
@@ -125,7 +125,7 @@ void Check(uint32_t level, const char *format, const char *line) {
     const uint32_t expected = LevelOf(words);
     all++;
     reasons += level == LOG_ERR || level == LOG_WRN;
-    sum += HashOfWords(line);
+    sum += HashOfWords(level, line);
     EXPECT_TRUE(expected == level || expected == 0) << "level " << level << " of: " << line;
 }
 
