@@ -215,6 +215,11 @@ TEST_F(BridgeChanges, RefusedRestartOfAnyNetworkPutsAdaptersAndServicesBack) {
         EXPECT_TRUE(Runs(0) && Runs(3) && Runs(5)) << refused;
     }
     EXPECT_TRUE(MoveAdapter("hbl0", 3));
+    cache_.Program("zelan-bridge", "exit 1\n");
+    EXPECT_FALSE(MoveAdapter("hbl1", 3));
+    EXPECT_THAT(log_.Take(),
+                testing::EndsWith("HBL_BridgeMoveAdapter - Failed to restart bridge service on destination "
+                                  "vnet: 3, during cleanup\n"));
 }
 
 TEST_F(BridgeChanges, RemovedNetworkLeavesItsAdaptersToTheDefault) {

@@ -73,12 +73,13 @@ TEST_F(DhcpNat, CallsEndWithTheirLineAndFreeTheLock) {
     } cases[] = {
         {true, [] { return HBL_SetDHCPParam("ZELAN8", 13354, "0x708s", 5); },
          "succeeded, vnet: ZELAN8, paramID: 13354, param: 0x708\n"},
-        {false, [] { return HBL_SetDHCPParam("zelan8", 13350, "10.0.0", 6); },
-         "failed, vnet: zelan8, paramID: 13350, param: 10.0.0\n"},
         {false, [] { return HBL_SetDHCPParam("zelan8", 13356, nullptr, 0); },
          "HBL_SetDHCPParam - Deleting DHCP parameter: 13356 failed for vnet: zelan8\n"},
-        {true, [] { return HBL_SetDHCPParam("zelan8", 13355, nullptr, 0); },
-         "HBL_SetDHCPParam - Deleted value for DHCP parameter: 13355 for vnet: zelan8\n"},
+        {false, [&] { return HBL_GetDHCPParam("zelan8", 13356, true, text, &room); },
+         "parameter: Invalid DHCP Parameter not found in configuration for vnet: 8\n"
+         "HBLDHCPGetParameterDefault - Invalid DHCP Param Name 9555\n"
+         "HBLDHCPGetParameter - Failure in getting default value of parameter\n"
+         "HBL_GetDHCPParam - Get DHCP Parameter failed on vnet: zelan8, paramID: 13356\n"},
         {false, [&] { return HBL_GetDHCPParam("zelan8", 13354, true, text, nullptr); }, ", pL: (nil),0\n"},
         {true, [] { return HBL_SetNATParam("zelan8", 9030, "0x8000", 6); },
          "HBL_SetNATParam - Setting value for NAT parameter: 9030, 0x8000 succeeded for vnet: zelan8\n"},
@@ -132,19 +133,26 @@ TEST_F(DhcpNat, MappingIsFoundWhateverTheCaseOfItsAddress) {
 TEST_F(DhcpNat, ForwardsOfAProtocolAreReplacedAndReadWithTheirDescriptions) {
     const std::string longest(127, 'd');
     ASSERT_TRUE(HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.5", 80, "old", 3));
-    ASSERT_TRUE(HBL_SetNATPortForward("zelan8", true, 80, "10.0.0.6", 81, longest.c_str(), 127));
+    ASSERT_TRUE(HBL_SetNATPortForward("zelan8", true, 80, "100.100.100.100", 81, longest.c_str(), 127));
     ASSERT_TRUE(HBL_SetNATPortForward("zelan8", false, 80, "10.0.0.7", 82, "", 0));
     char ip[16], text[128];
     uint32_t ipLength = sizeof ip, length = 127, offset = 0;
     uint16_t hostPort = 0, port = 0;
+    TakeLog();
     EXPECT_FALSE(HBL_GetNATPortForward("zelan8", true, 80, ip, &ipLength, &port, text, &length));
-    EXPECT_EQ(127U, length);
+    EXPECT_FALSE(
+        HBL_EnumNATPortForward("zelan8", true, &offset, &hostPort, ip, &ipLength, &port, text, &length));
+    EXPECT_EQ(
+        "HBL_GetNATPortForward - Getting NAT Port Forward failed on vnet: zelan8\n"
+        "HBLNetCfgEnumNATPortFwd - Insufficient buffer length for description\n"
+        "HBL_EnumNATPortForward - No ports to enumerate for vnet: zelan8\n",
+        TakeLog());
+    EXPECT_EQ(std::tuple(127U, 0U), std::tuple(length, offset));
     length = sizeof text;
     ASSERT_TRUE(
         HBL_EnumNATPortForward("zelan8", true, &offset, &hostPort, ip, &ipLength, &port, text, &length));
-    EXPECT_EQ("10.0.0.6 " + longest, std::string(ip) + " " + text);
-    EXPECT_EQ(std::tuple(80, 81, 9U, 128U, 1U), std::tuple(hostPort, port, ipLength, length, offset));
-    ipLength = sizeof ip;
+    EXPECT_EQ("100.100.100.100 " + longest, std::string(ip) + " " + text);
+    EXPECT_EQ(std::tuple(80, 81, 16U, 128U, 1U), std::tuple(hostPort, port, ipLength, length, offset));
     EXPECT_FALSE(
         HBL_EnumNATPortForward("zelan8", true, &offset, &hostPort, ip, &ipLength, &port, text, &length));
     EXPECT_TRUE(HBL_GetNATPortForward("zelan8", false, 80, ip, &ipLength, &port, text, &length));

@@ -61,9 +61,6 @@ TEST_F(HostOnly, CallsEndWithTheirLineAndFreeTheLock) {
     const std::string garbled = "echo zelan > " + cache_.Path("run/zelan-netifup-zelan8.pid");
     const std::string failing = "printf '#!/bin/sh\\nexit 1\\n' > " + cache_.Path("bin/zelan-netifup");
     const std::string tidy = "ip link del zelan8; rm -f " + cache_.Path("run/*");
-    const auto named = [this](const char *name) {
-        return [this, name] { cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", name); };
-    };
     const auto shell = [](const std::string &line) { return [line] { Must(line); }; };
     const auto configured = [this](const char *value) {
         return [this, value] { cache_.Answer("VNET_8_VIRTUAL_ADAPTER", value); };
@@ -71,7 +68,6 @@ TEST_F(HostOnly, CallsEndWithTheirLineAndFreeTheLock) {
     const auto noMore = [] {};
     bool installed = false, enabled = true;
     const std::function<bool()> enable = [] { return HBL_EnableNetworkAdapter("zelan8"); };
-    const std::function<bool()> disable = [] { return HBL_DisableNetworkAdapter("zelan8"); };
     const std::function<bool()> update = [] { return HBL_UpdateAdapterFromConfig("zelan8"); };
     const std::function<bool()> start = [] { return HBL_StartService("zelan8", HBL_SERVICE_NETIFUP); };
     const std::function<bool()> stop = [] { return HBL_StopService("zelan8", HBL_SERVICE_NETIFUP); };
@@ -85,10 +81,7 @@ TEST_F(HostOnly, CallsEndWithTheirLineAndFreeTheLock) {
         bool done;
         const char *lastLine;
     } cases[] = {
-        {noMore, start, true, "Started \"Netifup\" service for vnet: zelan8"},
-        {noMore, stop, true, "Stopped \"Netifup\" service on vnet: zelan8"},
-        {shell("ip link del zelan8"), enable, true, "Successfully enabled hostonly adapter on vnet: zelan8"},
-        {noMore, update, true, "Successfully updated adapter from config on vnet: zelan8"},
+        {noMore, enable, true, "Successfully enabled hostonly adapter on vnet: zelan8"},
         {configured("no"), enable, false, "Hostonly adapter not configured for vnet: zelan8"},
         {configured("yes"), status, true, "Hostonly virtual adapter is enabled on vnet: zelan8"},
         {shell(garbled + "; ip link del zelan8"), start, true,
@@ -97,23 +90,13 @@ TEST_F(HostOnly, CallsEndWithTheirLineAndFreeTheLock) {
         {noMore,
          [] { return HBL_GetServiceStatus("zelan8", HBL_SERVICE_NETIFUP) == HBL_SERVICE_STATUS_STOPPED; },
          false, "Failure in determining status of \"Netifup\" service on vnet: zelan8"},
-        {noMore, disable, false, "Failed to stop netifup service on vnet: zelan8"},
         {noMore, status, true, "Hostonly virtual adapter is disabled on vnet: zelan8"},
         {noMore, update, true, "Adapter is currently disabled, nothing to update on vnet: zelan8"},
         {noMore, remove, false, "Cannot determine status of NETIFUP service on vnet: zelan8"},
         {noMore, enable, false, "Could not determine status of netifup service"},
         {shell(tidy + "; " + failing), enable, false,
          "Stopped netifup service on vnet: zelan8 during cleanup"},
-        {noMore, start, false, "Failure in starting \"Netifup\" service for vnet: zelan8"},
-        {named("sixteen-letters-"), enable, false, "Failed to get the virtual adapter's name"},
         {configured("no"), status, true, "Hostonly virtual adapter is not configured on vnet: zelan8"},
-        {shell("rm -f /dev/zelan8; mount --bind /dev /dev; mount -o remount,bind,ro /dev"),
-         [] { return HBL_CreateZelanDevice("zelan8"); }, false,
-         "Failed to create zelan device for zelet: zelan8"},
-        {configured("yes"), start, false,
-         "Failed to create required vnet device before starting \"Netifup\" service"},
-        {named("zelan8"), enable, false,
-         "Failed to create required zelan device before starting netifup service"},
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(row.lastLine);

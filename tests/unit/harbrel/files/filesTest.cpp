@@ -50,6 +50,10 @@ TEST_F(Files, CreatedModesAreExactWhateverTheMaskAndWhatExistsIsKept) {
     EXPECT_TRUE(HBLCreateFile(8, HBL_FILE_NAT_CONF, nullptr));
     EXPECT_EQ("kept", ReadFileText(natConf_));
     EXPECT_EQ(0600u, Mode(natConf_));
+    std::filesystem::remove(natConf_);
+    std::filesystem::create_directory(natConf_);
+    EXPECT_FALSE(HBLCreateFile(8, HBL_FILE_NAT_CONF, nullptr));
+    EXPECT_TRUE(std::filesystem::is_empty(natDir_)) << "an empty folder in the way is taken away";
 }
 
 TEST_F(Files, CopyTakesTheWholeContentOrNamesTheFileAndTheReason) {

@@ -133,12 +133,16 @@ TEST_F(ServiceStart, WorksWithTheStandardDescriptorsClosed) {
 TEST_F(ServiceStart, FailsBeforeTheForkWithoutAVector) {
     EXPECT_FALSE(HBLServiceStart(0, 9));
     EXPECT_EQ("HBLServiceStart - Invalid service name 9\n", log_.Take());
+    cache_.Answer(HBL_DEFAULT_BRIDGE_KEY, "1");
+    HBLDefaultBridgeCopy() = HBL_DEFAULT_BRIDGE_UNREAD;
+    EXPECT_FALSE(HBLServiceStart(2, HBL_SVC_BRIDGE));
     ASSERT_TRUE(HBLSetDefaultBridgeVnet(0));
     EXPECT_FALSE(HBLServiceStart(2, HBL_SVC_BRIDGE));
-    EXPECT_EQ("HBLServiceStart - Cannot obtain list of adapters bridged to vnet: 2\n", log_.Take());
-    cache_.Answer("VNET_8_VIRTUAL_ADAPTER_NAME", "sixteen-letters-");
-    EXPECT_FALSE(HBLServiceStart(8, HBL_SVC_NETIFUP));
-    EXPECT_EQ("HBLServiceStart - Cannot obtain virtual adapter name\n", log_.Take());
+    EXPECT_EQ(
+        "HBLGetDefaultBridgeVnet - Invalid value of defaultBridge in config\n"
+        "HBLServiceStart - Cannot obtain value of DefaultBridge\n"
+        "HBLServiceStart - Cannot obtain list of adapters bridged to vnet: 2\n",
+        log_.Take());
 }
 
 }  // namespace
