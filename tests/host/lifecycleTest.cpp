@@ -56,6 +56,7 @@ TEST_F(Lifecycle, OnlyTheLastUnloadWritesTheDatabase) {
     ASSERT_EQ(0, stat("/etc/orvane/networking", &status));
     EXPECT_EQ(0600u, status.st_mode & 07777);
     EXPECT_EQ("config ", OtherFiles());
+    EXPECT_EQ(nullptr, HBLLogStream());
     HBL_Unload();  // one too many does nothing
     EXPECT_EQ("(none)", Answer("A"));
 }
