@@ -12,9 +12,8 @@ constexpr int FIRST_FREE_FD = STDERR_FILENO + 1;
 // is safe.
 struct DaemonProcess {
     FunctionLog log;
-    int readEnd;  // of the status pipe, both behind the standard descriptors
-    int writeEnd;
-    int logFd;  // -1: none
+    int writeEnd;  // of the status pipe, behind the standard descriptors
+    int logFd;     // -1: none
     char *const *arguments;
 };
 
