@@ -127,6 +127,7 @@ constexpr const char *FORMER = "/etc/orvane/networking.bak.0";
 char text[128];
 char otherText[128];
 uint32_t size, otherSize;
+uint32_t successes;  // of the calls that are made together
 uint16_t port;
 
 // Arguments of the calls.
@@ -289,10 +290,11 @@ TEST_P(Failures, HaveAReasonAndLeaveNothingBehind) {
     Log_SetWarningHook(alsoCounted);
     const auto count = [&words](const std::function<bool()> &disturbed, bool *reasons) {
         const LinesLogged before = LogLevels_Count();
+        successes = 0;
         const bool result = disturbed();
         const LinesLogged after = LogLevels_Count();
         logged += after.all - before.all;
-        words += after.words - before.words + result;
+        words += after.words - before.words + result + successes;
         *reasons = after.reasons > before.reasons;
         return result;
     };
@@ -357,6 +359,7 @@ uint32_t *Start() {
 
 // Of calls that are all made.
 bool All(std::initializer_list<bool> results) {
+    successes += static_cast<uint32_t>(std::ranges::count(results, true));
     return std::ranges::all_of(results, std::identity());
 }
 // Where there is no subnet, and off, then once more with a clean-up.
@@ -391,7 +394,7 @@ const Call CALLS[] = {
     {"NatOn", false, 2748, 2220864800, [] { return TurnOn(HBL_SetVnetUseNAT); }},
     {"AdapterOff", false, 855, 2459704711, [] { return TurnOff(HBL_SetVnetUseAdapter); }},
     {"AdapterOn", false, 2695, 995031291, [] { return TurnOn(HBL_SetVnetUseAdapter); }},
-    {"SetParams", false, 1750, 2078056466,
+    {"SetParams", false, 1750, 2078056545,
      [] {
          return All({HBL_SetDHCPParam(vnet, HBL_PARAM_DHCP_LONGEST_LEASE + foreign, "60", 2),
                      HBL_SetNATParam(vnet, HBL_PARAM_NAT_UDP_TIMEOUT + foreign, "30", 2)});
@@ -415,7 +418,7 @@ const Call CALLS[] = {
                     [] { return HBL_SetNATPortForward(vnet, true, 80, "192.168.40.9", 80, nullptr, 0); }) &&
                 HBL_SetNATPortForward(vnet, true, 80, nullptr, 0, nullptr, 0);
      }},
-    {"RemoveParams", false, 2524, 1034625244,
+    {"RemoveParams", false, 2524, 1034625312,
      [] {
          return Undisturbed([] {
                     return HBL_SetNATParam(vnet, HBL_PARAM_NAT_UDP_TIMEOUT, "30", 2) &&
@@ -452,7 +455,7 @@ const Call CALLS[] = {
      }},
     {"DefaultOff", false, 1292, 1511873555, [] { return SetDefaultBridge(HBL_VNET_NONE, version); }},
     {"MoveAdapter", false, 2687, 850040398, [] { return MoveAdapter("eth5", 8, version); }},
-    {"Features", false, 4311, 1948612990,
+    {"Features", false, 4311, 1948613164,
      [] {
          return All({Features(HBL_GetVnetFeatures), Features(HBL_FindVnetWithFeatures)});
      }},
@@ -490,7 +493,7 @@ const Call CALLS[] = {
          return HBL_AssignSubnetAddressToVnet(vnet, true) &&
                 Undisturbed([] { return HBL_SetVnetSubnetAddr(vnet, "192.168.40.0"); });
      }},
-    {"Status", false, 1390, 225192810,
+    {"Status", false, 1390, 225192971,
      [] {
          bool answer, other;
          HBL_NetworkID network = NetworkOf(0, version);
@@ -505,7 +508,7 @@ const Call CALLS[] = {
      [] {
          return HBL_SetVnetSubnetMask(vnet, "255.255.0.0") && HBL_SetVnetAdapterAddr(vnet, "192.168.40.1");
      }},
-    {"GetTies", false, 715, 3927736472,
+    {"GetTies", false, 715, 3927736546,
      [] {
          return All(
              {HBL_GetVnetUseDHCP(vnet), HBL_GetDHCPIPToMAC(vnet, text, Size(&size), mac),
@@ -513,7 +516,7 @@ const Call CALLS[] = {
               HBL_GetDHCPParam(vnet, HBL_PARAM_DHCP_FIRST_ADDRESS + foreign, true, text, Size(&size)),
               HBL_GetDHCPParam(vnet, HBL_PARAM_DHCP_DEFAULT_LEASE + foreign, true, text, Size(&size))});
      }},
-    {"GetForwards", false, 349, 2428678378,
+    {"GetForwards", false, 349, 2428678424,
      [] {
          return All(
              {HBL_GetVnetUseNAT(vnet),
@@ -522,7 +525,7 @@ const Call CALLS[] = {
                                      Size(&otherSize)),
               HBL_GetNATParam(vnet, HBL_PARAM_NAT_GATEWAY + foreign, true, text, Size(&size))});
      }},
-    {"GetAddresses", false, 298, 428234494,
+    {"GetAddresses", false, 298, 428234539,
      [] {
          return All({HBL_GetVnetSubnetMask(vnet, text, Size(&size)),
                      HBL_GetVnetSubnetAddr(vnet, text, Size(&size)),
