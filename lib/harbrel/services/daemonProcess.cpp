@@ -50,6 +50,7 @@ void SendOutputToLog(FunctionLog log, int logFd) {
 // What the daemon gets beside the standard descriptors is the write end alone: it lives long and must not
 // hold the database, a lock or anything of the caller's open.
 void PassOnlyStatusFd(const DaemonProcess &task) {
+    close(task.readEnd);
     close_range(FIRST_FREE_FD, ~0U, CLOSE_RANGE_CLOEXEC);
     fcntl(task.writeEnd, F_SETFD, fcntl(task.writeEnd, F_GETFD) & ~FD_CLOEXEC);
 }

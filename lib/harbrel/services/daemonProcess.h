@@ -12,8 +12,9 @@ constexpr int FIRST_FREE_FD = STDERR_FILENO + 1;
 // is safe.
 struct DaemonProcess {
     FunctionLog log;
-    int writeEnd;  // of the status pipe, behind the standard descriptors
-    int logFd;     // -1: none
+    int readEnd;  // of the status pipe, both behind the standard descriptors
+    int writeEnd;
+    int logFd;  // -1: none
     char *const *arguments;
 };
 

@@ -122,8 +122,8 @@ bool Launch(FunctionLog log, const ArgumentVector &arguments, StatusPipe *status
     if (logStream != nullptr) {
         fflush(logStream);  // the child writes to the same file past the buffer
     }
-    const pid_t child = HBLForkDaemon(
-        {log, statusPipe->writeEnd.get(), logStream != nullptr ? fileno(logStream) : -1, native.Data()});
+    const pid_t child = HBLForkDaemon({log, statusPipe->readEnd.get(), statusPipe->writeEnd.get(),
+                                       logStream != nullptr ? fileno(logStream) : -1, native.Data()});
     if (child < 0) {
         log(LOG_ERR, "fork(): Error while forking child to start daemon: %s, error: %s", path,
             Err_LastErrnoText());
