@@ -26,6 +26,14 @@ constexpr bool IsDecimalDigit(char character) {
 
 }  // namespace
 
+bool HBLVnetNumToName(uint32_t vnet, char name[HBL_VNET_NAME_SIZE]) {
+    if (vnet > MAX_VNET) {
+        return false;
+    }
+    Str_Sprintf(name, HBL_VNET_NAME_SIZE, "%s%d", VNET_NAME_PREFIX, static_cast<int>(vnet));
+    return true;
+}
+
 uint32_t HBLVnetNameToNum(const char *name) {
     if (strncasecmp(name, VNET_NAME_PREFIX, VNET_NAME_PREFIX_LENGTH) != 0) {
         return HBL_INVALID_VNET;
@@ -41,8 +49,8 @@ uint32_t HBLVnetNameToNum(const char *name) {
     return wholeName && number <= MAX_VNET ? number : HBL_INVALID_VNET;
 }
 
-HBLVnetName::HBLVnetName(uint32_t vnet) {
-    Str_Sprintf(text, sizeof text, "%s%d", VNET_NAME_PREFIX, static_cast<int>(vnet));
+HBLVnetName::HBLVnetName(uint32_t vnet) : text{} {
+    HBLVnetNumToName(vnet, text);
 }
 
 bool HBLIPStr2Int(const char *text, uint32_t *address) {
@@ -72,6 +80,10 @@ bool HBLIPStrIsValid(const char *text) {
 }
 
 bool HBLGetBcastAddr(const char *address, const char *mask, char broadcast[HBL_IP_STR_SIZE]) {
+    if (address == nullptr || mask == nullptr || broadcast == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid arguments");
+        return false;
+    }
     uint32_t addressBits;
     uint32_t maskBits;
     if (!HBLIPStr2Int(address, &addressBits) || !HBLIPStr2Int(mask, &maskBits)) {

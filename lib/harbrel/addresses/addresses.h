@@ -12,6 +12,8 @@ constexpr size_t HBL_IP_STR_SIZE = 16;      // a buffer for a dotted address or 
 constexpr size_t HBL_MAC_STR_SIZE = 18;     // a buffer for a MAC address in canonical form
 constexpr uint32_t HBL_INVALID_VNET = ~0u;  // HBLVnetNameToNum: no such network
 
+// False, buffer untouched, for a number above 255.
+bool HBLVnetNumToName(uint32_t vnet, char name[HBL_VNET_NAME_SIZE]);
 // The number, or HBL_INVALID_VNET; logs nothing.
 uint32_t HBLVnetNameToNum(const char *name);
 // A number's name as a value, for log lines: "zelan8".

@@ -59,10 +59,16 @@ AdapterListBlock MakeContiguous(FunctionLog log, const HostAdapterChain &chain) 
     if (list == nullptr) {
         return nullptr;
     }
-    for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr; adapter = adapter->next) {
+    uint32_t walked = 0;
+    for (const HBL_HostAdapter *adapter = chain.First(); adapter != nullptr;
+         adapter = adapter->next, walked++) {
         if (!CopyAdapter(log, *adapter, list.get())) {
             return nullptr;
         }
+    }
+    if (walked != chain.Count()) {
+        log(LOG_ERR, "Something wrong with the list operations or count");
+        return nullptr;
     }
     return list;
 }

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "lib/fatal/panic.h"
 #include "lib/harbrel/cache/tables.h"
 
 namespace {
@@ -157,6 +156,7 @@ constinit const RecordFamily ANSWER_FAMILY = {
               .holderName = nullptr,
               .holderFailed = nullptr,
               .keyExists = nullptr,
+              .deleteOfOld = nullptr,
               .addFailed = "Failed to insert entry into hash table",
               .tellsNewTables = false,
               .tellsInserts = false,
@@ -182,6 +182,7 @@ constinit const RecordFamily BRIDGE_FAMILY = {
               .holderName = nullptr,
               .holderFailed = nullptr,
               .keyExists = "Bridge mapping entry already exists, deleting existing entry",
+              .deleteOfOld = "Failed to delete existing bridge mapping entry",
               .addFailed = "Failed to insert Bridge mapping entry into hash table",
               .tellsNewTables = false,
               .tellsInserts = true,
@@ -207,6 +208,7 @@ constinit const RecordFamily DHCP_FAMILY = {
               .holderName = "DHCPMACToIPConfig",
               .holderFailed = nullptr,
               .keyExists = "DHCP entry already exists, deleting existing entry",
+              .deleteOfOld = "Cannot Delete existing entry",
               .addFailed = "Failed to insert DHCP entry into hash table",
               .tellsNewTables = true,
               .tellsInserts = false,
@@ -232,6 +234,7 @@ constinit const RecordFamily NAT_FAMILY = {
               .holderName = nullptr,
               .holderFailed = "Memory allocation error for NATVnetPortFwdConfig",
               .keyExists = "NAT port forward entry already exists, deleting existing entry",
+              .deleteOfOld = "Cannot delete existing entry",
               .addFailed = "Failed to insert NAT Port forward entry into hash table",
               .tellsNewTables = false,
               .tellsInserts = false,
@@ -239,11 +242,11 @@ constinit const RecordFamily NAT_FAMILY = {
               .removeWithoutTable = "Cannot delete port list entry from empty port list"},
 };
 
-const RecordFamily &FamilyOfRecordType(uint32_t recordType) {
+const RecordFamily *FamilyOfRecordType(uint32_t recordType) {
     for (const RecordFamily *family : {&ANSWER_FAMILY, &NAT_FAMILY, &DHCP_FAMILY, &BRIDGE_FAMILY}) {
         if (recordType == family->addType || recordType == family->removeType) {
-            return *family;
+            return family;
         }
     }
-    PanicNotReached();
+    return nullptr;
 }

@@ -39,6 +39,7 @@ struct TableWords {
     const char *holderName;    // the same; or else:
     const char *holderFailed;  // the whole message
     const char *keyExists;
+    const char *deleteOfOld;
     const char *addFailed;
     bool tellsNewTables;
     bool tellsInserts;
@@ -67,7 +68,7 @@ extern const RecordFamily BRIDGE_FAMILY;
 extern const RecordFamily DHCP_FAMILY;
 extern const RecordFamily NAT_FAMILY;
 
-const RecordFamily &FamilyOfRecordType(uint32_t recordType);  // one of the grammar's numbers
+const RecordFamily *FamilyOfRecordType(uint32_t recordType);  // null for a number outside the grammar
 
 inline const char *ProtocolName(bool isTcp) {
     return isTcp ? "tcp" : "udp";

@@ -104,7 +104,20 @@ const char *NetCfgWhyUnreadable(uint32_t addType, const RecordFields &record, st
 
 int NetCfgWriteRecordToConfig(const void *, void *record, void *context) {
     const auto *format = static_cast<const NetCfgRecordFormatCtx *>(context);
-    RecordFields fields = FamilyOfRecordType(format->recordType).fieldsOf(record);
+    if (format == nullptr || format->stream == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid formatter context parameter or invalid contents");
+        return 1;
+    }
+    if (record == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid configuration record data parameter");
+        return 1;
+    }
+    const RecordFamily *family = FamilyOfRecordType(format->recordType);
+    if (family == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid record type: %u", format->recordType);
+        return 1;
+    }
+    RecordFields fields = family->fieldsOf(record);
     if (NetCfgStaysInMemory(format->recordType, fields)) {
         return 0;
     }

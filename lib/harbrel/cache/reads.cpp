@@ -9,7 +9,6 @@
 #include "lib/harbrel/cache/defaultCache.h"
 #include "lib/harbrel/cache/keptTexts.h"
 #include "lib/harbrel/cache/tableProtocol.h"
-#include "lib/string/str.h"
 #include "lib/string/tokens.h"
 
 namespace {
@@ -98,7 +97,7 @@ HBL_HostAdapter *NewHostAdapter(const char *name, int32_t vnet) {
         adapter->net.version = 1;
         adapter->net.type = HBL_NETWORK_TYPE_VNET;
         adapter->net.vnet = vnet;
-        Str_Strcpy(adapter->deviceName, name, sizeof adapter->deviceName);
+        Copy(adapter->deviceName, name);
     }
     return adapter;
 }
@@ -179,12 +178,21 @@ bool HBLNetCfgLookupHostAdaptersForVnet(HBLNetworkConfigurationDB *db, int32_t v
         HBLLog(LOG_INFO2, __func__, "List of bridge mappings is empty");
         return true;
     }
-    if (EnsureSnapshot(table) == Snapshot::Built) {
+    const Snapshot snapshot = EnsureSnapshot(table);
+    if (snapshot == Snapshot::Missing) {
+        HBLLog(LOG_ERR, __func__, "Failure in creating array of Bridge mappings");
+        return false;
+    }
+    if (snapshot == Snapshot::Built) {
         HBLLog(LOG_INFO2, __func__, "Created array of Bridge mappings");
     }
     for (size_t i = 0; i < *table.count; ++i) {
         const auto *mapping = static_cast<const BridgeMappingEntry *>((*table.array)[i]);
         if ((mapping->vnet == vnet) == exclude) {
+            continue;
+        }
+        if (strlen(mapping->adapter) >= NETCFG_MAX_ADAPTER_NAME) {
+            HBLLog(LOG_ERR, __func__, "Adapter: %s is longer than expected, skipping", mapping->adapter);
             continue;
         }
         HBL_HostAdapter *adapter = NewHostAdapter(mapping->adapter, vnet);

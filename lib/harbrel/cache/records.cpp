@@ -15,19 +15,20 @@ namespace {
 struct NetCfgRecordParser {
     const char *keyword;
     NetCfgRecordType recordType;
+    size_t keywordLength;  // with its terminator, so that only the whole word matches
     bool (*parse)(HBLNetworkConfigurationDB *db, uint32_t recordType, const char *rest);
 };
 
 // In the order of the record numbers.
 constexpr NetCfgRecordParser RECORD_PARSERS[] = {
-    {"answer", NETCFG_REC_ANSWER, DictRecordParseFunct},
-    {"remove_answer", NETCFG_REC_REMOVE_ANSWER, DictRecordParseFunct},
-    {"add_nat_portfwd", NETCFG_REC_ADD_NAT_PORTFWD, NatFwdRecordParseFunct},
-    {"remove_nat_portfwd", NETCFG_REC_REMOVE_NAT_PORTFWD, NatFwdRecordParseFunct},
-    {"add_dhcp_mac_to_ip", NETCFG_REC_ADD_DHCP_MAC_TO_IP, DhcpMacRecordParseFunct},
-    {"remove_dhcp_mac_to_ip", NETCFG_REC_REMOVE_DHCP_MAC_TO_IP, DhcpMacRecordParseFunct},
-    {"add_bridge_mapping", NETCFG_REC_ADD_BRIDGE_MAPPING, BridgeMappingRecordParseFunct},
-    {"remove_bridge_mapping", NETCFG_REC_REMOVE_BRIDGE_MAPPING, BridgeMappingRecordParseFunct},
+    {"answer", NETCFG_REC_ANSWER, 7, DictRecordParseFunct},
+    {"remove_answer", NETCFG_REC_REMOVE_ANSWER, 14, DictRecordParseFunct},
+    {"add_nat_portfwd", NETCFG_REC_ADD_NAT_PORTFWD, 16, NatFwdRecordParseFunct},
+    {"remove_nat_portfwd", NETCFG_REC_REMOVE_NAT_PORTFWD, 19, NatFwdRecordParseFunct},
+    {"add_dhcp_mac_to_ip", NETCFG_REC_ADD_DHCP_MAC_TO_IP, 19, DhcpMacRecordParseFunct},
+    {"remove_dhcp_mac_to_ip", NETCFG_REC_REMOVE_DHCP_MAC_TO_IP, 22, DhcpMacRecordParseFunct},
+    {"add_bridge_mapping", NETCFG_REC_ADD_BRIDGE_MAPPING, 19, BridgeMappingRecordParseFunct},
+    {"remove_bridge_mapping", NETCFG_REC_REMOVE_BRIDGE_MAPPING, 22, BridgeMappingRecordParseFunct},
 };
 
 // One pass over the fields of a line.
@@ -227,7 +228,7 @@ void NetCfgApplyRecordLine(HBLNetworkConfigurationDB *db, unsigned lineNumber, c
     if (applied) {
         fields.StepOverDelimiter();
         for (const NetCfgRecordParser &parser : RECORD_PARSERS) {
-            if (strcasecmp(keyword.get(), parser.keyword) == 0) {
+            if (strncasecmp(keyword.get(), parser.keyword, parser.keywordLength) == 0) {
                 applied = parser.parse(db, parser.recordType, fields.Rest());
                 break;
             }

@@ -66,12 +66,16 @@ HashTable *MakeTable(const RecordFamily &family, HBLNetworkConfigurationDB *db, 
 }
 
 // `key` lies in `entry`; an older entry under the same key is freed.
-void InsertOrReplace(const TableWords &words, HashTable *table, const void *key, void *entry) {
-    if (!HashTable_Insert(table, key, entry)) {
-        Tell(words.addLog, LOG_INFO2, words.keyExists);
-        HashTable_Delete(table, key);
-        HashTable_Insert(table, key, entry);
+bool InsertOrReplace(const TableWords &words, HashTable *table, const void *key, void *entry) {
+    if (HashTable_Insert(table, key, entry)) {
+        return true;
     }
+    Tell(words.addLog, LOG_INFO2, words.keyExists);
+    if (!HashTable_Delete(table, key)) {
+        Tell(words.addLog, LOG_ERR, words.deleteOfOld);
+        return false;
+    }
+    return HashTable_Insert(table, key, entry);
 }
 
 void DropUseless(const RecordFamily &family, HBLNetworkConfigurationDB *db, const RecordFields &record) {
@@ -104,8 +108,7 @@ bool AddToTable(const RecordFamily &family, HBLNetworkConfigurationDB *db, const
     if (entry != nullptr) {
         RecordFields own = family.fieldsOf(entry);
         HashTable *table = MakeTable(family, db, record);
-        if (table != nullptr) {
-            InsertOrReplace(words, table, TableKey(family, own), entry);
+        if (table != nullptr && InsertOrReplace(words, table, TableKey(family, own), entry)) {
             if (words.tellsInserts) {
                 words.addLog(LOG_INFO2, "Inserted Bridge mapping entry: %p, key: %s, into hash table: %p",
                              entry, own.key, static_cast<void *>(table));

@@ -65,6 +65,10 @@ bool NetCfgHashRemoveNATPortFwd(HBLNetworkConfigurationDB *db, uint32_t vnet, bo
 
 void NetCfgFreeEntry(void *entry) {
     auto *answer = static_cast<NetworkConfigDictionaryEntry *>(entry);
+    if (answer == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid arguments");
+        return;
+    }
     free(answer->key);
     free(answer->value);
     free(answer);
@@ -72,6 +76,10 @@ void NetCfgFreeEntry(void *entry) {
 
 void NetCfgBridgeMappingFreeEntry(void *entry) {
     auto *mapping = static_cast<BridgeMappingEntry *>(entry);
+    if (mapping == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid arguments");
+        return;
+    }
     HBLLog(LOG_INFO2, __func__, "Free called over host adapter: %s, vnet: %d", TextOrNull(mapping->adapter),
            mapping->vnet);
     free(mapping->adapter);
@@ -80,6 +88,10 @@ void NetCfgBridgeMappingFreeEntry(void *entry) {
 
 void NetCfgDHCPMACToIPFreeEntry(void *entry) {
     auto *mapping = static_cast<DHCPMACToIPEntry *>(entry);
+    if (mapping == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid arguments");
+        return;
+    }
     HBLLog(LOG_INFO2, __func__, "Free called over vnet; %d, mac: %s, ip: %s", mapping->vnet,
            TextOrNull(mapping->mac), TextOrNull(mapping->ip));
     free(mapping->mac);
@@ -89,6 +101,10 @@ void NetCfgDHCPMACToIPFreeEntry(void *entry) {
 
 void NetCfgNATPortFwdFreeEntry(void *entry) {
     auto *forward = static_cast<NATPortFwdEntry *>(entry);
+    if (forward == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid arguments");
+        return;
+    }
     HBLLog(LOG_INFO2, __func__, "Free called over vnet: %d, hostport: %u, VM: %s:%u", forward->vnet,
            forward->hostPort, TextOrNull(forward->vmIP), forward->vmPort);
     free(forward->vmIP);

@@ -1,5 +1,7 @@
 #include "lib/harbrel/database/logSettings.h"
 
+#include <cstring>
+
 #include "lib/harbrel/base/hblLog.h"
 #include "lib/harbrel/cache/cache.h"
 #include "lib/string/str.h"
@@ -23,6 +25,6 @@ bool HBLGetLogFileName(char *path, size_t size) {
     if (!stored.has_value() || stored->size() >= size) {
         return false;
     }
-    Str_Strcpy(path, stored->c_str(), size);
+    memcpy(path, stored->c_str(), stored->size() + 1);
     return true;
 }

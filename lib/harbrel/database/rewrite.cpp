@@ -44,18 +44,23 @@ struct RecordGroup {
 };
 
 // Puts a table's entries behind those already taken, in the given order, or with none in that of the table.
-void TakeTable(RecordGroup *group, const HashTable *table, EntryOrder order) {
-    if (table == nullptr) {
-        return;
+bool TakeTable(RecordGroup *group, const HashTable *table, EntryOrder order) {
+    if (table == nullptr || HashTable_GetNumElements(table) == 0) {
+        return true;
     }
     void **array = nullptr;
     size_t count = 0;
     HashTable_ToArray(table, &array, &count);
     const MallocBlock<void *> owner(array);
+    if (array == nullptr) {
+        HBLLog(LOG_ERR, WRITE_DATABASE, "Failed to create array of records of type: %u", group->recordType);
+        return false;
+    }
     if (order != nullptr) {
         std::sort(array, array + count, order);
     }
     group->entries.insert(group->entries.end(), array, array + count);
+    return true;
 }
 
 bool WriteGroup(const RecordGroup &group, FILE *stream) {
@@ -77,16 +82,15 @@ bool WriteGroup(const RecordGroup &group, FILE *stream) {
 
 bool WriteAnswers(const HBLNetworkConfigurationDB *db, FILE *stream) {
     RecordGroup group = {NETCFG_REC_ANSWER, {}};
-    TakeTable(&group, db->dictHash, ByKey);
-    return WriteGroup(group, stream);
+    return TakeTable(&group, db->dictHash, ByKey) && WriteGroup(group, stream);
 }
 
 bool WriteNATForwards(const HBLNetworkConfigurationDB *db, FILE *stream) {
     RecordGroup group = {NETCFG_REC_ADD_NAT_PORTFWD, {}};
     for (const NATVnetPortFwdConfig *config : db->natConfig) {
-        if (config != nullptr) {
-            TakeTable(&group, config->tcpHash, ByHostPort);
-            TakeTable(&group, config->udpHash, ByHostPort);
+        if (config != nullptr && (!TakeTable(&group, config->tcpHash, ByHostPort) ||
+                                  !TakeTable(&group, config->udpHash, ByHostPort))) {
+            return false;
         }
     }
     return WriteGroup(group, stream);
@@ -95,8 +99,8 @@ bool WriteNATForwards(const HBLNetworkConfigurationDB *db, FILE *stream) {
 bool WriteDHCPMappings(const HBLNetworkConfigurationDB *db, FILE *stream) {
     RecordGroup group = {NETCFG_REC_ADD_DHCP_MAC_TO_IP, {}};
     for (const DHCPMACToIPConfig *config : db->dhcpConfig) {
-        if (config != nullptr) {
-            TakeTable(&group, config->hash, nullptr);
+        if (config != nullptr && !TakeTable(&group, config->hash, nullptr)) {
+            return false;
         }
     }
     return WriteGroup(group, stream);
@@ -104,8 +108,7 @@ bool WriteDHCPMappings(const HBLNetworkConfigurationDB *db, FILE *stream) {
 
 bool WriteBridgeMappings(const HBLNetworkConfigurationDB *db, FILE *stream) {
     RecordGroup group = {NETCFG_REC_ADD_BRIDGE_MAPPING, {}};
-    TakeTable(&group, db->bridgeHash, ByVnetAndAdapter);
-    return WriteGroup(group, stream);
+    return TakeTable(&group, db->bridgeHash, ByVnetAndAdapter) && WriteGroup(group, stream);
 }
 
 // Appends all records to the file that holds the version line. True when they have reached the file.

@@ -70,7 +70,7 @@ bool HasAnswers(const HBLNetworkConfigurationDB *db) {
     return db->dictHash != nullptr && HashTable_GetNumElements(db->dictHash) != 0;
 }
 
-// The entries of the answers table at this moment.
+// The entries of the answers table at this moment; empty when the array could not be built.
 std::vector<NetworkConfigDictionaryEntry *> TakeAnswers(const HBLNetworkConfigurationDB *db) {
     void **array = nullptr;
     size_t count = 0;
@@ -115,14 +115,20 @@ void FilterEntry(HBLNetworkConfigurationDB *db, NetworkConfigDictionaryEntry *en
     }
 }
 
-void CleanupDatabaseFields(HBLNetworkConfigurationDB *db) {
+bool CleanupDatabaseFields(HBLNetworkConfigurationDB *db) {
     if (!HasAnswers(db)) {
         HBLLog(LOG_INFO2, CLEANUP, "Dictionary hash table is empty");
-        return;
+        return true;
     }
-    for (NetworkConfigDictionaryEntry *entry : TakeAnswers(db)) {
+    const auto entries = TakeAnswers(db);
+    if (entries.empty()) {
+        HBLLog(LOG_INFO2, CLEANUP, "Failed to create array of dictionary type records");
+        return false;
+    }
+    for (NetworkConfigDictionaryEntry *entry : entries) {
         FilterEntry(db, entry);
     }
+    return true;
 }
 
 bool UpgradeBridgeField(HBLNetworkConfigurationDB *db, const NetworkConfigDictionaryEntry *entry) {
@@ -150,6 +156,10 @@ bool UpgradeAddressField(HBLNetworkConfigurationDB *db, const NetworkConfigDicti
 // Version 0 kept its bridging and the host's addresses in answers of their own.
 bool UpgradeFromVersion0(HBLNetworkConfigurationDB *db) {
     auto entries = TakeAnswers(db);
+    if (entries.empty()) {
+        HBLLog(LOG_INFO2, UPDATE, "Failed to create array of records in dictHash");
+        return false;
+    }
     // Only the legacy entries are walked: the records that they turn into may replace, and so free, others.
     std::erase_if(entries, [](const NetworkConfigDictionaryEntry *entry) {
         return !IsVnetKey(entry->key) ||
@@ -171,7 +181,10 @@ bool UpgradeFromVersion0(HBLNetworkConfigurationDB *db) {
 bool NetCfgUpdateDatabaseFields(HBLNetworkConfigurationDB *db) {
     HBLLog(LOG_INFO2, __func__, "Source version - %u,%u, Destination version - %u,%u", db->majorVersion,
            db->minorVersion, NETCFG_MAJOR_VERSION, NETCFG_MINOR_VERSION);
-    CleanupDatabaseFields(db);
+    if (!CleanupDatabaseFields(db)) {
+        HBLLog(LOG_ERR, __func__, "Failed to cleanup database fields");
+        return false;
+    }
     if (db->majorVersion == NETCFG_MAJOR_VERSION && db->minorVersion == NETCFG_MINOR_VERSION) {
         HBLLog(LOG_ERR, __func__, "Source and destination database versions are same");
     } else if (db->majorVersion == 0 && HasAnswers(db) && !UpgradeFromVersion0(db)) {

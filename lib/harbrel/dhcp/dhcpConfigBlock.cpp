@@ -15,7 +15,6 @@
 #include "lib/harbrel/parameters/generatedFile.h"
 #include "lib/misc/digest.h"
 #include "lib/misc/owners.h"
-#include "lib/string/str.h"
 
 namespace {
 
@@ -170,7 +169,11 @@ char *HashText(FunctionLog log, const uint8_t (&digest)[SHA1_DIGEST_BYTES]) {
         return nullptr;
     }
     for (size_t i = 0; i < SHA1_DIGEST_BYTES; i++) {
-        Str_Sprintf(text + 2 * i, HASH_TEXT_SIZE - 2 * i, "%02X", digest[i]);
+        if (snprintf(text + 2 * i, HASH_TEXT_SIZE - 2 * i, "%02X", digest[i]) != 2) {
+            log(LOG_ERR, "Converting hash to string failed");
+            free(text);
+            return nullptr;
+        }
     }
     return text;
 }

@@ -30,6 +30,10 @@ bool WriteBlock(int file, const char *block, size_t length) {
 }  // namespace
 
 bool HBLCopyFile(const char *sourcePath, const char *destinationPath) {
+    if (sourcePath == nullptr || destinationPath == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid arguments");
+        return false;
+    }
     const bool isNew = Posix_Access(destinationPath, F_OK) != 0;
     HBLCreateFile(HBL_CUSTOM_VNET, HBL_FILE_CUSTOM, destinationPath);  // a new one gets its mode here
     const FileDescriptor source(HBLOpenToRead(sourcePath));

@@ -61,6 +61,10 @@ bool HBLSetVnetCfg(uint32_t vnet, const char *field, const char *value) {
 }
 
 bool HBLRemoveVnetCfg(uint32_t vnet, const char *field) {
+    if (field == nullptr) {
+        HBLLog(LOG_ERR, __func__, "Invalid config option");
+        return false;
+    }
     const VnetKey key(vnet, field);
     return key && HBLNetCfgRemoveAnswer(nullptr, key.Text());
 }
@@ -102,6 +106,10 @@ bool HBLSetVnetSubnetMask(uint32_t vnet, const char *value) {
 
 bool HBLSetVnetVirtAdapterAddr(uint32_t vnet, const char *value) {
     return HBLSetVnetCfg(vnet, VNET_FIELD_ADAPTER_ADDR, value);
+}
+
+bool HBLSetVnetVirtAdapterName(uint32_t vnet, const char *value) {
+    return HBLSetVnetCfg(vnet, VNET_FIELD_ADAPTER_NAME, value);
 }
 
 bool HBLRemoveVnetSubnetMask(uint32_t vnet) {

@@ -41,6 +41,7 @@ bool HBLGetVnetSubnetMask(uint32_t vnet, char *out, size_t size);
 bool HBLSetVnetSubnetAddr(uint32_t vnet, const char *value);
 bool HBLSetVnetSubnetMask(uint32_t vnet, const char *value);
 bool HBLSetVnetVirtAdapterAddr(uint32_t vnet, const char *value);
+bool HBLSetVnetVirtAdapterName(uint32_t vnet, const char *value);
 bool HBLRemoveVnetSubnetMask(uint32_t vnet);
 bool HBLRemoveVnetVirtAdapterAddr(uint32_t vnet);
 // The stored name, else the vnet's own. False when it does not fit.

@@ -26,6 +26,9 @@ bool TakeCandidate(uint32_t *address) {
 }  // namespace
 
 bool HBLSubnetProbe(char *subnet, char *mask) {
+    if (subnet == nullptr || mask == nullptr) {
+        return false;
+    }
     uint32_t address = 0;
     int failedPings = 0;
     while (TakeCandidate(&address)) {
@@ -51,6 +54,10 @@ bool HBLAssignUnusedSubnetAddressToVNet(uint32_t vnet) {
     char mask[HBL_IP_STR_SIZE];
     if (!HBLSubnetProbe(subnet, mask)) {
         HBLLog(LOG_ERR, __func__, "Failed to probe subnet for vnet %d.", number);
+        return false;
+    }
+    if (!HBLIPStrIsValid(subnet)) {
+        HBLLog(LOG_ERR, __func__, "Error converting IP from string to integer");
         return false;
     }
     if (!HBLSetVnetCfg(vnet, VNET_FIELD_SUBNET, subnet)) {
