@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "daemons/common/complain.h"
@@ -14,18 +15,23 @@
 namespace {
 
 constexpr char USER[] = "harbrel";
+constexpr char USERS[] = "/etc/passwd";
 
 }  // namespace
 
 OwnUser OwnUser_Find() {
     // The users of this host alone: a service that knows more of them would have to be loaded and asked.
-    FileStream users(fopen("/etc/passwd", "re"));
+    FileStream users(fopen(USERS, "re"));
     while (const passwd *entry = users != nullptr ? fgetpwent(users.get()) : nullptr) {
         if (strcmp(entry->pw_name, USER) == 0 && entry->pw_uid != 0) {
             return {entry->pw_uid, entry->pw_gid};
         }
     }
-    Complain("there is no user %s on this host: running as nobody", USER);
+    if (users == nullptr || ferror(users.get()) != 0) {
+        Complain("cannot read %s: %s: running as nobody", USERS, strerror(errno));
+    } else {
+        Complain("there is no user %s on this host: running as nobody", USER);
+    }
     return {};
 }
 

@@ -129,9 +129,8 @@ INSTANTIATE_TEST_SUITE_P(
 -cannot serve DNS at 10.1.2.2 | -cannot set the gateway's MAC address |
 -lock on /run/zelan/host-table.lock | -nftables refuses the host's rules |
 -nftables refuses the router's rules | -no subnet is free for the uplink of network N)"},
-        Start{
-            "zelan-dhcpd", "-cf /etc/dhcpd.conf -lf /etc/leases zelanN",
-            R"(+there is no user harbrel on this host | -/etc/dhcpd.conf | -/etc/leases | -/proc/self/ns/net |
+        Start{"zelan-dhcpd", "-cf /etc/dhcpd.conf -lf /etc/leases zelanN",
+              R"(+cannot read /etc/passwd | -/etc/dhcpd.conf | -/etc/leases | -/proc/self/ns/net |
 -/proc/sys/net/ipv4/ip_unprivileged_port_start | -/run/zelan/daemon-dhcp-N | -cannot bring zelan-dhN up |
 -cannot bring zelan-swN up | -cannot bring zelanN up | -cannot enter a network namespace |
 -cannot find the interfaces zelan-dhN and zelanN | -cannot keep IPv6 off all |
