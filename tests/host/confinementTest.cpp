@@ -107,8 +107,10 @@ TEST(Confinement, KeepsFilesAndPortsOutOfReach) {
         {"/etc"}, {"/var/log", true}, {"/usr", false, true}, {"/etc/hosts", true}};
     const Confinement confinement = {
         .ownUser = false, .files = true, .paths = REACH, .tcp = true, .tcpPorts = PORTS};
-    constexpr long PORTS_SINCE = 4;
-    const int beyondPorts = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1) >= PORTS_SINCE ? EACCES : 0;
+    constexpr long CUTTING_SINCE = 3, PORTS_SINCE = 4;
+    const long landlock = syscall(SYS_landlock_create_ruleset, nullptr, 0, 1);
+    const int beyondCutting = landlock >= CUTTING_SINCE ? EACCES : 0;
+    const int beyondPorts = landlock >= PORTS_SINCE ? EACCES : 0;
     WriteFileText("/tmp/other", "");
     Must("cp /usr/bin/true /var/log/true");
     ExpectErrors(
@@ -119,7 +121,7 @@ TEST(Confinement, KeepsFilesAndPortsOutOfReach) {
             {"write a named file", 0, [] { return Open("/etc/hosts", O_RDWR | O_TRUNC); }},
             {"make a file", 0, [] { return Open("/var/log/made", O_WRONLY | O_CREAT); }},
             {"cut it short", 0, [] { return truncate("/var/log/made", 0); }},
-            {"cut another one short", EACCES, [] { return truncate("/etc/passwd", 0); }},
+            {"cut another one short", beyondCutting, [] { return truncate("/tmp/other", 0); }},
             {"remove it", 0, [] { return unlink("/var/log/made"); }},
             {"remove another one", EACCES, [] { return unlink("/tmp/other"); }},
             {"make a folder", EACCES, [] { return mkdir("/var/log/folder", 0755); }},
@@ -183,7 +185,10 @@ std::string SaidWithout(int call) {
     }
     int status = -1;
     waitpid(child, &status, 0);
-    return RunShell("sed 's/.* - //; s/: Too many users//; s/user [1-9].*/user/' /tmp/said").output +
+    return RunShell(
+               "sed '/ this kernel keeps no TCP ports/d; s/.* - //; s/: Too many users//; s/user "
+               "[1-9].*/user/' /tmp/said")
+               .output +
            (status == 0 ? "goes on\n" : "ends\n");
 }
 

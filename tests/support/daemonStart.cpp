@@ -14,6 +14,10 @@ std::ostream &operator<<(std::ostream &stream, const DaemonStart &start) {
                   << start.Log();
 }
 
+std::string LogOfDaemons(const std::string &path) {
+    return RunShell("sed '/ this kernel keeps no TCP ports/d' " + path).output;
+}
+
 DaemonStart MustComeUp(DaemonStart start) {
     EXPECT_TRUE(start.CameUp()) << start;
     return start;

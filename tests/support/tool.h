@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "tests/support/daemonStart.h"
 #include "tests/support/netns.h"
 
 class ToolTest : public testing::Test {
@@ -83,5 +84,5 @@ class ToolTest : public testing::Test {
     }
     static std::string PidFiles() { return Names("/var/run/*.pid"); }
     static std::string Nodes() { return Names("/dev/zelan*"); }
-    static std::string Log() { return ReadFileText("/var/log/harbrel"); }
+    static std::string Log() { return LogOfDaemons("/var/log/harbrel"); }
 };
