@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <functional>
 
@@ -56,12 +57,18 @@ bool Capabilities_Inherit(int capability) {
 
 bool Capabilities_KeepForGood(std::span<const int> kept) {
     uint64_t mask = MaskOf(kept);
+    int refusal = 0;
     for (int capability = 0; prctl(PR_CAPBSET_READ, capability) >= 0; capability++) {
         if ((mask >> capability & 1) == 0 && prctl(PR_CAPBSET_DROP, capability) != 0) {
-            return false;
+            refusal = errno;
         }
     }
     // Kernels without ambient capabilities have none to clear.
     prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
-    return Capabilities_Keep(kept);
+    // What a starter without CAP_SETPCAP leaves in the bounding set is no reason to keep it in use.
+    if (!Capabilities_Keep(kept)) {
+        return false;
+    }
+    errno = refusal;
+    return refusal == 0;
 }

@@ -6,7 +6,7 @@
 // Makes these, of the permitted ones, the effective ones, and gives all others up. False with errno.
 bool Capabilities_Keep(std::span<const int> kept);
 
-// The same, and no exec ever brings another one back.
+// The same, and no exec ever brings another one back. Where the kernel refuses the latter, the former is done.
 bool Capabilities_KeepForGood(std::span<const int> kept);
 
 // Makes all permitted ones effective, as a change of the user leaves none so. False with errno.

@@ -65,6 +65,17 @@ TEST(Watch, OneThatIsKilledAloneIsReplacedByTheNextStartAndMissesNothing) {
     EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
 }
 
+// A daemon that has given up what it does not need may find it dead, and then starts it.
+TEST(Watch, OneWithAStarterOfFewPowersKeepsNoneButItsOwn) {
+    const DaemonStart start = MustComeUp(StartNetifup(8));
+    Must("kill -9 $(pgrep -x zelan-watch)");
+    ASSERT_TRUE(WaitUntil([] { return Watchers().empty(); }));
+    Must("setpriv --bounding-set=-setpcap --inh-caps=-setpcap " + ProgramPath("zelan-watch") + " --sweep");
+    EXPECT_EQ("CapEff:\t0000000000001000\n", RunShell("grep CapEff /proc/$(pgrep -x zelan-watch)/status").output);
+    KillDaemon(start);
+    EXPECT_TRUE(WaitUntil(NothingIsLeft)) << LeftOver();
+}
+
 // One that serves the host need not wait for its predecessor's end.
 TEST(Watch, EndOfAPredecessorDoesNotReachItsSuccessor) {
     const DaemonStart first = MustComeUp(StartDaemon("zelan-detect", "first", {}));
