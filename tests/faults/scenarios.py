@@ -1,11 +1,9 @@
 """What is disturbed: commands of the tools and the starts of the daemons, each in a state that it meets in use."""
+import os
+
 from judge import Rules
 
-SETTINGS = r"""printf '%s\n' 'BACKUP_VERSION=1,0' 'answer VNET_1_DHCP yes' \
-'answer VNET_1_HOSTONLY_NETMASK 255.255.255.0' 'answer VNET_1_HOSTONLY_SUBNET 10.7.1.0' \
-'answer VNET_1_VIRTUAL_ADAPTER yes' 'answer VNET_8_DHCP yes' 'answer VNET_8_HOSTONLY_NETMASK 255.255.255.0' \
-'answer VNET_8_HOSTONLY_SUBNET 10.7.8.0' 'answer VNET_8_NAT yes' 'answer VNET_8_VIRTUAL_ADAPTER yes' \
-'add_nat_portfwd 8 tcp 8080 10.7.8.5 80 web' 'add_dhcp_mac_to_ip 8 00:0C:29:00:00:01 10.7.8.9' >/run/settings"""
+SETTINGS = f"cp {os.path.dirname(os.path.dirname(os.path.abspath(__file__)))}/support/networks.settings /run/settings"
 INSTALLED = SETTINGS + "; harbrelCLI --migrate-network-settings /run/settings && rm -f /etc/orvane/networking.bak.*"
 RUNNING = INSTALLED + " && harbrelCLI --start"
 # A change of the editor that was killed before it had put the way back away.
